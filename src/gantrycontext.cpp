@@ -1,0 +1,429 @@
+/*
+ * The per-thread context: made at a thread's first use, kept under one process-wide pthread key,
+ * destroyed by GANTRY_context_free or at the thread's exit. Also the health check, which a context
+ * runs on itself.
+ */
+#include "gantrycontext.hpp"
+
+#include "log.hpp"
+
+#include <gantry/context.hpp>
+
+#include <pthread.h>
+#include <sched.h>
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <ctime>
+#include <sdbusplus/exception.hpp>
+#include <utility>
+
+bool GANTRY_use_default = true;
+
+namespace
+{
+
+constexpr char source_stem[] = "gantrycontext";
+
+pthread_once_t key_once = PTHREAD_ONCE_INIT;
+pthread_key_t context_key;
+std::atomic<bool> key_valid{false};
+
+/** The key's destructor, in the thread that exits. */
+void destroy_at_thread_exit(void* context)
+{
+    delete static_cast<GANTRY_cpp_context*>(context);
+}
+
+void create_key()
+{
+    constexpr int attempts = 10;
+    for (int attempt = 1; pthread_key_create(&context_key, destroy_at_thread_exit) != 0; ++attempt)
+    {
+        if (attempt == attempts)
+        {
+            return;
+        }
+        sched_yield();
+    }
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    key_valid.store(true);
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+}
+
+void flush(sd_bus* bus)
+{
+    if (const int result = sd_bus_flush(bus); result < 0)
+    {
+        throw sdbusplus::exception::SdBusError(-result, "sd_bus_flush");
+    }
+}
+
+/** Whether the connection can be used, told to the log for `place` when it can't. */
+bool is_ready(sd_bus* bus, const gantry::Place& place)
+{
+    const int result = sd_bus_is_ready(bus);
+    if (result < 0)
+    {
+        GANTRY_LOG_AT(place, gantry::log::failed, "is_ready reported an error, rv=%d", result);
+    }
+    else if (result == 0)
+    {
+        GANTRY_LOG_AT(place, gantry::log::failed, "is_ready reported not ready, rv=%d", result);
+    }
+    return result > 0;
+}
+
+void GANTRY_get_or_allocate_ctx(GANTRY_cpp_context** out)
+try
+{
+    *out = nullptr;
+    pthread_once(&key_once, create_key);
+    if (!key_valid)
+    {
+        GANTRY_LOG(gantry::log::fault, "key is not valid");
+        return;
+    }
+    if (void* existing = pthread_getspecific(context_key))
+    {
+        *out = static_cast<GANTRY_cpp_context*>(existing);
+        return;
+    }
+
+    auto context = std::make_unique<GANTRY_cpp_context>();
+    sd_bus* bus = GANTRY_get_sd_bus(context->bus);
+    flush(bus);
+    if (!is_ready(bus, GANTRY_HERE))
+    {
+        return;
+    }
+    if (const int error = pthread_setspecific(context_key, context.get()); error != 0)
+    {
+        // Only for lack of memory. A context that the thread can't find again would never be freed.
+        throw std::bad_alloc();
+    }
+    *out = context.release();
+    GANTRY_LOG(gantry::log::trace, "leave");
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION(error.what());
+}
+
+/** Opens the connection that GANTRY_use_default asks for. */
+sdbusplus::bus::bus open_bus()
+{
+    return GANTRY_use_default ? sdbusplus::bus::new_default_system() : sdbusplus::bus::new_system();
+}
+
+/** Says goodbye to the key when the library goes. Contexts of live threads stay as they are. */
+[[gnu::destructor]] void GANTRY_per_thread_library_destructor()
+{
+    GANTRY_LOG(gantry::log::trace, "enter tid=%lu", pthread_self());
+    if (!key_valid)
+    {
+        GANTRY_LOG(gantry::log::trace, "no key, no cleanup needed");
+        return;
+    }
+    key_valid = false;
+    if (const int result = pthread_key_delete(context_key); result != 0)
+    {
+        GANTRY_LOG(gantry::log::fault, "pthread_key_delete failed with irv=%d", result);
+    }
+    GANTRY_LOG(gantry::log::trace, "leave");
+}
+
+/** A bus object shows its connection only to its friends. */
+struct Connection : private sdbusplus::bus::details::bus_friend
+{
+    static sd_bus* of(sdbusplus::bus::bus& bus)
+    {
+        return get_busp(bus);
+    }
+};
+
+} // namespace
+
+sd_bus* GANTRY_get_sd_bus(sdbusplus::bus::bus& bus)
+{
+    return Connection::of(bus);
+}
+
+GANTRY_cpp_context::GANTRY_cpp_context() :
+    bus(open_bus()), event(sdeventplus::Event::get_default(&sdeventplus::internal::sdevent_impl))
+{
+    // A connection that failed to open fails here.
+    sd_bus* connection = GANTRY_get_sd_bus(bus);
+    flush(connection);
+    sd_bus_attach_event(connection, event.get(), SD_EVENT_PRIORITY_NORMAL);
+}
+
+GANTRY_cpp_context::~GANTRY_cpp_context()
+{
+    running = false;
+    while (!tracker.empty())
+    {
+        // Out of the list before it goes: what the deleter reaches doesn't find a dying object.
+        const auto newest = tracker.back();
+        tracker.pop_back();
+        newest.deleter(newest.object);
+    }
+    delete std::exchange(object_manager, nullptr);
+    service_name = nullptr;
+    user_private = nullptr;
+    for (auto& match : signal_matches)
+    {
+        match.reset();
+    }
+    // The event reference goes next and the connection last, by the order of the members.
+}
+
+void GANTRY_cpp_context::sanity_check() noexcept
+{
+    using gantry::log::fault;
+    using gantry::log::trace;
+
+    const pid_t caller = gettid();
+    sd_bus* connection = GANTRY_get_sd_bus(bus);
+
+    if (connection != nullptr)
+    {
+        pid_t owner = 0;
+        const int result = sd_bus_get_tid(connection, &owner);
+        if (result < 0)
+        {
+            // ENXIO: no event loop, so no thread, is bound to the connection yet.
+            if (result != -ENXIO)
+            {
+                GANTRY_LOG(fault, "sd_bus_get_tid returned an error, irv=%d", result);
+            }
+        }
+        else if (owner != caller)
+        {
+            GANTRY_LOG(fault, "thread ids are not equal");
+        }
+    }
+
+    timespec now{};
+    if (clock_gettime(CLOCK_MONOTONIC, &now) == 0)
+    {
+        if (last_serviced != 0)
+        {
+            const std::int64_t gap = now.tv_sec - last_serviced;
+            if (gap > delta_log_seconds)
+            {
+                GANTRY_LOG(trace, "delta=%d seconds", static_cast<int>(gap));
+            }
+            if (gap > not_serviced_seconds)
+            {
+                GANTRY_LOG(fault, "dbus not serviced for over %d seconds", static_cast<int>(gap));
+            }
+        }
+        last_serviced = now.tv_sec;
+    }
+
+    if (connection == nullptr)
+    {
+        return;
+    }
+    std::uint64_t queued = 0;
+    if (const int result = sd_bus_get_n_queued_read(connection, &queued); result < 0)
+    {
+        GANTRY_LOG(fault, "sd_bus_get_n_queued_read returned an error, rc=%d", result);
+    }
+    else if (queued > max_read_queue)
+    {
+        GANTRY_LOG(fault, "dbus has over %lu messages in read queue", queued);
+    }
+    queued = 0;
+    if (const int result = sd_bus_get_n_queued_write(connection, &queued); result < 0)
+    {
+        GANTRY_LOG(fault, "sd_bus_get_n_queued_write returned an error, rc=%d", result);
+    }
+    else if (queued > max_write_queue)
+    {
+        GANTRY_LOG(fault, "dbus has over %lu messages in write queue", queued);
+    }
+}
+
+void GANTRY_set_use_default(bool use_default)
+{
+    GANTRY_use_default = use_default;
+}
+
+void GANTRY_context_management(GANTRY_cpp_context* context, GANTRY_cpp_context** out)
+try
+{
+    *out = nullptr;
+    if (context != nullptr)
+    {
+        *out = context;
+        GANTRY_LOG(gantry::log::trace, "leave");
+        return;
+    }
+    GANTRY_get_or_allocate_ctx(&context);
+    if (context == nullptr)
+    {
+        GANTRY_LOG(gantry::log::failed, "unable to allocate context");
+        return;
+    }
+    if (is_ready(GANTRY_get_sd_bus(context->bus), GANTRY_HERE))
+    {
+        *out = context;
+    }
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION(error.what());
+}
+
+void GANTRY_cpp_context_new(GANTRY_cpp_context** out)
+try
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    *out = nullptr;
+    GANTRY_cpp_context* context = nullptr;
+    GANTRY_get_or_allocate_ctx(&context);
+    if (context == nullptr)
+    {
+        GANTRY_LOG(gantry::log::failed, "unable to allocate context");
+        return;
+    }
+    *out = context;
+    GANTRY_LOG(gantry::log::trace, "leave");
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION(error.what());
+}
+
+void GANTRY_cpp_context_free(GANTRY_cpp_context** context)
+try
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    GANTRY_cpp_context* freed = std::exchange(*context, nullptr);
+    if (key_valid)
+    {
+        const void* own = pthread_getspecific(context_key);
+        if (own != nullptr && own == freed)
+        {
+            pthread_setspecific(context_key, nullptr);
+        }
+    }
+    delete freed;
+    GANTRY_LOG(gantry::log::trace, "leave");
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION(error.what());
+}
+
+void GANTRY_cpp_context_set_service(GANTRY_cpp_context* context, char* name)
+try
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    GANTRY_context_management(context, &context);
+    if (context == nullptr)
+    {
+        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
+        return;
+    }
+    GANTRY_LOG(gantry::log::trace, "setting the service_name");
+    if (name == nullptr)
+    {
+        GANTRY_LOG(gantry::log::trace, "caller requests no service_name");
+        context->service_name = "";
+    }
+    else
+    {
+        context->service_name = name;
+        GANTRY_LOG(gantry::log::trace, "service_name=[%s]", name);
+        if (*name != '\0')
+        {
+            gantry::request_name(*context, name);
+        }
+    }
+    GANTRY_LOG(gantry::log::trace, "leave");
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION(error.what());
+}
+
+void GANTRY_cpp_context_get_user_private(GANTRY_cpp_context* context, void** out)
+try
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    *out = nullptr;
+    GANTRY_context_management(context, &context);
+    if (context == nullptr)
+    {
+        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
+        return;
+    }
+    *out = context->user_private;
+    GANTRY_LOG(gantry::log::trace, "leave");
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION(error.what());
+}
+
+void GANTRY_cpp_context_set_user_private(GANTRY_cpp_context* context, void* user_private)
+try
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    GANTRY_context_management(context, &context);
+    if (context == nullptr)
+    {
+        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
+        return;
+    }
+    context->user_private = user_private;
+    GANTRY_LOG(gantry::log::trace, "leave");
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION(error.what());
+}
+
+void gantry::request_name(GANTRY_cpp_context& context, const char* name)
+{
+    const int result =
+        sd_bus_request_name(GANTRY_get_sd_bus(context.bus), name,
+                            SD_BUS_NAME_REPLACE_EXISTING | SD_BUS_NAME_ALLOW_REPLACEMENT);
+    if (result < 0)
+    {
+        throw sdbusplus::exception::SdBusError(-result, "sd_bus_request_name");
+    }
+}
+
+// The names for C, each its typed twin under a second name.
+
+void GANTRY_context_new(GANTRY_cpp_context** out)
+{
+    GANTRY_cpp_context_new(out);
+}
+
+void GANTRY_context_free(GANTRY_cpp_context** context)
+{
+    GANTRY_cpp_context_free(context);
+}
+
+void GANTRY_context_set_service(GANTRY_cpp_context* context, const char* name)
+{
+    // The text is only ever read; the typed name takes char* because it always has.
+    GANTRY_cpp_context_set_service(context, const_cast<char*>(name));
+}
+
+void GANTRY_context_get_user_private(GANTRY_cpp_context* context, void** out)
+{
+    GANTRY_cpp_context_get_user_private(context, out);
+}
+
+void GANTRY_context_set_user_private(GANTRY_cpp_context* context, void* user_private)
+{
+    GANTRY_cpp_context_set_user_private(context, user_private);
+}

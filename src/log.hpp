@@ -1,0 +1,63 @@
+/*
+ * How the library logs: one call of the platform's tallylog_printf per message, whose format and
+ * first three values tell the place. A place is a source file's stem, a line and a bare function
+ * name. Code that logs for itself names its stem in a constant `source_stem`; frame code that does
+ * the work of generated code logs for the place that called it.
+ */
+#pragma once
+
+#include <tallylog.h>
+
+namespace gantry
+{
+
+/** The place that a message tells. */
+struct Place
+{
+    const char* stem;
+    int line;
+    const char* function;
+};
+
+namespace log
+{
+
+inline constexpr int fault = 1;
+inline constexpr int failed = 2;
+inline constexpr int trace = 9;
+
+/** The module mask of everything but the server classes. */
+inline constexpr int core_mask = 0x110;
+/** The module mask of the server classes. */
+inline constexpr int server_mask = 0x80;
+
+} // namespace log
+} // namespace gantry
+
+// Macros, since a place is where the text stands and the format has to be one literal for the
+// compiler to check its values.
+
+#define GANTRY_HERE                                                                                \
+    ::gantry::Place                                                                                \
+    {                                                                                              \
+        source_stem, __LINE__, static_cast<const char*>(__func__)                                  \
+    }
+
+#define GANTRY_LOG_AT(place, level, text, ...)                                                     \
+    tallylog_printf(level, ::gantry::log::core_mask, "%s.%d.%s: " text, (place).stem,              \
+                    (place).line, (place).function __VA_OPT__(, ) __VA_ARGS__)
+
+#define GANTRY_LOG(level, text, ...)                                                               \
+    GANTRY_LOG_AT(GANTRY_HERE, level, text __VA_OPT__(, ) __VA_ARGS__)
+
+#define GANTRY_LOG_EXCEPTION_AT(place, what)                                                       \
+    tallylog_printf(::gantry::log::failed, ::gantry::log::core_mask, "EXCEPTION %s.%d.%s: %s\n",   \
+                    (place).stem, (place).line, (place).function, what)
+
+#define GANTRY_LOG_EXCEPTION(what) GANTRY_LOG_EXCEPTION_AT(GANTRY_HERE, what)
+
+/** The one message of a server class. */
+#define GANTRY_LOG_DESTRUCTION()                                                                   \
+    tallylog_printf(::gantry::log::trace, ::gantry::log::server_mask,                              \
+                    "%s.%d.%s: destructor called, DAL true", source_stem, __LINE__,                \
+                    static_cast<const char*>(__func__))

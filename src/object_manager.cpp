@@ -1,0 +1,40 @@
+/*
+ * Object managers. Every object has one at its own path. The context holds the one added last;
+ * before it holds the next, it gives the earlier one to the connection: as a floating slot that
+ * stays registered until the connection goes, and keeps nothing alive.
+ */
+#include "gantrycontext.hpp"
+
+#include <systemd/sd-bus.h>
+
+#include <cstring>
+
+namespace
+{
+
+using Manager = sdbusplus::server::manager::manager;
+
+/** The holder is one slot pointer, and shows it to nobody. */
+sd_bus_slot* slot_of(const Manager& manager)
+{
+    static_assert(sizeof(Manager) == sizeof(sd_bus_slot*));
+    sd_bus_slot* slot = nullptr;
+    std::memcpy(&slot, static_cast<const void*>(&manager), sizeof slot);
+    return slot;
+}
+
+} // namespace
+
+void gantry::add_object_manager(GANTRY_cpp_context& context, const char* path)
+{
+    auto added = std::make_unique<Manager>(context.bus, path);
+    const std::unique_ptr<Manager> earlier{context.object_manager};
+    context.object_manager = added.release();
+    if (earlier != nullptr)
+    {
+        if (sd_bus_slot* slot = slot_of(*earlier); slot != nullptr)
+        {
+            sd_bus_slot_set_floating(slot, 1);
+        }
+    }
+}
