@@ -1,0 +1,39 @@
+/*
+ * The same NicPort objects as raw_server's, on the library.
+ *
+ *     gantry_server COUNT    prints "ready" when COUNT objects are served
+ */
+#include <com/orvane/velmar/system/NicPort/gantry_server.hpp>
+#include <gantry/context.hpp>
+#include <gantry/loop.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+int main(int argc, char** argv)
+{
+    using GANTRY_com_orvane_velmar_system_NicPort::NicPort;
+
+    const long count = argc > 1 ? std::atol(argv[1]) : 1;
+    GANTRY_cpp_context* context = nullptr;
+    GANTRY_context_new(&context);
+    if (context == nullptr)
+    {
+        return 1;
+    }
+    GANTRY_context_set_service(context, "com.orvane.velmar.bench.gantry");
+    for (long number = 0; number < count; ++number)
+    {
+        char path[64];
+        std::snprintf(path, sizeof path, "/com/orvane/velmar/system/NicPort/p%ld", number);
+        GANTRY_instantiate__com_orvane_velmar_system_NicPort(context, nullptr, path, nullptr);
+        auto* port = static_cast<NicPort*>(context->tracker.back().object);
+        port->fqdd("NIC.Integrated.1-1-1", true);
+        port->familyDriverVersion("22.31.6", true);
+        port->friendlyFQDD("Integrated NIC 1 Port 1 Partition 1", true);
+    }
+    std::puts("ready");
+    std::fflush(stdout);
+    GANTRY_dbus_loop(context);
+    return 1;
+}
