@@ -67,7 +67,9 @@ int main(int argc, char** argv)
     check(sd_bus_default_system(&bus), "sd_bus_default_system");
     check(sd_event_default(&event), "sd_event_default");
     check(sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL), "sd_bus_attach_event");
-    check(sd_bus_request_name(bus, "com.orvane.velmar.bench.raw", 0), "sd_bus_request_name");
+    check(sd_bus_request_name(bus, "com.orvane.velmar.bench.raw",
+                              SD_BUS_NAME_REPLACE_EXISTING | SD_BUS_NAME_ALLOW_REPLACEMENT),
+          "sd_bus_request_name");
     for (long number = 0; number < count; ++number)
     {
         add_object(bus, number);

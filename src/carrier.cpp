@@ -2,6 +2,8 @@
 
 #include "log.hpp"
 
+#include <cxxabi.h>
+
 #include <cerrno>
 #include <new>
 
@@ -92,6 +94,22 @@ int Carrier::take() noexcept
         drop(GANTRY_HERE, taken);
     }
     return error;
+}
+
+int at_edge(int (*call)(const void* what), const void* what, int (*failed)(int error))
+{
+    try
+    {
+        return call(what);
+    }
+    catch (const abi::__forced_unwind&)
+    {
+        throw;
+    }
+    catch (...)
+    {
+        return failed(Carrier::take());
+    }
 }
 
 } // namespace gantry

@@ -16,8 +16,6 @@
  */
 #pragma once
 
-#include <cxxabi.h>
-
 #include <exception>
 #include <type_traits>
 #include <utility>
@@ -69,26 +67,19 @@ class Carrier
     std::exception_ptr carried;
 };
 
+/** at_edge() for a call already reduced to a function and what it works on. */
+int at_edge(int (*call)(const void* what), const void* what, int (*failed)(int error));
+
 /**
  * The edge of a bus callback: runs `call` and gives its result to sd-bus, or else takes what it
  * threw and gives `failed` of the errno. A thread that is being ended (pthread_exit, cancellation)
  * unwinds on: that is no exception to carry.
  */
-template <class Call, class Failed>
-int at_edge(Call&& call, Failed&& failed)
+template <class Call>
+int at_edge(const Call& call, int (*failed)(int error))
 {
-    try
-    {
-        return std::forward<Call>(call)();
-    }
-    catch (const abi::__forced_unwind&)
-    {
-        throw;
-    }
-    catch (...)
-    {
-        return failed(Carrier::take());
-    }
+    return at_edge([](const void* what) { return (*static_cast<const Call*>(what))(); }, &call,
+                   failed);
 }
 
 /** What a property's edge answers: an error, since sd-bus drops the connection of a getter that

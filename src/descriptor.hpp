@@ -6,7 +6,7 @@
 
 #include "instance.hpp"
 #include "log.hpp"
-#include "property.hpp"
+#include "property_index.hpp"
 
 #include <systemd/sd-bus.h>
 
@@ -22,7 +22,8 @@ struct Descriptor
     /** The path of an object that is given none. */
     const char* path;
     const sd_bus_vtable* vtable;
-    Properties properties;
+    /** Null for a class without properties. */
+    const Properties* properties;
 
     /** Makes the object and joins it to its record, which it owns from then on. */
     void* (*create)(sdbusplus::bus::bus& bus, GANTRY_instance* instance);

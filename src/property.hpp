@@ -128,41 +128,17 @@ struct Property
     template <class Type>
     constexpr Property(const char* member_name, Getter<Type, Class> get, Setter<Type, Class> set) :
         member(member_name),
+        length(static_cast<std::uint8_t>(std::char_traits<char>::length(member_name))),
         type(PropertyTypes::tag<Type>()),
         accessors(Accessors<Type, Class>{get, set})
     {
     }
 
     const char* member;
+    /** Of the member name: D-Bus allows 255 bytes. */
+    std::uint8_t length;
     std::uint8_t type;
     PropertyTypes::Any<Class> accessors;
-};
-
-/** The properties of some class, in table order. */
-class Properties
-{
-  public:
-    template <class Class, std::size_t count>
-    constexpr explicit Properties(const Property<Class> (&rows)[count]) : first(rows), length(count)
-    {
-    }
-
-    /** Of a class without properties. */
-    constexpr Properties() = default;
-
-    [[nodiscard]] const Property<Object>* begin() const
-    {
-        return static_cast<const Property<Object>*>(first);
-    }
-
-    [[nodiscard]] const Property<Object>* end() const
-    {
-        return begin() + length;
-    }
-
-  private:
-    const void* first = nullptr;
-    std::size_t length = 0;
 };
 
 /** A row's accessors, for one who has looked at its type. */

@@ -4,7 +4,7 @@
  * the bus's own costs don't blur the ratio; the order alternates, so a drift of the machine hits
  * both.
  *
- *     compare RAW_SERVER GANTRY_SERVER
+ *     beside_raw RAW_SERVER GANTRY_SERVER
  */
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -239,7 +239,7 @@ int main(int argc, char** argv)
     {
         if (argc != 3)
         {
-            throw std::runtime_error("usage: compare RAW_SERVER GANTRY_SERVER");
+            throw std::runtime_error("usage: beside_raw RAW_SERVER GANTRY_SERVER");
         }
         const Process bus{
             {"dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address"}};
@@ -250,7 +250,7 @@ int main(int argc, char** argv)
     }
     catch (const std::exception& error)
     {
-        std::fprintf(stderr, "compare: %s\n", error.what());
+        std::fprintf(stderr, "beside_raw: %s\n", error.what());
         return 1;
     }
 }

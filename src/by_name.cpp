@@ -1,0 +1,37 @@
+#include "by_name.hpp"
+
+namespace gantry
+{
+namespace
+{
+
+template <class Type>
+void set_as(const Property<Object>& row, Object& object, const void* value, bool skip_signal)
+{
+    (object.*accessors_of<Type>(row).set)(*static_cast<const Type*>(value), skip_signal);
+}
+
+/** One function for each property type, in the order of the tags. */
+template <class... Types>
+constexpr auto setters(TypeList<Types...> /*types*/)
+{
+    return std::array{set_as<Types>...};
+}
+
+constexpr auto set_by_type = setters(PropertyTypes{});
+
+} // namespace
+
+void set_from(const Property<Object>& row, Object& object, const void* value, bool skip_signal)
+{
+    set_by_type[row.type](row, object, value, skip_signal);
+}
+
+void throw_wrong_alternative()
+{
+    std::variant<bool, char> other{false};
+    static_cast<void>(std::get<char>(other));
+    __builtin_unreachable();
+}
+
+} // namespace gantry

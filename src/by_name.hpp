@@ -1,0 +1,79 @@
+/*
+ * A class's properties by their D-Bus names, as values of the class's PropertyVariant. What differs
+ * between classes is only which alternatives the variant has; the work is done by the row's
+ * accessors, through one function for each property type.
+ */
+#pragma once
+
+#include "property_index.hpp"
+
+#include <string>
+#include <variant>
+
+namespace gantry
+{
+
+/** Sets the property of `row` from a value of the row's own type. */
+void set_from(const Property<Object>& row, Object& object, const void* value, bool skip_signal);
+
+/** Throws what std::get throws for a variant that holds another alternative. */
+[[noreturn]] void throw_wrong_alternative();
+
+/**
+ * Sets the property of that name; an unknown name is no failure and changes nothing. Throws
+ * std::bad_variant_access when the value doesn't hold the property's type.
+ */
+template <class Class, class... Types>
+void set_by_name(const Properties& properties, Class& object, std::string_view name,
+                 const std::variant<Types...>& value, bool skip_signal)
+{
+    const auto* row = properties.find(name);
+    if (row == nullptr)
+    {
+        return;
+    }
+    constexpr std::uint8_t tags[] = {PropertyTypes::tag<Types>()...};
+    if (value.valueless_by_exception())
+    {
+        static_cast<void>(std::get<0>(value)); // throws, and says so
+    }
+    if (tags[value.index()] != row->type)
+    {
+        throw_wrong_alternative();
+    }
+    const void* held =
+        std::visit([](const auto& alternative) -> const void* { return &alternative; }, value);
+    set_from(*row, reinterpret_cast<Object&>(object), held, skip_signal);
+}
+
+/** The value of the property of that name; of an unknown name the variant's default. */
+template <class Variant, class Class>
+Variant get_by_name(const Properties& properties, const Class& object, std::string_view name);
+
+namespace details
+{
+
+template <class... Types>
+void get_alternative(std::variant<Types...>& value, const Property<Object>& row,
+                     const Object& object)
+{
+    static_cast<void>(
+        ((row.type == PropertyTypes::tag<Types>() &&
+          (value.template emplace<Types>((object.*accessors_of<Types>(row).get)()), true)) ||
+         ...));
+}
+
+} // namespace details
+
+template <class Variant, class Class>
+Variant get_by_name(const Properties& properties, const Class& object, std::string_view name)
+{
+    Variant value;
+    if (const auto* row = properties.find(name))
+    {
+        details::get_alternative(value, *row, reinterpret_cast<const Object&>(object));
+    }
+    return value;
+}
+
+} // namespace gantry
