@@ -1,0 +1,119 @@
+// One reference on a connection, together with the way to give it back: a connection that others
+// may share is left open, a private one is flushed and closed.
+#pragma once
+
+#include "sdbusplus/message.hpp"
+#include "sdbusplus/sdbus.hpp"
+
+#include <memory>
+#include <string>
+#include <type_traits>
+
+namespace sdbusplus
+{
+namespace bus
+{
+
+using busp_t = sd_bus*;
+
+namespace details
+{
+class bus_friend;
+
+/** How a bus lets go of its connection. */
+class BusDeleter
+{
+  public:
+    using Release = sd_bus* (SdBusInterface::*)(sd_bus*);
+
+    BusDeleter(SdBusInterface* i, Release r) : intf(i), release(r)
+    {
+    }
+
+    void operator()(sd_bus* b) const
+    {
+        (intf->*release)(b);
+    }
+
+  private:
+    SdBusInterface* intf;
+    Release release;
+};
+
+} // namespace details
+
+struct bus
+{
+    /**
+     * Takes a further reference, given back with sd_bus_unref. Null makes a bus without connection.
+     * Reading the unique name waits for the connection's greeting to be done. Throws
+     * std::logic_error if the connection has no unique name.
+     */
+    explicit bus(busp_t b, SdBusInterface* intf = &sdbus_impl);
+
+    /** As above, but takes over the caller's reference, which is given back even if this throws. */
+    bus(busp_t b, std::false_type);
+
+    bus(bus&&) = default;
+    bus& operator=(bus&&) = default;
+
+    /** Empty for a bus without connection. */
+    const std::string& get_unique_name() const noexcept
+    {
+        return unique_name;
+    }
+
+    SdBusInterface* getInterface() const noexcept
+    {
+        return intf;
+    }
+
+    /**
+     * A signal from `objpath`, to be filled and sent. Throws SdBusError with
+     * "sd_bus_message_new_signal".
+     */
+    message::message new_signal(const char* objpath, const char* interf, const char* member) const;
+
+    friend class details::bus_friend;
+    friend bus new_default_system();
+    friend bus new_system();
+
+  private:
+    bus(busp_t b, SdBusInterface* intf, details::BusDeleter::Release release);
+
+    SdBusInterface* intf;
+    std::unique_ptr<sd_bus, details::BusDeleter> connection;
+    std::string unique_name;
+};
+
+/**
+ * The calling thread's shared connection to the system bus, left open for its other holders. A
+ * connection that can't be opened makes a bus without connection.
+ */
+bus new_default_system();
+
+/**
+ * A private connection to the system bus, flushed and closed in the end. A connection that can't be
+ * opened makes a bus without connection.
+ */
+bus new_system();
+
+namespace details
+{
+
+/** Gives the sd_bus to the few that pass it on to sd-bus calls. */
+class bus_friend
+{
+  public:
+    static sd_bus* get_busp(const bus& b) noexcept
+    {
+        return b.connection.get();
+    }
+};
+
+} // namespace details
+} // namespace bus
+
+using bus_t = bus::bus;
+
+} // namespace sdbusplus

@@ -1,0 +1,158 @@
+// One reference on a message, to be read from its start on or, while it is under construction, to
+// be filled and sent. sd-bus keeps the reading position, so two of these on one message share it.
+#pragma once
+
+#include "sdbusplus/message/append.hpp"
+#include "sdbusplus/message/read.hpp"
+#include "sdbusplus/sdbus.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+namespace sdbusplus
+{
+namespace bus
+{
+struct bus;
+} // namespace bus
+
+namespace message
+{
+class message;
+} // namespace message
+
+namespace server
+{
+namespace transaction
+{
+void set_id(const message::message& m) noexcept;
+} // namespace transaction
+} // namespace server
+
+namespace message
+{
+
+using msgp_t = sd_bus_message*;
+
+namespace details
+{
+
+struct MessageDeleter
+{
+    SdBusInterface* intf;
+
+    void operator()(sd_bus_message* m) const
+    {
+        intf->sd_bus_message_unref(m);
+    }
+};
+
+} // namespace details
+
+class message
+{
+  public:
+    /** Takes a further reference. */
+    explicit message(msgp_t m, SdBusInterface* intf = &sdbus_impl) :
+        message(intf->sd_bus_message_ref(m), intf, std::false_type{})
+    {
+    }
+
+    /** Takes over the caller's reference. */
+    message(msgp_t m, SdBusInterface* intf, std::false_type) :
+        reference(m, details::MessageDeleter{intf})
+    {
+    }
+
+    explicit operator bool() const noexcept
+    {
+        return reference != nullptr;
+    }
+
+    /** The message itself, lent for as long as this object holds it. */
+    msgp_t get() const noexcept
+    {
+        return reference.get();
+    }
+
+    /**
+     * The connection that the message came in on or will go out on, with a reference of its own.
+     */
+    bus::bus get_bus() const;
+
+    /** Throws SdBusError with "sd_bus_message_get_cookie" for a message that was not sent yet. */
+    uint64_t get_cookie() const;
+
+    /**
+     * Reads the next values, all of them or none: each argument is set once all have been read.
+     * Throws SdBusError naming the first call that failed.
+     */
+    template <typename... Ts>
+    void read(Ts&... values)
+    {
+        std::tie(values...) = read_values<Ts...>(interface(), get());
+    }
+
+    /** Reads the next values and returns them, several as a tuple. Throws like read. */
+    template <typename... Ts>
+    auto unpack()
+    {
+        if constexpr (sizeof...(Ts) == 1)
+        {
+            return std::get<0>(read_values<Ts...>(interface(), get()));
+        }
+        else
+        {
+            return read_values<Ts...>(interface(), get());
+        }
+    }
+
+    /**
+     * Appends the values one behind the other; that one could not be appended shows when the
+     * message is sent. Throws std::bad_variant_access for a variant without a value.
+     */
+    template <typename... Ts>
+    void append(const Ts&... values)
+    {
+        sdbusplus::message::append(interface(), get(), values...);
+    }
+
+    /**
+     * A reply to this call, to be filled and sent. Throws SdBusError with
+     * "sd_bus_message_new_method_return".
+     */
+    message new_method_return();
+
+    /** Sends this reply. Throws SdBusError with "sd_bus_send". */
+    void method_return()
+    {
+        send();
+    }
+
+    /** Sends this signal. Throws SdBusError with "sd_bus_send". */
+    void signal_send()
+    {
+        send();
+    }
+
+  private:
+    friend void server::transaction::set_id(const message& m) noexcept;
+
+    SdBusInterface* interface() const noexcept
+    {
+        return reference.get_deleter().intf;
+    }
+
+    void send();
+
+    std::unique_ptr<sd_bus_message, details::MessageDeleter> reference;
+};
+
+} // namespace message
+
+using message_t = message::message;
+
+} // namespace sdbusplus

@@ -1,0 +1,219 @@
+// Reading walks the message once, in step with the type that is being filled. The first call into
+// sd-bus that fails ends the walk with an SdBusError that names the call. Templates only spell out
+// the walk; each step of it is a plain function.
+#pragma once
+
+#include "sdbusplus/message/types.hpp"
+#include "sdbusplus/sdbus.hpp"
+
+#include <cstddef>
+#include <map>
+#include <set>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace sdbusplus
+{
+namespace message
+{
+namespace details
+{
+
+/** A kind of container as sd-bus enters it, and the names under which its calls fail. */
+struct Container
+{
+    char type;
+    const char* enter;
+    const char* at_end;
+    const char* exit;
+};
+
+extern const Container vector_container;
+extern const Container set_container; // also std::map: both keep what came first
+extern const Container tuple_container;
+extern const Container pair_container;
+extern const Container variant_container;
+
+/** Where a read stands. sd-bus keeps the position inside the message. */
+class Reader
+{
+  public:
+    Reader(SdBusInterface* i, sd_bus_message* message) : intf(i), m(message)
+    {
+    }
+
+    void number(char type, void* value) const;
+    bool boolean() const;
+
+    /** The text lies in the message and lives as long as it. */
+    const char* string() const;
+
+    void enter(const Container& container, const char* contents) const;
+    bool at_end(const Container& container) const;
+    void exit(const Container& container) const;
+
+    /** Whether the next value is a variant of just these contents. */
+    bool is_variant(const char* contents) const;
+    void skip_variant() const;
+
+    /**
+     * An array of numbers of `width` bytes as one block, which lies in the message. sd-bus has none
+     * for a sender of the other byte order, nor where a call would fail. The position is then still
+     * before the array, and reading by elements succeeds or fails at the call that is at fault.
+     */
+    bool block(char type, std::size_t width, const void*& data, std::size_t& count) const;
+
+  private:
+    SdBusInterface* intf;
+    sd_bus_message* m;
+};
+
+// Each of these fills a fresh value: zero, empty, or the default of a variant.
+
+template <types::Number T>
+void read_value(const Reader& from, T& value)
+{
+    from.number(types::type_letter<T>, &value);
+}
+
+inline void read_value(const Reader& from, bool& value)
+{
+    value = from.boolean();
+}
+
+inline void read_value(const Reader& from, std::string& value)
+{
+    value = from.string();
+}
+
+template <typename T>
+void read_value(const Reader& from, std::vector<T>& value);
+template <typename T>
+void read_value(const Reader& from, std::set<T>& value);
+template <typename K, typename V>
+void read_value(const Reader& from, std::map<K, V>& value);
+template <typename... Ts>
+void read_value(const Reader& from, std::tuple<Ts...>& value);
+template <typename... Ts>
+void read_value(const Reader& from, std::variant<Ts...>& value);
+
+/** Enters an array, calls `element` once per element, and leaves it. */
+template <typename Element>
+void read_array(const Reader& from, const Container& container, const char* contents,
+                const Element& element)
+{
+    from.enter(container, contents);
+    while (!from.at_end(container))
+    {
+        element();
+    }
+    from.exit(container);
+}
+
+template <typename T>
+void read_value(const Reader& from, std::vector<T>& value)
+{
+    if constexpr (types::Number<T>)
+    {
+        const void* data = nullptr;
+        std::size_t count = 0;
+        if (from.block(types::type_letter<T>, sizeof(T), data, count))
+        {
+            const T* first = static_cast<const T*>(data);
+            value.assign(first, first + count);
+            return;
+        }
+    }
+    read_array(from, vector_container, types::type_id<T>.data(),
+               [&]
+               {
+                   T element{};
+                   read_value(from, element);
+                   value.push_back(std::move(element));
+               });
+}
+
+template <typename T>
+void read_value(const Reader& from, std::set<T>& value)
+{
+    read_array(from, set_container, types::type_id<T>.data(),
+               [&]
+               {
+                   T element{};
+                   read_value(from, element);
+                   value.insert(std::move(element));
+               });
+}
+
+template <typename K, typename V>
+void read_value(const Reader& from, std::map<K, V>& value)
+{
+    read_array(from, set_container, types::type_id<std::pair<const K, V>>.data(),
+               [&]
+               {
+                   from.enter(pair_container, types::type_id<K, V>.data());
+                   K key{};
+                   read_value(from, key);
+                   V mapped{};
+                   read_value(from, mapped);
+                   from.exit(pair_container);
+                   value.try_emplace(std::move(key), std::move(mapped));
+               });
+}
+
+template <typename... Ts>
+void read_value(const Reader& from, std::tuple<Ts...>& value)
+{
+    from.enter(tuple_container, types::type_id<Ts...>.data());
+    std::apply([&](Ts&... members) { (read_value(from, members), ...); }, value);
+    from.exit(tuple_container);
+}
+
+/** Reads the alternative T if the variant holds one. */
+template <typename T, typename Variant>
+bool read_alternative(const Reader& from, Variant& value)
+{
+    constexpr const char* contents = types::type_id<T>.data();
+    if (!from.is_variant(contents))
+    {
+        return false;
+    }
+    from.enter(variant_container, contents);
+    T alternative{};
+    read_value(from, alternative);
+    value = std::move(alternative);
+    from.exit(variant_container);
+    return true;
+}
+
+template <typename... Ts>
+void read_value(const Reader& from, std::variant<Ts...>& value)
+{
+    // A content that is none of the alternatives is passed over and counts as the default.
+    if (!(read_alternative<Ts>(from, value) || ...))
+    {
+        from.skip_variant();
+        value = std::variant<Ts...>{};
+    }
+}
+
+} // namespace details
+
+/**
+ * Reads the next values of `m` into fresh variables and hands them back together. Throws SdBusError
+ * naming the first call that failed; the message stays where that call left it.
+ */
+template <typename... Ts>
+std::tuple<Ts...> read_values(SdBusInterface* intf, sd_bus_message* m)
+{
+    std::tuple<Ts...> values{};
+    const details::Reader from(intf, m);
+    std::apply([&](Ts&... each) { (details::read_value(from, each), ...); }, values);
+    return values;
+}
+
+} // namespace message
+} // namespace sdbusplus

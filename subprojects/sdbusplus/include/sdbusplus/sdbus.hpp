@@ -1,0 +1,263 @@
+// The seam between this layer and libsystemd: one virtual function per sd_bus_* call, so that a
+// test can stand in for the bus. Whoever holds a bus or a message also holds the interface to reach
+// it by.
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace sdbusplus
+{
+
+/** Arguments, results and ownership are those of the sd-bus function of the same name. */
+class SdBusInterface
+{
+  public:
+    virtual int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* match,
+                                 sd_bus_message_handler_t callback, void* userdata) = 0;
+    virtual int sd_bus_add_object_manager(sd_bus* bus, sd_bus_slot** slot, const char* path) = 0;
+    virtual int sd_bus_add_object_vtable(sd_bus* bus, sd_bus_slot** slot, const char* path,
+                                         const char* interface, const sd_bus_vtable* vtable,
+                                         void* userdata) = 0;
+    virtual int sd_bus_attach_event(sd_bus* bus, sd_event* e, int priority) = 0;
+    virtual int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path,
+                                                    const char* interface, char** names) = 0;
+    virtual int sd_bus_error_set(sd_bus_error* e, const char* name, const char* message) = 0;
+    virtual int sd_bus_error_set_errno(sd_bus_error* e, int error) = 0;
+    virtual int sd_bus_error_is_set(const sd_bus_error* e) = 0;
+    virtual void sd_bus_error_free(sd_bus_error* e) = 0;
+    virtual int sd_bus_flush(sd_bus* bus) = 0;
+    virtual sd_bus* sd_bus_flush_close_unref(sd_bus* bus) = 0;
+    virtual int sd_bus_get_unique_name(sd_bus* bus, const char** unique) = 0;
+    virtual sd_bus* sd_bus_ref(sd_bus* bus) = 0;
+    virtual int sd_bus_request_name(sd_bus* bus, const char* name, uint64_t flags) = 0;
+    virtual int sd_bus_send(sd_bus* bus, sd_bus_message* m, uint64_t* cookie) = 0;
+    virtual sd_bus_slot* sd_bus_slot_unref(sd_bus_slot* slot) = 0;
+    virtual sd_bus* sd_bus_unref(sd_bus* bus) = 0;
+    virtual int sd_bus_wait(sd_bus* bus, uint64_t timeout_usec) = 0;
+    virtual int sd_bus_message_append_array(sd_bus_message* m, char type, const void* ptr,
+                                            size_t size) = 0;
+    virtual int sd_bus_message_append_basic(sd_bus_message* m, char type, const void* value) = 0;
+    virtual int sd_bus_message_at_end(sd_bus_message* m, int complete) = 0;
+    virtual int sd_bus_message_close_container(sd_bus_message* m) = 0;
+    virtual int sd_bus_message_enter_container(sd_bus_message* m, char type,
+                                               const char* contents) = 0;
+    virtual int sd_bus_message_exit_container(sd_bus_message* m) = 0;
+    virtual sd_bus* sd_bus_message_get_bus(sd_bus_message* m) = 0;
+    virtual int sd_bus_message_get_cookie(sd_bus_message* m, uint64_t* cookie) = 0;
+    virtual int sd_bus_message_get_reply_cookie(sd_bus_message* m, uint64_t* cookie) = 0;
+    virtual int sd_bus_message_new_method_return(sd_bus_message* call, sd_bus_message** m) = 0;
+    virtual int sd_bus_message_new_signal(sd_bus* bus, sd_bus_message** m, const char* path,
+                                          const char* interface, const char* member) = 0;
+    virtual int sd_bus_message_open_container(sd_bus_message* m, char type,
+                                              const char* contents) = 0;
+    virtual int sd_bus_message_read_array(sd_bus_message* m, char type, const void** ptr,
+                                          size_t* size) = 0;
+    virtual int sd_bus_message_read_basic(sd_bus_message* m, char type, void* value) = 0;
+    virtual sd_bus_message* sd_bus_message_ref(sd_bus_message* m) = 0;
+    virtual int sd_bus_message_skip(sd_bus_message* m, const char* types) = 0;
+    virtual sd_bus_message* sd_bus_message_unref(sd_bus_message* m) = 0;
+    virtual int sd_bus_message_verify_type(sd_bus_message* m, char type, const char* contents) = 0;
+
+  protected:
+    // Never deleted through the base: the one instance that matters lives as long as the process.
+    ~SdBusInterface() = default;
+};
+
+/** Passes every call on to libsystemd. */
+class SdBusImpl : public SdBusInterface
+{
+  public:
+    int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* match,
+                         sd_bus_message_handler_t callback, void* userdata) override
+    {
+        return ::sd_bus_add_match(bus, slot, match, callback, userdata);
+    }
+
+    int sd_bus_add_object_manager(sd_bus* bus, sd_bus_slot** slot, const char* path) override
+    {
+        return ::sd_bus_add_object_manager(bus, slot, path);
+    }
+
+    int sd_bus_add_object_vtable(sd_bus* bus, sd_bus_slot** slot, const char* path,
+                                 const char* interface, const sd_bus_vtable* vtable,
+                                 void* userdata) override
+    {
+        return ::sd_bus_add_object_vtable(bus, slot, path, interface, vtable, userdata);
+    }
+
+    int sd_bus_attach_event(sd_bus* bus, sd_event* e, int priority) override
+    {
+        return ::sd_bus_attach_event(bus, e, priority);
+    }
+
+    int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path, const char* interface,
+                                            char** names) override
+    {
+        return ::sd_bus_emit_properties_changed_strv(bus, path, interface, names);
+    }
+
+    int sd_bus_error_set(sd_bus_error* e, const char* name, const char* message) override
+    {
+        return ::sd_bus_error_set(e, name, message);
+    }
+
+    int sd_bus_error_set_errno(sd_bus_error* e, int error) override
+    {
+        return ::sd_bus_error_set_errno(e, error);
+    }
+
+    int sd_bus_error_is_set(const sd_bus_error* e) override
+    {
+        return ::sd_bus_error_is_set(e);
+    }
+
+    void sd_bus_error_free(sd_bus_error* e) override
+    {
+        ::sd_bus_error_free(e);
+    }
+
+    int sd_bus_flush(sd_bus* bus) override
+    {
+        return ::sd_bus_flush(bus);
+    }
+
+    sd_bus* sd_bus_flush_close_unref(sd_bus* bus) override
+    {
+        return ::sd_bus_flush_close_unref(bus);
+    }
+
+    int sd_bus_get_unique_name(sd_bus* bus, const char** unique) override
+    {
+        return ::sd_bus_get_unique_name(bus, unique);
+    }
+
+    sd_bus* sd_bus_ref(sd_bus* bus) override
+    {
+        return ::sd_bus_ref(bus);
+    }
+
+    int sd_bus_request_name(sd_bus* bus, const char* name, uint64_t flags) override
+    {
+        return ::sd_bus_request_name(bus, name, flags);
+    }
+
+    int sd_bus_send(sd_bus* bus, sd_bus_message* m, uint64_t* cookie) override
+    {
+        return ::sd_bus_send(bus, m, cookie);
+    }
+
+    sd_bus_slot* sd_bus_slot_unref(sd_bus_slot* slot) override
+    {
+        return ::sd_bus_slot_unref(slot);
+    }
+
+    sd_bus* sd_bus_unref(sd_bus* bus) override
+    {
+        return ::sd_bus_unref(bus);
+    }
+
+    int sd_bus_wait(sd_bus* bus, uint64_t timeout_usec) override
+    {
+        return ::sd_bus_wait(bus, timeout_usec);
+    }
+
+    int sd_bus_message_append_array(sd_bus_message* m, char type, const void* ptr,
+                                    size_t size) override
+    {
+        return ::sd_bus_message_append_array(m, type, ptr, size);
+    }
+
+    int sd_bus_message_append_basic(sd_bus_message* m, char type, const void* value) override
+    {
+        return ::sd_bus_message_append_basic(m, type, value);
+    }
+
+    int sd_bus_message_at_end(sd_bus_message* m, int complete) override
+    {
+        return ::sd_bus_message_at_end(m, complete);
+    }
+
+    int sd_bus_message_close_container(sd_bus_message* m) override
+    {
+        return ::sd_bus_message_close_container(m);
+    }
+
+    int sd_bus_message_enter_container(sd_bus_message* m, char type, const char* contents) override
+    {
+        return ::sd_bus_message_enter_container(m, type, contents);
+    }
+
+    int sd_bus_message_exit_container(sd_bus_message* m) override
+    {
+        return ::sd_bus_message_exit_container(m);
+    }
+
+    sd_bus* sd_bus_message_get_bus(sd_bus_message* m) override
+    {
+        return ::sd_bus_message_get_bus(m);
+    }
+
+    int sd_bus_message_get_cookie(sd_bus_message* m, uint64_t* cookie) override
+    {
+        return ::sd_bus_message_get_cookie(m, cookie);
+    }
+
+    int sd_bus_message_get_reply_cookie(sd_bus_message* m, uint64_t* cookie) override
+    {
+        return ::sd_bus_message_get_reply_cookie(m, cookie);
+    }
+
+    int sd_bus_message_new_method_return(sd_bus_message* call, sd_bus_message** m) override
+    {
+        return ::sd_bus_message_new_method_return(call, m);
+    }
+
+    int sd_bus_message_new_signal(sd_bus* bus, sd_bus_message** m, const char* path,
+                                  const char* interface, const char* member) override
+    {
+        return ::sd_bus_message_new_signal(bus, m, path, interface, member);
+    }
+
+    int sd_bus_message_open_container(sd_bus_message* m, char type, const char* contents) override
+    {
+        return ::sd_bus_message_open_container(m, type, contents);
+    }
+
+    int sd_bus_message_read_array(sd_bus_message* m, char type, const void** ptr,
+                                  size_t* size) override
+    {
+        return ::sd_bus_message_read_array(m, type, ptr, size);
+    }
+
+    int sd_bus_message_read_basic(sd_bus_message* m, char type, void* value) override
+    {
+        return ::sd_bus_message_read_basic(m, type, value);
+    }
+
+    sd_bus_message* sd_bus_message_ref(sd_bus_message* m) override
+    {
+        return ::sd_bus_message_ref(m);
+    }
+
+    int sd_bus_message_skip(sd_bus_message* m, const char* types) override
+    {
+        return ::sd_bus_message_skip(m, types);
+    }
+
+    sd_bus_message* sd_bus_message_unref(sd_bus_message* m) override
+    {
+        return ::sd_bus_message_unref(m);
+    }
+
+    int sd_bus_message_verify_type(sd_bus_message* m, char type, const char* contents) override
+    {
+        return ::sd_bus_message_verify_type(m, type, contents);
+    }
+};
+
+extern SdBusImpl sdbus_impl;
+
+} // namespace sdbusplus

@@ -1,0 +1,68 @@
+// One interface of one object, published on a connection for as long as this holder lives. A
+// process has thousands of them, so it keeps no more than its slot and what a signal needs.
+#pragma once
+
+#include "sdbusplus/bus.hpp"
+#include "sdbusplus/message.hpp"
+#include "sdbusplus/sdbus.hpp"
+
+#include <memory>
+#include <string>
+
+namespace sdbusplus
+{
+namespace server
+{
+namespace interface
+{
+
+struct interface
+{
+    /**
+     * `path` is copied; the bus, `interf` and `vtable` must outlive this object. `context` is
+     * handed to each callback of the vtable. Throws SdBusError with "sd_bus_add_object_vtable" if
+     * the connection refuses.
+     */
+    interface(bus_t& b, const char* path, const char* interf, const sd_bus_vtable* vtable,
+              void* context);
+
+    interface(const interface&) = delete;
+    interface& operator=(const interface&) = delete;
+
+    ~interface();
+
+    /**
+     * A signal of this interface, to be filled and sent. Throws SdBusError with
+     * "sd_bus_message_new_signal".
+     */
+    message::message new_signal(const char* member) const
+    {
+        return connection.new_signal(object_path.get(), name, member);
+    }
+
+    /** Announces the property's present value. A failure is not reported. */
+    void property_changed(const char* property);
+
+    bus_t& bus() const noexcept
+    {
+        return connection;
+    }
+
+    std::string path() const
+    {
+        return object_path.get();
+    }
+
+  private:
+    bus_t& connection;
+    const char* name;
+    std::unique_ptr<char[]> object_path;
+    sd_bus_slot* slot = nullptr;
+};
+
+} // namespace interface
+
+using interface_t = interface::interface;
+
+} // namespace server
+} // namespace sdbusplus

@@ -1,0 +1,64 @@
+// Opening and letting go of connections.
+
+#include "sdbusplus/bus.hpp"
+
+#include "check.hpp"
+
+namespace sdbusplus
+{
+namespace bus
+{
+namespace
+{
+
+std::string read_unique_name(SdBusInterface* intf, sd_bus* b)
+{
+    if (b == nullptr)
+    {
+        return {};
+    }
+    // The pointer tells success: no string can be made of a null one, and std::string says so.
+    const char* name = nullptr;
+    intf->sd_bus_get_unique_name(b, &name);
+    return std::string(name);
+}
+
+} // namespace
+
+bus::bus(busp_t b, SdBusInterface* i, details::BusDeleter::Release release) :
+    intf(i), connection(b, details::BusDeleter(i, release)), unique_name(read_unique_name(i, b))
+{
+}
+
+bus::bus(busp_t b, SdBusInterface* i) : bus(i->sd_bus_ref(b), i, &SdBusInterface::sd_bus_unref)
+{
+}
+
+bus::bus(busp_t b, std::false_type) : bus(b, &sdbus_impl, &SdBusInterface::sd_bus_unref)
+{
+}
+
+message::message bus::new_signal(const char* objpath, const char* interf, const char* member) const
+{
+    sd_bus_message* m = nullptr;
+    check(intf->sd_bus_message_new_signal(connection.get(), &m, objpath, interf, member),
+          "sd_bus_message_new_signal");
+    return message::message(m, intf, std::false_type{});
+}
+
+bus new_default_system()
+{
+    sd_bus* b = nullptr;
+    sd_bus_default_system(&b);
+    return bus(b, &sdbus_impl, &SdBusInterface::sd_bus_unref);
+}
+
+bus new_system()
+{
+    sd_bus* b = nullptr;
+    sd_bus_open_system(&b);
+    return bus(b, &sdbus_impl, &SdBusInterface::sd_bus_flush_close_unref);
+}
+
+} // namespace bus
+} // namespace sdbusplus

@@ -1,0 +1,57 @@
+// One vtable registered at one path.
+
+#include "sdbusplus/server/interface.hpp"
+
+#include "check.hpp"
+
+#include <cstring>
+
+namespace sdbusplus
+{
+namespace server
+{
+namespace interface
+{
+namespace
+{
+
+std::unique_ptr<char[]> copy(const char* text)
+{
+    const size_t size = std::strlen(text) + 1;
+    auto copied = std::make_unique_for_overwrite<char[]>(size);
+    std::memcpy(copied.get(), text, size);
+    return copied;
+}
+
+sd_bus* get_busp(const bus::bus& b)
+{
+    return bus::details::bus_friend::get_busp(b);
+}
+
+} // namespace
+
+interface::interface(bus_t& b, const char* path, const char* interf, const sd_bus_vtable* vtable,
+                     void* context) :
+    connection(b), name(interf), object_path(copy(path))
+{
+    check(b.getInterface()->sd_bus_add_object_vtable(get_busp(b), &slot, path, interf, vtable,
+                                                     context),
+          "sd_bus_add_object_vtable");
+}
+
+interface::~interface()
+{
+    connection.getInterface()->sd_bus_slot_unref(slot);
+}
+
+void interface::property_changed(const char* property)
+{
+    // sd-bus takes the list as a strv of mutable strings and only reads it.
+    char* names[] = {const_cast<char*>(property), nullptr};
+    connection.getInterface()->sd_bus_emit_properties_changed_strv(get_busp(connection),
+                                                                   object_path.get(), name, names);
+}
+
+} // namespace interface
+} // namespace server
+} // namespace sdbusplus

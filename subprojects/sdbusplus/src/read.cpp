@@ -1,0 +1,119 @@
+// The steps of a read, each one call into sd-bus and the name under which it fails.
+
+#include "sdbusplus/message/read.hpp"
+
+#include "check.hpp"
+
+#include <cerrno>
+
+namespace sdbusplus
+{
+namespace message
+{
+namespace details
+{
+
+const Container vector_container{
+    SD_BUS_TYPE_ARRAY,
+    "sd_bus_message_enter_container emplace_back_container",
+    "sd_bus_message_at_end emplace_back_container",
+    "sd_bus_message_exit_container emplace_back_container",
+};
+
+const Container set_container{
+    SD_BUS_TYPE_ARRAY,
+    "sd_bus_message_enter_container emplace_container",
+    "sd_bus_message_at_end emplace_container",
+    "sd_bus_message_exit_container emplace_container",
+};
+
+// Members and entries are counted by the signature: only an array is asked for its end.
+
+const Container tuple_container{
+    SD_BUS_TYPE_STRUCT,
+    "sd_bus_message_enter_container tuple",
+    nullptr,
+    "sd_bus_message_exit_container tuple",
+};
+
+const Container pair_container{
+    SD_BUS_TYPE_DICT_ENTRY,
+    "sd_bus_message_enter_container pair",
+    nullptr,
+    "sd_bus_message_exit_container pair",
+};
+
+const Container variant_container{
+    SD_BUS_TYPE_VARIANT,
+    "sd_bus_message_enter_container variant",
+    nullptr,
+    "sd_bus_message_exit_container variant",
+};
+
+void Reader::number(char type, void* value) const
+{
+    check(intf->sd_bus_message_read_basic(m, type, value), "sd_bus_message_read_basic fundamental");
+}
+
+bool Reader::boolean() const
+{
+    int value = 0;
+    check(intf->sd_bus_message_read_basic(m, SD_BUS_TYPE_BOOLEAN, &value),
+          "sd_bus_message_read_basic bool");
+    return value != 0;
+}
+
+const char* Reader::string() const
+{
+    const char* text = nullptr;
+    check(intf->sd_bus_message_read_basic(m, SD_BUS_TYPE_STRING, &text),
+          "sd_bus_message_read_basic string");
+    return text;
+}
+
+void Reader::enter(const Container& container, const char* contents) const
+{
+    check(intf->sd_bus_message_enter_container(m, container.type, contents), container.enter);
+}
+
+bool Reader::at_end(const Container& container) const
+{
+    return check(intf->sd_bus_message_at_end(m, false), container.at_end) > 0;
+}
+
+void Reader::exit(const Container& container) const
+{
+    check(intf->sd_bus_message_exit_container(m), container.exit);
+}
+
+bool Reader::is_variant(const char* contents) const
+{
+    return check(intf->sd_bus_message_verify_type(m, SD_BUS_TYPE_VARIANT, contents),
+                 "sd_bus_message_verify_type variant") > 0;
+}
+
+void Reader::skip_variant() const
+{
+    check(intf->sd_bus_message_skip(m, "v"), "sd_bus_message_skip variant");
+}
+
+bool Reader::block(char type, std::size_t width, const void*& data, std::size_t& count) const
+{
+    std::size_t size = 0;
+    // sd-bus undoes what a failing one has done.
+    if (intf->sd_bus_message_read_array(m, type, &data, &size) < 0)
+    {
+        return false;
+    }
+    if (size % width != 0)
+    {
+        // The array ends inside an element. By elements it could not be left.
+        check(-EBUSY, vector_container.exit);
+    }
+    count = size / width;
+    return true;
+}
+
+} // namespace details
+} // namespace message
+} // namespace sdbusplus

@@ -1,0 +1,66 @@
+// References on a loop, and running it.
+
+#include "sdeventplus/event.hpp"
+
+#include "sdeventplus/exception.hpp"
+
+namespace sdeventplus
+{
+namespace
+{
+
+int check(int result, const char* call)
+{
+    if (result < 0)
+    {
+        throw SdEventError(-result, call);
+    }
+    return result;
+}
+
+} // namespace
+
+Event::Event(sd_event* e, const internal::SdEvent* intf) :
+    Event(intf->sd_event_ref(e), std::false_type{}, intf)
+{
+}
+
+Event::Event(sd_event* e, std::false_type, const internal::SdEvent* intf) :
+    sdevent(intf), event(e, intf)
+{
+}
+
+Event Event::get_default(const internal::SdEvent* intf)
+{
+    sd_event* e = nullptr;
+    check(intf->sd_event_default(&e), "sd_event_default");
+    return Event(e, std::false_type{}, intf);
+}
+
+sd_event* Event::get() const
+{
+    return *event;
+}
+
+int Event::run(std::optional<SdEventDuration> timeout) const
+{
+    const uint64_t usec = timeout ? timeout->count() : UINT64_MAX;
+    return check(sdevent->sd_event_run(get(), usec), "sd_event_run");
+}
+
+int Event::loop() const
+{
+    return check(sdevent->sd_event_loop(get()), "sd_event_loop");
+}
+
+sd_event* Event::ref(sd_event* const& e, const internal::SdEvent*& intf)
+{
+    return intf->sd_event_ref(e);
+}
+
+void Event::drop(sd_event*&& e, const internal::SdEvent*& intf)
+{
+    intf->sd_event_unref(e);
+}
+
+} // namespace sdeventplus

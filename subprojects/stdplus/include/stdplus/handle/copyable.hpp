@@ -1,0 +1,61 @@
+// A copyable handle is a managed handle over something reference counted: each copy takes a
+// reference of its own, and each releases its own.
+#pragma once
+
+#include "stdplus/handle/managed.hpp"
+
+#include <optional>
+#include <tuple>
+#include <utility>
+
+namespace stdplus
+{
+
+/** T is the raw value, Args what taking and releasing a reference need besides the value. */
+template <typename T, typename... Args>
+struct Copyable
+{
+    /**
+     * Takes references with `ref`, whose result is the value that the copy then owns, and releases
+     * them with `drop`.
+     */
+    template <void (*drop)(T&&, Args&...), T (*ref)(const T&, Args&...)>
+    class Handle : public Managed<T, Args...>::template Handle<drop>
+    {
+        using Base = typename Managed<T, Args...>::template Handle<drop>;
+
+      public:
+        /** Takes over the value's reference; empty if there is none. */
+        template <typename... Vs>
+        explicit Handle(std::optional<T> value, Vs&&... vs) :
+            Base(std::move(value), std::forward<Vs>(vs)...)
+        {
+        }
+
+        Handle(const Handle& other) : Base(std::nullopt, other.data)
+        {
+            *this = other;
+        }
+
+        Handle& operator=(const Handle& other)
+        {
+            if (this != &other)
+            {
+                auto needed = other.data;
+                std::optional<T> value;
+                if (other)
+                {
+                    value = std::apply([&](Args&... args) { return ref(*other, args...); }, needed);
+                }
+                *this = Handle(std::move(value), std::move(needed));
+            }
+            return *this;
+        }
+
+        Handle(Handle&&) noexcept = default;
+        Handle& operator=(Handle&&) noexcept = default;
+        ~Handle() = default;
+    };
+};
+
+} // namespace stdplus
