@@ -1,0 +1,17 @@
+/*
+ * gantrygen's command line.
+ */
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace gantrygen
+{
+
+/** Runs gantrygen with these arguments, the program's name left out. Gives the exit status: 0, 1
+ *  for a bad table or output, 2 for a bad command line. */
+int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err);
+
+} // namespace gantrygen

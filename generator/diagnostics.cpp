@@ -1,0 +1,39 @@
+#include "diagnostics.hpp"
+
+#include <algorithm>
+
+namespace gantrygen
+{
+namespace
+{
+
+std::string diagnostic(std::string_view file, int line, std::string_view message)
+{
+    std::string text{file};
+    text += ':';
+    text += std::to_string(line);
+    text += ": error: ";
+    text += message;
+
+    // What is quoted from a table may hold anything, and a diagnostic is one line.
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char letter) { return letter < ' '; }, '?');
+    return text;
+}
+
+} // namespace
+
+TableError::TableError(std::string_view file, int line, std::string_view message) :
+    std::runtime_error(diagnostic(file, line, message))
+{
+}
+
+std::string quote(std::string_view text)
+{
+    std::string marked = "'";
+    marked += text;
+    marked += '\'';
+    return marked;
+}
+
+} // namespace gantrygen

@@ -1,0 +1,81 @@
+/*
+ * One interface's member table, as a table describes it: names and types as on the bus, members of
+ * each kind in table order, and the line of each for diagnostics.
+ */
+#pragma once
+
+#include "types.hpp"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace gantrygen
+{
+
+/** Of a method or a signal. Known by its position, on the bus as in C, so its name is left out. */
+struct Argument
+{
+    Type type;
+    int line;
+};
+
+struct Method
+{
+    /** Who makes the reply: the bus callback from the method's result, or the method itself from
+     *  the message it is given. */
+    enum class Shape
+    {
+        reply,
+        message,
+    };
+
+    std::string name;
+    std::vector<Argument> inputs;
+    std::vector<Argument> outputs;
+    Shape shape;
+    bool privileged;
+    int line;
+};
+
+struct Signal
+{
+    std::string name;
+    std::vector<Argument> arguments;
+    int line;
+};
+
+struct Property
+{
+    std::string name;
+    Type type;
+    bool writable;
+
+    /** Clients are told that the value never changes; otherwise, of each change. */
+    bool constant;
+
+    /** The value is the key under which the platform's data store knows the object. */
+    bool data_store_key;
+
+    /** As the table writes it. Absent: zero, false or empty. */
+    std::optional<std::string> initial;
+
+    int line;
+};
+
+struct Interface
+{
+    /** The table's path as it was given. */
+    std::string file;
+
+    std::string name;
+    std::vector<Method> methods;
+    std::vector<Signal> signals;
+    std::vector<Property> properties;
+    int line;
+};
+
+/** The variant that carries any property of the interface by name. */
+Type property_variant(const Interface& interface);
+
+} // namespace gantrygen

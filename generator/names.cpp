@@ -1,0 +1,257 @@
+#include "names.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+
+namespace gantrygen
+{
+namespace
+{
+
+constexpr std::size_t longest_name = 255;
+
+// ASCII alone, whatever the locale says.
+constexpr bool is_lower(char letter)
+{
+    return letter >= 'a' && letter <= 'z';
+}
+
+constexpr bool is_upper(char letter)
+{
+    return letter >= 'A' && letter <= 'Z';
+}
+
+constexpr bool is_digit(char letter)
+{
+    return letter >= '0' && letter <= '9';
+}
+
+constexpr char raised(char letter)
+{
+    return is_lower(letter) ? static_cast<char>(letter - 'a' + 'A') : letter;
+}
+
+constexpr char lowered(char letter)
+{
+    return is_upper(letter) ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+constexpr bool is_element(std::string_view text)
+{
+    return !text.empty() && !is_digit(text.front()) &&
+           std::all_of(text.begin(), text.end(),
+                       [](char letter) {
+                           return is_lower(letter) || is_upper(letter) || is_digit(letter) ||
+                                  letter == '_';
+                       });
+}
+
+std::vector<std::string_view> elements(std::string_view interface)
+{
+    std::vector<std::string_view> found;
+    for (std::size_t dot = 0; dot != std::string_view::npos;)
+    {
+        dot = interface.find('.');
+        found.push_back(interface.substr(0, dot));
+        interface.remove_prefix(dot == std::string_view::npos ? 0 : dot + 1);
+    }
+    return found;
+}
+
+std::string with_dots_as(std::string_view separator, std::string_view interface)
+{
+    std::string text;
+    for (const char letter : interface)
+    {
+        if (letter == '.')
+        {
+            text += separator;
+        }
+        else
+        {
+            text += letter;
+        }
+    }
+    return text;
+}
+
+std::string namespace_below(std::string_view root, std::string_view interface)
+{
+    std::string text{root};
+    for (const std::string_view group : groups(interface))
+    {
+        text += "::";
+        text += group;
+    }
+    return text;
+}
+
+std::string joined(std::string_view first, std::string_view second)
+{
+    std::string text{first};
+    text += second;
+    return text;
+}
+
+// The keywords of C and of C++, the alternative tokens of C++, and what GNU C takes besides.
+// Sorted.
+constexpr auto reserved =
+    std::to_array<std::string_view>({"alignas",     "alignof",      "and",       "and_eq",
+                                     "asm",         "auto",         "bitand",    "bitor",
+                                     "bool",        "break",        "case",      "catch",
+                                     "char",        "char16_t",     "char32_t",  "char8_t",
+                                     "class",       "co_await",     "co_return", "co_yield",
+                                     "compl",       "concept",      "const",     "const_cast",
+                                     "consteval",   "constexpr",    "constinit", "continue",
+                                     "decltype",    "default",      "delete",    "do",
+                                     "double",      "dynamic_cast", "else",      "enum",
+                                     "explicit",    "export",       "extern",    "false",
+                                     "float",       "for",          "friend",    "goto",
+                                     "if",          "inline",       "int",       "linux",
+                                     "long",        "mutable",      "namespace", "new",
+                                     "noexcept",    "not",          "not_eq",    "nullptr",
+                                     "operator",    "or",           "or_eq",     "private",
+                                     "protected",   "public",       "register",  "reinterpret_cast",
+                                     "requires",    "restrict",     "return",    "short",
+                                     "signed",      "sizeof",       "static",    "static_assert",
+                                     "static_cast", "struct",       "switch",    "template",
+                                     "this",        "thread_local", "throw",     "true",
+                                     "try",         "typedef",      "typeid",    "typename",
+                                     "typeof",      "union",        "unix",      "unsigned",
+                                     "using",       "virtual",      "void",      "volatile",
+                                     "wchar_t",     "while",        "xor",       "xor_eq"});
+static_assert(std::is_sorted(reserved.begin(), reserved.end()));
+
+} // namespace
+
+bool is_interface_name(std::string_view name)
+{
+    const auto parts = elements(name);
+    return name.size() <= longest_name && parts.size() >= 2 &&
+           std::all_of(parts.begin(), parts.end(), is_element);
+}
+
+bool is_member_name(std::string_view name)
+{
+    return name.size() <= longest_name && is_element(name);
+}
+
+bool is_free_word(std::string_view name)
+{
+    return !std::binary_search(reserved.begin(), reserved.end(), name);
+}
+
+std::string capitals(std::string_view name)
+{
+    std::string text{name};
+    std::transform(text.begin(), text.end(), text.begin(), raised);
+    return text;
+}
+
+std::string title(std::string_view member)
+{
+    std::string text;
+    bool raise = true;
+    for (const char letter : member)
+    {
+        if (letter == '_')
+        {
+            raise = true;
+        }
+        else
+        {
+            text += raise ? raised(letter) : letter;
+            raise = false;
+        }
+    }
+    return text;
+}
+
+std::string accessor(std::string_view member)
+{
+    std::string text = title(member);
+    const auto run = std::find_if_not(text.begin(), text.end(), is_upper);
+    const bool opens_next_word = run != text.end() && run - text.begin() > 1;
+    std::transform(text.begin(), opens_next_word ? run - 1 : run, text.begin(), lowered);
+    return text;
+}
+
+std::string_view leaf(std::string_view interface)
+{
+    return interface.substr(interface.rfind('.') + 1);
+}
+
+std::vector<std::string_view> groups(std::string_view interface)
+{
+    auto parts = elements(interface);
+    parts.pop_back();
+    return parts;
+}
+
+std::string directory(std::string_view interface)
+{
+    return with_dots_as("/", interface);
+}
+
+std::string default_path(std::string_view interface)
+{
+    return joined("/", directory(interface));
+}
+
+std::string server_namespace(std::string_view interface)
+{
+    return namespace_below("sdbusplus::server", interface);
+}
+
+std::string common_namespace(std::string_view interface)
+{
+    return namespace_below("sdbusplus::common", interface);
+}
+
+std::string class_name(std::string_view interface)
+{
+    return title(leaf(interface));
+}
+
+std::string derived_namespace(std::string_view interface)
+{
+    return joined("GANTRY_", with_dots_as("_", interface));
+}
+
+std::string table_type(std::string_view interface)
+{
+    return joined("GANTRY_table__", with_dots_as("_", interface));
+}
+
+std::string instantiate_function(std::string_view interface)
+{
+    return joined("GANTRY_instantiate__", with_dots_as("_", interface));
+}
+
+std::string signal_function(std::string_view interface, std::string_view signal)
+{
+    return joined("GANTRY_signal__", with_dots_as("_", interface)) + joined("__", signal);
+}
+
+std::string receive_signal_function(std::string_view interface, std::string_view signal)
+{
+    return joined("GANTRY_receive_signal__", with_dots_as("_", interface)) + joined("__", signal);
+}
+
+std::string get_callback(std::string_view property)
+{
+    return joined("_callback_get_", property);
+}
+
+std::string set_callback(std::string_view property)
+{
+    return joined("_callback_set_", property);
+}
+
+std::string method_callback(std::string_view method)
+{
+    return joined("_callback_", title(method));
+}
+
+} // namespace gantrygen

@@ -1,0 +1,28 @@
+/*
+ * Reads a table: D-Bus introspection XML with one interface, in which annotations say what plain
+ * introspection data cannot.
+ *
+ *     com.orvane.gantry.Type      on an argument or property: its extended signature (types.hpp)
+ *     com.orvane.gantry.Initial   on a property: the value it starts with
+ *     com.orvane.gantry.DataStore on a property: "key" if its value is the object's key in the
+ *                                 platform's data store
+ *     com.orvane.gantry.Reply     on a method: "message" if it makes its own reply
+ *     org.freedesktop.DBus.Property.EmitsChangedSignal   on a property: "true" or "const"
+ *     org.freedesktop.systemd1.Privileged                on a method: "true" or "false"
+ *
+ * Annotations of other vocabularies are for other readers, and pass.
+ */
+#pragma once
+
+#include "model.hpp"
+
+#include <string_view>
+
+namespace gantrygen
+{
+
+/** The table's text as a model, whose names are not yet checked (validate.hpp). Throws TableError
+ *  on what isn't a table. */
+Interface parse_table(std::string_view file, std::string_view text);
+
+} // namespace gantrygen

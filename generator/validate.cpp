@@ -1,0 +1,233 @@
+#include "validate.hpp"
+
+#include "c_types.hpp"
+#include "diagnostics.hpp"
+#include "initial.hpp"
+#include "names.hpp"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace gantrygen
+{
+namespace
+{
+
+constexpr std::string_view table_name = "server.xml";
+
+// What else the generated classes have, and what their code names unqualified, among the words
+// that an accessor can be.
+constexpr auto taken = std::to_array<std::string_view>({
+    "descriptor",
+    "destroy",
+    "getPropertyByName",
+    "index",
+    "inst",
+    "interface",
+    "properties",
+    "setPropertyByName",
+    "value",
+});
+
+class Validator
+{
+  public:
+    explicit Validator(const Interface& table) : interface(table)
+    {
+    }
+
+    void run()
+    {
+        check_interface();
+        check_place();
+        check_names();
+        for (const Method& method : interface.methods)
+        {
+            check_arguments(method.inputs);
+            check_arguments(method.outputs);
+            check_results(method);
+        }
+        for (const Signal& signal : interface.signals)
+        {
+            check_arguments(signal.arguments);
+        }
+        for (const Property& property : interface.properties)
+        {
+            check_initial(property);
+            check_data_store(property);
+        }
+    }
+
+  private:
+    struct Member
+    {
+        std::string_view name;
+        int line;
+    };
+
+    void check_interface() const
+    {
+        if (!is_interface_name(interface.name))
+        {
+            fail(interface.line, quote(interface.name) + " is not a D-Bus interface name");
+        }
+        for (const std::string_view group : groups(interface.name))
+        {
+            check_word(group, interface.line);
+        }
+        check_word(leaf(interface.name), interface.line);
+        check_word(class_name(interface.name), interface.line);
+    }
+
+    void check_place() const
+    {
+        namespace fs = std::filesystem;
+        const fs::path place = fs::path(directory(interface.name)) / table_name;
+        const fs::path path = fs::absolute(interface.file).lexically_normal();
+        if (std::distance(path.begin(), path.end()) < std::distance(place.begin(), place.end()) ||
+            !std::equal(std::make_reverse_iterator(place.end()),
+                        std::make_reverse_iterator(place.begin()),
+                        std::make_reverse_iterator(path.end())))
+        {
+            fail(interface.line, "the table of " + interface.name + " is " + place.string());
+        }
+    }
+
+    /** Of members of all kinds, the first in the table first. */
+    void check_names() const
+    {
+        std::vector<Member> members;
+        const auto collect = [&members](const auto& kind)
+        {
+            for (const auto& member : kind)
+            {
+                members.push_back({member.name, member.line});
+            }
+        };
+        collect(interface.methods);
+        collect(interface.signals);
+        collect(interface.properties);
+        std::stable_sort(members.begin(), members.end(),
+                         [](const Member& left, const Member& right)
+                         { return left.line < right.line; });
+
+        std::map<std::string, Member> owners;
+        for (const Member& member : members)
+        {
+            const std::string name = checked_accessor(member);
+            const auto [owner, fresh] = owners.try_emplace(name, member);
+            if (!fresh)
+            {
+                fail_owned(member, name, owner->second);
+            }
+        }
+    }
+
+    [[nodiscard]] std::string checked_accessor(const Member& member) const
+    {
+        if (!is_member_name(member.name))
+        {
+            fail(member.line, quote(member.name) + " is not a D-Bus member name");
+        }
+        std::string name = accessor(member.name);
+        check_word(name, member.line);
+        if (std::binary_search(taken.begin(), taken.end(), name) || name == leaf(interface.name))
+        {
+            fail(member.line, quote(member.name) + " has the accessor " + quote(name) +
+                                  ", which is something else in its class");
+        }
+        return name;
+    }
+
+    [[noreturn]] void fail_owned(const Member& member, std::string_view name,
+                                 const Member& owner) const
+    {
+        const std::string where = " on line " + std::to_string(owner.line);
+        fail(member.line, member.name == owner.name
+                              ? quote(member.name) + " is a member already," + where
+                              : quote(member.name) + " has the accessor " + quote(name) + " of " +
+                                    quote(owner.name) + where);
+    }
+
+    void check_arguments(const std::vector<Argument>& arguments) const
+    {
+        for (const Argument& argument : arguments)
+        {
+            if (!has_c_form(argument.type))
+            {
+                fail(argument.line, quote(signature(argument.type)) + " has no C form");
+            }
+        }
+    }
+
+    // A method's result is what its callback appends, and there must be something to append.
+    void check_results(const Method& method) const
+    {
+        if (method.outputs.empty())
+        {
+            fail(method.line, quote(method.name) + " has no result");
+        }
+    }
+
+    void check_data_store(const Property& property)
+    {
+        if (!property.data_store_key)
+        {
+            return;
+        }
+        if (property.type.kind != Type::Kind::string)
+        {
+            fail(property.line, "a key of the data store is a string");
+        }
+        if (std::exchange(has_key, true))
+        {
+            fail(property.line, "second key of the data store");
+        }
+    }
+
+    void check_initial(const Property& property) const
+    {
+        if (property.initial && !initial_literal(property.type, *property.initial))
+        {
+            fail(property.line, quote(*property.initial) + " is no initial value for " +
+                                    quote(signature(property.type)));
+        }
+    }
+
+    /** Whether the name can stand in code. */
+    void check_word(std::string_view name, int line) const
+    {
+        if (!is_member_name(name))
+        {
+            fail(line, quote(name) + " is not a name in C or C++");
+        }
+        if (!is_free_word(name))
+        {
+            fail(line, quote(name) + " is a reserved word");
+        }
+    }
+
+    [[noreturn]] void fail(int line, std::string_view message) const
+    {
+        throw TableError(interface.file, line, message);
+    }
+
+    const Interface& interface;
+
+    bool has_key = false;
+};
+
+} // namespace
+
+void validate(const Interface& interface)
+{
+    Validator(interface).run();
+}
+
+} // namespace gantrygen

@@ -1,0 +1,117 @@
+#include "xml.hpp"
+
+#include "diagnostics.hpp"
+
+#include <expat.h>
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <optional>
+
+namespace gantrygen
+{
+namespace
+{
+
+struct ParserFree
+{
+    void operator()(XML_Parser parser) const
+    {
+        XML_ParserFree(parser);
+    }
+};
+
+/**
+ * Builds the tree from expat's events. The handlers are called through C frames, so a fault that
+ * they find is kept, and thrown once expat has returned.
+ */
+class TreeBuilder
+{
+  public:
+    TreeBuilder() : parser(XML_ParserCreate(nullptr))
+    {
+        if (!parser)
+        {
+            throw std::bad_alloc();
+        }
+        XML_SetUserData(parser.get(), this);
+        XML_SetElementHandler(parser.get(), start_element, end_element);
+        XML_SetCharacterDataHandler(parser.get(), character_data);
+    }
+
+    Element build(std::string_view file, std::string_view text)
+    {
+        if (text.size() > std::numeric_limits<int>::max())
+        {
+            throw TableError(file, 1, "too large for a table");
+        }
+        const auto status =
+            XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE);
+        if (stray_text)
+        {
+            throw TableError(file, *stray_text, "text where only elements may stand");
+        }
+        if (status != XML_STATUS_OK)
+        {
+            throw TableError(file, line(), XML_ErrorString(XML_GetErrorCode(parser.get())));
+        }
+        return std::move(open.front());
+    }
+
+  private:
+    static void XMLCALL start_element(void* self, const XML_Char* name,
+                                      const XML_Char** attributes) noexcept
+    {
+        auto& builder = *static_cast<TreeBuilder*>(self);
+        Element element{name, builder.line(), {}, {}};
+        for (; *attributes != nullptr; attributes += 2)
+        {
+            element.attributes.emplace_back(attributes[0], attributes[1]);
+        }
+        builder.open.push_back(std::move(element));
+    }
+
+    static void XMLCALL end_element(void* self, const XML_Char*) noexcept
+    {
+        auto& open = static_cast<TreeBuilder*>(self)->open;
+        if (open.size() > 1)
+        {
+            Element closed = std::move(open.back());
+            open.pop_back();
+            open.back().children.push_back(std::move(closed));
+        }
+    }
+
+    static void XMLCALL character_data(void* self, const XML_Char* text, int length) noexcept
+    {
+        auto& builder = *static_cast<TreeBuilder*>(self);
+        const std::string_view data(text, static_cast<std::size_t>(length));
+        if (data.find_first_not_of(" \t\r\n") != std::string_view::npos)
+        {
+            builder.stray_text = builder.line();
+            XML_StopParser(builder.parser.get(), XML_FALSE);
+        }
+    }
+
+    int line() const
+    {
+        return static_cast<int>(XML_GetCurrentLineNumber(parser.get()));
+    }
+
+    std::unique_ptr<XML_ParserStruct, ParserFree> parser;
+
+    /** The elements not yet closed, the root first. The root stays once it is closed. */
+    std::vector<Element> open;
+
+    std::optional<int> stray_text;
+};
+
+} // namespace
+
+Element read_xml(std::string_view file, std::string_view text)
+{
+    return TreeBuilder().build(file, text);
+}
+
+} // namespace gantrygen

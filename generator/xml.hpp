@@ -1,0 +1,27 @@
+/*
+ * An XML document as a tree of elements, each with its line. A table has no text of its own, so
+ * the tree has none either: text between elements is a fault. Comments and the doctype are passed
+ * over.
+ */
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace gantrygen
+{
+
+struct Element
+{
+    std::string name;
+    int line;
+    std::vector<std::pair<std::string, std::string>> attributes;
+    std::vector<Element> children;
+};
+
+/** The document's root. Throws TableError, naming `file`, on what is not well-formed. */
+Element read_xml(std::string_view file, std::string_view text);
+
+} // namespace gantrygen
