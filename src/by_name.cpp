@@ -8,7 +8,16 @@ namespace
 template <class Type>
 void set_as(const Property<Object>& row, Object& object, const void* value, bool skip_signal)
 {
-    (object.*accessors_of<Type>(row).set)(*static_cast<const Type*>(value), skip_signal);
+    const auto& alternative = *static_cast<const Type*>(value);
+    const auto setter = accessors_of<Type>(row).set;
+    if constexpr (std::is_scalar_v<Type>)
+    {
+        (object.*setter)(alternative, skip_signal);
+    }
+    else
+    {
+        (object.*setter)(get(alternative), skip_signal);
+    }
 }
 
 /** One function for each property type, in the order of the tags. */

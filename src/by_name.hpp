@@ -5,7 +5,7 @@
  */
 #pragma once
 
-#include "property_index.hpp"
+#include "properties.hpp"
 
 #include <string>
 #include <variant>

@@ -6,7 +6,7 @@
 
 #include "instance.hpp"
 #include "log.hpp"
-#include "property_index.hpp"
+#include "properties.hpp"
 
 #include <systemd/sd-bus.h>
 
@@ -22,11 +22,13 @@ struct Descriptor
     /** The path of an object that is given none. */
     const char* path;
     const sd_bus_vtable* vtable;
-    /** Null for a class without properties. */
-    const Properties* properties;
+    /** Null, as when left out, for a class without properties. */
+    const Properties* properties = nullptr;
 
     /** Makes the object and joins it to its record, which it owns from then on. */
     void* (*create)(sdbusplus::bus::bus& bus, GANTRY_instance* instance);
+    /** The object's record. */
+    GANTRY_instance* (*instance_of)(const void* object);
     /** Deletes the object through its virtual destructor. */
     void (*remove)(void* object);
     /** The deleter under which the object is tracked: the class's tag, so never that of two. */
@@ -41,6 +43,13 @@ void* create(sdbusplus::bus::bus& bus, GANTRY_instance* instance)
     instance->the_service = object;
     object->inst = instance;
     return object;
+}
+
+/** What a descriptor's `instance_of` is for a class. */
+template <class Class>
+GANTRY_instance* instance_of(const void* object)
+{
+    return static_cast<const Class*>(object)->inst;
 }
 
 /** What a descriptor's `remove` is for a class. */

@@ -1,13 +1,19 @@
 /*
- * The three dispatch loops. All traffic is processed by the sd-event loop that the context attached
- * its connection to; each run of it is an entry into libsystemd, so what a bus callback throws
- * comes out of that run.
+ * What hosts of all interfaces call beside the context: the three dispatch loops, the accessors of
+ * an instance, and the functions of the ten basic types.
+ *
+ * All traffic is processed by the sd-event loop that the context attached its connection to; each
+ * run of it is an entry into libsystemd, so what a bus callback throws comes out of that run.
  */
 #include "carrier.hpp"
+#include "for_bus.hpp"
 #include "gantrycontext.hpp"
+#include "instance.hpp"
 #include "log.hpp"
 
+#include <gantry/instance.h>
 #include <gantry/loop.h>
+#include <gantry/types.hpp>
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-daemon.h>
@@ -15,6 +21,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 #include <optional>
 #include <sdbusplus/exception.hpp>
 
@@ -60,6 +70,84 @@ void wait(sd_bus* bus)
     if (const int result = sd_bus_wait(bus, UINT64_MAX); result < 0)
     {
         throw sdbusplus::exception::SdBusError(-result, "sd_bus_wait");
+    }
+}
+
+/** A seed and a name folded into a number of Type's width: each byte doubles what came before. */
+template <class Type>
+Type fold(const char* name, int seed)
+{
+    using Unsigned = std::make_unsigned_t<Type>;
+    auto value = static_cast<Unsigned>(seed);
+    for (; name != nullptr && *name != '\0'; ++name)
+    {
+        value = static_cast<Unsigned>(2U * value + static_cast<unsigned char>(*name));
+    }
+    return static_cast<Type>(value);
+}
+
+/** The top bit of the byte's fold, so that true and false are equally likely. */
+template <>
+bool fold<bool>(const char* name, int seed)
+{
+    return fold<unsigned char>(name, seed) >= 0x80;
+}
+
+/** A double halves instead of doubling, and so stays in range. */
+template <>
+double fold<double>(const char* name, int seed)
+{
+    double value = seed;
+    for (; name != nullptr && *name != '\0'; ++name)
+    {
+        value = 0.5 * value + static_cast<unsigned char>(*name);
+    }
+    return value;
+}
+
+// One overload for each form of a value in the log.
+
+#define GANTRY_DEBUG(type, letter)                                                                 \
+    void debug(const gantry::Place& place, const char* name, type value)                           \
+    {                                                                                              \
+        GANTRY_LOG_AT(place, gantry::log::trace, "%s=%" letter, name, value);                      \
+    }
+GANTRY_DEBUG(short, "d")
+GANTRY_DEBUG(unsigned short, "u")
+GANTRY_DEBUG(int, "d")
+GANTRY_DEBUG(unsigned int, "u")
+GANTRY_DEBUG(long, "ld")
+GANTRY_DEBUG(unsigned long, "lu")
+GANTRY_DEBUG(double, "g")
+#undef GANTRY_DEBUG
+
+void debug(const gantry::Place& place, const char* name, unsigned char value)
+{
+    const bool printable = value >= 0x20 && value <= 0x7E;
+    GANTRY_LOG_AT(place, gantry::log::trace, "%s=%u (%c)", name, value, printable ? value : '.');
+}
+
+void debug(const gantry::Place& place, const char* name, bool value)
+{
+    if (value)
+    {
+        GANTRY_LOG_AT(place, gantry::log::trace, "%s=true", name);
+    }
+    else
+    {
+        GANTRY_LOG_AT(place, gantry::log::trace, "%s=false", name);
+    }
+}
+
+void debug(const gantry::Place& place, const char* name, const char* value)
+{
+    if (value != nullptr)
+    {
+        GANTRY_LOG_AT(place, gantry::log::trace, "%s=[%s]", name, value);
+    }
+    else
+    {
+        GANTRY_LOG_AT(place, gantry::log::trace, "%s=NULL", name);
     }
 }
 
@@ -128,4 +216,120 @@ try
 catch (const std::exception& error)
 {
     GANTRY_LOG_EXCEPTION(error.what());
+}
+
+void GANTRY_instance_get_context(GANTRY_instance* instance, void** out)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (instance != nullptr && out != nullptr)
+    {
+        *out = instance->vctx;
+    }
+}
+
+void GANTRY_instance_get_path(GANTRY_instance* instance, char** out)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (instance != nullptr && out != nullptr)
+    {
+        *out = instance->path != nullptr ? strdup(instance->path) : nullptr;
+    }
+}
+
+void GANTRY_instance_path_free(char** path)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (path != nullptr)
+    {
+        std::free(std::exchange(*path, nullptr));
+    }
+}
+
+void GANTRY_instance_get_user_private(GANTRY_instance* instance, void** out)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (instance != nullptr && out != nullptr)
+    {
+        *out = instance->user_private;
+    }
+}
+
+#define GANTRY_DEFINE_TYPE(type, c_type)                                                           \
+    void GANTRY_##type##_parse_parameter(sdbusplus::message::message& message, c_type* out)        \
+    {                                                                                              \
+        message.read(*out);                                                                        \
+    }                                                                                              \
+                                                                                                   \
+    void GANTRY_##type##_reply_append(sdbusplus::message::message& message, c_type* appended)      \
+    {                                                                                              \
+        message.append(*appended);                                                                 \
+    }                                                                                              \
+                                                                                                   \
+    void GANTRY_##type##_c_debug(const char* name, c_type* logged)                                 \
+    {                                                                                              \
+        if (name != nullptr && logged != nullptr)                                                  \
+        {                                                                                          \
+            debug(GANTRY_HERE, name, *logged);                                                     \
+        }                                                                                          \
+    }                                                                                              \
+                                                                                                   \
+    c_type GANTRY_##type##_c_skeleton(const char* name, int seed)                                  \
+    {                                                                                              \
+        return fold<c_type>(name, seed);                                                           \
+    }
+GANTRY_FIXED_SIZE_TYPES(GANTRY_DEFINE_TYPE)
+#undef GANTRY_DEFINE_TYPE
+
+void GANTRY_string_parse_parameter(sdbusplus::message::message& message, char** out)
+{
+    std::string text;
+    message.read(text);
+    *out = GANTRY_string_cpp_to_c(text);
+}
+
+void GANTRY_string_reply_append(sdbusplus::message::message& message, char** appended)
+{
+    message.append(gantry::for_bus(GANTRY_string_c_to_cpp(appended)));
+}
+
+void GANTRY_string_c_debug(const char* name, char** logged)
+{
+    if (name != nullptr && logged != nullptr)
+    {
+        debug(GANTRY_HERE, name, *logged);
+    }
+}
+
+char* GANTRY_string_c_skeleton(const char* name, int seed)
+{
+    if (name == nullptr)
+    {
+        return strdup("skeleton string");
+    }
+    char* text = nullptr;
+    return asprintf(&text, "skeleton string for %s %d", name, seed) < 0 ? nullptr : text;
+}
+
+char* GANTRY_string_cpp_to_c(std::string& text)
+{
+    char* copy = strdup(text.c_str());
+    if (copy == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    return copy;
+}
+
+std::string GANTRY_string_c_to_cpp(char** text)
+{
+    return text != nullptr && *text != nullptr ? std::string{*text} : std::string{};
+}
+
+void GANTRY_string_free(char** text)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (text != nullptr)
+    {
+        std::free(std::exchange(*text, nullptr));
+    }
 }

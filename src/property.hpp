@@ -1,6 +1,5 @@
 /*
- * What all properties share: the setter, the bus callbacks, and rows that tell a property's
- * accessors without its class.
+ * What all properties share: the setter and the bus callbacks.
  *
  * A property is a data member with three virtual accessors. The frame works with pointers to the
  * accessors and a class called Object, which stands for each server class in turn. That rests on
@@ -12,14 +11,10 @@
 
 #include <systemd/sd-bus.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstring>
 #include <sdbusplus/sdbus.hpp>
 #include <sdbusplus/server/interface.hpp>
 #include <string>
 #include <type_traits>
-#include <vector>
 
 namespace gantry
 {
@@ -35,6 +30,9 @@ using Getter = Type (Class::*)() const;
 template <class Type, class Class = Object>
 using Setter = Type (Class::*)(Type, bool);
 
+template <class Type, class Class = Object>
+using AnnouncingSetter = Type (Class::*)(Type);
+
 /** How a new value goes to set(): numbers in a register, all else where it is. */
 template <class Type>
 using Passed = std::conditional_t<std::is_scalar_v<Type>, Type, Type&>;
@@ -47,6 +45,25 @@ using Passed = std::conditional_t<std::is_scalar_v<Type>, Type, Type&>;
 template <class Type>
 Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,
          sdbusplus::server::interface::interface& interface, const char* member);
+
+/** set_and_announce() for a class already forgotten. Instantiated once for each type. */
+template <class Type>
+Type set_and_announce(Object& object, Setter<Type> setter, Type& value);
+
+/**
+ * A property's one-argument setter: the two-argument one with an announcement. For types whose
+ * copies are more code than this call; a number is passed on in place.
+ */
+template <class Type, class Class>
+Type set_and_announce(Class& object, Setter<Type, std::type_identity_t<Class>> setter, Type& value)
+{
+    return set_and_announce<Type>(reinterpret_cast<Object&>(object),
+                                  reinterpret_cast<Setter<Type>>(setter), value);
+}
+
+/** A property's getter: a copy of the stored value. For the same types. */
+template <class Type>
+Type get(const Type& stored);
 
 /** get_property() for a class already forgotten. Instantiated once for each property type. */
 template <class Type>
@@ -62,92 +79,21 @@ int get_property(sd_bus_message* reply, const Class& object, sdbusplus::SdBusInt
                               reinterpret_cast<Getter<Type>>(getter));
 }
 
-/** The two accessors of a property that do the work: the third calls the second. */
-template <class Type, class Class>
-struct Accessors
-{
-    Getter<Type, Class> get;
-    Setter<Type, Class> set;
-};
+/** set_property() for a class already forgotten. */
+template <class Type>
+int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterface* bus,
+                 sd_bus_error* error, AnnouncingSetter<Type> setter);
 
 /**
- * The accessors of a property of any one of the types. A union of all of them, because a row must
- * be a constant and a cast of such a pointer isn't one; whoever knows the type reads the bytes.
+ * A writable property's set callback: reads a value and gives it to the one-argument setter. A
+ * failed read leaves the property as it was, and the client gets the error.
  */
-template <class Class, class Type, class... Others>
-union AnyAccessors
+template <class Type, class Class>
+int set_property(sd_bus_message* value, Class& object, sdbusplus::SdBusInterface* bus,
+                 sd_bus_error* error, AnnouncingSetter<Type, std::type_identity_t<Class>> setter)
 {
-    constexpr explicit AnyAccessors(Accessors<Type, Class> accessors) : first(accessors)
-    {
-    }
-    template <class Other>
-    constexpr explicit AnyAccessors(Accessors<Other, Class> accessors) : others(accessors)
-    {
-    }
-
-    Accessors<Type, Class> first;
-    AnyAccessors<Class, Others...> others;
-};
-
-template <class Class, class Type>
-union AnyAccessors<Class, Type>
-{
-    constexpr explicit AnyAccessors(Accessors<Type, Class> accessors) : first(accessors)
-    {
-    }
-
-    Accessors<Type, Class> first;
-};
-
-/** The types that properties have. A type's place in the list is its tag in a row. */
-template <class... Types>
-struct TypeList
-{
-    template <class Type>
-    static consteval std::uint8_t tag()
-    {
-        static_assert((std::is_same_v<Type, Types> || ...), "no property has this type");
-        std::uint8_t tag = 0;
-        static_cast<void>(((std::is_same_v<Type, Types> || (++tag, false)) || ...));
-        return tag;
-    }
-
-    template <class Class>
-    using Any = AnyAccessors<Class, Types...>;
-};
-
-using PropertyTypes = TypeList<bool, double, short, std::string, std::vector<std::string>,
-                               unsigned short, unsigned int, unsigned long, unsigned char>;
-
-static_assert(sizeof(long) == 8, "D-Bus x and t are long and unsigned long");
-
-/** One property of a class: its member name, type and accessors. */
-template <class Class>
-struct Property
-{
-    template <class Type>
-    constexpr Property(const char* member_name, Getter<Type, Class> get, Setter<Type, Class> set) :
-        member(member_name),
-        length(static_cast<std::uint8_t>(std::char_traits<char>::length(member_name))),
-        type(PropertyTypes::tag<Type>()),
-        accessors(Accessors<Type, Class>{get, set})
-    {
-    }
-
-    const char* member;
-    /** Of the member name: D-Bus allows 255 bytes. */
-    std::uint8_t length;
-    std::uint8_t type;
-    PropertyTypes::Any<Class> accessors;
-};
-
-/** A row's accessors, for one who has looked at its type. */
-template <class Type>
-Accessors<Type, Object> accessors_of(const Property<Object>& property)
-{
-    Accessors<Type, Object> accessors;
-    std::memcpy(static_cast<void*>(&accessors), &property.accessors, sizeof accessors);
-    return accessors;
+    return set_property<Type>(value, reinterpret_cast<Object&>(object), bus, error,
+                              reinterpret_cast<AnnouncingSetter<Type>>(setter));
 }
 
 } // namespace gantry

@@ -1,0 +1,33 @@
+/*
+ * The ten basic types between a message and C values, for C++ code that serves methods itself.
+ *
+ * GANTRY_<type>_parse_parameter reads the message's next value into *out; it throws SdBusError when
+ * that is another type or there is none. A string is a heap copy, the caller's to release with
+ * GANTRY_string_free. GANTRY_<type>_reply_append appends *value; a null string, or a null `value`
+ * of one, is the empty string. Nothing here takes a null `out`, or a null `value` of another type.
+ */
+#pragma once
+
+#include <gantry/types.h>
+
+#include <sdbusplus/message.hpp>
+
+#include <string>
+
+#define GANTRY_DECLARE_TYPE(type, value)                                                           \
+    GANTRY_API void GANTRY_##type##_parse_parameter(sdbusplus::message::message& message,          \
+                                                    value* out);                                   \
+    GANTRY_API void GANTRY_##type##_reply_append(sdbusplus::message::message& message,             \
+                                                 value* appended);
+GANTRY_FIXED_SIZE_TYPES(GANTRY_DECLARE_TYPE)
+GANTRY_DECLARE_TYPE(string, char*)
+#undef GANTRY_DECLARE_TYPE
+
+/** A strdup() copy of the text, the caller's. Throws std::bad_alloc. */
+GANTRY_API char* GANTRY_string_cpp_to_c(std::string& text);
+
+/** The text; empty when the argument or what it points to is null. */
+GANTRY_API std::string GANTRY_string_c_to_cpp(char** text);
+
+/** Frees *text and sets it to null. Null, or null in *text, is nothing to do. */
+GANTRY_API void GANTRY_string_free(char** text);

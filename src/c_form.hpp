@@ -1,0 +1,270 @@
+/*
+ * Values as C sees them. Each server-side type has one C form: a number is itself, a string is heap
+ * text, an array or a set is a pointer to an array record and a struct a pointer to a structure
+ * record, recursively. CForm says how a form is made from a value, read back into one, and
+ * released.
+ *
+ * Records are calloc()ed before they are filled, and null means empty at every level. So a record
+ * that was only half filled when memory ran out is released like a whole one.
+ */
+#pragma once
+
+#include <gantry/types.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <set>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace gantry
+{
+
+/** calloc() that throws. */
+inline void* allocate(std::size_t count, std::size_t size)
+{
+    void* block = std::calloc(count, size);
+    if (block == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+
+/** Numbers, which need nothing. */
+template <class Type>
+struct CForm
+{
+    static_assert(std::is_arithmetic_v<Type>, "this type has no C form");
+
+    using type = Type;
+
+    static void make(type& form, const Type& value)
+    {
+        form = value;
+    }
+    static Type read(type form)
+    {
+        return form;
+    }
+    static void release(type& /*form*/) noexcept
+    {
+    }
+};
+
+template <>
+struct CForm<std::string>
+{
+    using type = char*;
+
+    static void make(type& form, const std::string& value)
+    {
+        // The function takes what it only reads by non-const reference; hosts link to that name.
+        form = GANTRY_string_cpp_to_c(const_cast<std::string&>(value));
+    }
+    static std::string read(type form)
+    {
+        return GANTRY_string_c_to_cpp(&form);
+    }
+    static void release(type& form) noexcept
+    {
+        GANTRY_string_free(&form);
+    }
+};
+
+/** The shape of every array record. */
+template <class Element>
+struct ArrayRecord
+{
+    Element* data;
+    unsigned long count;
+};
+
+/** Arrays and sets. */
+template <class Container>
+struct ArrayForm
+{
+    using Value = typename Container::value_type;
+    using Element = CForm<Value>;
+    using Record = ArrayRecord<typename Element::type>;
+    using type = Record*;
+
+    static constexpr bool is_block = std::is_arithmetic_v<Value>;
+
+    static void make(type& form, const Container& values)
+    {
+        if (values.empty())
+        {
+            return;
+        }
+        form = static_cast<type>(allocate(1, sizeof(Record)));
+        form->data = static_cast<decltype(form->data)>(
+            allocate(values.size(), sizeof(typename Element::type)));
+        form->count = values.size();
+        auto* element = form->data;
+        for (const auto& value : values)
+        {
+            Element::make(*element++, value);
+        }
+    }
+
+    static Container read(type form)
+    {
+        Container values;
+        if (form == nullptr || form->data == nullptr)
+        {
+            return values;
+        }
+        if constexpr (is_block)
+        {
+            values = Container(form->data, form->data + form->count);
+        }
+        else
+        {
+            for (std::size_t index = 0; index < form->count; ++index)
+            {
+                values.insert(values.end(), Element::read(form->data[index]));
+            }
+        }
+        return values;
+    }
+
+    static void release(type& form) noexcept
+    {
+        if (form == nullptr)
+        {
+            return;
+        }
+        if constexpr (!is_block)
+        {
+            for (std::size_t index = 0; form->data != nullptr && index < form->count; ++index)
+            {
+                Element::release(form->data[index]);
+            }
+        }
+        std::free(std::exchange(form->data, nullptr));
+        std::free(std::exchange(form, nullptr));
+    }
+};
+
+template <class Value>
+struct CForm<std::vector<Value>> : ArrayForm<std::vector<Value>>
+{
+};
+
+template <class Value>
+struct CForm<std::set<Value>> : ArrayForm<std::set<Value>>
+{
+};
+
+/** Structs: one field per member, in order, each at its natural alignment, as C lays them out. */
+template <class... Members>
+struct CForm<std::tuple<Members...>>
+{
+    using Value = std::tuple<Members...>;
+    using type = void*;
+
+    static constexpr std::size_t count = sizeof...(Members);
+
+    struct Layout
+    {
+        std::array<std::size_t, count> offsets;
+        std::size_t size;
+    };
+
+    static constexpr Layout layout = []
+    {
+        constexpr std::array sizes{sizeof(typename CForm<Members>::type)...};
+        constexpr std::array alignments{alignof(typename CForm<Members>::type)...};
+        Layout result{};
+        std::size_t widest = 1;
+        for (std::size_t index = 0; index < count; ++index)
+        {
+            const std::size_t alignment = alignments[index];
+            result.offsets[index] = (result.size + alignment - 1) / alignment * alignment;
+            result.size = result.offsets[index] + sizes[index];
+            widest = std::max(widest, alignment);
+        }
+        result.size = (result.size + widest - 1) / widest * widest;
+        return result;
+    }();
+
+    template <std::size_t index>
+    static auto& field(type form)
+    {
+        using Field = typename CForm<std::tuple_element_t<index, Value>>::type;
+        return *reinterpret_cast<Field*>(static_cast<std::byte*>(form) + layout.offsets[index]);
+    }
+
+    static void make(type& form, const Value& value)
+    {
+        form = allocate(1, layout.size);
+        [&]<std::size_t... index>(std::index_sequence<index...>)
+        {
+            (CForm<Members>::make(field<index>(form), std::get<index>(value)), ...);
+        }
+        (std::make_index_sequence<count>{});
+    }
+
+    static Value read(type form)
+    {
+        Value value{};
+        if (form != nullptr)
+        {
+            [&]<std::size_t... index>(std::index_sequence<index...>)
+            {
+                ((std::get<index>(value) = CForm<Members>::read(field<index>(form))), ...);
+            }
+            (std::make_index_sequence<count>{});
+        }
+        return value;
+    }
+
+    static void release(type& form) noexcept
+    {
+        if (form != nullptr)
+        {
+            [&]<std::size_t... index>(std::index_sequence<index...>)
+            {
+                (CForm<Members>::release(field<index>(form)), ...);
+            }
+            (std::make_index_sequence<count>{});
+            std::free(std::exchange(form, nullptr));
+        }
+    }
+};
+
+/**
+ * The C forms of several values, zero at first. They are released in the order of the types, which
+ * hosts with allocators of their own can see.
+ */
+template <class... Types>
+class CForms
+{
+  public:
+    CForms() = default;
+    ~CForms()
+    {
+        std::apply([](auto&... form) { (CForm<Types>::release(form), ...); }, forms);
+    }
+    CForms(const CForms&) = delete;
+    CForms(CForms&&) = delete;
+    CForms& operator=(const CForms&) = delete;
+    CForms& operator=(CForms&&) = delete;
+
+    void make(const Types&... values)
+    {
+        std::apply([&](auto&... form) { (CForm<Types>::make(form, values), ...); }, forms);
+    }
+
+    std::tuple<typename CForm<Types>::type...> forms{};
+};
+
+} // namespace gantry

@@ -1,0 +1,122 @@
+/*
+ * The bodies behind property.hpp, for the files that instantiate them: a file for each group of
+ * types.
+ */
+#pragma once
+
+#include "carrier.hpp"
+#include "for_bus.hpp"
+#include "property.hpp"
+#include "property_types.hpp"
+
+#include <functional>
+#include <sdbusplus/sdbuspp_support/server.hpp>
+#include <utility>
+
+namespace gantry
+{
+
+/** Announces a change. sd-bus runs getters to do so, hence the carrier. */
+inline void announce(sdbusplus::server::interface::interface& interface, const char* member)
+{
+    Carrier::enter([&interface, member] { interface.property_changed(member); });
+}
+
+template <class Type>
+Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,
+         sdbusplus::server::interface::interface& interface, const char* member)
+{
+    if (stored != value)
+    {
+        stored = std::move(value);
+        if (!skip_signal)
+        {
+            announce(interface, member);
+        }
+    }
+    return stored;
+}
+
+template <class Type>
+Type set_and_announce(Object& object, Setter<Type> setter, Type& value)
+{
+    return (object.*setter)(std::move(value), false);
+}
+
+template <class Type>
+Type get(const Type& stored)
+{
+    return stored;
+}
+
+// What sdbusplus is given as a std::function, by reference: that fits into one, so nothing is
+// allocated. They have names because a std::function keeps its type's name in the binary.
+
+template <class Type>
+struct Get
+{
+    const Object& object;
+    Getter<Type> getter;
+
+    Type operator()() const
+    {
+        return for_bus((object.*getter)());
+    }
+};
+
+template <class Type>
+struct Set
+{
+    Object& object;
+    AnnouncingSetter<Type> setter;
+
+    void operator()(Type&& value) const
+    {
+        (object.*setter)(std::move(value));
+    }
+};
+
+template <class Type>
+int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusInterface* bus,
+                 sd_bus_error* error, Getter<Type> getter)
+{
+    const Get<Type> get{object, getter};
+    return at_edge(
+        [&]
+        {
+            return sdbusplus::sdbuspp::property_callback(reply, bus, error,
+                                                         std::function<Type()>(std::cref(get)));
+        },
+        as_error);
+}
+
+template <class Type>
+int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterface* bus,
+                 sd_bus_error* error, AnnouncingSetter<Type> setter)
+{
+    const Set<Type> set{object, setter};
+    return at_edge(
+        [&]
+        {
+            return sdbusplus::sdbuspp::property_callback(
+                value, bus, error, std::function<void(Type &&)>(std::cref(set)));
+        },
+        as_error);
+}
+
+} // namespace gantry
+
+#define GANTRY_NUMBER_PROPERTY(...)                                                                \
+    template __VA_ARGS__ set(__VA_ARGS__&, Passed<__VA_ARGS__>, bool,                              \
+                             sdbusplus::server::interface::interface&, const char*);               \
+    template int get_property(sd_bus_message*, const Object&, sdbusplus::SdBusInterface*,          \
+                              sd_bus_error*, Getter<__VA_ARGS__>);
+
+#define GANTRY_PROPERTY(...)                                                                       \
+    GANTRY_NUMBER_PROPERTY(__VA_ARGS__)                                                            \
+    template __VA_ARGS__ set_and_announce(Object&, Setter<__VA_ARGS__>, __VA_ARGS__&);             \
+    template __VA_ARGS__ get(const __VA_ARGS__&);
+
+#define GANTRY_WRITABLE_PROPERTY(...)                                                              \
+    template int set_property(sd_bus_message*, Object&, sdbusplus::SdBusInterface*, sd_bus_error*, \
+                              AnnouncingSetter<__VA_ARGS__>);

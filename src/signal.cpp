@@ -1,0 +1,54 @@
+#include "signal.hpp"
+
+#include <string>
+
+namespace gantry
+{
+
+const GANTRY_instance* find_sender(const Place& place, const Descriptor& descriptor,
+                                   const GANTRY_instance* instance)
+{
+    if (instance == nullptr)
+    {
+        GANTRY_LOG_AT(place, log::trace, "cpp_inst is nullptr, getting default");
+        GANTRY_cpp_context* context = nullptr;
+        GANTRY_context_management(nullptr, &context);
+        if (context == nullptr)
+        {
+            GANTRY_LOG_AT(place, log::fault, "vctx is NULL");
+            return nullptr;
+        }
+        for (const auto& tracked : context->tracker)
+        {
+            GANTRY_LOG_AT(place, log::trace, "checking tracker");
+            if (tracked.deleter == descriptor.destroy)
+            {
+                GANTRY_LOG_AT(place, log::trace, "found instance");
+                instance = descriptor.instance_of(tracked.object);
+                break;
+            }
+        }
+        if (instance == nullptr)
+        {
+            GANTRY_LOG_AT(place, log::failed, "cpp_inst is still nullptr");
+            return nullptr;
+        }
+    }
+    if (instance->the_service == nullptr)
+    {
+        GANTRY_LOG_AT(place, log::failed, "the_service is nullptr");
+        return nullptr;
+    }
+    return instance;
+}
+
+void subscribe(GANTRY_cpp_context& context, const char* member,
+               std::function<void(sdbusplus::message::message&)> arrival)
+{
+    const std::string rule = std::string("type='signal',") + "member='" + member + "',";
+    auto match = std::make_unique<sdbusplus::bus::match::match>(context.bus, rule.c_str(),
+                                                                std::move(arrival));
+    context.signal_matches.push_back(std::move(match));
+}
+
+} // namespace gantry

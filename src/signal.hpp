@@ -1,0 +1,135 @@
+/*
+ * Signals, out and in.
+ *
+ * Out: a server class's emitting operation sends a message from its object. The exported function
+ * finds the object, the host's own or the first of its class on the thread's context, and turns the
+ * C values into the operation's.
+ *
+ * In: a subscription is a match on the member name alone. Each arrival is read into C forms, lent
+ * to the host's callback, and released. Any client of the bus can send a signal of that name, so
+ * one whose values can't be read is logged and dropped: it ends nobody's loop.
+ */
+#pragma once
+
+#include "carrier.hpp"
+#include "descriptor.hpp"
+#include "dispatch.hpp"
+#include "for_bus.hpp"
+
+#include <functional>
+#include <sdbusplus/exception.hpp>
+#include <sdbusplus/message.hpp>
+#include <sdbusplus/server/interface.hpp>
+
+namespace gantry
+{
+
+/** An emitting operation's body. Throws SdBusError when the signal can't be made or sent. */
+template <class... Values>
+void emit(sdbusplus::server::interface::interface& interface, const char* member,
+          const Values&... values)
+{
+    auto message = interface.new_signal(member);
+    message.append(for_bus(values)...);
+    message.signal_send();
+}
+
+/**
+ * The record whose object a signal is to come from: `instance`, or for null that of the first
+ * object of the class on the thread's context. Null, and logged, when there is none.
+ */
+const GANTRY_instance* find_sender(const Place& place, const Descriptor& descriptor,
+                                   const GANTRY_instance* instance);
+
+/** A C argument as the host's header declares it, turned into the value that is sent. */
+template <class Value, class Form>
+Value from_c(Form form)
+{
+    if constexpr (std::is_pointer_v<Form>)
+    {
+        // Only read: what a host gives to a signal stays the host's.
+        return CForm<Value>::read((typename CForm<Value>::type)(form));
+    }
+    else
+    {
+        return CForm<Value>::read(form);
+    }
+}
+
+/** The body of an exported emitting function. */
+template <class Class, class Server, class... Values, class... Forms>
+void send_signal(const Place& place, const Descriptor& descriptor, const GANTRY_instance* instance,
+                 void (Server::*operation)(Values...), Forms... forms)
+try
+{
+    GANTRY_LOG_AT(place, log::trace, "enter");
+    if (const auto* sender = find_sender(place, descriptor, instance))
+    {
+        (static_cast<Class*>(sender->the_service)->*operation)(from_c<Values>(forms)...);
+    }
+}
+catch (const std::exception& failure)
+{
+    GANTRY_LOG_EXCEPTION_AT(place, failure.what());
+}
+
+/** Adds a match on the member name to the context. */
+void subscribe(GANTRY_cpp_context& context, const char* member,
+               std::function<void(sdbusplus::message::message&)> arrival);
+
+/** Reads a signal's values. False, and logged, when they aren't what the table says. */
+template <class... Values>
+bool read_signal(const Place& place, sdbusplus::message::message& message,
+                 CForms<Values...>& values)
+try
+{
+    std::apply([&](auto&... form) { (read_form<Values>(message, form), ...); }, values.forms);
+    return true;
+}
+catch (const sdbusplus::exception::SdBusError& failure)
+{
+    GANTRY_LOG_EXCEPTION_AT(place, failure.what());
+    return false;
+}
+
+/** The body of an exported subscription function. The host's callback must not be null. */
+template <class... Values, class Callback>
+void receive_signal(const Place& place, GANTRY_cpp_context* context, const char* member,
+                    Callback* callback)
+try
+{
+    using Form = void (*)(GANTRY_cpp_context*, typename CForm<Values>::type...);
+
+    GANTRY_LOG_AT(place, log::trace, "enter");
+    GANTRY_context_management(context, &context);
+    if (context == nullptr)
+    {
+        GANTRY_LOG_AT(place, log::fault, "vctx is NULL");
+        return;
+    }
+    subscribe(*context, member,
+              [context, callback = reinterpret_cast<Form>(callback), stem = place.stem,
+               line = place.line](sdbusplus::message::message& message)
+              {
+                  const Place arrival{stem, line, static_cast<const char*>(__func__)};
+                  at_edge(
+                      [&]
+                      {
+                          GANTRY_LOG_AT(arrival, log::trace, "enter lambda");
+                          CForms<Values...> values;
+                          if (read_signal(arrival, message, values))
+                          {
+                              std::apply([&](auto... form) { callback(context, form...); },
+                                         values.forms);
+                          }
+                          return 0;
+                      },
+                      as_handled);
+              });
+}
+catch (const std::exception& failure)
+{
+    GANTRY_LOG_EXCEPTION_AT(place, failure.what());
+}
+
+} // namespace gantry
