@@ -1,0 +1,47 @@
+// Stand-ins: functions of the test program's with the names of libsystemd's or libc's. The dynamic
+// linker prefers them, so what the library under test calls comes to them first.
+#pragma once
+
+#include <deque>
+#include <initializer_list>
+
+#include <dlfcn.h>
+
+namespace stand_in
+{
+
+// The function that a stand-in hides, to pass calls on to.
+template <class Function>
+Function* hidden(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// The results that a stand-in gives to the next calls, before it passes calls on.
+class Script
+{
+  public:
+    Script& operator=(std::initializer_list<int> results)
+    {
+        results_ = results;
+        return *this;
+    }
+
+    // `stand_in` is there for its type.
+    template <class Function, class... Args>
+    int next_or(const char* name, Function& /*stand_in*/, Args... args)
+    {
+        if (results_.empty())
+        {
+            return hidden<Function>(name)(args...);
+        }
+        const int result = results_.front();
+        results_.pop_front();
+        return result;
+    }
+
+  private:
+    std::deque<int> results_;
+};
+
+} // namespace stand_in

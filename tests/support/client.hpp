@@ -1,0 +1,254 @@
+// A D-Bus client for a test whose service lives on the same thread. A blocking call would wait for
+// a service that cannot run, so a call is sent and then the client takes turns: one run of the
+// test's pump (a pass of the service's loop), one look at its own connection, a short sleep on it.
+// A service on another thread or process needs no pump.
+//
+// The connection is the client's own, not the thread's default one and on no event loop. No wait is
+// without end: `deadline` bounds each.
+//
+// Only libsystemd is used, so a fault of the code under test cannot hide in here.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <iosfwd>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include <systemd/sd-bus.h>
+
+namespace support
+{
+
+// Long enough for a busy machine under valgrind; reached only by a failing test.
+inline constexpr std::chrono::seconds deadline{30};
+
+struct MessageUnref
+{
+    void operator()(sd_bus_message* message) const noexcept
+    {
+        sd_bus_message_unref(message);
+    }
+};
+using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
+
+// Where a call goes: a well-known or unique name, and an object path.
+struct Object
+{
+    std::string service;
+    std::string path;
+};
+
+struct Reply
+{
+    enum class State
+    {
+        none, // no reply so far
+        reply,
+        error,
+    };
+
+    State state = State::none;
+    // The reply rendered (render.hpp); "error NAME: MESSAGE"; or "no reply".
+    std::string text = "no reply";
+    std::string error_name;
+    std::string error_message;
+    Message message; // the reply or error itself, rewound; null without one
+
+    [[nodiscard]] bool ok() const noexcept
+    {
+        return state == State::reply;
+    }
+};
+
+std::ostream& operator<<(std::ostream& out, const Reply& reply);
+
+struct Signal
+{
+    std::string sender; // a unique name
+    std::string path;
+    std::string interface;
+    std::string member;
+    std::string body; // rendered
+    // Of org.freedesktop.DBus.Properties.PropertiesChanged alone:
+    std::string changed_interface;
+    std::map<std::string, std::string> changed; // name to value, such as `s "text"`
+    std::vector<std::string> invalidated;
+};
+
+std::ostream& operator<<(std::ostream& out, const Signal& signal);
+
+using Properties = std::map<std::string, std::string>;                           // name to value
+using ManagedObjects = std::map<std::string, std::map<std::string, Properties>>; // path, interface
+
+class Client
+{
+  public:
+    using Pump = std::function<void()>;
+
+    // A call that was sent and may be answered later. Dropping it drops the interest in the reply.
+    class Pending
+    {
+      public:
+        Pending(Pending&&) noexcept = default;
+        Pending& operator=(Pending&&) noexcept = default;
+        Pending(const Pending&) = delete;
+        Pending& operator=(const Pending&) = delete;
+        ~Pending() = default;
+
+        [[nodiscard]] bool done() const noexcept
+        {
+            return reply_->state != Reply::State::none;
+        }
+        // The reply, or State::none while there is none.
+        [[nodiscard]] const Reply& reply() const noexcept
+        {
+            return *reply_;
+        }
+
+      private:
+        friend class Client;
+        struct SlotUnref
+        {
+            void operator()(sd_bus_slot* slot) const noexcept
+            {
+                sd_bus_slot_unref(slot);
+            }
+        };
+        Pending() : reply_(std::make_unique<Reply>())
+        {
+        }
+
+        std::unique_ptr<Reply> reply_; // sd-bus holds its address
+        std::unique_ptr<sd_bus_slot, SlotUnref> slot_;
+    };
+
+    // Connects to $DBUS_SYSTEM_BUS_ADDRESS. Throws std::system_error, here and below, whenever an
+    // sd-bus call fails (a broken connection is ECONNRESET or ENOTCONN).
+    explicit Client(Pump pump = {});
+    ~Client();
+    Client(const Client&) = delete;
+    Client(Client&&) = delete;
+    Client& operator=(const Client&) = delete;
+    Client& operator=(Client&&) = delete;
+
+    // Calls a method and waits for the reply, until the deadline. `types` and `args` are those of
+    // sd_bus_message_append: C strings, integers promoted as for printf.
+    template <typename... Args>
+    Reply call(const Object& object, const char* interface, const char* member,
+               const char* types = "", Args... args)
+    {
+        Pending pending = start(object, interface, member, types, args...);
+        return wait(std::move(pending));
+    }
+
+    // Sends the call alone; it leaves with the next turn.
+    template <typename... Args>
+    Pending start(const Object& object, const char* interface, const char* member,
+                  const char* types = "", Args... args)
+    {
+        return start(append(new_call(object, interface, member), types, args...));
+    }
+
+    // For bodies that sd_bus_message_append cannot express: build on new_call(), then start().
+    Message new_call(const Object& object, const char* interface, const char* member);
+    Pending start(Message call);
+    Reply wait(Pending pending);
+
+    // Takes turns until the condition holds; false when the deadline came first.
+    bool wait_for(const std::function<bool()>& condition);
+    // Takes this many turns.
+    void turns(int count);
+
+    // A round trip to the service behind all that was sent before: when it returns, the service
+    // has handled every earlier call of this client, and what it had sent by then is here. So a
+    // Pending that is not done now was left unanswered, and a signal that is not in signals() was
+    // not sent. Throws std::runtime_error at the deadline.
+    void settle(const std::string& service);
+
+    // org.freedesktop.DBus.Properties. The reply's text is the value, such as `s "text"`.
+    Reply get(const Object& object, const char* interface, const char* property);
+    template <typename... Args>
+    Reply set(const Object& object, const char* interface, const char* property, const char* type,
+              Args... args)
+    {
+        return call(object, "org.freedesktop.DBus.Properties", "Set", "ssv", interface, property,
+                    type, args...);
+    }
+    // These throw std::runtime_error with the reply's text when it is no success; use call() to
+    // look into a failure.
+    Properties get_all(const Object& object, const char* interface);
+    ManagedObjects managed_objects(const Object& object);
+    std::string introspect(const Object& object);
+
+    // Collects the signals of a match rule from here on. The daemon's own signals (NameAcquired and
+    // so on) are left out unless the rule names org.freedesktop.DBus. Overlapping rules collect a
+    // signal once for each.
+    void subscribe(const std::string& rule = "type='signal'");
+    [[nodiscard]] const std::vector<Signal>& signals() const noexcept
+    {
+        return signals_;
+    }
+    // Those of one member, for instance "PropertiesChanged".
+    [[nodiscard]] std::vector<Signal> signals(std::string_view member) const;
+    void clear_signals() noexcept
+    {
+        signals_.clear();
+    }
+
+    // Broadcasts a signal, or sends it to `destination` alone if that is not null.
+    template <typename... Args>
+    void emit(const char* destination, const char* path, const char* interface, const char* member,
+              const char* types = "", Args... args)
+    {
+        send(append(new_signal(destination, path, interface, member), types, args...));
+    }
+    Message new_signal(const char* destination, const char* path, const char* interface,
+                       const char* member);
+    // Sends a message of which no reply is wanted and flushes.
+    void send(Message message);
+
+    void request_name(const char* name);
+    // Whether the name has an owner, by the daemon's word.
+    bool name_has_owner(const char* name);
+    // The unique name that owns a name; empty when none does.
+    std::string name_owner(const char* name);
+
+    [[nodiscard]] std::string unique_name() const;
+    [[nodiscard]] sd_bus* bus() const noexcept
+    {
+        return bus_.get();
+    }
+
+  private:
+    struct BusClose
+    {
+        void operator()(sd_bus* bus) const noexcept
+        {
+            sd_bus_flush_close_unref(bus);
+        }
+    };
+
+    template <typename... Args>
+    static Message append(Message message, const char* types, Args... args)
+    {
+        static_assert((std::is_scalar_v<Args> && ...), "pass C strings and numbers");
+        if (*types != '\0')
+        {
+            check(sd_bus_message_append(message.get(), types, args...), "sd_bus_message_append");
+        }
+        return message;
+    }
+    static int check(int result, const char* call);
+    void turn();
+
+    Pump pump_;
+    std::unique_ptr<sd_bus, BusClose> bus_;
+    std::vector<Signal> signals_;
+};
+
+} // namespace support

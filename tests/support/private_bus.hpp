@@ -1,0 +1,60 @@
+// A message bus of the test's own. It stands in for the system bus: same kind of daemon, a policy
+// that allows everything, and DBUS_SYSTEM_BUS_ADDRESS pointing at it, so that whatever the code
+// under test opens as "the system bus" is this one.
+//
+// test_main.cpp runs one for the whole program; support::bus() hands it out.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <sys/types.h>
+
+#include "support/temp_dir.hpp"
+
+namespace support
+{
+
+class PrivateBus
+{
+  public:
+    // Starts the daemon, waits until it listens and sets DBUS_SYSTEM_BUS_ADDRESS. Call it on the
+    // main thread before other threads start: the environment is not thread-safe, and the daemon
+    // is killed when the thread that started it ends. Throws std::runtime_error when there is no
+    // dbus-daemon or it does not come up.
+    PrivateBus();
+    // Ends the daemon, restores the environment and removes the directory.
+    ~PrivateBus();
+    PrivateBus(const PrivateBus&) = delete;
+    PrivateBus(PrivateBus&&) = delete;
+    PrivateBus& operator=(const PrivateBus&) = delete;
+    PrivateBus& operator=(PrivateBus&&) = delete;
+
+    // Ends the daemon; every connection to it breaks, and new ones are refused.
+    void kill() noexcept;
+    // Starts a daemon at the same address again, ending the old one if it runs.
+    void restart();
+
+    [[nodiscard]] const std::string& address() const noexcept
+    {
+        return address_;
+    }
+    // The daemon's process id, or -1 when it is not running.
+    [[nodiscard]] pid_t pid() const noexcept
+    {
+        return pid_;
+    }
+
+  private:
+    void start();
+
+    TempDir dir_;
+    std::string address_;
+    std::optional<std::string> previous_address_;
+    pid_t pid_ = -1;
+};
+
+// The bus that test_main.cpp started. Throws std::logic_error in a program with another main.
+PrivateBus& bus();
+
+} // namespace support
