@@ -3,8 +3,8 @@
 
     sizes.py LIBRARY OBJECT_DIRECTORY TABLE...
 
-LIBRARY is a release build. OBJECT_DIRECTORY has the objects of the generated code and the frame,
-which is what grows with the catalogue.
+LIBRARY is a release build, and OBJECT_DIRECTORY has its objects. What the stand-ins of sdbusplus
+and sdeventplus bring into the library counts too.
 """
 
 import pathlib
@@ -51,15 +51,15 @@ def main():
         relocations = output("readelf", "-rW", stripped)
     looked_up = len(re.findall(r"\bR_\w+_(?:GLOB_DAT|JUMP_SLOT?|ABS64|64|COPY)\b", relocations))
 
-    code = sum(text_size(path) for path in pathlib.Path(objects).glob("*.o"))
     entries = sum(
         text_size(path) for path in pathlib.Path(objects).glob("meson-generated_*_server.cpp.o")
     )
-    report(".text of generated code and frame", code, properties, 450)
-    report(".text of generated code", entries, properties)
-    report(".text of the whole library", whole_text, properties)
-    report("loaded read-only (size's text)", loaded, properties)
-    report("relocations that look up a symbol", looked_up, properties)
+    verdict = "met" if whole_text <= 480 * 1024 else "MISSED"
+    print(f".text of the whole library: {whole_text / 1024:.0f} KiB (bar 480: {verdict})")
+    report(".text of the whole library", whole_text, properties, 450)
+    report(".text of generated code", entries, properties, 450)
+    report("loaded read-only (size's text)", loaded, properties, 1350)
+    report("relocations that look up a symbol", looked_up, properties, 0.65)
 
 
 main()
