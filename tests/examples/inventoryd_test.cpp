@@ -15,8 +15,6 @@
 namespace
 {
 
-using namespace std::string_literals;
-
 constexpr auto service = "com.orvane.velmar.inventory";
 
 void write_file(const std::filesystem::path& file, const std::string& text)
@@ -109,7 +107,7 @@ TEST(Inventoryd, PublishesWhatSysfsShowsAndFollowsIt)
 
     Host host{sys};
     support::Client client;
-    client.subscribe("type='signal',sender='"s + service + "'");
+    client.subscribe();
     client.wait_for([&] { return client.name_has_owner(service); });
 
     const support::Object device{service,
@@ -171,9 +169,14 @@ TEST(Inventoryd, PublishesWhatSysfsShowsAndFollowsIt)
                 }
                 for (const auto& [name, value] : signal.changed)
                 {
-                    (name == "LinkStatus"      ? status
-                     : name == "DiscardedPkts" ? dropped
-                                               : ""s) = value;
+                    if (name == "LinkStatus")
+                    {
+                        status = value;
+                    }
+                    else if (name == "DiscardedPkts")
+                    {
+                        dropped = value;
+                    }
                 }
             }
             return !status.empty() && !dropped.empty();
