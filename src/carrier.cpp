@@ -96,8 +96,10 @@ int Carrier::take() noexcept
     return error;
 }
 
-// libstdc++ hands a forced unwind to its handler as a reference to nothing, which UBSan takes amiss.
-[[gnu::no_sanitize("null")]] int at_edge(int (*call)(const void* what), const void* what, int (*failed)(int error))
+// libstdc++ hands a forced unwind to its handler as a reference to nothing, which UBSan takes
+// amiss.
+[[gnu::no_sanitize("null")]] int at_edge(int (*call)(const void* what), const void* what,
+                                         int (*failed)(int error))
 {
     try
     {

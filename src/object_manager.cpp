@@ -19,6 +19,7 @@ sd_bus_slot* slot_of(const Manager& manager)
 {
     static_assert(sizeof(Manager) == sizeof(sd_bus_slot*));
     sd_bus_slot* slot = nullptr;
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): it is the pointer that is copied
     std::memcpy(&slot, static_cast<const void*>(&manager), sizeof slot);
     return slot;
 }

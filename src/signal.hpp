@@ -111,6 +111,7 @@ try
               [context, callback = reinterpret_cast<Form>(callback), stem = place.stem,
                line = place.line](sdbusplus::message::message& message)
               {
+                  // NOLINTNEXTLINE(bugprone-lambda-function-name): the name that the log tells
                   const Place arrival{stem, line, static_cast<const char*>(__func__)};
                   at_edge(
                       [&]

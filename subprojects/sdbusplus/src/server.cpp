@@ -1,5 +1,5 @@
-#include "sdbusplus/exception.hpp"
 #include "sdbusplus/sdbuspp_support/server.hpp"
+#include "sdbusplus/exception.hpp"
 #include "sdbusplus/server/transaction.hpp"
 
 namespace sdbusplus

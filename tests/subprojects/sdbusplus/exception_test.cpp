@@ -70,7 +70,7 @@ TEST(SdBusError, every_copy_keeps_its_texts)
 
 TEST(SdBusError, becomes_the_error_of_a_callback)
 {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     EXPECT_EQ(SdBusError(EACCES, "call").set_error(&sdbusplus::sdbus_impl, &error), -EACCES);
     EXPECT_STREQ(error.name, SD_BUS_ERROR_ACCESS_DENIED);
     EXPECT_STREQ(error.message, "call: Permission denied");

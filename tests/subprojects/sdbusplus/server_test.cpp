@@ -113,7 +113,7 @@ class Callbacks : public testing::Test
     Peer peer;
     ServerCalls calls;
     Message call;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     uint64_t in_function = 0;
 };
 

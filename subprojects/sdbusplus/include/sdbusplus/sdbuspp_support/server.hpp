@@ -31,8 +31,7 @@ int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error, const 
 {
     return serve(
         msg, intf, error,
-        [](const void* what, message::message& m) { (*static_cast<const Body*>(what))(m); },
-        &body);
+        [](const void* what, message::message& m) { (*static_cast<const Body*>(what))(m); }, &body);
 }
 
 } // namespace details
@@ -48,16 +47,18 @@ int property_callback(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* e
 {
     static_assert(sizeof...(Args) == (std::is_void_v<R> ? 1 : 0), "a getter or a setter");
 
-    return details::serve(msg, intf, error, [&](message::message& m) {
-        if constexpr (std::is_void_v<R>)
-        {
-            std::apply(f, message::read_values<Args...>(intf, m.get()));
-        }
-        else
-        {
-            m.append(f());
-        }
-    });
+    return details::serve(msg, intf, error,
+                          [&](message::message& m)
+                          {
+                              if constexpr (std::is_void_v<R>)
+                              {
+                                  std::apply(f, message::read_values<Args...>(intf, m.get()));
+                              }
+                              else
+                              {
+                                  m.append(f());
+                              }
+                          });
 }
 
 /**
@@ -70,24 +71,27 @@ template <bool multi_return = false, typename R, typename... Args>
 int method_callback(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error,
                     std::function<R(Args&&...)> f)
 {
-    return details::serve(msg, intf, error, [&](message::message& m) {
-        auto arguments = message::read_values<Args...>(intf, m.get());
-        auto reply = m.new_method_return();
-        if constexpr (std::is_void_v<R>)
-        {
-            std::apply(f, std::move(arguments));
-        }
-        else if constexpr (multi_return)
-        {
-            std::apply([&](const auto&... results) { reply.append(results...); },
-                       std::apply(f, std::move(arguments)));
-        }
-        else
-        {
-            reply.append(std::apply(f, std::move(arguments)));
-        }
-        reply.method_return();
-    });
+    return details::serve(msg, intf, error,
+                          [&](message::message& m)
+                          {
+                              auto arguments = message::read_values<Args...>(intf, m.get());
+                              auto reply = m.new_method_return();
+                              if constexpr (std::is_void_v<R>)
+                              {
+                                  std::apply(f, std::move(arguments));
+                              }
+                              else if constexpr (multi_return)
+                              {
+                                  std::apply([&](const auto&... results)
+                                             { reply.append(results...); },
+                                             std::apply(f, std::move(arguments)));
+                              }
+                              else
+                              {
+                                  reply.append(std::apply(f, std::move(arguments)));
+                              }
+                              reply.method_return();
+                          });
 }
 
 } // namespace sdbuspp
