@@ -96,7 +96,7 @@ typedef struct $table
     for (std::size_t slot = 0; slot < interface.methods.size(); ++slot)
     {
         source.let(words_of(interface.methods[slot], slot));
-        source.add("    void (*$operation)($slot);\n");
+        source.add("    void (*$member)($slot);\n");
     }
     source.add(R"(
 } $table;

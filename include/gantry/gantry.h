@@ -9,6 +9,9 @@
 
 #include <gantry/catalogue.h>
 #include <gantry/context.h>
+#include <gantry/instance.h>
 #include <gantry/loop.h>
+#include <gantry/records.h>
+#include <gantry/types.h>
 
 #endif
