@@ -6,6 +6,7 @@
 #include "names.hpp"
 #include "outputs.hpp"
 #include "parse.hpp"
+#include "reference.hpp"
 #include "symbols.hpp"
 #include "validate.hpp"
 
@@ -31,6 +32,7 @@ constexpr auto usage = R"(gantrygen: code that follows from an interface's membe
                                          gantry_server.cpp and gantry_server.h of the table
                                          into its directory below DIR (default: .)
     gantrygen --catalogue TABLE...       prints the header that includes all gantry_server.h
+    gantrygen --reference TABLE...       prints docs/catalogue.md: every interface with its members
     gantrygen --symbols TABLE...         prints the symbols that the library exports for the tables
 
 TABLE is com/orvane/velmar/<group>/<Name>/server.xml, for the interface of that name.
@@ -78,6 +80,11 @@ void print_catalogue(std::span<const std::string> files, std::ostream& out)
     out << emit_catalogue(std::move(names));
 }
 
+void print_reference(std::span<const std::string> files, std::ostream& out)
+{
+    out << emit_reference(read_tables(files));
+}
+
 void print_symbols(std::span<const std::string> files, std::ostream& out)
 {
     std::set<std::string> symbols;
@@ -107,6 +114,10 @@ bool obey(std::span<const std::string> arguments, std::ostream& out)
     else if (first == "--catalogue" && !rest.empty())
     {
         print_catalogue(rest, out);
+    }
+    else if (first == "--reference" && !rest.empty())
+    {
+        print_reference(rest, out);
     }
     else if (first == "--symbols" && !rest.empty())
     {
