@@ -1,12 +1,19 @@
 /*
- * An example host: publishes the machine that it runs on. PCI devices, network ports and firmware
- * are read from sysfs; link state and counters once a second from then on.
+ * An example host: publishes the machine that it runs on. PCI and USB devices, network interfaces,
+ * firmware and what it boots are read from sysfs; link state and counters once a second from then
+ * on.
  *
  *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out
  */
+#include "boot.hpp"
+#include "connection.hpp"
 #include "firmware.hpp"
 #include "network.hpp"
+#include "partition.hpp"
 #include "pci.hpp"
+#include "readiness.hpp"
+#include "software.hpp"
+#include "usb.hpp"
 
 #include <gantry/gantry.h>
 
@@ -33,12 +40,27 @@ void check(int result, const char* call)
     }
 }
 
+/** What changes while the host runs. */
+struct Network
+{
+    NetworkPorts ports;
+    NetworkPartitions partitions;
+    NetworkConnections connections;
+
+    void refresh()
+    {
+        ports.refresh();
+        partitions.refresh();
+        connections.refresh();
+    }
+};
+
 /** Runs on the event loop. libsystemd calls it, so nothing may be thrown out of it. */
 int on_refresh(sd_event_source* timer, std::uint64_t /*usec*/, void* user_data) noexcept
 {
     try
     {
-        static_cast<NetworkPorts*>(user_data)->refresh();
+        static_cast<Network*>(user_data)->refresh();
     }
     catch (const std::exception& error)
     {
@@ -58,14 +80,19 @@ void serve(const char* sys)
         throw std::runtime_error("no connection to the system bus");
     }
 
+    Readiness readiness{*context};
     publish_firmware(*context, sys);
+    publish_software(*context, sys);
+    publish_boot(*context, sys);
     publish_pci_devices(*context, sys);
-    NetworkPorts ports{*context, sys};
+    publish_usb_devices(*context, sys);
+    Network network{{*context, sys}, {*context, sys}, {*context, sys}};
+    readiness.declare();
 
     sd_event* event = context->event.get();
     sd_event_source* timer = nullptr;
     check(sd_event_add_time_relative(event, &timer, CLOCK_MONOTONIC, refresh_interval, 0,
-                                     on_refresh, &ports),
+                                     on_refresh, &network),
           "sd_event_add_time_relative");
     check(sd_event_source_set_enabled(timer, SD_EVENT_ON), "sd_event_source_set_enabled");
 

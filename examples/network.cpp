@@ -1,11 +1,10 @@
 #include "network.hpp"
 
+#include "network_device.hpp"
 #include "publish.hpp"
 
 #include <com/orvane/velmar/system/NicController/gantry_server.hpp>
 #include <com/orvane/velmar/system/NicPort/gantry_server.hpp>
-
-#include <ctime>
 
 namespace
 {
@@ -13,14 +12,7 @@ namespace
 using GANTRY_com_orvane_velmar_system_NicController::NicController;
 using GANTRY_com_orvane_velmar_system_NicPort::NicPort;
 
-// The codes of this host. What a coded value means is between a host and its clients.
-enum LinkStatus : unsigned char
-{
-    link_unknown = 0,
-    link_up = 1,
-    link_down = 2,
-};
-
+// The codes of this host, as those of a link's status.
 enum LinkDuplex : unsigned char
 {
     duplex_unknown = 0,
@@ -60,18 +52,12 @@ unsigned char speed_code(std::uint64_t megabits)
     }
 }
 
-/** Seconds since the epoch, in the 32 bits that the interface has. */
-unsigned int now()
-{
-    return static_cast<unsigned int>(std::time(nullptr));
-}
-
 } // namespace
 
 NetworkPorts::NetworkPorts(GANTRY_cpp_context& context, const sysfs::Directory& sys)
 {
     constexpr auto prefix = "/com/orvane/velmar/system/NicPort";
-    for (const auto& device : sysfs::entries(sys / "class/net"))
+    for (const auto& device : network_devices(sys))
     {
         const std::string name = device.filename();
         auto* object =
@@ -82,7 +68,7 @@ NetworkPorts::NetworkPorts(GANTRY_cpp_context& context, const sysfs::Directory& 
             continue;
         }
         constexpr bool skip_signal = true;
-        object->fqdd("NIC." + name, skip_signal);
+        object->fqdd(port_fqdd(device), skip_signal);
         object->friendlyFQDD("Network port " + name, skip_signal);
         object->statisticsStartTime(now(), skip_signal);
         object->partitionCount(1, skip_signal);
@@ -111,13 +97,9 @@ void NetworkPorts::refresh()
 void NetworkPorts::read(const Port& port, bool skip_signal)
 {
     auto& object = *port.object;
-    const auto state = sysfs::text(port.device / "operstate");
-    if (state)
+    if (const auto status = link_status(port.device))
     {
-        object.linkStatus(*state == "up"     ? link_up
-                          : *state == "down" ? link_down
-                                             : link_unknown,
-                          skip_signal);
+        object.linkStatus(*status, skip_signal);
     }
     // The kernel refuses to tell the speed of a port that is down.
     object.linkSpeed(speed_code(sysfs::number(port.device / "speed").value_or(0)), skip_signal);
@@ -132,12 +114,10 @@ void NetworkPorts::read(const Port& port, bool skip_signal)
                               { object.receiveTotalBytes(count, skip_signal); });
     sysfs::put<unsigned long>(sysfs::number(statistics / "tx_bytes"), [&](unsigned long count)
                               { object.transmitTotalBytes(count, skip_signal); });
-    const auto received = sysfs::number(statistics / "rx_packets");
-    const auto multicast = sysfs::number(statistics / "multicast");
-    if (received && multicast && *received >= *multicast)
+    if (const auto received = received_packets(port.device))
     {
-        object.receiveTotalUnicast(*received - *multicast, skip_signal);
-        object.receiveTotalMulticast(*multicast, skip_signal);
+        object.receiveTotalUnicast(received->unicast, skip_signal);
+        object.receiveTotalMulticast(received->multicast, skip_signal);
     }
     sysfs::put<unsigned long>(sysfs::number(statistics / "tx_packets"), [&](unsigned long count)
                               { object.transmitTotalUnicast(count, skip_signal); });

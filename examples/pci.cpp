@@ -1,5 +1,6 @@
 #include "pci.hpp"
 
+#include "pci_location.hpp"
 #include "publish.hpp"
 
 #include <com/orvane/velmar/hwi/HWIPcie/gantry_server.hpp>
@@ -8,7 +9,6 @@
 #include <systemd/sd-hwdb.h>
 
 #include <array>
-#include <charconv>
 #include <cmath>
 
 namespace
@@ -51,24 +51,6 @@ class NameDatabase
   private:
     sd_hwdb* database = nullptr;
 };
-
-/** Segment, bus, device and function, as the kernel spells them: 0000:00:1f.3. */
-std::optional<std::array<unsigned int, 4>> location(const std::string& address)
-{
-    std::array<unsigned int, 4> parts{};
-    const char* at = address.data();
-    const char* const end = at + address.size();
-    for (auto& part : parts)
-    {
-        const auto result = std::from_chars(at, end, part, 16);
-        if (result.ec != std::errc{})
-        {
-            return std::nullopt;
-        }
-        at = result.ptr == end ? end : result.ptr + 1;
-    }
-    return parts;
-}
 
 /** GT/s as MT/s: 2.5 is 2500. */
 std::optional<unsigned int> transfer_rate(const sysfs::Directory& file)
@@ -136,12 +118,12 @@ void publish_configuration(GANTRY_cpp_context& context, const sysfs::Directory& 
     constexpr bool skip_signal = true;
     object->fqdd("PCI." + address, skip_signal);
     object->friendlyFQDD("PCI device " + address, skip_signal);
-    if (const auto parts = location(address))
+    if (const auto location = pci_location(address))
     {
-        object->segmentNum((*parts)[0], skip_signal);
-        object->busNum((*parts)[1], skip_signal);
-        object->deviceNum((*parts)[2], skip_signal);
-        object->functionNum((*parts)[3], skip_signal);
+        object->segmentNum(location->segment, skip_signal);
+        object->busNum(location->bus, skip_signal);
+        object->deviceNum(location->device, skip_signal);
+        object->functionNum(location->function, skip_signal);
     }
     sysfs::put<unsigned short>(sysfs::number(device / "vendor"),
                                [&](unsigned short id) { object->vendorID(id, skip_signal); });

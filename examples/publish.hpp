@@ -11,16 +11,18 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <type_traits>
 
-using Creator = void (*)(GANTRY_cpp_context*, const void* table, const char* path,
-                         void* user_private);
-
-/** The new object, owned by the context; null when the log tells of a failure. */
-template <class Class>
-Class* publish(GANTRY_cpp_context& context, Creator create, const char* path = nullptr)
+/** The new object, owned by the context; null when the log tells of a failure. `Table` is void for
+ *  an interface without methods. */
+template <class Class, class Table>
+Class* publish(GANTRY_cpp_context& context,
+               void (*create)(GANTRY_cpp_context*, const Table*, const char*, void*),
+               const char* path = nullptr, const std::type_identity_t<Table>* table = nullptr,
+               void* user_private = nullptr)
 {
     const auto before = context.tracker.size();
-    create(&context, nullptr, path, nullptr);
+    create(&context, table, path, user_private);
     return context.tracker.size() > before ? static_cast<Class*>(context.tracker.back().object)
                                            : nullptr;
 }

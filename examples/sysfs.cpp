@@ -4,10 +4,27 @@
 #include <charconv>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 #include <system_error>
 
 namespace sysfs
 {
+namespace
+{
+
+std::optional<std::uint64_t> whole(std::string_view digits, int base)
+{
+    const char* const end = digits.data() + digits.size();
+    std::uint64_t value = 0;
+    const auto result = std::from_chars(digits.data(), end, value, base);
+    if (result.ec != std::errc{} || result.ptr != end)
+    {
+        return std::nullopt;
+    }
+    return value;
+}
+
+} // namespace
 
 std::vector<Directory> entries(const Directory& directory)
 {
@@ -40,16 +57,14 @@ std::optional<std::uint64_t> number(const Directory& file)
     {
         return std::nullopt;
     }
-    const bool hexadecimal = line->starts_with("0x");
-    const char* begin = line->data() + (hexadecimal ? 2 : 0);
-    const char* end = line->data() + line->size();
-    std::uint64_t value = 0;
-    const auto result = std::from_chars(begin, end, value, hexadecimal ? 16 : 10);
-    if (result.ec != std::errc{} || result.ptr != end)
-    {
-        return std::nullopt;
-    }
-    return value;
+    return line->starts_with("0x") ? whole(std::string_view(*line).substr(2), 16)
+                                   : whole(*line, 10);
+}
+
+std::optional<std::uint64_t> hexadecimal(const Directory& file)
+{
+    const auto line = text(file);
+    return line ? whole(*line, 16) : std::nullopt;
 }
 
 std::optional<double> leading_number(const Directory& file)
@@ -70,6 +85,13 @@ std::vector<unsigned char> bytes(const Directory& file, std::size_t most)
     std::vector<char> read(most);
     stream.read(read.data(), static_cast<std::streamsize>(most));
     return {read.begin(), std::next(read.begin(), stream.gcount())};
+}
+
+std::optional<std::string> link_name(const Directory& link)
+{
+    std::error_code error;
+    const auto target = std::filesystem::read_symlink(link, error);
+    return error ? std::nullopt : std::optional{target.filename().string()};
 }
 
 } // namespace sysfs

@@ -25,11 +25,17 @@ std::optional<std::string> text(const Directory& file);
 /** The file's number, decimal or with 0x in front. */
 std::optional<std::uint64_t> number(const Directory& file);
 
+/** The file's number in hexadecimal digits alone. */
+std::optional<std::uint64_t> hexadecimal(const Directory& file);
+
 /** The file's number that leads its text, such as the 8.0 of "8.0 GT/s PCIe". */
 std::optional<double> leading_number(const Directory& file);
 
 /** The file's first bytes, as many as there are up to `most`. */
 std::vector<unsigned char> bytes(const Directory& file, std::size_t most);
+
+/** The last name in what the symbolic link points to: a device's driver, say. */
+std::optional<std::string> link_name(const Directory& link);
 
 /** Calls `setter` with the value, narrowed to `Type`, if there is one that fits. */
 template <class Type, class Value, class Setter>

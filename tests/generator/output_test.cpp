@@ -177,7 +177,7 @@ TEST(Output, OfSeveralTablesDoesNotDependOnTheirOrder)
 {
     std::vector<std::string> tables = project_tables();
     ASSERT_GE(tables.size(), 5U);
-    for (const std::string mode : {"--catalogue", "--symbols"})
+    for (const std::string mode : {"--catalogue", "--reference", "--symbols"})
     {
         std::sort(tables.begin(), tables.end());
         std::vector<std::string> arguments{mode};
@@ -205,10 +205,72 @@ TEST(Catalogue, IncludesEveryInterface)
                        "#endif\n");
 }
 
+TEST(Reference, InDocsIsWhatTheTablesSay)
+{
+    std::vector<std::string> arguments = project_tables();
+    arguments.insert(arguments.begin(), "--reference");
+    const Outcome run = gantrygen_run(arguments);
+    ASSERT_EQ(run.status, 0) << run.err;
+
+    std::istringstream fresh(run.out);
+    std::istringstream kept(content(source_root / "docs/catalogue.md"));
+    std::string expected;
+    std::string found;
+    for (int line = 1; std::getline(fresh, expected); ++line)
+    {
+        found.clear();
+        std::getline(kept, found);
+        ASSERT_EQ(found, expected)
+            << "docs/catalogue.md is stale from line " << line << " on. To renew it:\n"
+            << "    gantrygen --reference $(find com -name server.xml) > docs/catalogue.md";
+    }
+    EXPECT_FALSE(std::getline(kept, found)) << "docs/catalogue.md says more than the tables";
+}
+
+TEST(Reference, TellsWhatATableSays)
+{
+    const TableFile table(TableFile::with_members(R"(
+<method name='Do_it'><arg type='s'/><arg type='y' direction='out'/>
+  <annotation name='org.freedesktop.systemd1.Privileged' value='true'/></method>
+<method name='Answer'><arg type='y' direction='out'/><annotation name='com.orvane.gantry.Reply' value='message'/></method>
+<signal name='Gone'><arg type='s'/></signal>
+<property name='PCIBus' type='s' access='readwrite'>
+  <annotation name='com.orvane.gantry.Initial' value='a|`b'/></property>
+<property name='Fixed' type='ai' access='read'>
+  <annotation name='com.orvane.gantry.Type' value='Ai'/>
+  <annotation name='org.freedesktop.DBus.Property.EmitsChangedSignal' value='const'/></property>
+)"));
+    const Outcome run = gantrygen_run({"--reference", table.path()});
+    ASSERT_EQ(run.status, 0) << run.err;
+    for (const std::string row : {
+             "| [Test](#com.orvane.velmar.system.Test) | com.orvane.velmar.system | 2 | 2 | 1 |",
+             "| default path | `/com/orvane/velmar/system/Test` |",
+             "| `PCIBus` | `s` | `std::string` | `pciBus` | a\\|\\`b | writable |",
+             "| `Fixed` | `ai` | `std::set<int>` | `fixed` |  | const |",
+             "| `Do_it` | `s` | `y` | 0 | reply | yes | `void (*Do_it)(GANTRY_instance* instance, "
+             "char* in1, unsigned char* out1)` |",
+             "| `Answer` | – | `y` | 1 | message | no | `void (*Answer)(GANTRY_instance* instance, "
+             "unsigned char* out1)` |",
+             "| `Gone` | `s` | `GANTRY_signal__com_orvane_velmar_system_Test__Gone"
+             "(GANTRY_instance* instance, const char* arg1)` | "
+             "`GANTRY_receive_signal__com_orvane_velmar_system_Test__Gone"
+             "(GANTRY_cpp_context* context, void (*callback)(GANTRY_cpp_context* context, "
+             "char* arg1))` |",
+         })
+    {
+        EXPECT_NE(run.out.find('\n' + row + '\n'), std::string::npos) << row << '\n' << run.out;
+    }
+}
+
 TEST(CommandLine, RefusesWhatItDoesNotKnow)
 {
-    const std::vector<std::vector<std::string>> lines = {
-        {}, {"a", "b"}, {"--symbols"}, {"--catalogue"}, {"--output-dir", "a"}, {"--what", "a"}};
+    const std::vector<std::vector<std::string>> lines = {{},
+                                                         {"a", "b"},
+                                                         {"--symbols"},
+                                                         {"--reference"},
+                                                         {"--catalogue"},
+                                                         {"--output-dir", "a"},
+                                                         {"--what", "a"}};
     for (const auto& line : lines)
     {
         const Outcome run = gantrygen_run(line);
