@@ -134,23 +134,36 @@ struct Server
     std::string service;
 };
 
-constexpr auto interface = "com.orvane.velmar.system.NicPort";
-constexpr auto path = "/com/orvane/velmar/system/NicPort/p0";
+/** An object that both serve, and a property of its. */
+struct Target
+{
+    const char* interface;
+    const char* path;
+    const char* property;
+    const char* get_all;
+};
 
-void get(sd_bus* client, const char* service)
+constexpr std::array targets{
+    Target{"com.orvane.velmar.system.NicPort", "/com/orvane/velmar/system/NicPort/p0",
+           "ReceiveTotalBytes", "CPU per GetAll (60 properties)"},
+    Target{"com.orvane.velmar.system.QSFPD", "/com/orvane/velmar/system/QSFPD",
+           "RX8InputPowerValue", "CPU per GetAll (93 properties)"},
+};
+
+void get(sd_bus* client, const char* service, const Target& target)
 {
     sd_bus_message* reply = nullptr;
-    check(sd_bus_call_method(client, service, path, "org.freedesktop.DBus.Properties", "Get",
-                             nullptr, &reply, "ss", interface, "ReceiveTotalBytes"),
+    check(sd_bus_call_method(client, service, target.path, "org.freedesktop.DBus.Properties", "Get",
+                             nullptr, &reply, "ss", target.interface, target.property),
           "Get");
     sd_bus_message_unref(reply);
 }
 
-void get_all(sd_bus* client, const char* service)
+void get_all(sd_bus* client, const char* service, const Target& target)
 {
     sd_bus_message* reply = nullptr;
-    check(sd_bus_call_method(client, service, path, "org.freedesktop.DBus.Properties", "GetAll",
-                             nullptr, &reply, "s", interface),
+    check(sd_bus_call_method(client, service, target.path, "org.freedesktop.DBus.Properties",
+                             "GetAll", nullptr, &reply, "s", target.interface),
           "GetAll");
     sd_bus_message_unref(reply);
 }
@@ -198,7 +211,8 @@ void compare(const Server& raw, const Server& ours)
     {
         const Process raw_process{{raw.program, "1"}};
         const Process our_process{{ours.program, "1"}};
-        const auto both = [&](int calls, void (*call)(sd_bus*, const char*), bool raw_first)
+        const auto both = [&](int calls, void (*call)(sd_bus*, const char*, const Target&),
+                              const Target& target, bool raw_first)
         {
             std::array<double, 2> seconds{};
             for (const bool raw_turn : {raw_first, !raw_first})
@@ -206,16 +220,19 @@ void compare(const Server& raw, const Server& ours)
                 const auto& service = raw_turn ? raw.service : ours.service;
                 seconds[raw_turn ? 0 : 1] =
                     cpu_of_calls(raw_turn ? raw_process : our_process, calls,
-                                 [&] { call(client, service.c_str()); });
+                                 [&] { call(client, service.c_str(), target); });
             }
             return seconds;
         };
-        both(500, get, true);
-        both(500, get_all, true);
-        print_ratio("CPU per Get", "us", 1e6, 1.10, 21,
-                    [&](bool raw_first) { return both(1000, get, raw_first); });
-        print_ratio("CPU per GetAll (60 properties)", "us", 1e6, 1.10, 21,
-                    [&](bool raw_first) { return both(500, get_all, raw_first); });
+        for (const Target& target : targets)
+        {
+            both(500, get, target, true);
+            both(500, get_all, target, true);
+            print_ratio("CPU per Get", "us", 1e6, 1.10, 21,
+                        [&](bool raw_first) { return both(1000, get, target, raw_first); });
+            print_ratio(target.get_all, "us", 1e6, 1.10, 21,
+                        [&](bool raw_first) { return both(500, get_all, target, raw_first); });
+        }
     }
 
     constexpr int objects = 1000;

@@ -1,9 +1,10 @@
 /*
- * The same NicPort objects as raw_server's, on the library.
+ * The same objects as raw_server's, on the library.
  *
- *     gantry_server COUNT    prints "ready" when COUNT objects are served
+ *     gantry_server COUNT    prints "ready" when COUNT NicPort objects are served
  */
 #include <com/orvane/velmar/system/NicPort/gantry_server.hpp>
+#include <com/orvane/velmar/system/QSFPD/gantry_server.hpp>
 #include <gantry/context.hpp>
 #include <gantry/loop.h>
 
@@ -13,6 +14,7 @@
 int main(int argc, char** argv)
 {
     using GANTRY_com_orvane_velmar_system_NicPort::NicPort;
+    using GANTRY_com_orvane_velmar_system_QSFPD::QSFPD;
 
     const long count = argc > 1 ? std::atol(argv[1]) : 1;
     GANTRY_cpp_context* context = nullptr;
@@ -32,6 +34,11 @@ int main(int argc, char** argv)
         port->familyDriverVersion("22.31.6", true);
         port->friendlyFQDD("Integrated NIC 1 Port 1 Partition 1", true);
     }
+    GANTRY_instantiate__com_orvane_velmar_system_QSFPD(context, nullptr, nullptr, nullptr);
+    auto* module = static_cast<QSFPD*>(context->tracker.back().object);
+    module->fqdd("NIC.Integrated.1-1-1", true);
+    module->vendorName("Vendor", true);
+    module->vendorSN("0123456789", true);
     std::puts("ready");
     std::fflush(stdout);
     GANTRY_dbus_loop(context);

@@ -1,11 +1,12 @@
 /*
- * The limit: NicPort objects as a C programmer writes them on raw sd-bus, with properties that
- * sd-bus reads from memory itself, and the loop shape of GANTRY_dbus_loop.
+ * The limit: NicPort objects and one QSFPD as a C programmer writes them on raw sd-bus, with
+ * properties that sd-bus reads from memory itself, and the loop shape of GANTRY_dbus_loop.
  *
- *     raw_server COUNT       prints "ready" when COUNT objects are served
+ *     raw_server COUNT       prints "ready" when COUNT NicPort objects are served
  */
 #define _GNU_SOURCE
 #include "nic_port.h"
+#include "qsfpd.h"
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
@@ -21,13 +22,23 @@ struct nic_port
 {
     NIC_PORT_PROPERTIES(FIELD)
 };
+struct qsfpd
+{
+    QSFPD_PROPERTIES(FIELD)
+};
 
-#define ROW(name, signature, type)                                                                 \
-    SD_BUS_PROPERTY(#name, signature, NULL, offsetof(struct nic_port, name),                       \
+#define ROW(object, name, signature)                                                               \
+    SD_BUS_PROPERTY(#name, signature, NULL, offsetof(struct object, name),                         \
                     SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
+#define NIC_PORT_ROW(name, signature, type) ROW(nic_port, name, signature)
 static const sd_bus_vtable nic_port_vtable[] = {
     SD_BUS_VTABLE_START(0),
-    NIC_PORT_PROPERTIES(ROW) SD_BUS_VTABLE_END,
+    NIC_PORT_PROPERTIES(NIC_PORT_ROW) SD_BUS_VTABLE_END,
+};
+#define QSFPD_ROW(name, signature, type) ROW(qsfpd, name, signature)
+static const sd_bus_vtable qsfpd_vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    QSFPD_PROPERTIES(QSFPD_ROW) SD_BUS_VTABLE_END,
 };
 
 static void check(int result, const char* call)
@@ -39,24 +50,39 @@ static void check(int result, const char* call)
     }
 }
 
-static void add_object(sd_bus* bus, long number)
+static void add_object(sd_bus* bus, const char* path, const char* interface,
+                       const sd_bus_vtable* vtable, void* object)
 {
-    char path[64];
-    snprintf(path, sizeof path, "/com/orvane/velmar/system/NicPort/p%ld", number);
-    check(sd_bus_add_object_manager(bus, NULL, path), "sd_bus_add_object_manager");
-    struct nic_port* port = calloc(1, sizeof *port);
-    if (port == NULL)
+    if (object == NULL)
     {
         abort();
     }
+    check(sd_bus_add_object_manager(bus, NULL, path), "sd_bus_add_object_manager");
+    check(sd_bus_add_object_vtable(bus, NULL, path, interface, vtable, object),
+          "sd_bus_add_object_vtable");
+}
+
+static void add_nic_port(sd_bus* bus, long number)
+{
+    char path[64];
+    snprintf(path, sizeof path, "/com/orvane/velmar/system/NicPort/p%ld", number);
+    struct nic_port* port = calloc(1, sizeof *port);
+    add_object(bus, path, "com.orvane.velmar.system.NicPort", nic_port_vtable, port);
     port->FQDD = strdup("NIC.Integrated.1-1-1");
     port->FamilyDriverVersion = strdup("22.31.6");
     port->FriendlyFQDD = strdup("Integrated NIC 1 Port 1 Partition 1");
     port->LinkSpeed = 255;
     port->dohObjStatus = 1;
-    check(sd_bus_add_object_vtable(bus, NULL, path, "com.orvane.velmar.system.NicPort",
-                                   nic_port_vtable, port),
-          "sd_bus_add_object_vtable");
+}
+
+static void add_qsfpd(sd_bus* bus)
+{
+    struct qsfpd* module = calloc(1, sizeof *module);
+    add_object(bus, "/com/orvane/velmar/system/QSFPD", "com.orvane.velmar.system.QSFPD",
+               qsfpd_vtable, module);
+    module->FQDD = strdup("NIC.Integrated.1-1-1");
+    module->VendorName = strdup("Vendor");
+    module->Vendor_SN = strdup("0123456789");
 }
 
 int main(int argc, char** argv)
@@ -72,8 +98,9 @@ int main(int argc, char** argv)
           "sd_bus_request_name");
     for (long number = 0; number < count; ++number)
     {
-        add_object(bus, number);
+        add_nic_port(bus, number);
     }
+    add_qsfpd(bus);
     puts("ready");
     fflush(stdout);
     for (;;)

@@ -9,12 +9,16 @@
 #include <cstddef>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <variant>
 #include <vector>
 
 #include <cxxabi.h>
@@ -25,7 +29,9 @@
 #include <gantry/gantry.h>
 
 #include <gantry/context.hpp>
+#include <sdbusplus/message/append.hpp>
 
+#include "classes.hpp"
 #include "support/client.hpp"
 #include "support/private_bus.hpp"
 #include "support/render.hpp"
@@ -289,6 +295,103 @@ std::string virtual_functions(const void* object, std::size_t count)
     return text;
 }
 
+// Fills a value of any type from a number: another value for each number, but of a boolean.
+struct Fill
+{
+    static void fill(bool& value, int /*number*/)
+    {
+        value = true;
+    }
+    template <class Number>
+    requires std::is_arithmetic_v<Number>
+    static void fill(Number& value, int number)
+    {
+        value = static_cast<Number>(number);
+    }
+    static void fill(std::string& value, int number)
+    {
+        value = "number " + std::to_string(number);
+    }
+    template <class... Members>
+    static void fill(std::tuple<Members...>& value, int number)
+    {
+        std::apply([=](Members&... members) { (fill(members, number), ...); }, value);
+    }
+    template <class... Alternatives>
+    static void fill(std::variant<Alternatives...>& value, int number)
+    {
+        fill(value.template emplace<sizeof...(Alternatives) - 1>(), number);
+    }
+    template <class Key, class Value>
+    static void fill(std::map<Key, Value>& value, int number)
+    {
+        Key key{};
+        fill(key, number);
+        fill(value[key], number);
+    }
+    template <class Elements>
+    requires requires(const Elements& elements)
+    {
+        elements.empty();
+    }
+    static void fill(Elements& value, int number)
+    {
+        typename Elements::value_type element{};
+        fill(element, number);
+        value.insert(value.end(), element);
+    }
+};
+
+// Properties by name, of an object of whatever class.
+struct ByName
+{
+    void (*append)(const void* object, const std::string& name, sd_bus_message* to);
+    void (*fill)(void* object, const std::string& name, int number);
+    // What sets the value back that the property has now, silently.
+    std::function<void()> (*keep)(void* object, const std::string& name);
+};
+
+template <class Class>
+constexpr ByName by_name{
+    [](const void* object, const std::string& name, sd_bus_message* to)
+    {
+        std::visit([&](const auto& value)
+                   { sdbusplus::message::append(&sdbusplus::sdbus_impl, to, value); },
+                   static_cast<const Class*>(object)->getPropertyByName(name));
+    },
+    [](void* object, const std::string& name, int number)
+    {
+        auto value = static_cast<Class*>(object)->getPropertyByName(name);
+        std::visit([&](auto& alternative) { Fill::fill(alternative, number); }, value);
+        static_cast<Class*>(object)->setPropertyByName(name, value, false);
+    },
+    [](void* object, const std::string& name) -> std::function<void()>
+    {
+        auto* of_class = static_cast<Class*>(object);
+        return [of_class, name, value = of_class->getPropertyByName(name)]
+        { of_class->setPropertyByName(name, value, true); };
+    },
+};
+
+// Null for an interface without properties.
+template <class... Classes>
+const ByName* find_by_name(std::string_view interface, ClassList<Classes...> /*classes*/)
+{
+    const ByName* found = nullptr;
+    const auto look_at = [&]<class Class>(const Class*)
+    {
+        if constexpr (requires { typename Class::PropertyVariant; })
+        {
+            if (interface == Class::interface)
+            {
+                found = &by_name<Class>;
+            }
+        }
+    };
+    (look_at(static_cast<const Classes*>(nullptr)), ...);
+    return found;
+}
+
 class Catalogue : public testing::Test
 {
   public:
@@ -325,6 +428,7 @@ class Catalogue : public testing::Test
         is_described_as_its_table();
         has_its_initial_values();
         has_its_virtual_functions();
+        has_its_properties_by_name();
     }
 
   private:
@@ -344,28 +448,54 @@ class Catalogue : public testing::Test
         EXPECT_EQ(lines(described->children), expected);
     }
 
-    void has_its_initial_values()
+    // All values that a client gets, a line each.
+    std::string values()
     {
         const support::Reply reply = client.call(object, "org.freedesktop.DBus.Properties",
                                                  "GetAll", "s", interface.c_str());
-        ASSERT_TRUE(reply.ok()) << reply;
-        sd_bus_message* values = reply.message.get();
-        sd_bus_message_enter_container(values, 'a', "{sv}");
+        EXPECT_TRUE(reply.ok()) << reply;
+        sd_bus_message* all = reply.message.get();
+        sd_bus_message_enter_container(all, 'a', "{sv}");
         std::string found;
-        while (sd_bus_message_enter_container(values, 'e', "sv") > 0)
+        while (sd_bus_message_enter_container(all, 'e', "sv") > 0)
         {
             const char* name = nullptr;
-            sd_bus_message_read_basic(values, 's', &name);
-            found += std::string(name) + ": " + support::render_next(values, true) + '\n';
-            sd_bus_message_exit_container(values);
+            sd_bus_message_read_basic(all, 's', &name);
+            found += std::string(name) + ": " + support::render_next(all, true) + '\n';
+            sd_bus_message_exit_container(all);
         }
+        return found;
+    }
 
+    // The changes that were announced, a line each.
+    std::string announced()
+    {
+        client.settle(interface);
+        std::string changes;
+        for (const support::Signal& signal : client.signals("PropertiesChanged"))
+        {
+            for (const auto& [name, value] : signal.changed)
+            {
+                changes += name + ": " + value + '\n';
+            }
+        }
+        client.clear_signals();
+        return changes;
+    }
+
+    std::string initial_values() const
+    {
         std::string expected;
         for (const Element& property : members(table, "property"))
         {
             expected += property.attribute("name") + ": " + initial_value(property) + '\n';
         }
-        EXPECT_EQ(found, expected);
+        return expected;
+    }
+
+    void has_its_initial_values()
+    {
+        EXPECT_EQ(values(), initial_values());
     }
 
     void has_its_virtual_functions()
@@ -389,6 +519,55 @@ class Catalogue : public testing::Test
         EXPECT_EQ(
             virtual_functions(context->tracker.front().object, static_cast<std::size_t>(count)),
             expected);
+    }
+
+    void has_its_properties_by_name()
+    {
+        const ByName* by_name = find_by_name(interface, Classes{});
+        const auto properties = members(table, "property");
+        ASSERT_EQ(by_name == nullptr, properties.empty());
+        void* const server = context->tracker.front().object;
+        const auto get = [&](const std::string& name)
+        {
+            const support::Message message = client.new_signal(nullptr, "/", "a.b", "c");
+            by_name->append(server, name, message.get());
+            sd_bus_message_seal(message.get(), 1, 0);
+            return name + ": " + support::render(message.get()) + '\n';
+        };
+
+        // One at a time, so that each is seen to change none behind it, and its own announcement.
+        client.subscribe();
+        std::vector<std::function<void()>> back;
+        std::string expected;
+        std::string expected_changes;
+        int number = 100; // which no initial value is
+        for (const Element& property : properties)
+        {
+            const std::string name = property.attribute("name");
+            EXPECT_EQ(get(name), name + ": " + initial_value(property) + '\n');
+            back.push_back(by_name->keep(server, name));
+            by_name->fill(server, name, number++);
+            expected += get(name);
+            const bool constant =
+                property.annotation("org.freedesktop.DBus.Property.EmitsChangedSignal") == "const";
+            expected_changes += constant ? "" : get(name);
+        }
+        EXPECT_EQ(values(), expected);
+        EXPECT_EQ(announced(), expected_changes);
+
+        std::string found;
+        for (const Element& property : properties)
+        {
+            found += get(property.attribute("name"));
+        }
+        EXPECT_EQ(found, expected);
+
+        for (const auto& set_back : back)
+        {
+            set_back();
+        }
+        EXPECT_EQ(values(), initial_values());
+        EXPECT_EQ(announced(), "");
     }
 
     const char* path_of_table;
