@@ -27,8 +27,44 @@ struct qsfpd
     QSFPD_PROPERTIES(FIELD)
 };
 
+#ifdef GET_CALLBACKS
+/* A get callback a property, as in the library's tables: sd-bus hands it the field. */
+static int get_property(sd_bus* bus, const char* path, const char* interface, const char* property,
+                        sd_bus_message* reply, void* field, sd_bus_error* error, char type)
+{
+    (void)bus, (void)path, (void)interface, (void)property, (void)error;
+    return sd_bus_message_append_basic(reply, type, type == 's' ? *(char**)field : field);
+}
+
+#define GET(name, type)                                                                            \
+    static int name(sd_bus* b, const char* p, const char* i, const char* n, sd_bus_message* r,     \
+                    void* f, sd_bus_error* e)                                                      \
+    {                                                                                              \
+        return get_property(b, p, i, n, r, f, e, type);                                            \
+    }
+GET(get_y, 'y')
+GET(get_n, 'n')
+GET(get_q, 'q')
+GET(get_u, 'u')
+GET(get_t, 't')
+GET(get_d, 'd')
+GET(get_s, 's')
+
+#define GETTER(signature)                                                                          \
+    ((signature)[0] == 'y'   ? get_y                                                               \
+     : (signature)[0] == 'n' ? get_n                                                               \
+     : (signature)[0] == 'q' ? get_q                                                               \
+     : (signature)[0] == 'u' ? get_u                                                               \
+     : (signature)[0] == 't' ? get_t                                                               \
+     : (signature)[0] == 'd' ? get_d                                                               \
+                             : get_s)
+#else
+/* sd-bus reads the field itself. */
+#define GETTER(signature) NULL
+#endif
+
 #define ROW(object, name, signature)                                                               \
-    SD_BUS_PROPERTY(#name, signature, NULL, offsetof(struct object, name),                         \
+    SD_BUS_PROPERTY(#name, signature, GETTER(signature), offsetof(struct object, name),            \
                     SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
 #define NIC_PORT_ROW(name, signature, type) ROW(nic_port, name, signature)
 static const sd_bus_vtable nic_port_vtable[] = {

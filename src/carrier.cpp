@@ -2,8 +2,6 @@
 
 #include "log.hpp"
 
-#include <cxxabi.h>
-
 #include <cerrno>
 #include <new>
 
@@ -94,25 +92,6 @@ int Carrier::take() noexcept
         drop(GANTRY_HERE, taken);
     }
     return error;
-}
-
-// libstdc++ hands a forced unwind to its handler as a reference to nothing, which UBSan takes
-// amiss.
-[[gnu::no_sanitize("null")]] int at_edge(int (*call)(const void* what), const void* what,
-                                         int (*failed)(int error))
-{
-    try
-    {
-        return call(what);
-    }
-    catch (const abi::__forced_unwind&)
-    {
-        throw;
-    }
-    catch (...)
-    {
-        return failed(Carrier::take());
-    }
 }
 
 } // namespace gantry

@@ -55,24 +55,24 @@ Type get(const Type& stored)
 template <class Type>
 struct Get
 {
-    const Object& object;
+    const Object* object;
     Getter<Type> getter;
 
     Type operator()() const
     {
-        return for_bus((object.*getter)());
+        return for_bus((object->*getter)());
     }
 };
 
 template <class Type>
 struct Set
 {
-    Object& object;
+    Object* object;
     AnnouncingSetter<Type> setter;
 
-    void operator()(Type&& value) const
+    void operator()(Type&& read) const
     {
-        (object.*setter)(std::move(value));
+        (object->*setter)(std::move(read));
     }
 };
 
@@ -80,7 +80,7 @@ template <class Type>
 int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusInterface* bus,
                  sd_bus_error* error, Getter<Type> getter)
 {
-    const Get<Type> get{object, getter};
+    const Get<Type> get{&object, getter};
     return at_edge(
         [&]
         {
@@ -94,7 +94,7 @@ template <class Type>
 int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterface* bus,
                  sd_bus_error* error, AnnouncingSetter<Type> setter)
 {
-    const Set<Type> set{object, setter};
+    const Set<Type> set{&object, setter};
     return at_edge(
         [&]
         {

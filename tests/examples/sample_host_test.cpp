@@ -21,7 +21,6 @@ namespace
 
 using support::Client;
 using support::Object;
-using support::Reply;
 
 // A program that runs as long as this object, with its standard output.
 class Program

@@ -17,6 +17,22 @@ Function* hidden(const char* name)
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+inline const void* library_of(const void* address)
+{
+    Dl_info info{};
+    dladdr(address, &info);
+    return info.dli_fbase;
+}
+
+// Whether a stand-in with this return address was called by the library under test, and not by
+// another one or by the test.
+inline bool is_called_by_library(const void* return_address)
+{
+    static const void* const library =
+        library_of(reinterpret_cast<const void*>(hidden<void()>("GANTRY_dbus_loop")));
+    return library_of(return_address) == library;
+}
+
 // The results that a stand-in gives to the next calls, before it passes calls on.
 class Script
 {
