@@ -60,9 +60,10 @@ char log_text[4096];
 
 } // namespace
 
-// What allocates in the library, and nothing of libsystemd's.
+// What allocates in the library, and nothing of libsystemd's. Inlined, they would look like a
+// free() of what came from new.
 
-void* operator new(std::size_t size)
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     void* block = fails() ? nullptr : malloc(size);
     if (block == nullptr)
@@ -72,12 +73,12 @@ void* operator new(std::size_t size)
     return block;
 }
 
-void operator delete(void* block) noexcept
+[[gnu::noinline]] void operator delete(void* block) noexcept
 {
     free(block);
 }
 
-void operator delete(void* block, std::size_t /*size*/) noexcept
+[[gnu::noinline]] void operator delete(void* block, std::size_t /*size*/) noexcept
 {
     free(block);
 }

@@ -107,10 +107,11 @@ __attribute__((no_sanitize("address", "undefined"))) void free(void* block) noex
     if (hidden == nullptr)
     {
         // The look-up itself frees the text of an earlier one's error; that one is kept.
-        if (std::exchange(is_looking, true))
+        if (is_looking)
         {
             return;
         }
+        is_looking = true;
         hidden = reinterpret_cast<Free*>(dlsym(RTLD_NEXT, "free"));
     }
     if (has_names)
