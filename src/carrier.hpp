@@ -77,7 +77,7 @@ class Carrier
 // libstdc++ hands a forced unwind to its handler as a reference to nothing, which UBSan takes
 // amiss.
 template <class Call>
-[[gnu::no_sanitize("null")]] int at_edge(const Call& call, int (*failed)(int error))
+__attribute__((no_sanitize("null"))) int at_edge(const Call& call, int (*failed)(int error))
 {
     try
     {
