@@ -1,6 +1,7 @@
 /*
  * The limit: NicPort objects and one QSFPD as a C programmer writes them on raw sd-bus, with
- * properties that sd-bus reads from memory itself, and the loop shape of GANTRY_dbus_loop.
+ * properties that sd-bus reads from memory itself, and the loop shape of GANTRY_dbus_loop. With
+ * GET_CALLBACKS each property has a get callback instead.
  *
  *     raw_server COUNT       prints "ready" when COUNT NicPort objects are served
  */

@@ -10,7 +10,8 @@ namespace efi
 namespace
 {
 
-// Where the variables of the EFI specification itself live; others may have such names too.
+// The vendor of the firmware's own variables, the boot order among them; other vendors may use such
+// names too.
 constexpr std::string_view global = "-8be4df61-93ca-11d2-aa0d-00e098032b8c";
 
 sysfs::Directory variables(const sysfs::Directory& sys)

@@ -37,11 +37,14 @@ class NameDatabase
     NameDatabase& operator=(const NameDatabase&) = delete;
     NameDatabase& operator=(NameDatabase&&) = delete;
 
-    [[nodiscard]] std::optional<std::string> look_up(const std::string& modalias,
+    /** What the database has under `key` for the device, by its modalias. */
+    [[nodiscard]] std::optional<std::string> look_up(const sysfs::Directory& device,
                                                      const char* key) const
     {
+        const auto modalias = sysfs::text(device / "modalias");
         const char* value = nullptr;
-        if (database == nullptr || sd_hwdb_get(database, modalias.c_str(), key, &value) < 0)
+        if (database == nullptr || !modalias ||
+            sd_hwdb_get(database, modalias->c_str(), key, &value) < 0)
         {
             return std::nullopt;
         }
@@ -101,6 +104,16 @@ std::optional<unsigned int> port_type(const std::vector<unsigned char>& configur
     return std::nullopt;
 }
 
+/** The names that both objects of a device have. */
+template <class Object>
+void put_names(Object& object, const sysfs::Directory& device, const NameDatabase& names)
+{
+    sysfs::put<std::string>(names.look_up(device, "ID_VENDOR_FROM_DATABASE"),
+                            [&](const std::string& name) { object.manufacturer(name, true); });
+    sysfs::put<std::string>(names.look_up(device, "ID_MODEL_FROM_DATABASE"),
+                            [&](const std::string& name) { object.productName(name, true); });
+}
+
 void publish_configuration(GANTRY_cpp_context& context, const sysfs::Directory& device,
                            const NameDatabase& names)
 {
@@ -145,18 +158,10 @@ void publish_configuration(GANTRY_cpp_context& context, const sysfs::Directory& 
     }
     sysfs::put<unsigned char>(sysfs::number(device / "numa_node"),
                               [&](unsigned char node) { object->cpuAffinity(node, skip_signal); });
-    if (const auto modalias = sysfs::text(device / "modalias"))
-    {
-        sysfs::put<std::string>(names.look_up(*modalias, "ID_VENDOR_FROM_DATABASE"),
-                                [&](const std::string& name)
-                                { object->manufacturer(name, skip_signal); });
-        sysfs::put<std::string>(names.look_up(*modalias, "ID_MODEL_FROM_DATABASE"),
-                                [&](const std::string& name)
-                                { object->productName(name, skip_signal); });
-        sysfs::put<std::string>(names.look_up(*modalias, "ID_PCI_SUBCLASS_FROM_DATABASE"),
-                                [&](const std::string& name)
-                                { object->description(name, skip_signal); });
-    }
+    put_names(*object, device, names);
+    sysfs::put<std::string>(names.look_up(device, "ID_PCI_SUBCLASS_FROM_DATABASE"),
+                            [&](const std::string& name)
+                            { object->description(name, skip_signal); });
 }
 
 void publish_link(GANTRY_cpp_context& context, const sysfs::Directory& device,
@@ -182,15 +187,7 @@ void publish_link(GANTRY_cpp_context& context, const sysfs::Directory& device,
                               { object->maxLinkWidth(lanes, skip_signal); });
     sysfs::put<unsigned char>(port_type(sysfs::bytes(device / "config", 256)),
                               [&](unsigned char type) { object->portType(type, skip_signal); });
-    if (const auto modalias = sysfs::text(device / "modalias"))
-    {
-        sysfs::put<std::string>(names.look_up(*modalias, "ID_VENDOR_FROM_DATABASE"),
-                                [&](const std::string& name)
-                                { object->manufacturer(name, skip_signal); });
-        sysfs::put<std::string>(names.look_up(*modalias, "ID_MODEL_FROM_DATABASE"),
-                                [&](const std::string& name)
-                                { object->productName(name, skip_signal); });
-    }
+    put_names(*object, device, names);
 }
 
 } // namespace

@@ -46,10 +46,6 @@ void set_by_name(const Properties& properties, Class& object, std::string_view n
     set_from(*row, reinterpret_cast<Object&>(object), held, skip_signal);
 }
 
-/** The value of the property of that name; of an unknown name the variant's default. */
-template <class Variant, class Class>
-Variant get_by_name(const Properties& properties, const Class& object, std::string_view name);
-
 namespace details
 {
 
@@ -65,6 +61,7 @@ void get_alternative(std::variant<Types...>& value, const Property<Object>& row,
 
 } // namespace details
 
+/** The value of the property of that name; of an unknown name the variant's default. */
 template <class Variant, class Class>
 Variant get_by_name(const Properties& properties, const Class& object, std::string_view name)
 {
