@@ -16,8 +16,6 @@
  */
 #pragma once
 
-#include <cxxabi.h>
-
 #include <exception>
 #include <type_traits>
 #include <utility>
@@ -58,9 +56,10 @@ class Carrier
 
     /**
      * Takes the exception now being handled, for the innermost Carrier to throw again. Gives the
-     * negative errno that says to sd-bus what it was.
+     * negative errno that says to sd-bus what it was. A thread that is being ended (pthread_exit,
+     * cancellation) unwinds on: that is no exception to carry.
      */
-    static int take() noexcept;
+    static int take();
 
   private:
     void rethrow();
@@ -71,21 +70,14 @@ class Carrier
 
 /**
  * The edge of a bus callback: runs `call` and gives its result to sd-bus, or else takes what it
- * threw and gives `failed` of the errno. A thread that is being ended (pthread_exit, cancellation)
- * unwinds on: that is no exception to carry.
+ * threw and gives `failed` of the errno. Part of its caller, so that a getter pays for nothing.
  */
-// libstdc++ hands a forced unwind to its handler as a reference to nothing, which UBSan takes
-// amiss.
 template <class Call>
-__attribute__((no_sanitize("null"))) int at_edge(const Call& call, int (*failed)(int error))
+[[gnu::always_inline]] inline int at_edge(const Call& call, int (*failed)(int error))
 {
     try
     {
         return call();
-    }
-    catch (const abi::__forced_unwind&)
-    {
-        throw;
     }
     catch (...)
     {

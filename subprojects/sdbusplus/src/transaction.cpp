@@ -45,6 +45,18 @@ uint64_t name_hash(const char* name)
     return hash;
 }
 
+/** Out of set_id's way, which seldom gets here. */
+[[gnu::noinline]] void begin(SdBusInterface* intf, sd_bus_message* m, sd_bus* bus, uint64_t cookie)
+{
+    const char* name = nullptr;
+    intf->sd_bus_get_unique_name(bus, &name);
+
+    // Cookies count up per connection, so an odd multiplier spreads them and no two of one
+    // connection collide.
+    constexpr uint64_t spread = 0x9e3779b97f4a7c15;
+    current = {name_hash(name) ^ (cookie * spread), m, bus, cookie};
+}
+
 } // namespace
 
 void set_id(const message::message& m) noexcept
@@ -54,19 +66,11 @@ void set_id(const message::message& m) noexcept
     const uint64_t cookie = call_cookie(intf, m.get());
 
     // The getters of a GetAll all have the one reply under construction.
-    Transaction& transaction = current;
-    if (m.get() == transaction.message && bus == transaction.bus && cookie == transaction.cookie)
+    const Transaction& last = current;
+    if (m.get() != last.message || bus != last.bus || cookie != last.cookie)
     {
-        return;
+        begin(intf, m.get(), bus, cookie);
     }
-
-    const char* name = nullptr;
-    intf->sd_bus_get_unique_name(bus, &name);
-
-    // Cookies count up per connection, so an odd multiplier spreads them and no two of one
-    // connection collide.
-    constexpr uint64_t spread = 0x9e3779b97f4a7c15;
-    transaction = {name_hash(name) ^ (cookie * spread), m.get(), bus, cookie};
 }
 
 uint64_t get_id() noexcept

@@ -3,8 +3,10 @@
 // error that the client gets; all other exceptions pass through to whoever dispatches.
 #pragma once
 
+#include "sdbusplus/exception.hpp"
 #include "sdbusplus/message.hpp"
 #include "sdbusplus/sdbus.hpp"
+#include "sdbusplus/server/transaction.hpp"
 
 #include <functional>
 #include <tuple>
@@ -17,6 +19,20 @@ namespace sdbuspp
 {
 namespace details
 {
+
+/** A message that the caller holds for as long as this object lives: no reference of its own. */
+union Lent
+{
+    Lent(sd_bus_message* msg, SdBusInterface* intf) : m(msg, intf, std::false_type{})
+    {
+    }
+
+    ~Lent()
+    {
+    }
+
+    message::message m;
+};
 
 /** serve() for a body already reduced to a function and what it works on. */
 int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error,
@@ -34,6 +50,28 @@ int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error, const 
         [](const void* what, message::message& m) { (*static_cast<const Body*>(what))(m); }, &body);
 }
 
+/**
+ * serve() for a getter, which runs once a property of a GetAll: all of it inline, and no reference
+ * on the reply, which sd-bus holds over the callback. The reference would cost more than all else
+ * here: it counts on the connection too, by atomic instructions.
+ */
+template <typename R>
+[[gnu::always_inline]] inline int serve_getter(sd_bus_message* msg, SdBusInterface* intf,
+                                               sd_bus_error* error, std::function<R()>& f)
+{
+    try
+    {
+        Lent reply(msg, intf);
+        server::transaction::set_id(reply.m);
+        reply.m.append(f());
+    }
+    catch (const exception::internal_exception& e)
+    {
+        return e.set_error(intf, error);
+    }
+    return 1;
+}
+
 } // namespace details
 
 /**
@@ -42,23 +80,22 @@ int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error, const 
  * Returns 1, or what putting the failure into `error` gave.
  */
 template <typename R, typename... Args>
-int property_callback(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error,
-                      std::function<R(Args&&...)> f)
+[[gnu::always_inline]] inline int property_callback(sd_bus_message* msg, SdBusInterface* intf,
+                                                    sd_bus_error* error,
+                                                    std::function<R(Args&&...)> f)
 {
     static_assert(sizeof...(Args) == (std::is_void_v<R> ? 1 : 0), "a getter or a setter");
 
-    return details::serve(msg, intf, error,
-                          [&](message::message& m)
-                          {
-                              if constexpr (std::is_void_v<R>)
-                              {
-                                  std::apply(f, message::read_values<Args...>(intf, m.get()));
-                              }
-                              else
-                              {
-                                  m.append(f());
-                              }
-                          });
+    if constexpr (std::is_void_v<R>)
+    {
+        return details::serve(msg, intf, error,
+                              [&](message::message& m)
+                              { std::apply(f, message::read_values<Args...>(intf, m.get())); });
+    }
+    else
+    {
+        return details::serve_getter(msg, intf, error, f);
+    }
 }
 
 /**
