@@ -4,7 +4,7 @@
  */
 #pragma once
 
-#include <gantry/context.hpp>
+#include <gantry/instance.h>
 
 #include <memory>
 

@@ -1,5 +1,7 @@
 #include "signal.hpp"
 
+#include <gantry/context.hpp>
+
 #include <string>
 
 namespace gantry

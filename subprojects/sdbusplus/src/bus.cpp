@@ -3,6 +3,7 @@
 #include "sdbusplus/bus.hpp"
 
 #include "check.hpp"
+#include "sdbusplus/message.hpp"
 
 namespace sdbusplus
 {

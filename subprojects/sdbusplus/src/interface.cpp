@@ -3,6 +3,7 @@
 #include "sdbusplus/server/interface.hpp"
 
 #include "check.hpp"
+#include "sdbusplus/message.hpp"
 
 #include <cstring>
 
@@ -42,6 +43,11 @@ interface::interface(bus_t& b, const char* path, const char* interf, const sd_bu
 interface::~interface()
 {
     connection.getInterface()->sd_bus_slot_unref(slot);
+}
+
+message::message interface::new_signal(const char* member) const
+{
+    return connection.new_signal(object_path.get(), name, member);
 }
 
 void interface::property_changed(const char* property)

@@ -1,6 +1,7 @@
 // The way from sd-bus's plain callback to the held std::function.
 
 #include "sdbusplus/bus/match.hpp"
+#include "sdbusplus/message.hpp"
 
 #include <utility>
 

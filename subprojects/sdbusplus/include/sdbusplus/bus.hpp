@@ -2,7 +2,6 @@
 // may share is left open, a private one is flushed and closed.
 #pragma once
 
-#include "sdbusplus/message.hpp"
 #include "sdbusplus/sdbus.hpp"
 
 #include <memory>
@@ -11,6 +10,11 @@
 
 namespace sdbusplus
 {
+namespace message
+{
+class message;
+} // namespace message
+
 namespace bus
 {
 

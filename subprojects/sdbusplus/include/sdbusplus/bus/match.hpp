@@ -3,7 +3,6 @@
 #pragma once
 
 #include "sdbusplus/bus.hpp"
-#include "sdbusplus/message.hpp"
 #include "sdbusplus/slot.hpp"
 
 #include <functional>

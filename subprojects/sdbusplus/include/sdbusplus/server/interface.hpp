@@ -3,7 +3,6 @@
 #pragma once
 
 #include "sdbusplus/bus.hpp"
-#include "sdbusplus/message.hpp"
 #include "sdbusplus/sdbus.hpp"
 
 #include <memory>
@@ -35,10 +34,7 @@ struct interface
      * A signal of this interface, to be filled and sent. Throws SdBusError with
      * "sd_bus_message_new_signal".
      */
-    message::message new_signal(const char* member) const
-    {
-        return connection.new_signal(object_path.get(), name, member);
-    }
+    message::message new_signal(const char* member) const;
 
     /** Announces the property's present value. A failure is not reported. */
     void property_changed(const char* property);
