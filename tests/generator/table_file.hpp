@@ -29,37 +29,23 @@ inline Outcome gantrygen_run(const std::vector<std::string>& arguments)
     return {status, out.str(), err.str()};
 }
 
-inline std::string content(const std::filesystem::path& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    EXPECT_TRUE(stream) << path;
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
-
 class TableFile
 {
   public:
-    explicit TableFile(std::string_view text,
-                       std::string_view interface = "com.orvane.velmar.system.Test")
+    static constexpr std::string_view usual = "com.orvane.velmar.system.Test";
+
+    explicit TableFile(std::string_view text, std::string_view interface = usual) :
+        table(root.path() / gantrygen::directory(interface) / "server.xml")
     {
-        const auto place = root.path() / gantrygen::directory(interface);
-        std::filesystem::create_directories(place);
-        table = place / "server.xml";
+        std::filesystem::create_directories(table.parent_path());
         std::ofstream(table) << text;
     }
 
     // Whole lines, of which the first is the table's third.
-    static std::string with_members(std::string_view members,
-                                    std::string_view interface = "com.orvane.velmar.system.Test")
+    static std::string with_members(const std::string& members, std::string_view interface = usual)
     {
-        std::string text = "<node>\n<interface name=\"";
-        text += interface;
-        text += "\">\n";
-        text += members;
-        text += "</interface>\n</node>\n";
-        return text;
+        return "<node>\n<interface name=\"" + std::string(interface) + "\">\n" + members +
+               "</interface>\n</node>\n";
     }
 
     [[nodiscard]] std::string path() const

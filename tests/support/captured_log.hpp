@@ -8,12 +8,9 @@
 
 #include <cstddef>
 #include <iosfwd>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace support
 {
@@ -22,14 +19,11 @@ struct LogMessage
 {
     int level = 0;
     int mask = 0;
-    std::string format;     // as passed
-    std::string text;       // as formatted
     bool exception = false; // the format began "EXCEPTION %s.%d.%s: "
     std::string file;       // the three values of the "%s.%d.%s: " prefix; empty and 0 without one
     int line = 0;
     std::string function;
     std::string message; // the text behind the prefix; all of it without one
-    pid_t thread = 0;    // gettid() of the caller
 };
 
 std::ostream& operator<<(std::ostream& out, const LogMessage& message);
@@ -44,8 +38,7 @@ void clear();
 // The messages of one level as "function: message", oldest first; for ElementsAre and the like.
 std::vector<std::string> lines(int level);
 
-// The first message with this text behind the prefix, of this function unless it is empty.
-std::optional<LogMessage> find(std::string_view message, std::string_view function = {});
+// How many messages have this text behind the prefix, of this function unless it is empty.
 std::size_t count(std::string_view message, std::string_view function = {});
 
 } // namespace captured_log

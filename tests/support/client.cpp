@@ -1,11 +1,9 @@
 #include "support/client.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <ctime>
 #include <ostream>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include <poll.h>
@@ -26,27 +24,13 @@ std::string text_or_empty(const char* text)
     return text == nullptr ? "" : text;
 }
 
-Message reference(sd_bus_message* message)
-{
-    return Message(sd_bus_message_ref(message));
-}
-
-// The contents of the variant that is the whole body.
-std::string render_variant(sd_bus_message* message)
-{
-    std::string result = render_next(message, true);
-    sd_bus_message_rewind(message, 1);
-    return result;
-}
-
+// Visits each entry of the dictionary at the reading position, with its key.
 template <typename Visit>
-void for_each_entry(sd_bus_message* message, const char* contents, const Visit& visit)
+void for_each_entry(sd_bus_message* message, const std::string& contents, const Visit& visit)
 {
-    if (sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, contents) < 0)
-    {
-        throw std::runtime_error("the reply is no array of " + std::string(contents));
-    }
-    const std::string inner(contents + 1, std::string_view(contents).size() - 2);
+    check(sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, contents.c_str()),
+          "enter a dictionary");
+    const std::string inner = contents.substr(1, contents.size() - 2);
     while (sd_bus_message_enter_container(message, SD_BUS_TYPE_DICT_ENTRY, inner.c_str()) > 0)
     {
         const char* key = nullptr;
@@ -77,7 +61,7 @@ const Reply& require(const Reply& reply)
 int receive_reply(sd_bus_message* message, void* user, sd_bus_error* /*error*/)
 {
     Reply& reply = *static_cast<Reply*>(user);
-    reply.message = reference(message);
+    reply.message.reset(sd_bus_message_ref(message));
     if (const sd_bus_error* const error = sd_bus_message_get_error(message))
     {
         reply.state = Reply::State::error;
@@ -93,18 +77,11 @@ int receive_reply(sd_bus_message* message, void* user, sd_bus_error* /*error*/)
     return 1;
 }
 
-struct Subscription
-{
-    std::vector<Signal>* signals;
-    bool with_daemon;
-};
-
 int receive_signal(sd_bus_message* message, void* user, sd_bus_error* /*error*/)
 {
-    const auto& subscription = *static_cast<Subscription*>(user);
     Signal signal;
     signal.sender = text_or_empty(sd_bus_message_get_sender(message));
-    if (signal.sender == daemon_name && !subscription.with_daemon)
+    if (signal.sender == daemon_name)
     {
         return 0;
     }
@@ -112,8 +89,7 @@ int receive_signal(sd_bus_message* message, void* user, sd_bus_error* /*error*/)
     signal.interface = text_or_empty(sd_bus_message_get_interface(message));
     signal.member = text_or_empty(sd_bus_message_get_member(message));
     signal.body = render(message);
-    if (signal.interface == properties_interface && signal.member == "PropertiesChanged" &&
-        sd_bus_message_has_signature(message, "sa{sv}as") > 0)
+    if (signal.interface == properties_interface && signal.member == "PropertiesChanged")
     {
         const char* text = nullptr;
         sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &text);
@@ -126,7 +102,7 @@ int receive_signal(sd_bus_message* message, void* user, sd_bus_error* /*error*/)
         }
         sd_bus_message_rewind(message, 1);
     }
-    subscription.signals->push_back(std::move(signal));
+    static_cast<std::vector<Signal>*>(user)->push_back(std::move(signal));
     return 0;
 }
 
@@ -143,15 +119,6 @@ std::ostream& operator<<(std::ostream& out, const Signal& signal)
                << signal.body;
 }
 
-int Client::check(int result, const char* call)
-{
-    if (result < 0)
-    {
-        throw std::system_error(-result, std::generic_category(), call);
-    }
-    return result;
-}
-
 Client::Client(Pump pump) : pump_(std::move(pump))
 {
     sd_bus* bus = nullptr;
@@ -161,8 +128,6 @@ Client::Client(Pump pump) : pump_(std::move(pump))
     const char* ignored = nullptr;
     check(sd_bus_get_unique_name(bus, &ignored), "sd_bus_get_unique_name");
 }
-
-Client::~Client() = default;
 
 Message Client::new_call(const Object& object, const char* interface, const char* member)
 {
@@ -249,7 +214,8 @@ Reply Client::get(const Object& object, const char* interface, const char* prope
     Reply reply = call(object, properties_interface, "Get", "ss", interface, property);
     if (reply.ok())
     {
-        reply.text = render_variant(reply.message.get());
+        reply.text = render_next(reply.message.get(), true);
+        sd_bus_message_rewind(reply.message.get(), 1);
     }
     return reply;
 }
@@ -287,17 +253,8 @@ std::string Client::introspect(const Object& object)
 
 void Client::subscribe(const std::string& rule)
 {
-    auto subscription = std::make_unique<Subscription>(
-        Subscription{&signals_, rule.find(daemon_name) != std::string::npos});
-    sd_bus_slot* slot = nullptr;
-    check(sd_bus_add_match(bus(), &slot, rule.c_str(), receive_signal, subscription.get()),
+    check(sd_bus_add_match(bus(), nullptr, rule.c_str(), receive_signal, &signals_),
           "sd_bus_add_match");
-    // From here on the connection owns both.
-    sd_bus_slot_set_destroy_callback(slot,
-                                     [](void* user) { delete static_cast<Subscription*>(user); });
-    static_cast<void>(subscription.release());
-    sd_bus_slot_set_floating(slot, 1);
-    sd_bus_slot_unref(slot);
 }
 
 std::vector<Signal> Client::signals(std::string_view member) const
@@ -315,11 +272,8 @@ Message Client::new_signal(const char* destination, const char* path, const char
     check(sd_bus_message_new_signal(bus(), &message, path, interface, member),
           "sd_bus_message_new_signal");
     Message result(message);
-    if (destination != nullptr)
-    {
-        check(sd_bus_message_set_destination(message, destination),
-              "sd_bus_message_set_destination");
-    }
+    check(destination == nullptr ? 0 : sd_bus_message_set_destination(message, destination),
+          "sd_bus_message_set_destination");
     return result;
 }
 

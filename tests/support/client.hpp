@@ -4,9 +4,9 @@
 // A service on another thread or process needs no pump.
 //
 // The connection is the client's own, not the thread's default one and on no event loop. No wait is
-// without end: `deadline` bounds each.
-//
-// Only libsystemd is used, so a fault of the code under test cannot hide in here.
+// without end: `deadline` bounds each. Only libsystemd is used, so a fault of the code under test
+// cannot hide in here. What sd-bus refuses is thrown as std::system_error (a broken connection is
+// ECONNRESET or ENOTCONN).
 #pragma once
 
 #include <chrono>
@@ -16,10 +16,11 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 #include <systemd/sd-bus.h>
+
+#include "support/check.hpp"
 
 namespace support
 {
@@ -27,14 +28,16 @@ namespace support
 // Long enough for a busy machine under valgrind; reached only by a failing test.
 inline constexpr std::chrono::seconds deadline{30};
 
-struct MessageUnref
+template <auto Function>
+struct Release
 {
-    void operator()(sd_bus_message* message) const noexcept
+    template <typename T>
+    void operator()(T* object) const noexcept
     {
-        sd_bus_message_unref(message);
+        Function(object);
     }
 };
-using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
+using Message = std::unique_ptr<sd_bus_message, Release<sd_bus_message_unref>>;
 
 // Where a call goes: a well-known or unique name, and an object path.
 struct Object
@@ -94,12 +97,6 @@ class Client
     class Pending
     {
       public:
-        Pending(Pending&&) noexcept = default;
-        Pending& operator=(Pending&&) noexcept = default;
-        Pending(const Pending&) = delete;
-        Pending& operator=(const Pending&) = delete;
-        ~Pending() = default;
-
         [[nodiscard]] bool done() const noexcept
         {
             return reply_->state != Reply::State::none;
@@ -112,29 +109,14 @@ class Client
 
       private:
         friend class Client;
-        struct SlotUnref
-        {
-            void operator()(sd_bus_slot* slot) const noexcept
-            {
-                sd_bus_slot_unref(slot);
-            }
-        };
-        Pending() : reply_(std::make_unique<Reply>())
-        {
-        }
-
-        std::unique_ptr<Reply> reply_; // sd-bus holds its address
-        std::unique_ptr<sd_bus_slot, SlotUnref> slot_;
+        std::unique_ptr<Reply> reply_ = std::make_unique<Reply>(); // sd-bus holds its address
+        std::unique_ptr<sd_bus_slot, Release<sd_bus_slot_unref>> slot_;
     };
 
-    // Connects to $DBUS_SYSTEM_BUS_ADDRESS. Throws std::system_error, here and below, whenever an
-    // sd-bus call fails (a broken connection is ECONNRESET or ENOTCONN).
+    // Connects to $DBUS_SYSTEM_BUS_ADDRESS.
     explicit Client(Pump pump = {});
-    ~Client();
     Client(const Client&) = delete;
-    Client(Client&&) = delete;
     Client& operator=(const Client&) = delete;
-    Client& operator=(Client&&) = delete;
 
     // Calls a method and waits for the reply, until the deadline. `types` and `args` are those of
     // sd_bus_message_append: C strings, integers promoted as for printf.
@@ -142,8 +124,7 @@ class Client
     Reply call(const Object& object, const char* interface, const char* member,
                const char* types = "", Args... args)
     {
-        Pending pending = start(object, interface, member, types, args...);
-        return wait(std::move(pending));
+        return wait(start(object, interface, member, types, args...));
     }
 
     // Sends the call alone; it leaves with the next turn.
@@ -185,9 +166,8 @@ class Client
     ManagedObjects managed_objects(const Object& object);
     std::string introspect(const Object& object);
 
-    // Collects the signals of a match rule from here on. The daemon's own signals (NameAcquired and
-    // so on) are left out unless the rule names org.freedesktop.DBus. Overlapping rules collect a
-    // signal once for each.
+    // Collects the signals of a match rule from here on. The daemon's own (NameAcquired and so on)
+    // are left out. Overlapping rules collect a signal once for each.
     void subscribe(const std::string& rule = "type='signal'");
     [[nodiscard]] const std::vector<Signal>& signals() const noexcept
     {
@@ -200,7 +180,7 @@ class Client
         signals_.clear();
     }
 
-    // Broadcasts a signal, or sends it to `destination` alone if that is not null.
+    // Broadcasts a signal, or sends it to `destination` alone if that is not null, and flushes.
     template <typename... Args>
     void emit(const char* destination, const char* path, const char* interface, const char* member,
               const char* types = "", Args... args)
@@ -209,7 +189,6 @@ class Client
     }
     Message new_signal(const char* destination, const char* path, const char* interface,
                        const char* member);
-    // Sends a message of which no reply is wanted and flushes.
     void send(Message message);
 
     void request_name(const char* name);
@@ -225,30 +204,20 @@ class Client
     }
 
   private:
-    struct BusClose
-    {
-        void operator()(sd_bus* bus) const noexcept
-        {
-            sd_bus_flush_close_unref(bus);
-        }
-    };
-
     template <typename... Args>
     static Message append(Message message, const char* types, Args... args)
     {
-        static_assert((std::is_scalar_v<Args> && ...), "pass C strings and numbers");
         if (*types != '\0')
         {
             check(sd_bus_message_append(message.get(), types, args...), "sd_bus_message_append");
         }
         return message;
     }
-    static int check(int result, const char* call);
     void turn();
 
     Pump pump_;
-    std::unique_ptr<sd_bus, BusClose> bus_;
     std::vector<Signal> signals_;
+    std::unique_ptr<sd_bus, Release<sd_bus_flush_close_unref>> bus_;
 };
 
 } // namespace support

@@ -2,10 +2,16 @@
 // the process under test tells it.
 #pragma once
 
-#include <chrono>
-#include <optional>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
 #include <string>
+#include <system_error>
 #include <vector>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include "support/temp_dir.hpp"
 
@@ -16,25 +22,44 @@ class NotifySocket
 {
   public:
     // Binds the socket and sets $NOTIFY_SOCKET for this process; throws std::system_error.
-    NotifySocket();
-    // Restores $NOTIFY_SOCKET.
-    ~NotifySocket();
+    NotifySocket()
+    {
+        const std::string path = dir_.path() / "notify";
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+        if (bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
+        {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+        setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    }
+    // Unsets $NOTIFY_SOCKET.
+    ~NotifySocket()
+    {
+        unsetenv("NOTIFY_SOCKET");
+        close(fd_);
+    }
     NotifySocket(const NotifySocket&) = delete;
-    NotifySocket(NotifySocket&&) = delete;
     NotifySocket& operator=(const NotifySocket&) = delete;
-    NotifySocket& operator=(NotifySocket&&) = delete;
 
-    // The next datagram, such as "READY=1"; nothing when none comes in time.
-    std::optional<std::string> receive(std::chrono::milliseconds timeout = {});
-    // All datagrams that have come in, without waiting. sd_notify delivers before it returns.
-    std::vector<std::string> received();
-
-    [[nodiscard]] std::string path() const;
+    // All datagrams that have come in, such as "READY=1", without waiting. sd_notify delivers
+    // before it returns.
+    std::vector<std::string> received()
+    {
+        std::vector<std::string> result;
+        std::array<char, 4096> datagram{};
+        for (ssize_t size = 0;
+             (size = recv(fd_, datagram.data(), datagram.size(), MSG_DONTWAIT)) >= 0;)
+        {
+            result.emplace_back(datagram.data(), static_cast<std::size_t>(size));
+        }
+        return result;
+    }
 
   private:
     TempDir dir_;
-    int fd_ = -1;
-    std::optional<std::string> previous_;
+    const int fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };
 
 } // namespace support

@@ -2,16 +2,12 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <system_error>
-#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -19,17 +15,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/check.hpp"
+#include "support/temp_dir.hpp"
+
 namespace support
 {
 
 namespace
 {
 
-constexpr const char* address_variable = "DBUS_SYSTEM_BUS_ADDRESS";
-
 // The limits are the session bus's: a test may make more connections, names and matches than the
 // system bus grants one user.
-constexpr std::string_view policy = R"(
+constexpr const char* policy = R"(
   <auth>EXTERNAL</auth>
   <policy context="default">
     <allow user="*"/>
@@ -49,31 +46,20 @@ constexpr std::string_view policy = R"(
 </busconfig>
 )";
 
-[[noreturn]] void throw_errno(const char* what)
-{
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
-struct DaemonFiles
-{
-    std::string config;
-    std::string log;
-};
-
 // Runs in the child of fork(): becomes the daemon, which reports its address on `report`.
-[[noreturn]] void become_daemon(const DaemonFiles& files, int report, pid_t parent)
+[[noreturn]] void become_daemon(const std::string& directory, int report, pid_t parent)
 {
     // Not to outlive a test that crashes; the second look is for a parent that was quicker.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() == parent)
     {
-        const int log = open(files.log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int log = open((directory + "/log").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         dup2(log, STDERR_FILENO);
         const int inherited = dup(report); // without O_CLOEXEC
         const std::string print_address = "--print-address=" + std::to_string(inherited);
         execlp("dbus-daemon", "dbus-daemon", "--nofork", "--nopidfile", "--nosyslog",
-               print_address.c_str(), "--config-file", files.config.c_str(), nullptr);
-        dprintf(STDERR_FILENO, "dbus-daemon: %s\n", std::strerror(errno));
+               print_address.c_str(), "--config-file", (directory + "/bus.conf").c_str(), nullptr);
+        std::perror("dbus-daemon");
     }
     _exit(127);
 }
@@ -83,45 +69,24 @@ bool wait_for_report(int report)
 {
     constexpr int timeout_ms = 30000;
     pollfd poll_for{.fd = report, .events = POLLIN, .revents = 0};
-    int ready = 0;
-    do
-    {
-        ready = poll(&poll_for, 1, timeout_ms);
-    } while (ready < 0 && errno == EINTR);
     std::array<char, 256> address{};
-    return ready > 0 && read(report, address.data(), address.size()) > 0;
+    return poll(&poll_for, 1, timeout_ms) > 0 && read(report, address.data(), address.size()) > 0;
 }
 
 } // namespace
 
-PrivateBus::PrivateBus() : address_("unix:path=" + (dir_.path() / "bus").string())
+PrivateBus::PrivateBus() :
+    dir_(std::make_unique<TempDir>()), address_("unix:path=" + (dir_->path() / "bus").string())
 {
-    std::ofstream config(dir_.path() / "bus.conf");
-    config << "<busconfig>\n  <type>system</type>\n  <listen>" << address_ << "</listen>" << policy;
-    config.close();
-    if (!config)
-    {
-        throw std::runtime_error("no configuration of the private bus could be written");
-    }
-    start();
-    if (const char* const previous = std::getenv(address_variable))
-    {
-        previous_address_ = previous;
-    }
-    setenv(address_variable, address_.c_str(), 1);
+    std::ofstream(dir_->path() / "bus.conf")
+        << "<busconfig>\n  <type>system</type>\n  <listen>" << address_ << "</listen>" << policy;
+    restart();
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
 }
 
 PrivateBus::~PrivateBus()
 {
     kill();
-    if (previous_address_)
-    {
-        setenv(address_variable, previous_address_->c_str(), 1);
-    }
-    else
-    {
-        unsetenv(address_variable);
-    }
 }
 
 void PrivateBus::kill() noexcept
@@ -129,9 +94,7 @@ void PrivateBus::kill() noexcept
     if (pid_ > 0)
     {
         ::kill(pid_, SIGKILL);
-        while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR)
-        {
-        }
+        waitpid(pid_, nullptr, 0);
         pid_ = -1;
     }
 }
@@ -139,26 +102,16 @@ void PrivateBus::kill() noexcept
 void PrivateBus::restart()
 {
     kill();
-    start();
-}
-
-void PrivateBus::start()
-{
     // A killed daemon leaves its socket behind, which would be in the next one's way.
-    std::error_code ignored;
-    std::filesystem::remove(dir_.path() / "bus", ignored);
+    std::filesystem::remove(dir_->path() / "bus");
 
     std::array<int, 2> report{};
-    if (pipe2(report.data(), O_CLOEXEC) < 0)
-    {
-        throw_errno("pipe2");
-    }
-    const DaemonFiles files{dir_.path() / "bus.conf", dir_.path() / "log"};
+    check(pipe2(report.data(), O_CLOEXEC) < 0 ? -errno : 0, "pipe2");
     const pid_t parent = getpid();
     pid_ = fork();
     if (pid_ == 0)
     {
-        become_daemon(files, report[1], parent);
+        become_daemon(dir_->path(), report[1], parent);
     }
     close(report[1]);
     const bool listening = pid_ > 0 && wait_for_report(report[0]);
@@ -167,7 +120,7 @@ void PrivateBus::start()
     {
         kill();
         std::ostringstream log;
-        log << std::ifstream(files.log).rdbuf();
+        log << std::ifstream(dir_->path() / "log").rdbuf();
         throw std::runtime_error("the private bus did not start\n" + log.str());
     }
 }

@@ -5,15 +5,15 @@
 // test_main.cpp runs one for the whole program; support::bus() hands it out.
 #pragma once
 
-#include <optional>
+#include <memory>
 #include <string>
 
 #include <sys/types.h>
 
-#include "support/temp_dir.hpp"
-
 namespace support
 {
+
+class TempDir;
 
 class PrivateBus
 {
@@ -23,12 +23,10 @@ class PrivateBus
     // is killed when the thread that started it ends. Throws std::runtime_error when there is no
     // dbus-daemon or it does not come up.
     PrivateBus();
-    // Ends the daemon, restores the environment and removes the directory.
+    // Ends the daemon and removes the directory.
     ~PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
-    PrivateBus(PrivateBus&&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
-    PrivateBus& operator=(PrivateBus&&) = delete;
 
     // Ends the daemon; every connection to it breaks, and new ones are refused.
     void kill() noexcept;
@@ -39,18 +37,10 @@ class PrivateBus
     {
         return address_;
     }
-    // The daemon's process id, or -1 when it is not running.
-    [[nodiscard]] pid_t pid() const noexcept
-    {
-        return pid_;
-    }
 
   private:
-    void start();
-
-    TempDir dir_;
+    const std::unique_ptr<TempDir> dir_;
     std::string address_;
-    std::optional<std::string> previous_address_;
     pid_t pid_ = -1;
 };
 

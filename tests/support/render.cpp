@@ -4,30 +4,14 @@
 #include <charconv>
 #include <cstdint>
 #include <string_view>
-#include <system_error>
+
+#include "support/check.hpp"
 
 namespace support
 {
 
 namespace
 {
-
-int check(int result, const char* call)
-{
-    if (result < 0)
-    {
-        throw std::system_error(-result, std::generic_category(), call);
-    }
-    return result;
-}
-
-template <typename T>
-std::string number(T value)
-{
-    std::array<char, 32> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-    return {digits.data(), end};
-}
 
 std::string quoted(std::string_view text)
 {
@@ -36,12 +20,7 @@ std::string quoted(std::string_view text)
     for (const char byte : text)
     {
         const auto value = static_cast<unsigned char>(byte);
-        if (byte == '"' || byte == '\\')
-        {
-            result += '\\';
-            result += byte;
-        }
-        else if (byte == '\n')
+        if (byte == '\n')
         {
             result += "\\n";
         }
@@ -53,66 +32,57 @@ std::string quoted(std::string_view text)
         }
         else
         {
+            result += byte == '"' || byte == '\\' ? "\\" : "";
             result += byte;
         }
     }
     return result += '"';
 }
 
+template <typename T>
+std::string number(sd_bus_message* message, char type)
+{
+    T value{};
+    check(sd_bus_message_read_basic(message, type, &value), "sd_bus_message_read_basic");
+    std::array<char, 32> digits{};
+    return {digits.data(), std::to_chars(digits.begin(), digits.end(), value).ptr};
+}
+
 std::string basic(sd_bus_message* message, char type)
 {
-    // sd_bus_message_read_basic fills what the type says.
-    union
-    {
-        std::uint8_t y;
-        int b;
-        std::int16_t n;
-        std::uint16_t q;
-        std::int32_t i;
-        std::uint32_t u;
-        std::int64_t x;
-        std::uint64_t t;
-        double d;
-        const char* s;
-    } value{};
-    check(sd_bus_message_read_basic(message, type, &value), "sd_bus_message_read_basic");
     switch (type)
     {
     case SD_BUS_TYPE_BYTE:
-        return number(value.y);
+        return number<std::uint8_t>(message, type);
     case SD_BUS_TYPE_BOOLEAN:
-        return value.b != 0 ? "true" : "false";
+        return number<int>(message, type) == "0" ? "false" : "true";
     case SD_BUS_TYPE_INT16:
-        return number(value.n);
+        return number<std::int16_t>(message, type);
     case SD_BUS_TYPE_UINT16:
-        return number(value.q);
+        return number<std::uint16_t>(message, type);
     case SD_BUS_TYPE_INT32:
-        return number(value.i);
+        return number<std::int32_t>(message, type);
     case SD_BUS_TYPE_UINT32:
-        return number(value.u);
+        return number<std::uint32_t>(message, type);
     case SD_BUS_TYPE_INT64:
-        return number(value.x);
+        return number<std::int64_t>(message, type);
     case SD_BUS_TYPE_UINT64:
-        return number(value.t);
+        return number<std::uint64_t>(message, type);
     case SD_BUS_TYPE_DOUBLE:
-        return number(value.d);
-    case SD_BUS_TYPE_UNIX_FD:
-        return "fd";
+        return number<double>(message, type);
     default:
-        return quoted(value.s);
+        const char* text = nullptr;
+        check(sd_bus_message_read_basic(message, type, &text), "sd_bus_message_read_basic");
+        return quoted(text);
     }
-}
-
-bool at_end(sd_bus_message* message)
-{
-    return check(sd_bus_message_at_end(message, 0), "sd_bus_message_at_end") > 0;
 }
 
 // The values up to the end of the container that is entered, or of the body.
 std::string sequence(sd_bus_message* message, std::string_view separator = ", ")
 {
     std::string result;
-    for (std::string_view before; !at_end(message); before = separator)
+    for (std::string_view before;
+         check(sd_bus_message_at_end(message, 0), "sd_bus_message_at_end") == 0; before = separator)
     {
         result += before;
         result += render_next(message);

@@ -4,7 +4,6 @@
 //   basic types   1   -5   0.5   true   "text"   (strings escaped as in C; paths and signatures
 //   too) array         [1, 2]            dictionary   {"a": 1, "b": 2}, in the order of the message
 //   structure     (1, "a")          variant      <s "text">, its signature before its value
-//   descriptor    fd
 // An empty body is the empty string.
 #pragma once
 

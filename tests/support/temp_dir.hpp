@@ -1,9 +1,12 @@
-// A directory of a test's own: made on construction, gone with all it holds on destruction. What a
-// crash leaves behind goes when the next test makes its first.
+// A directory of a test's own: made on construction, gone with all it holds on destruction.
 // Its path is kept short, since socket addresses must fit sockaddr_un.
 #pragma once
 
+#include <cerrno>
+#include <cstdlib>
 #include <filesystem>
+#include <string>
+#include <system_error>
 
 namespace support
 {
@@ -12,12 +15,22 @@ class TempDir
 {
   public:
     // Throws std::system_error when no directory can be made.
-    TempDir();
-    ~TempDir();
+    TempDir()
+    {
+        std::string name = "/tmp/gantry-test-XXXXXX";
+        if (mkdtemp(name.data()) == nullptr)
+        {
+            throw std::system_error(errno, std::generic_category(), "mkdtemp");
+        }
+        path_ = name;
+    }
+    ~TempDir()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
     TempDir(const TempDir&) = delete;
-    TempDir(TempDir&&) = delete;
     TempDir& operator=(const TempDir&) = delete;
-    TempDir& operator=(TempDir&&) = delete;
 
     [[nodiscard]] const std::filesystem::path& path() const noexcept
     {
@@ -26,7 +39,6 @@ class TempDir
 
   private:
     std::filesystem::path path_;
-    int lock_ = -1; // the directory, locked for as long as it is in use
 };
 
 } // namespace support

@@ -1,5 +1,5 @@
 // An event loop as an object: whose references it holds, what running it gives, how it fails.
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sdeventplus/event.hpp>
 #include <sdeventplus/exception.hpp>
 
@@ -8,60 +8,78 @@
 #include <optional>
 #include <string>
 #include <system_error>
-#include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace
 {
 
 using sdeventplus::Event;
-using testing::_;
-using testing::DoAll;
-using testing::Return;
-using testing::SetArgPointee;
 
-class SdEventMock : public sdeventplus::internal::SdEvent
+// A loop that is only pretended: what is asked of it, and what each call comes to.
+struct Pretended : sdeventplus::internal::SdEvent
 {
-  public:
-    MOCK_METHOD(int, sd_event_default, (sd_event**), (const, override));
-    MOCK_METHOD(sd_event*, sd_event_ref, (sd_event*), (const, override));
-    MOCK_METHOD(sd_event*, sd_event_unref, (sd_event*), (const, override));
-    MOCK_METHOD(int, sd_event_run, (sd_event*, uint64_t), (const, override));
-    MOCK_METHOD(int, sd_event_loop, (sd_event*), (const, override));
+    mutable int references = 0;
+    mutable std::vector<uint64_t> timeouts;
+    int result = 1;
+    sd_event* loop = reinterpret_cast<sd_event*>(const_cast<int*>(&result));
+
+    int sd_event_default(sd_event** event) const override
+    {
+        references += result < 0 ? 0 : 1;
+        *event = result < 0 ? nullptr : loop;
+        return result;
+    }
+    sd_event* sd_event_ref(sd_event* event) const override
+    {
+        ++references;
+        return event;
+    }
+    sd_event* sd_event_unref(sd_event*) const override
+    {
+        --references;
+        return nullptr;
+    }
+    int sd_event_run(sd_event*, uint64_t timeout) const override
+    {
+        timeouts.push_back(timeout);
+        return result;
+    }
+    int sd_event_loop(sd_event*) const override
+    {
+        return result;
+    }
 };
 
-class MockedEvent : public testing::Test
+TEST(Event, each_holder_has_a_reference_and_drops_it_once)
 {
-  protected:
-    testing::StrictMock<SdEventMock> mock;
-    sd_event* const loop = reinterpret_cast<sd_event*>(&mock);
-};
-
-TEST_F(MockedEvent, each_holder_has_a_reference_and_drops_it_once)
-{
-    EXPECT_CALL(mock, sd_event_default(_)).WillOnce(DoAll(SetArgPointee<0>(loop), Return(1)));
-    EXPECT_CALL(mock, sd_event_ref(loop)).Times(3).WillRepeatedly(Return(loop));
-    EXPECT_CALL(mock, sd_event_unref(loop)).Times(4);
-
-    auto event = Event::get_default(&mock);
-    const Event copy = event;
-    Event assigned(loop, &mock);
-    assigned = copy;
-    Event moved = std::move(assigned);
-    assigned = std::move(moved);
-    EXPECT_EQ(assigned.get(), loop);
-    EXPECT_THROW(moved.get(), std::bad_optional_access);
+    Pretended pretended;
+    {
+        auto event = Event::get_default(&pretended);
+        const Event copy = event;
+        Event assigned(pretended.loop, &pretended);
+        EXPECT_EQ(pretended.references, 3);
+        assigned = copy;
+        EXPECT_EQ(pretended.references, 3);
+        Event moved = std::move(assigned);
+        EXPECT_THROW(assigned.get(), std::bad_optional_access);
+        assigned = std::move(moved);
+        EXPECT_EQ(assigned.get(), pretended.loop);
+        EXPECT_EQ(pretended.references, 3);
+    }
+    EXPECT_EQ(pretended.references, 0);
 }
 
-TEST_F(MockedEvent, a_failure_names_the_call)
+TEST(Event, that_fails_names_the_call_and_one_that_runs_waits_for_microseconds)
 {
-    EXPECT_CALL(mock, sd_event_unref(loop));
-    EXPECT_CALL(mock, sd_event_default(_)).WillOnce(Return(-ENOMEM));
-    EXPECT_CALL(mock, sd_event_run(loop, _)).WillOnce(Return(-ECHILD));
-    EXPECT_CALL(mock, sd_event_loop(loop)).WillOnce(Return(-ESTALE));
-    const Event event(loop, std::false_type{}, &mock);
+    Pretended pretended;
+    const Event event(pretended.loop, &pretended);
+    EXPECT_EQ(event.run(std::chrono::milliseconds(2)), 1);
+    EXPECT_EQ(event.run(std::nullopt), 1);
+    EXPECT_EQ(pretended.timeouts, (std::vector<uint64_t>{2000, UINT64_MAX}));
 
-    const auto expect_failure = [](int error, const std::string& call, const auto& failing)
+    pretended.result = -ESTALE;
+    const auto expect_failure = [](const std::string& call, const auto& failing)
     {
         try
         {
@@ -70,43 +88,24 @@ TEST_F(MockedEvent, a_failure_names_the_call)
         }
         catch (const std::system_error& e)
         {
-            EXPECT_EQ(e.code(), std::error_code(error, std::generic_category()));
-            EXPECT_EQ(e.what(), call + ": " + std::generic_category().message(error));
+            EXPECT_EQ(e.code(), std::error_code(ESTALE, std::generic_category()));
+            EXPECT_TRUE(std::string(e.what()).starts_with(call + ": ")) << e.what();
         }
     };
-    expect_failure(ENOMEM, "sd_event_default", [this] { Event::get_default(&mock); });
-    expect_failure(ECHILD, "sd_event_run", [&] { event.run(std::nullopt); });
-    expect_failure(ESTALE, "sd_event_loop", [&] { event.loop(); });
+    expect_failure("sd_event_default", [&] { Event::get_default(&pretended); });
+    expect_failure("sd_event_run", [&] { event.run(std::nullopt); });
+    expect_failure("sd_event_loop", [&] { event.loop(); });
 }
 
-TEST_F(MockedEvent, a_timeout_counts_microseconds_and_none_waits_without_limit)
-{
-    EXPECT_CALL(mock, sd_event_unref(loop));
-    EXPECT_CALL(mock, sd_event_run(loop, 1)).WillOnce(Return(0));
-    EXPECT_CALL(mock, sd_event_run(loop, 2000)).WillOnce(Return(1));
-    EXPECT_CALL(mock, sd_event_run(loop, UINT64_MAX)).WillOnce(Return(1));
-    const Event event(loop, std::false_type{}, &mock);
-    using Timeout = std::chrono::duration<unsigned long, std::ratio<1, 1000000>>;
-    EXPECT_EQ(event.run(std::optional<Timeout>(1)), 0);
-    EXPECT_EQ(event.run(std::chrono::milliseconds(2)), 1);
-    EXPECT_EQ(event.run(std::nullopt), 1);
-}
-
-TEST(RealEvent, is_the_threads_own_and_runs_what_is_ready)
+TEST(Event, of_a_thread_runs_what_is_ready)
 {
     const auto event = Event::get_default();
     EXPECT_EQ(Event::get_default().get(), event.get());
     EXPECT_EQ(event.run(std::chrono::microseconds(1)), 0);
-
-    int ran = 0;
-    const auto count_and_exit = [](sd_event_source* source, void* userdata)
-    {
-        ++*static_cast<int*>(userdata);
-        return sd_event_exit(sd_event_source_get_event(source), 7);
-    };
-    ASSERT_GE(sd_event_add_defer(event.get(), nullptr, count_and_exit, &ran), 0);
+    const auto exit = [](sd_event_source* source, void*)
+    { return sd_event_exit(sd_event_source_get_event(source), 7); };
+    ASSERT_GE(sd_event_add_defer(event.get(), nullptr, exit, nullptr), 0);
     EXPECT_EQ(event.loop(), 7);
-    EXPECT_EQ(ran, 1);
 }
 
 } // namespace
