@@ -17,7 +17,7 @@ class TempDir
     // Throws std::system_error when no directory can be made.
     TempDir()
     {
-        std::string name = "/tmp/gantry-test-XXXXXX";
+        std::string name = "/tmp/gantry-XXXXXX";
         if (mkdtemp(name.data()) == nullptr)
         {
             throw std::system_error(errno, std::generic_category(), "mkdtemp");

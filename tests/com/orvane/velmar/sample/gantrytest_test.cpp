@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <com/orvane/velmar/sample/gantrytest/gantry_server.hpp>
 #include <gantry/context.hpp>
@@ -17,9 +17,7 @@ namespace
 {
 
 using sdbusplus::server::com::orvane::velmar::sample::Gantrytest;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
+using Lines = std::vector<std::string>;
 
 constexpr const char* interface = Gantrytest::interface;
 constexpr const char* properties = "org.freedesktop.DBus.Properties";
@@ -52,10 +50,10 @@ class SampleProperties : public testing::Test
     }
 
     // "Member: value" of each change that was announced since the last look.
-    std::vector<std::string> announced()
+    Lines announced()
     {
         client.settle(sample.service);
-        std::vector<std::string> changes;
+        Lines changes;
         for (const support::Signal& signal : client.signals("PropertiesChanged"))
         {
             for (const auto& [member, value] : signal.changed)
@@ -76,14 +74,12 @@ class SampleProperties : public testing::Test
         {
             EXPECT_EQ(client.set(sample, interface, member, type, args...).text, "") << member;
             EXPECT_EQ(get(member), stored);
-            EXPECT_EQ(announced(),
-                      std::vector<std::string>(changes, std::string(member) + ": " + stored));
+            EXPECT_EQ(announced(), Lines(changes, std::string(member) + ": " + stored));
         }
     }
 
     GANTRY_cpp_context* context = nullptr;
-    const support::Client::Pump pump = [this] { GANTRY_dbus_loop_one_pass(context); };
-    support::Client client{pump};
+    support::Client client{[this] { GANTRY_dbus_loop_one_pass(context); }};
 };
 
 TEST_F(SampleProperties, AreWrittenByClients)
@@ -122,7 +118,7 @@ TEST_F(SampleProperties, AreWrittenByClients)
     // Nothing is the same alternative with the same value but that. What is no alternative counts
     // as the first of them.
     EXPECT_EQ(client.set(sample, interface, "PropVariant2", "v", "y", 0).text, "");
-    EXPECT_THAT(announced(), IsEmpty());
+    EXPECT_EQ(announced(), Lines{});
     expect_written("PropVariant2", "v <s \"\">", "v", "s", "");
     expect_written("PropVariant2", "v <(nix) (1, 2, 3)>", "v", "(nix)", 1, 2, int64_t{3});
     expect_written("PropVariant2", "v <y 0>", "v", "i", 7);
@@ -134,32 +130,12 @@ TEST_F(SampleProperties, AreWrittenByClients)
                    "text");
 }
 
-// A value that is nested this deep is passed over.
-TEST_F(SampleProperties, DeepValuesArePassedOver)
-{
-    object().propVariant2("text", true);
-    support::Message call = client.new_call(sample, properties, "Set");
-    sd_bus_message_append(call.get(), "ss", interface, "PropVariant2");
-    constexpr int levels = 60;
-    for (int level = 0; level <= levels; ++level)
-    {
-        sd_bus_message_open_container(call.get(), 'v', level < levels ? "v" : "y");
-    }
-    sd_bus_message_append(call.get(), "y", 1);
-    for (int level = 0; level <= levels; ++level)
-    {
-        sd_bus_message_close_container(call.get());
-    }
-    EXPECT_EQ(client.wait(client.start(std::move(call))).text, "");
-    EXPECT_EQ(get("PropVariant2"), "v <y 0>");
-}
-
 TEST_F(SampleProperties, RefuseOtherTypesAndOtherBodies)
 {
     const auto before = client.get_all(sample, interface);
     const auto expect_refused = [&](const support::Reply& reply, const std::string& what)
     {
-        EXPECT_THAT(reply.text, StartsWith("error ")) << what;
+        EXPECT_EQ(reply.state, support::Reply::State::error) << what;
         EXPECT_EQ(client.get_all(sample, interface), before) << what;
     };
     for (const auto& [member, value] : before)
@@ -174,33 +150,7 @@ TEST_F(SampleProperties, RefuseOtherTypesAndOtherBodies)
     expect_refused(client.set(sample, interface, "PropNestedArray1", "ay", 1, 1), "aay as ay");
     expect_refused(client.set(sample, interface, "PropDict2", "a{s(nxi)}", 0), "another order");
     expect_refused(client.set(sample, interface, "propByte", "y", 1), "an accessor's name");
-    EXPECT_THAT(announced(), IsEmpty());
-}
-
-// sd-bus compares signatures before it calls. A caller that does not is met by the read itself,
-// which names the call that failed.
-TEST_F(SampleProperties, NameTheCallThatFailed)
-{
-    const auto before = client.get_all(sample, interface);
-    for (const auto* row = Gantrytest::_vtable; row->type != _SD_BUS_VTABLE_END; ++row)
-    {
-        if (row->type == _SD_BUS_VTABLE_WRITABLE_PROPERTY)
-        {
-            support::Message message = client.new_signal(nullptr, "/alien", "a.B", "C");
-            sd_bus_message_append(message.get(), "o", "/alien");
-            sd_bus_message_seal(message.get(), 1, 0);
-            const char* member = row->x.property.member;
-            sd_bus_error error{};
-            EXPECT_LT(row->x.property.set(client.bus(), sample.path.c_str(), interface, member,
-                                          message.get(), &object(), &error),
-                      0)
-                << member;
-            EXPECT_THAT(error.message, StartsWith("sd_bus_message_")) << member;
-            sd_bus_error_free(&error);
-        }
-    }
-    EXPECT_EQ(client.get_all(sample, interface), before);
-    EXPECT_THAT(announced(), IsEmpty());
+    EXPECT_EQ(announced(), Lines{});
 }
 
 TEST_F(SampleProperties, TextInsideLeavesAsTheBusTakesIt)
@@ -210,7 +160,7 @@ TEST_F(SampleProperties, TextInsideLeavesAsTheBusTakesIt)
     Gantrytest& server = object();
     const auto expect_sent = [&](const char* member, const std::string& value)
     {
-        EXPECT_THAT(announced(), ElementsAre(member + (": " + value)));
+        EXPECT_EQ(announced(), Lines{member + (": " + value)});
         EXPECT_EQ(get(member), value);
         EXPECT_EQ(client.get_all(sample, interface).at(member), value);
     };
