@@ -30,8 +30,8 @@ TEST(BadTable, IsNotWellFormedOrNoTable)
     const Fault faults[] = {
         {"", 1, "no element found"},
         {"<node>\n<interface name='com.orvane.velmar.system.Test'>\n</node>", 3, "mismatched tag"},
-        {"<node>\n<interface name='com.orvane.velmar.system.Test'>text\n</interface></node>", 2,
-         "text where only elements may stand"},
+        {"<node>\n<interface name='com.orvane.velmar.system.Test'>text\nmore\n</interface></node>",
+         2, "text where only elements may stand"},
         {"<interface name='com.orvane.velmar.system.Test'/>", 1, "expected a <node> element"},
         {"<node/>", 1, "no interface"},
         {"<node name='/'/>", 1, "unknown attribute 'name' of <node>"},

@@ -42,9 +42,13 @@ std::string formatted(const char* format, std::va_list values)
 
 std::ostream& operator<<(std::ostream& out, const LogMessage& message)
 {
-    return out << '[' << message.level << "] " << (message.exception ? "EXCEPTION " : "")
-               << message.file << '.' << message.line << '.' << message.function << ": "
-               << message.message;
+    out << '[' << message.level << " 0x" << std::hex << message.mask << std::dec << "] ";
+    if (!message.file.empty())
+    {
+        out << (message.exception ? "EXCEPTION " : "") << message.file << '.' << message.line << '.'
+            << message.function << ": ";
+    }
+    return out << message.message;
 }
 
 std::vector<LogMessage> captured_log::messages()

@@ -241,7 +241,8 @@ TEST_F(Callbacks, a_transaction_is_a_call_and_the_reply_to_it)
     EXPECT_EQ(id(answer), first);
     EXPECT_NE(id(test::sealed(client, "")), first);
     support::Client other;
-    EXPECT_NE(id(test::sealed(other, "")), id(test::sealed(other, "")));
+    const uint64_t once = id(test::sealed(other, ""));
+    EXPECT_NE(id(test::sealed(other, "")), once); // most likely at the same address
 
     // The getter and the method already run inside it.
     get(answer.get(), [this] { return in_function = transaction::get_id(); });
