@@ -310,18 +310,15 @@ TEST(Bus, the_shared_connection_stays_open_and_a_private_one_is_flushed_and_clos
     EXPECT_GT(sd_bus_is_open(get_busp(shared)), 0);
 
     support::Client listener;
-    listener.subscribe();
-    listener.settle("org.freedesktop.DBus");
+    listener.subscribe("member='Last'");
     auto own = std::make_unique<bus::bus>(bus::new_system());
     const std::string name = own->get_unique_name();
-    {
-        // More than the socket takes at once.
-        auto signal = own->new_signal("/some/object", "some.Interface", "Flood");
-        signal.append(std::vector<unsigned char>(4'000'000));
-        signal.signal_send();
-    }
+    auto flood = own->new_signal("/some/object", "some.Interface", "Flood");
+    flood.append(std::vector<unsigned char>(30'000'000)); // more than the socket takes at once
+    flood.signal_send();
+    own->new_signal("/some/object", "some.Interface", "Last").signal_send();
     own.reset();
-    EXPECT_TRUE(listener.wait_for([&] { return listener.signals("Flood").size() == 1; }));
+    EXPECT_TRUE(listener.wait_for([&] { return listener.signals("Last").size() == 1; }));
     EXPECT_FALSE(listener.name_has_owner(name.c_str()));
 }
 
