@@ -299,7 +299,9 @@ class Peer
         socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data());
         sd_bus_new(&bus);
         sd_bus_set_fd(bus, ends[0], ends[0]);
-        sd_bus_set_server(bus, true, SD_ID128_MAKE(1, 2, 3, 4, 5, 6, 7, 8, 9, a, b, c, d, e, f, 0));
+        sd_id128_t id{};
+        sd_id128_randomize(&id);
+        sd_bus_set_server(bus, true, id);
         sd_bus_set_anonymous(bus, true);
         sd_bus_set_trusted(bus, true);
         sd_bus_start(bus);
@@ -365,7 +367,8 @@ TEST(Wire, that_breaks_the_rules_fails_at_the_call_that_meets_the_break)
     const std::string enter = "sd_bus_message_enter_container emplace_back_container: ";
     for (const bool big_endian : {false, true})
     {
-        const auto refusal = [&](const std::string& signature, std::vector<unsigned long> numbers)
+        const auto refusal =
+            [&](const std::string& signature, const std::vector<unsigned long>& numbers)
         {
             Bytes body{big_endian};
             for (const unsigned long number : numbers)
