@@ -243,6 +243,13 @@ TEST_F(Callbacks, a_transaction_is_a_call_and_the_reply_to_it)
     support::Client other;
     const uint64_t once = id(test::sealed(other, ""));
     EXPECT_NE(id(test::sealed(other, "")), once); // most likely at the same address
+    const auto of_one_cookie = [&](support::Client& caller)
+    {
+        const Message m = caller.new_call({"a.Service", "/a"}, "a.B", "C");
+        sd_bus_message_seal(m.get(), 1'000'000, 0);
+        return id(m);
+    };
+    EXPECT_NE(of_one_cookie(client), of_one_cookie(other));
 
     // The getter and the method already run inside it.
     get(answer.get(), [this] { return in_function = transaction::get_id(); });
