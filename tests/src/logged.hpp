@@ -7,25 +7,41 @@
 
 #include "support/captured_log.hpp"
 
+inline std::string shown(const support::LogMessage& message)
+{
+    constexpr int core_mask = 0x110;
+    std::string line = std::to_string(message.level) + ' ';
+    line += message.exception ? "EXCEPTION " : "";
+    line += message.mask == core_mask ? "" : "(mask " + std::to_string(message.mask) + ") ";
+    line += message.line > 0 ? "" : "(no line) ";
+    line += message.file + '.' + message.function + ": ";
+    for (const char character : message.message)
+    {
+        line += character == '\n' ? "\\n" : std::string(1, character);
+    }
+    return line + '\n';
+}
+
 // Takes what was logged since the last time, of the levels up to `level`.
 inline std::string logged(int level = 9)
 {
-    constexpr int core_mask = 0x110;
     std::string lines;
     for (const auto& message : support::captured_log::messages())
     {
-        if (message.level <= level)
-        {
-            lines += std::to_string(message.level) + ' ' + (message.exception ? "EXCEPTION " : "") +
-                     (message.mask == core_mask ? "" : "(another mask) ") +
-                     (message.line > 0 ? "" : "(no line) ") + message.file + '.' +
-                     message.function + ": ";
-            for (const char character : message.message)
-            {
-                lines += character == '\n' ? "\\n" : std::string(1, character);
-            }
-            lines += '\n';
-        }
+        lines += message.level <= level ? shown(message) : "";
+    }
+    support::captured_log::clear();
+    return lines;
+}
+
+// Of that, what was logged for generated code, and every exception.
+inline std::string told()
+{
+    std::string lines;
+    for (const auto& message : support::captured_log::messages())
+    {
+        const bool generated = message.file == "gantry_server" || message.file == "server";
+        lines += generated || message.exception ? shown(message) : "";
     }
     support::captured_log::clear();
     return lines;

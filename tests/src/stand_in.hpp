@@ -3,7 +3,7 @@
 #pragma once
 
 #include <deque>
-#include <initializer_list>
+#include <vector>
 
 #include <dlfcn.h>
 
@@ -37,9 +37,9 @@ inline bool is_called_by_library(const void* return_address)
 class Script
 {
   public:
-    Script& operator=(std::initializer_list<int> results)
+    Script& operator=(const std::vector<int>& results)
     {
-        results_ = results;
+        results_.assign(results.begin(), results.end());
         return *this;
     }
 
@@ -54,6 +54,14 @@ class Script
         const int result = results_.front();
         results_.pop_front();
         return result;
+    }
+
+    // Of a function that libsystemd and the client call too: a script without results, unless the
+    // caller is the library.
+    Script& for_library(const void* return_address)
+    {
+        static Script none;
+        return is_called_by_library(return_address) ? *this : none;
     }
 
   private:

@@ -1,34 +1,108 @@
-// Exceptions of bus callbacks under each of the loops: where they come out, what the client and the
-// log are told, and that the next loop serves as if nothing had been.
-#include <cstdlib>
+// Exceptions of bus callbacks: who takes one, what becomes of those that nobody takes, where they
+// come out under each of the loops, and that the next loop serves as if nothing had been.
+#include <cerrno>
 #include <functional>
-#include <future>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <systemd/sd-event.h>
-#include <unistd.h>
-
-#include <gantry/gantry.h>
 
 #include <com/orvane/velmar/system/BLT/server.hpp>
-#include <gantry/context.hpp>
 
-#include "src/logged.hpp"
-#include "support/client.hpp"
+#include "carrier.hpp"
+#include "src/served.hpp"
 
 namespace
 {
 
-using support::Client;
+using gantry::as_error;
+using gantry::as_handled;
+using gantry::at_edge;
+using gantry::Carrier;
 using support::Reply;
+using testing::ThrowsMessage;
 
-constexpr const char* path = "/com/orvane/velmar/system/BLT";
+// A callback as libsystemd sees it, which throws this when it isn't null.
+int callback(const char* throws = nullptr)
+{
+    return at_edge([throws] { return throws == nullptr ? 5 : throw std::runtime_error(throws); },
+                   as_error);
+}
+
+// What libsystemd is told of an exception that is being handled.
+int told_errno(const std::function<int()>& call)
+{
+    return at_edge(call, as_error);
+}
+
+TEST(CarrierTest, IsTheInnermostAndThrowsAgainWhatACallbackLetGo)
+{
+    logged();
+    bool returned = false;
+    const auto outer = [&]
+    {
+        // No other thread's.
+        std::thread([] { callback("of another thread"); }).join();
+        EXPECT_THAT([] { Carrier::enter([] { return callback("inner"); }); },
+                    ThrowsMessage<std::runtime_error>("inner"));
+        // Through a callback that doesn't handle it, on to the next carrier.
+        at_edge([] { return Carrier::enter([] { return callback("passed on"); }); }, as_handled);
+        returned = true; // as C does: the rest of it runs
+    };
+    EXPECT_THAT([&] { Carrier::enter(outer); }, ThrowsMessage<std::runtime_error>("passed on"));
+    EXPECT_TRUE(returned);
+    EXPECT_EQ(Carrier::enter([] { return callback(); }), 5);
+    EXPECT_EQ(logged(), "2 EXCEPTION carrier.take: of another thread\\n\n");
+}
+
+TEST(CarrierTest, TellsLibsystemdAnErrnoAndLogsWhatHasNowhereToGo)
+{
+    logged();
+    EXPECT_EQ(told_errno([]() -> int { throw std::bad_array_new_length(); }), -ENOMEM);
+    EXPECT_EQ(told_errno([]() -> int { throw std::logic_error("no carrier"); }), -EIO);
+    EXPECT_EQ(told_errno([]() -> int { throw 42; }), -EIO);
+    EXPECT_EQ(logged(), "2 EXCEPTION carrier.take: std::bad_array_new_length\\n\n"
+                        "2 EXCEPTION carrier.take: no carrier\\n\n"
+                        "2 EXCEPTION carrier.take: exception of unknown type\\n\n");
+
+    const auto twice = []
+    {
+        callback("first");
+        callback("second");
+    };
+    EXPECT_THAT([&] { Carrier::enter(twice); }, ThrowsMessage<std::runtime_error>("first"));
+    EXPECT_EQ(logged(), "2 EXCEPTION carrier.take: second\\n\n");
+
+    const auto fails_itself = []
+    {
+        callback("carried");
+        throw std::runtime_error("own");
+    };
+    EXPECT_THAT([&] { Carrier::enter(fails_itself); }, ThrowsMessage<std::runtime_error>("own"));
+    EXPECT_EQ(logged(), "2 EXCEPTION carrier.~Carrier: carried\\n\n");
+}
+
+TEST(CarrierTest, LetsAThreadEnd)
+{
+    static int ended = 0;
+    const auto end = [](void*) -> void*
+    {
+        Carrier::enter([] { at_edge([]() -> int { pthread_exit(&ended); }, as_handled); });
+        return nullptr;
+    };
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(&thread, nullptr, end, nullptr), 0);
+    void* result = nullptr;
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, &ended);
+}
+
 constexpr const char* properties = "org.freedesktop.DBus.Properties";
 
 // Two of its getters are the test's.
@@ -60,20 +134,6 @@ class Blt : public sdbusplus::server::com::orvane::velmar::system::BLT
     throw std::runtime_error("no such luck");
 }
 
-void stop_running(GANTRY_cpp_context* context)
-{
-    context->running = false;
-}
-
-void leave_to_itself(GANTRY_cpp_context* /*context*/)
-{
-}
-
-void exit_event_loop(GANTRY_cpp_context* context)
-{
-    sd_event_exit(context->event.get(), 0);
-}
-
 struct Loop
 {
     std::string name;
@@ -83,10 +143,20 @@ struct Loop
     std::string farewell;
 };
 
-const Loop loop_{"GANTRY_dbus_loop", GANTRY_dbus_loop, stop_running, ""};
-const Loop one_pass{"GANTRY_dbus_loop_one_pass", GANTRY_dbus_loop_one_pass, leave_to_itself, ""};
-const Loop sdloop{"GANTRY_dbus_sdloop", GANTRY_dbus_sdloop, exit_event_loop,
-                  "1 gantrycommon.GANTRY_dbus_sdloop: sdloop exiting, rc=0\\n\n"};
+const Loop loops[] = {
+    {"GANTRY_dbus_loop", GANTRY_dbus_loop,
+     [](GANTRY_cpp_context* context) { context->running = false; }, ""},
+    {"GANTRY_dbus_loop_one_pass", GANTRY_dbus_loop_one_pass, [](GANTRY_cpp_context*) {}, ""},
+    {"GANTRY_dbus_sdloop", GANTRY_dbus_sdloop,
+     [](GANTRY_cpp_context* context) { sd_event_exit(context->event.get(), 0); },
+     "1 gantrycommon.GANTRY_dbus_sdloop: sdloop exiting, rc=0\\n\n"},
+};
+const Loop& one_pass = loops[1];
+
+std::string ended(const Loop& loop, const std::string& what)
+{
+    return "2 EXCEPTION gantrycommon." + loop.name + ": " + what + "\\n\n";
+}
 
 class Exceptions : public testing::Test
 {
@@ -94,9 +164,9 @@ class Exceptions : public testing::Test
     Exceptions()
     {
         GANTRY_context_new(&context);
-        blt = std::make_unique<Blt>(context->bus, path);
+        blt = std::make_unique<Blt>(context->bus, "/blt");
         manager = std::make_unique<sdbusplus::server::manager::manager>(context->bus, "/");
-        object = {context->bus.get_unique_name(), path};
+        service = context->bus.get_unique_name();
     }
 
     ~Exceptions() override
@@ -118,95 +188,77 @@ class Exceptions : public testing::Test
 
     // One call, served by `run`, which has to come back by itself.
     template <typename... Args>
-    Reply call(const std::function<void()>& run, const char* interface, const char* member,
-               const char* types, Args... args)
+    Reply call(const std::function<void()>& run, const char* path, const char* interface,
+               const char* member, const char* types, Args... args)
     {
         served = false;
         serve = run;
         logged();
-        return client.call(object, interface, member, types, args...);
+        return client.call({service, path}, interface, member, types, args...);
     }
 
-    Reply get_key(const std::function<void()>& run, const char* property = "Key")
+    Reply get(const std::function<void()>& run, const char* property = "Key")
     {
-        return call(run, properties, "Get", "ss", Blt::interface, property);
+        return call(run, "/blt", properties, "Get", "ss", Blt::interface, property);
     }
 
     // Nothing of what was is in the way of a loop that serves and ends well.
     void expect_served(const Loop& loop)
     {
         on_key([&] { loop.stop(context); });
-        EXPECT_TRUE(get_key([&] { loop.run(context); }).ok());
+        EXPECT_TRUE(get([&] { loop.run(context); }).ok());
         EXPECT_EQ(logged(2), loop.farewell);
-    }
-
-    static std::string ended(const Loop& loop, const std::string& what)
-    {
-        return "2 EXCEPTION gantrycommon." + loop.name + ": " + what + "\\n\n";
     }
 
     GANTRY_cpp_context* context = nullptr;
     std::unique_ptr<Blt> blt;
     std::unique_ptr<sdbusplus::server::manager::manager> manager;
-    support::Object object;
+    std::string service;
     bool served = false;
     std::function<void()> serve;
-    Client client{[this]
-                  {
-                      if (!served && serve)
-                      {
-                          serve();
-                      }
-                  }};
+    const std::function<void()> run_one_pass = [this] { GANTRY_dbus_loop_one_pass(context); };
+    support::Client client{[this]
+                           {
+                               if (!served && serve)
+                               {
+                                   serve();
+                               }
+                           }};
 };
 
-class ExceptionsUnder : public Exceptions, public testing::WithParamInterface<const Loop*>
+TEST_F(Exceptions, EndEachLoopTenTimesAndTheEleventhServes)
 {
-};
-
-INSTANTIATE_TEST_SUITE_P(Loops, ExceptionsUnder, testing::Values(&loop_, &one_pass, &sdloop),
-                         [](const auto& loop) { return loop.param->name; });
-
-TEST_P(ExceptionsUnder, EndALoopTenTimesAndTheEleventhServes)
-{
-    const Loop& loop = *GetParam();
-    for (int time = 0; time < 10; ++time)
+    for (const Loop& loop : loops)
     {
-        on_key(fail);
-        const Reply reply = get_key([&] { loop.run(context); });
-        EXPECT_EQ(reply.error_name, "org.freedesktop.DBus.Error.IOError");
-        EXPECT_EQ(logged(2), ended(loop, "no such luck"));
-    }
-    expect_served(loop);
-}
-
-TEST_P(ExceptionsUnder, OfAnotherTypeGoThroughTheLoopToTheHost)
-{
-    const Loop& loop = *GetParam();
-    for (int time = 0; time < 2; ++time)
-    {
+        SCOPED_TRACE(loop.name);
+        context->running = true;
+        for (int time = 0; time < 10; ++time)
+        {
+            on_key(fail);
+            EXPECT_EQ(get([&] { loop.run(context); }).error_name,
+                      "org.freedesktop.DBus.Error.IOError");
+            EXPECT_EQ(logged(2), ended(loop, "no such luck"));
+        }
+        // What is no std::exception goes through it to the host.
         on_key([] { throw 42; });
-        const Reply reply = get_key([&] { EXPECT_THROW(loop.run(context), int); });
+        const Reply reply = get([&] { EXPECT_THROW(loop.run(context), int); });
         EXPECT_EQ(reply.error_name, "org.freedesktop.DBus.Error.IOError");
         EXPECT_EQ(logged(2), "");
+        expect_served(loop);
     }
-    expect_served(loop);
 }
 
 TEST_F(Exceptions, OfEveryCallThatGetsEndTheLoopOnce)
 {
-    const auto run = [this] { GANTRY_dbus_loop_one_pass(context); };
     on_key(fail);
-    EXPECT_FALSE(call(run, properties, "GetAll", "s", Blt::interface).ok());
+    EXPECT_FALSE(call(run_one_pass, "/blt", properties, "GetAll", "s", Blt::interface).ok());
     EXPECT_EQ(logged(2), ended(one_pass, "no such luck"));
-
-    const support::Object blt_object = std::exchange(object, {object.service, "/"});
-    EXPECT_FALSE(call(run, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", "").ok());
+    EXPECT_FALSE(
+        call(run_one_pass, "/", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", "")
+            .ok());
     EXPECT_EQ(logged(2), ended(one_pass, "no such luck"));
-    object = blt_object;
-
     on_key([] { throw std::bad_alloc(); });
-    EXPECT_EQ(get_key(run).error_name, "org.freedesktop.DBus.Error.NoMemory");
+    EXPECT_EQ(get(run_one_pass).error_name, "org.freedesktop.DBus.Error.NoMemory");
     EXPECT_EQ(logged(2), ended(one_pass, "std::bad_alloc"));
     expect_served(one_pass);
 }
@@ -226,72 +278,23 @@ TEST_F(Exceptions, OfAnAnnouncementComeOutOfTheSetter)
     // A setter inside of a callback: its announcement's exception is the callback's, once.
     on_key(fail);
     blt->on_product_name = [this] { blt->key("fourth"); };
-    const Reply reply = get_key([this] { GANTRY_dbus_loop_one_pass(context); }, "ProductName");
-    EXPECT_FALSE(reply.ok());
+    EXPECT_FALSE(get(run_one_pass, "ProductName").ok());
     EXPECT_EQ(logged(2), ended(one_pass, "no such luck"));
 
     // And when the callback handles it, the loop goes on.
     blt->on_product_name = [this] { EXPECT_THROW(blt->key("fifth"), std::runtime_error); };
-    EXPECT_TRUE(get_key([this] { GANTRY_dbus_loop_one_pass(context); }, "ProductName").ok());
+    EXPECT_TRUE(get(run_one_pass, "ProductName").ok());
     EXPECT_EQ(logged(2), "");
     expect_served(one_pass);
 }
 
 TEST_F(Exceptions, UnderAHostsOwnEventLoopAreLoggedAndDropped)
 {
-    const auto run = [this] { sd_event_run(context->event.get(), 1'000); };
     on_key(fail);
-    EXPECT_EQ(get_key(run).error_name, "org.freedesktop.DBus.Error.IOError");
+    const auto run = [this] { sd_event_run(context->event.get(), 1'000); };
+    EXPECT_EQ(get(run).error_name, "org.freedesktop.DBus.Error.IOError");
     EXPECT_EQ(logged(2), "2 EXCEPTION carrier.take: no such luck\\n\n");
-    on_key([] { throw 42; });
-    EXPECT_FALSE(get_key(run).ok());
-    EXPECT_EQ(logged(2), "2 EXCEPTION carrier.take: exception of unknown type\\n\n");
     expect_served(one_pass);
-}
-
-// A thread that a getter ends, in a loop that serves it.
-struct EndedThread
-{
-    std::promise<std::string> name;
-    bool destroyed = false;
-    std::unique_ptr<Blt> blt;
-};
-
-void* serve_until_ended(void* data)
-{
-    auto& thread = *static_cast<EndedThread*>(data);
-    GANTRY_cpp_context* context = nullptr;
-    GANTRY_context_new(&context);
-    thread.blt = std::make_unique<Blt>(context->bus, path);
-    thread.blt->on_key = [] { pthread_exit(const_cast<char*>(path)); };
-    context->tracker.push_back({&thread, [](void* ended)
-                                {
-                                    static_cast<EndedThread*>(ended)->destroyed = true;
-                                    static_cast<EndedThread*>(ended)->blt.reset();
-                                }});
-    thread.name.set_value(context->bus.get_unique_name());
-    GANTRY_dbus_loop(context);
-    return nullptr;
-}
-
-// sd-bus and sd-event lose what their frames held, so this is a process of its own, and one that
-// becomes another program in the end: no leak checker looks at it.
-TEST(ExceptionsDeathTest, DontIncludeTheEndOfAThread)
-{
-    const auto end_a_thread = []
-    {
-        GANTRY_use_default = false; // a closed connection tells the client
-        EndedThread thread;
-        pthread_t id{};
-        pthread_create(&id, nullptr, serve_until_ended, &thread);
-        Client client;
-        client.get({thread.name.get_future().get(), path}, Blt::interface, "Key");
-        void* result = nullptr;
-        pthread_join(id, &result);
-        const bool well = result == path && thread.destroyed && logged(2).empty();
-        execlp(well ? "true" : "false", "", nullptr);
-    };
-    EXPECT_EXIT(end_a_thread(), testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
 } // namespace

@@ -76,9 +76,6 @@ class Loops : public testing::Test
     ~Loops() override
     {
         GANTRY_context_free(&context);
-        is_ready = {};
-        event_run = {};
-        bus_wait = {};
     }
 
     // A context with nothing left to serve: behind a round trip, all that greets a new connection
@@ -109,12 +106,6 @@ class Loops : public testing::Test
 
 int nothing(sd_event_source* /*source*/, void* /*context*/)
 {
-    return 0;
-}
-
-int stop_running(sd_event_source* /*source*/, void* context)
-{
-    static_cast<GANTRY_cpp_context*>(context)->running = false;
     return 0;
 }
 
@@ -153,7 +144,12 @@ TEST_F(Loops, LoopChecksAndServesAndWaitsUntilTheWaitFails)
 
     // And is entered again. It leaves when something stops the context, before it waits.
     waits.clear();
-    defer(stop_running);
+    defer(
+        [](sd_event_source*, void* stopped)
+        {
+            static_cast<GANTRY_cpp_context*>(stopped)->running = false;
+            return 0;
+        });
     GANTRY_dbus_loop(nullptr);
     EXPECT_EQ(logged(), R"(9 gantrycommon.GANTRY_dbus_loop: enter
 9 gantrycommon.GANTRY_dbus_loop: sd_notify ready

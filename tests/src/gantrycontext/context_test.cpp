@@ -1,6 +1,8 @@
 // A context's life: how it is made and found, what stops it from being made, what it does for its
-// host, and in which order it goes.
+// host, its health check at the limits, and in which order it goes.
 #include <cerrno>
+#include <cstdint>
+#include <ctime>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,6 +12,7 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <pthread.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <gantry/gantry.h>
@@ -25,18 +28,13 @@
 namespace
 {
 
-using support::Client;
 using testing::ElementsAre;
 
-struct Scripts
-{
-    stand_in::Script event_default;
-    stand_in::Script flush;
-    stand_in::Script get_unique_name;
-    stand_in::Script is_ready;
-    stand_in::Script setspecific;
-};
-Scripts scripts;
+stand_in::Script event_default;
+stand_in::Script flush;
+stand_in::Script get_unique_name;
+stand_in::Script is_ready;
+stand_in::Script setspecific;
 
 // What went, oldest first, from record.emplace() on.
 std::optional<std::vector<std::string>> record;
@@ -49,20 +47,14 @@ void note(const std::string& what)
     }
 }
 
-const void* library_of(const void* address)
-{
-    Dl_info info{};
-    dladdr(address, &info);
-    return info.dli_fbase;
-}
-
 // Passes a release on, and notes it unless it is libsystemd's own.
 template <class Handle>
 Handle* release(const char* name, Handle* handle, const void* caller)
 {
     static thread_local int depth = 0;
     auto* const hidden = stand_in::hidden<Handle*(Handle*)>(name);
-    if (depth == 0 && library_of(caller) != library_of(reinterpret_cast<const void*>(hidden)))
+    if (depth == 0 &&
+        stand_in::library_of(caller) != stand_in::library_of(reinterpret_cast<const void*>(hidden)))
     {
         note(name);
     }
@@ -71,6 +63,29 @@ Handle* release(const char* name, Handle* handle, const void* caller)
     --depth;
     return result;
 }
+
+// What a function tells a health check: a result, and a value when that isn't negative.
+template <class Value>
+struct Answer
+{
+    int result = 0;
+    Value value{};
+
+    int give(Value* out) const
+    {
+        *out = result >= 0 ? value : *out;
+        return result;
+    }
+};
+
+struct Situation
+{
+    Answer<std::int64_t> seconds{0, -1}; // negative: the true time
+    Answer<pid_t> tid{0, gettid()};
+    Answer<std::uint64_t> read{};
+    Answer<std::uint64_t> write{};
+};
+Situation situation;
 
 constexpr const char* unrefs = "sd_bus_unref";
 constexpr const char* closes = "sd_bus_flush_close_unref";
@@ -99,23 +114,22 @@ sd_event* sd_event_unref(sd_event* event)
 
 int sd_event_default(sd_event** event)
 {
-    return scripts.event_default.next_or("sd_event_default", sd_event_default, event);
+    return event_default.next_or("sd_event_default", sd_event_default, event);
 }
 
 int sd_bus_flush(sd_bus* bus)
 {
-    return scripts.flush.next_or("sd_bus_flush", sd_bus_flush, bus);
+    return flush.next_or("sd_bus_flush", sd_bus_flush, bus);
 }
 
 int sd_bus_get_unique_name(sd_bus* bus, const char** unique)
 {
-    return scripts.get_unique_name.next_or("sd_bus_get_unique_name", sd_bus_get_unique_name, bus,
-                                           unique);
+    return get_unique_name.next_or("sd_bus_get_unique_name", sd_bus_get_unique_name, bus, unique);
 }
 
 int sd_bus_is_ready(sd_bus* bus)
 {
-    return scripts.is_ready.next_or("sd_bus_is_ready", sd_bus_is_ready, bus);
+    return is_ready.next_or("sd_bus_is_ready", sd_bus_is_ready, bus);
 }
 
 // The header says that what the pointer points at isn't read, and GCC takes it for unset.
@@ -123,9 +137,34 @@ int sd_bus_is_ready(sd_bus* bus)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 int pthread_setspecific(pthread_key_t key, const void* pointer) noexcept
 {
-    return scripts.setspecific.next_or("pthread_setspecific", pthread_setspecific, key, pointer);
+    return setspecific.next_or("pthread_setspecific", pthread_setspecific, key, pointer);
 }
 #pragma GCC diagnostic pop
+
+int clock_gettime(clockid_t clock_id, timespec* tp) noexcept
+{
+    if (clock_id != CLOCK_MONOTONIC || situation.seconds.value < 0)
+    {
+        return static_cast<int>(syscall(SYS_clock_gettime, clock_id, tp));
+    }
+    tp->tv_nsec = 999'999'999; // parts of a second don't count
+    return situation.seconds.give(&tp->tv_sec);
+}
+
+int sd_bus_get_tid(sd_bus* /*bus*/, pid_t* tid)
+{
+    return situation.tid.give(tid);
+}
+
+int sd_bus_get_n_queued_read(sd_bus* /*bus*/, std::uint64_t* ret)
+{
+    return situation.read.give(ret);
+}
+
+int sd_bus_get_n_queued_write(sd_bus* /*bus*/, std::uint64_t* ret)
+{
+    return situation.write.give(ret);
+}
 
 namespace
 {
@@ -184,154 +223,115 @@ class Context : public testing::Test
     GANTRY_cpp_context* context = nullptr;
 };
 
-// The two sets of names of one and the same operations.
-struct Operations
+TEST_F(Context, LivesFromFirstUseToFree)
 {
-    void (*make)(GANTRY_cpp_context**);
-    void (*free)(GANTRY_cpp_context**);
-    void (*set_service)(GANTRY_cpp_context*, char*);
-    void (*get_user_private)(GANTRY_cpp_context*, void**);
-    void (*set_user_private)(GANTRY_cpp_context*, void*);
-};
-constexpr Operations typed{GANTRY_cpp_context_new, GANTRY_cpp_context_free,
-                           GANTRY_cpp_context_set_service, GANTRY_cpp_context_get_user_private,
-                           GANTRY_cpp_context_set_user_private};
-constexpr Operations untyped{GANTRY_context_new, GANTRY_context_free,
-                             [](GANTRY_cpp_context* context, char* name)
-                             { GANTRY_context_set_service(context, name); },
-                             GANTRY_context_get_user_private, GANTRY_context_set_user_private};
-
-TEST_F(Context, LivesFromFirstUseToFreeUnderBothSetsOfNames)
-{
-    for (const Operations& operations : {typed, untyped})
-    {
-        context = bogus<GANTRY_cpp_context>();
-        operations.make(&context);
-        ASSERT_NE(context, nullptr);
-        EXPECT_EQ(logged(), R"(9 gantrycontext.GANTRY_cpp_context_new: enter
+    context = bogus<GANTRY_cpp_context>();
+    GANTRY_context_new(&context);
+    ASSERT_NE(context, nullptr);
+    EXPECT_EQ(logged(), R"(9 gantrycontext.GANTRY_cpp_context_new: enter
 9 gantrycontext.GANTRY_get_or_allocate_ctx: leave
 9 gantrycontext.GANTRY_cpp_context_new: leave
 )");
-        EXPECT_EQ(context->service_name, nullptr);
-        EXPECT_EQ(context->object_manager, nullptr);
-        EXPECT_EQ(context->user_private, nullptr);
-        EXPECT_TRUE(context->running);
-        EXPECT_EQ(context->last_serviced, 0);
-        EXPECT_EQ(sd_bus_get_event(bus()), context->event.get());
+    EXPECT_EQ(context->service_name, nullptr);
+    EXPECT_EQ(context->object_manager, nullptr);
+    EXPECT_EQ(context->user_private, nullptr);
+    EXPECT_TRUE(context->running);
+    EXPECT_EQ(context->last_serviced, 0);
+    EXPECT_EQ(sd_bus_get_event(bus()), context->event.get());
 
-        GANTRY_cpp_context* again = nullptr;
-        operations.make(&again);
-        EXPECT_EQ(again, context);
-        EXPECT_EQ(resolve(), context);
-        EXPECT_EQ(logged(), R"(9 gantrycontext.GANTRY_cpp_context_new: enter
+    GANTRY_cpp_context* again = nullptr;
+    GANTRY_cpp_context_new(&again);
+    EXPECT_EQ(again, context);
+    EXPECT_EQ(resolve(), context);
+    EXPECT_EQ(logged(), R"(9 gantrycontext.GANTRY_cpp_context_new: enter
 9 gantrycontext.GANTRY_cpp_context_new: leave
 )");
 
-        int host = 0;
-        operations.set_user_private(context, &host);
+    // Under both names of each operation.
+    int host = 0;
+    for (const auto& [set, get] :
+         {std::pair{&GANTRY_context_set_user_private, &GANTRY_context_get_user_private},
+          std::pair{&GANTRY_cpp_context_set_user_private, &GANTRY_cpp_context_get_user_private}})
+    {
+        context->user_private = nullptr;
+        set(context, &host);
         void* user_private = bogus<void>();
-        operations.get_user_private(nullptr, &user_private);
+        get(nullptr, &user_private);
         EXPECT_EQ(user_private, &host);
-        operations.set_service(nullptr, nullptr);
         EXPECT_EQ(logged(), R"(9 gantrycontext.GANTRY_cpp_context_set_user_private: enter
 9 gantrycontext.GANTRY_context_management: leave
 9 gantrycontext.GANTRY_cpp_context_set_user_private: leave
 9 gantrycontext.GANTRY_cpp_context_get_user_private: enter
 9 gantrycontext.GANTRY_cpp_context_get_user_private: leave
-9 gantrycontext.GANTRY_cpp_context_set_service: enter
-9 gantrycontext.GANTRY_cpp_context_set_service: setting the service_name
-9 gantrycontext.GANTRY_cpp_context_set_service: caller requests no service_name
-9 gantrycontext.GANTRY_cpp_context_set_service: leave
 )");
+    }
 
-        // The second time with nothing in the variable.
-        for ([[maybe_unused]] const int time : {1, 2})
-        {
-            operations.free(&context);
-            EXPECT_EQ(context, nullptr);
-            EXPECT_EQ(logged(), R"(9 gantrycontext.GANTRY_cpp_context_free: enter
+    // The second time with nothing in the variable.
+    for (auto* const release : {GANTRY_context_free, GANTRY_cpp_context_free})
+    {
+        release(&context);
+        EXPECT_EQ(context, nullptr);
+        EXPECT_EQ(logged(), R"(9 gantrycontext.GANTRY_cpp_context_free: enter
 9 gantrycontext.GANTRY_cpp_context_free: leave
 )");
-        }
     }
 
     // Null stands for the thread's context, which is made for it.
     context = resolve();
     ASSERT_NE(context, nullptr);
     EXPECT_EQ(logged(), "9 gantrycontext.GANTRY_get_or_allocate_ctx: leave\n");
-    EXPECT_EQ(context->service_name, nullptr);
-}
-
-TEST_F(Context, TakesAndReleasesItsConnectionAsUseDefaultSaid)
-{
-    sd_bus* shared = nullptr;
-    ASSERT_GE(sd_bus_default_system(&shared), 0);
-
-    make();
-    EXPECT_EQ(bus(), shared);
-    GANTRY_use_default = false; // for contexts to come
-    EXPECT_THAT(free(), ElementsAre("sd_event_unref", unrefs));
-    EXPECT_GT(sd_bus_is_open(shared), 0);
-
-    make();
-    EXPECT_NE(bus(), shared);
-    GANTRY_set_use_default(true);
-    EXPECT_TRUE(GANTRY_use_default);
-    EXPECT_THAT(free(), ElementsAre("sd_event_unref", closes));
-
-    sd_bus_unref(shared);
 }
 
 TEST_F(Context, LeavesNothingBehindWhenItCantBeMade)
 {
-    struct Case
+    const std::string function = "gantrycontext.GANTRY_get_or_allocate_ctx: ";
+    const struct
     {
-        void (*arm)();
+        stand_in::Script& script;
+        std::vector<int> results;
         std::string reason;
-    };
-    const std::string exception = "2 EXCEPTION gantrycontext.GANTRY_get_or_allocate_ctx: ";
-    const std::string io_error = "sd_bus_flush: org.freedesktop.DBus.Error.IOError: "
-                                 "Input/output error\\n\n";
-    const std::string is_ready = "2 gantrycontext.GANTRY_get_or_allocate_ctx: is_ready reported ";
-    const Case cases[] = {
-        {[] { scripts.get_unique_name = {-ENODATA}; },
-         exception + "basic_string: construction from null is not valid\\n\n"},
-        {[] { scripts.event_default = {-EMFILE}; },
-         exception + "sd_event_default: Too many open files\\n\n"},
-        {[] { scripts.flush = {-EIO}; }, exception + io_error},
-        {[] {
-             scripts.flush = {0, -EIO};
-         },
-         exception + io_error},
-        {[] { scripts.is_ready = {-ECHILD}; }, is_ready + "an error, rv=-10\n"},
-        {[] { scripts.is_ready = {0}; }, is_ready + "not ready, rv=0\n"},
-        {[] { scripts.setspecific = {ENOMEM}; }, exception + "std::bad_alloc\\n\n"},
+    } cases[] = {
+        {get_unique_name,
+         {-ENODATA},
+         "EXCEPTION " + function + "basic_string: construction from null is not valid\\n"},
+        {event_default,
+         {-EMFILE},
+         "EXCEPTION " + function + "sd_event_default: Too many open files\\n"},
+        {flush,
+         {-EIO},
+         "EXCEPTION " + function +
+             "sd_bus_flush: org.freedesktop.DBus.Error.IOError: Input/output error\\n"},
+        {flush,
+         {0, -EIO},
+         "EXCEPTION " + function +
+             "sd_bus_flush: org.freedesktop.DBus.Error.IOError: Input/output error\\n"},
+        {is_ready, {-ECHILD}, function + "is_ready reported an error, rv=-10"},
+        {is_ready, {0}, function + "is_ready reported not ready, rv=0"},
+        {setspecific, {ENOMEM}, "EXCEPTION " + function + "std::bad_alloc\\n"},
     };
     make();
     free(); // what is made once and stays is there by now
     const auto descriptors = support::open_fd_count();
-
     for (const bool use_default : {true, false})
     {
         GANTRY_use_default = use_default;
-        for (const auto& [arm, reason] : cases)
+        for (const auto& [script, results, reason] : cases)
         {
             SCOPED_TRACE(reason);
             record.emplace();
-            arm();
+            script = results;
             context = bogus<GANTRY_cpp_context>();
             GANTRY_context_new(&context);
             EXPECT_EQ(context, nullptr);
-            EXPECT_EQ(logged(), "9 gantrycontext.GANTRY_cpp_context_new: enter\n" + reason +
-                                    "2 gantrycontext.GANTRY_cpp_context_new: "
-                                    "unable to allocate context\n");
-            arm();
+            EXPECT_EQ(logged(2), "2 " + reason +
+                                     "\n2 gantrycontext.GANTRY_cpp_context_new: "
+                                     "unable to allocate context\n");
+            script = results;
             void* user_private = bogus<void>();
             GANTRY_context_get_user_private(nullptr, &user_private);
             EXPECT_EQ(user_private, nullptr);
-            EXPECT_EQ(logged(),
-                      "9 gantrycontext.GANTRY_cpp_context_get_user_private: enter\n" + reason +
-                          R"(2 gantrycontext.GANTRY_context_management: unable to allocate context
+            EXPECT_EQ(logged(2), "2 " + reason + R"(
+2 gantrycontext.GANTRY_context_management: unable to allocate context
 1 gantrycontext.GANTRY_cpp_context_get_user_private: vctx is NULL
 )");
             EXPECT_THAT(*record, testing::Contains(use_default ? unrefs : closes).Times(2));
@@ -340,20 +340,13 @@ TEST_F(Context, LeavesNothingBehindWhenItCantBeMade)
             free();
         }
     }
-}
 
-TEST_F(Context, NeedsABus)
-{
     support::bus().kill();
-    for (const bool use_default : {true, false})
-    {
-        GANTRY_use_default = use_default;
-        EXPECT_EQ(resolve(), nullptr);
-        EXPECT_EQ(logged(), "2 EXCEPTION gantrycontext.GANTRY_get_or_allocate_ctx: sd_bus_flush: "
-                            "org.freedesktop.DBus.Error.InvalidArgs: Invalid argument\\n\n"
-                            "2 gantrycontext.GANTRY_context_management: "
-                            "unable to allocate context\n");
-    }
+    EXPECT_EQ(resolve(), nullptr);
+    EXPECT_EQ(logged(2), "2 EXCEPTION gantrycontext.GANTRY_get_or_allocate_ctx: sd_bus_flush: "
+                         "org.freedesktop.DBus.Error.InvalidArgs: Invalid argument\\n\n"
+                         "2 gantrycontext.GANTRY_context_management: "
+                         "unable to allocate context\n");
     support::bus().restart();
     make();
 }
@@ -361,28 +354,25 @@ TEST_F(Context, NeedsABus)
 TEST_F(Context, IsKeptWhileItsConnectionIsNotReady)
 {
     make();
-    const std::string is_ready = "2 gantrycontext.GANTRY_context_management: is_ready reported ";
     for (const int ready : {-ECHILD, 0})
     {
-        const auto reason = is_ready + (ready < 0 ? "an error, rv=-10\n" : "not ready, rv=0\n");
+        const std::string reason =
+            "2 gantrycontext.GANTRY_context_management: is_ready reported " +
+            std::string(ready < 0 ? "an error, rv=-10\n" : "not ready, rv=0\n");
         int host = 0;
         char name[] = "com.example.unready";
-        scripts.is_ready = {ready, ready};
+        is_ready = {ready, ready};
         GANTRY_context_set_user_private(nullptr, &host);
+        EXPECT_EQ(logged(2),
+                  reason + "1 gantrycontext.GANTRY_cpp_context_set_user_private: vctx is NULL\n");
         GANTRY_cpp_context_set_service(nullptr, name);
+        EXPECT_EQ(logged(2),
+                  reason + "1 gantrycontext.GANTRY_cpp_context_set_service: vctx is NULL\n");
         EXPECT_EQ(context->user_private, nullptr);
         EXPECT_EQ(context->service_name, nullptr);
-        EXPECT_EQ(logged(), "9 gantrycontext.GANTRY_cpp_context_set_user_private: enter\n" +
-                                reason +
-                                "1 gantrycontext.GANTRY_cpp_context_set_user_private: "
-                                "vctx is NULL\n"
-                                "9 gantrycontext.GANTRY_cpp_context_set_service: enter\n" +
-                                reason +
-                                "1 gantrycontext.GANTRY_cpp_context_set_service: "
-                                "vctx is NULL\n");
 
         EXPECT_EQ(resolve(), context); // by now it is
-        scripts.is_ready = {ready};
+        is_ready = {ready};
         EXPECT_EQ(resolve(context), context); // isn't asked for
         GANTRY_context_new(&context);
         EXPECT_EQ(resolve(), nullptr);
@@ -406,6 +396,7 @@ TEST_F(Context, BelongsToItsThreadAndGoesWithIt)
                 EXPECT_NE(theirs, context);
                 EXPECT_EQ(resolve(), theirs);
                 EXPECT_EQ(resolve(context), context); // passed on as it is
+                GANTRY_set_use_default(!use_default); // for contexts to come
                 theirs->tracker.push_back(
                     {&destroyer, [](void* tid) { *static_cast<pid_t*>(tid) = gettid(); }});
                 record.emplace();
@@ -428,61 +419,42 @@ TEST_F(Context, BelongsToItsThreadAndGoesWithIt)
 
 TEST_F(Context, RequestsTheServiceNameItIsGiven)
 {
-    const std::string prefix = "gantrycontext.GANTRY_cpp_context_set_service: ";
-    // What is said of a name, or of what the bus says to it.
-    const auto set = [&](char* name)
+    const std::string log = "gantrycontext.GANTRY_cpp_context_set_service: ";
+    const auto set = [&](const char* name, const std::string& said, const std::string& error = {})
     {
-        GANTRY_cpp_context_set_service(nullptr, name);
-        std::string lines = logged();
-        for (const auto& expected :
-             {"9 " + prefix + "enter\n", "9 " + prefix + "setting the service_name\n"})
-        {
-            EXPECT_TRUE(lines.starts_with(expected)) << lines;
-            lines.erase(0, expected.size());
-        }
-        return lines;
+        GANTRY_context_set_service(nullptr, name);
+        EXPECT_EQ(logged(),
+                  "9 " + log + "enter\n9 " + log + "setting the service_name\n9 " + log + said +
+                      '\n' +
+                      (error.empty() ? "9 " + log + "leave\n"
+                                     : "2 EXCEPTION " + log +
+                                           "sd_bus_request_name: org.freedesktop.DBus.Error." +
+                                           error + "\\n\n"));
+        EXPECT_STREQ(context->service_name, name == nullptr ? "" : name);
     };
-    const auto accepted = [&](const std::string& said)
-    { return "9 " + prefix + said + "\n9 " + prefix + "leave\n"; };
-    const auto refused = [&](const std::string& said, const std::string& error)
-    {
-        return "9 " + prefix + said + "\n2 EXCEPTION " + prefix +
-               "sd_bus_request_name: org.freedesktop.DBus.Error." + error + "\\n\n";
-    };
-    Client client;
+    support::Client client;
     make();
     const std::string own_name = context->bus.get_unique_name();
+    set(nullptr, "caller requests no service_name");
+    set("", "service_name=[]");
 
-    EXPECT_EQ(set(nullptr), accepted("caller requests no service_name"));
-    EXPECT_STREQ(context->service_name, "");
-    char empty[] = "";
-    EXPECT_EQ(set(empty), accepted("service_name=[]"));
-    EXPECT_EQ(context->service_name, empty);
-
-    // An earlier name stays the connection's.
-    char first[] = "com.example.first";
-    char second[] = "com.example.second";
-    EXPECT_EQ(set(first), accepted("service_name=[com.example.first]"));
-    EXPECT_EQ(set(second), accepted("service_name=[com.example.second]"));
-    EXPECT_EQ(context->service_name, second);
+    // An earlier name stays the connection's. It may be replaced, and replaces who allows it.
+    const char* first = "com.example.first";
+    set(first, "service_name=[com.example.first]");
+    set("com.example.second", "service_name=[com.example.second]");
     EXPECT_EQ(client.name_owner(first), own_name);
-    EXPECT_EQ(client.name_owner(second), own_name);
-
-    // It may be replaced, and replaces who allows it.
+    EXPECT_EQ(client.name_owner("com.example.second"), own_name);
     ASSERT_EQ(sd_bus_request_name(client.bus(), first,
                                   SD_BUS_NAME_REPLACE_EXISTING | SD_BUS_NAME_ALLOW_REPLACEMENT),
               1);
-    EXPECT_EQ(client.name_owner(first), client.unique_name());
-    EXPECT_EQ(set(first), accepted("service_name=[com.example.first]"));
+    set(first, "service_name=[com.example.first]");
     EXPECT_EQ(client.name_owner(first), own_name);
 
     // Refused for its form, and by one who doesn't allow it: at once and for good.
-    char malformed[] = "malformed";
-    EXPECT_EQ(set(malformed), refused("service_name=[malformed]", "InvalidArgs: Invalid argument"));
-    char taken[] = "com.example.taken";
+    set("malformed", "service_name=[malformed]", "InvalidArgs: Invalid argument");
+    const char* taken = "com.example.taken";
     client.request_name(taken);
-    EXPECT_EQ(set(taken), refused("service_name=[com.example.taken]", "FileExists: File exists"));
-    EXPECT_EQ(context->service_name, taken);
+    set(taken, "service_name=[com.example.taken]", "FileExists: File exists");
     ASSERT_GE(sd_bus_release_name(client.bus(), taken), 0);
     EXPECT_EQ(client.name_owner(taken), "");
 }
@@ -525,21 +497,66 @@ TEST_F(Context, DestroysObjectsNewestFirstThenTheManagerThenMatches)
                             "second callback", "sd_bus_slot_unref", "sd_event_unref", unrefs));
 }
 
-TEST_F(Context, CanBeMadeAThousandTimes)
+class HealthCheck : public Context
 {
-    for (const bool use_default : {true, false})
+  protected:
+    HealthCheck()
     {
-        GANTRY_use_default = use_default;
         make();
-        free();
-        const auto descriptors = support::open_fd_count();
-        for (int time = 0; time < 1000; ++time)
-        {
-            make();
-            free();
-        }
-        EXPECT_EQ(support::open_fd_count(), descriptors);
     }
+
+    std::string check(const Situation& found)
+    {
+        situation = found;
+        context->sanity_check();
+        situation = {};
+        return logged();
+    }
+
+    static std::string fault(const std::string& text)
+    {
+        return "1 gantrycontext.sanity_check: " + text + '\n';
+    }
+};
+
+TEST_F(HealthCheck, MeasuresTheGapSinceTheLastOne)
+{
+    std::int64_t now = 1'000'000; // however late the first check comes
+    EXPECT_EQ(check({.seconds = {0, now}}), "");
+    for (const int gap : {0, 3, 4, 3, 60, 61, 1, 86'400, -5})
+    {
+        now += gap;
+        const std::string seconds = std::to_string(gap) + " seconds";
+        EXPECT_EQ(check({.seconds = {0, now}}),
+                  (gap > 3 ? "9 gantrycontext.sanity_check: delta=" + seconds + '\n' : "") +
+                      (gap > 60 ? fault("dbus not serviced for over " + seconds) : ""));
+        EXPECT_EQ(context->last_serviced, now);
+    }
+}
+
+TEST_F(HealthCheck, GoesOnWhateverItFinds)
+{
+    const std::string read = fault("dbus has over 101 messages in read queue");
+    const std::string write = fault("dbus has over 101 messages in write queue");
+    const std::pair<Situation, std::string> situations[] = {
+        {{.read = {0, 100}, .write = {0, 100}}, ""},
+        {{.read = {0, 5'000'000'000}, .write = {0, 101}},
+         fault("dbus has over 5000000000 messages in read queue") + write},
+        {{.read = {-ECHILD}, .write = {0, 101}},
+         fault("sd_bus_get_n_queued_read returned an error, rc=-10") + write},
+        {{.read = {0, 101}, .write = {-ECHILD}},
+         read + fault("sd_bus_get_n_queued_write returned an error, rc=-10")},
+        {{.tid = {-ENXIO}, .write = {0, 101}}, write}, // bound to no thread yet
+        {{.tid = {-ECHILD}, .write = {0, 101}},
+         fault("sd_bus_get_tid returned an error, irv=-10") + write},
+        {{.tid = {0, 1}, .write = {0, 101}}, fault("thread ids are not equal") + write},
+        {{.seconds = {-1, 7}, .read = {0, 101}}, read},
+    };
+    for (const auto& [found, faults] : situations)
+    {
+        EXPECT_EQ(check(found), faults);
+    }
+    EXPECT_NE(context->last_serviced, 7);
 }
 
 } // namespace

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <string_view>
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sched.h>
 
@@ -24,25 +23,20 @@ int failing_key_creations = 0;
 int yields = 0;
 bool key_deletion_fails = false;
 
-void make(const char* when)
+bool make(const char* when)
 {
     GANTRY_cpp_context* context = nullptr;
     GANTRY_context_new(&context);
     std::fprintf(stderr, "%s: %s\n", when, context == nullptr ? "no context" : "a context");
+    return context != nullptr;
 }
 
 // Whether the library itself finds the variable where this program has it.
 void show_use_default()
 {
-    Dl_info variable{};
-    Dl_info function{};
-    dladdr(&GANTRY_use_default, &variable);
-    dladdr(reinterpret_cast<void*>(show_use_default), &function);
-    std::fprintf(stderr, "a variable of the %s\n",
-                 variable.dli_fbase == function.dli_fbase ? "host" : "library");
-    GANTRY_cpp_context* context = nullptr;
     for (const bool use_default : {false, true})
     {
+        GANTRY_cpp_context* context = nullptr;
         GANTRY_use_default = use_default;
         GANTRY_context_new(&context);
         sd_bus* shared = nullptr;
@@ -74,33 +68,27 @@ int sched_yield() noexcept
 int pthread_key_delete(pthread_key_t key) noexcept
 {
     static const auto hidden = stand_in::hidden<decltype(pthread_key_delete)>("pthread_key_delete");
-    if (!key_deletion_fails)
-    {
-        return hidden(key);
-    }
-    make("after the farewell");
-    return EINVAL;
+    return key_deletion_fails ? (make("after the farewell"), EINVAL) : hidden(key);
 }
 
 int main(int argc, char** argv)
 {
     const std::string_view what = argc > 1 ? argv[1] : "";
     std::fprintf(stderr, "thread %lu\n", pthread_self());
-    if (what == "keys")
-    {
-        failing_key_creations = std::atoi(argv[2]);
-        make("first");
-        make("second");
-        std::fprintf(stderr, "%d yields\n", yields);
-    }
-    else if (what == "late")
-    {
-        make("first");
-        key_deletion_fails = true;
-    }
-    else if (what == "use_default")
+    if (what == "use_default")
     {
         show_use_default();
+        return EXIT_SUCCESS;
     }
+    failing_key_creations = argc > 2 ? std::atoi(argv[2]) : 0;
+    if (argc > 1 && !make("first"))
+    {
+        make("second");
+    }
+    if (argc > 2)
+    {
+        std::fprintf(stderr, "%d yields\n", yields);
+    }
+    key_deletion_fails = what == "late";
     return EXIT_SUCCESS;
 }

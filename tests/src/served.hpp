@@ -1,0 +1,89 @@
+// What tests of objects on the bus start from: a host on this thread, which claims no name, and a
+// client that lets it serve.
+#pragma once
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <gantry/context.h>
+#include <gantry/loop.h>
+
+#include <gantry/context.hpp>
+
+#include "src/logged.hpp"
+#include "support/client.hpp"
+
+class Served : public testing::Test
+{
+  protected:
+    Served()
+    {
+        make();
+        client.subscribe();
+    }
+    ~Served() override
+    {
+        GANTRY_context_free(&context);
+    }
+
+    // A context in place of the one there is.
+    void make()
+    {
+        GANTRY_context_free(&context);
+        GANTRY_context_new(&context);
+        GANTRY_context_set_service(context, "");
+        service = context->bus.get_unique_name();
+        logged();
+    }
+
+    // The object that was put on the bus last.
+    template <class Class>
+    Class& newest()
+    {
+        return *static_cast<Class*>(context->tracker.back().object);
+    }
+
+    // A line for each property that was announced as changed since the last look: "Member: value".
+    std::string announced()
+    {
+        client.settle(service);
+        std::string lines;
+        for (const support::Signal& signal : client.signals("PropertiesChanged"))
+        {
+            EXPECT_TRUE(signal.invalidated.empty()) << signal;
+            for (const auto& [member, value] : signal.changed)
+            {
+                lines += member + ": " + value + '\n';
+            }
+        }
+        client.clear_signals();
+        return lines;
+    }
+
+    // A line for each signal of the host's since the last look: "PATH MEMBER BODY".
+    std::string sent()
+    {
+        client.settle(service);
+        std::string lines;
+        for (const support::Signal& signal : client.signals())
+        {
+            if (signal.sender == service)
+            {
+                lines += signal.path + ' ' + signal.member + ' ' + signal.body + '\n';
+            }
+        }
+        client.clear_signals();
+        return lines;
+    }
+
+    GANTRY_cpp_context* context = nullptr;
+    std::string service;
+    support::Client client{[this]
+                           {
+                               if (context != nullptr)
+                               {
+                                   GANTRY_dbus_loop_one_pass(context);
+                               }
+                           }};
+};
