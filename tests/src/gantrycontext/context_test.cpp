@@ -285,6 +285,9 @@ TEST_F(Context, LivesFromFirstUseToFree)
 TEST_F(Context, LeavesNothingBehindWhenItCantBeMade)
 {
     const std::string function = "gantrycontext.GANTRY_get_or_allocate_ctx: ";
+    const std::string failed = "EXCEPTION " + function;
+    const std::string flush_failed =
+        failed + "sd_bus_flush: org.freedesktop.DBus.Error.IOError: Input/output error\\n";
     const struct
     {
         stand_in::Script& script;
@@ -293,21 +296,13 @@ TEST_F(Context, LeavesNothingBehindWhenItCantBeMade)
     } cases[] = {
         {get_unique_name,
          {-ENODATA},
-         "EXCEPTION " + function + "basic_string: construction from null is not valid\\n"},
-        {event_default,
-         {-EMFILE},
-         "EXCEPTION " + function + "sd_event_default: Too many open files\\n"},
-        {flush,
-         {-EIO},
-         "EXCEPTION " + function +
-             "sd_bus_flush: org.freedesktop.DBus.Error.IOError: Input/output error\\n"},
-        {flush,
-         {0, -EIO},
-         "EXCEPTION " + function +
-             "sd_bus_flush: org.freedesktop.DBus.Error.IOError: Input/output error\\n"},
+         failed + "basic_string: construction from null is not valid\\n"},
+        {event_default, {-EMFILE}, failed + "sd_event_default: Too many open files\\n"},
+        {flush, {-EIO}, flush_failed},
+        {flush, {0, -EIO}, flush_failed},
         {is_ready, {-ECHILD}, function + "is_ready reported an error, rv=-10"},
         {is_ready, {0}, function + "is_ready reported not ready, rv=0"},
-        {setspecific, {ENOMEM}, "EXCEPTION " + function + "std::bad_alloc\\n"},
+        {setspecific, {ENOMEM}, failed + "std::bad_alloc\\n"},
     };
     make();
     free(); // what is made once and stays is there by now
