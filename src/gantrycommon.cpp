@@ -10,6 +10,7 @@
 #include "gantrycontext.hpp"
 #include "instance.hpp"
 #include "log.hpp"
+#include "loop_end.hpp"
 
 #include <gantry/instance.h>
 #include <gantry/loop.h>
@@ -19,6 +20,7 @@
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-event.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -41,33 +43,46 @@ int run(sdeventplus::Event& event, Timeout timeout)
     return gantry::Carrier::enter([&event, timeout] { return event.run(timeout); });
 }
 
-/** Serves all that is ready, and doesn't block. */
-void drain(sdeventplus::Event& event)
+/** Serves all that is ready, or what a stop leaves of it, and doesn't block. */
+void drain(GANTRY_cpp_context& context)
 {
     constexpr Timeout at_once{std::chrono::microseconds{1}};
-    while (run(event, at_once) > 0)
+    while (!context.stopping && run(context.event, at_once) > 0)
     {
     }
 }
 
 /**
- * What Event::loop does, a run at a time, so that a carried exception leaves the event loop
- * unfinished and ready to be entered again. Gives the exit code.
+ * What Event::loop does, a run at a time, so that a stop or a carried exception leaves the event
+ * loop unfinished and ready to be entered again. A signal ends a run early. Gives the exit code, 0
+ * if there is none.
  */
-int loop(sdeventplus::Event& event)
+int loop(GANTRY_cpp_context& context)
 {
-    do
+    sd_event* event = context.event.get();
+    while (!context.stopping)
     {
-        run(event, std::nullopt);
-    } while (sd_event_get_state(event.get()) != SD_EVENT_FINISHED);
+        run(context.event, std::nullopt);
+        if (sd_event_get_state(event) == SD_EVENT_FINISHED)
+        {
+            break;
+        }
+    }
     int code = 0;
-    sd_event_get_exit_code(event.get(), &code);
+    sd_event_get_exit_code(event, &code);
     return code;
 }
 
-void wait(sd_bus* bus)
+bool goes_on(const GANTRY_cpp_context& context) noexcept
 {
-    if (const int result = sd_bus_wait(bus, UINT64_MAX); result < 0)
+    return context.running && !context.stopping;
+}
+
+/** Sleeps until the bus has something to do, or the handler of a signal asked for a stop. */
+void wait(GANTRY_cpp_context& context)
+{
+    const int result = sd_bus_wait(gantry::connection_of(context), UINT64_MAX);
+    if (result < 0 && !(result == -EINTR && context.stopping))
     {
         throw sdbusplus::exception::SdBusError(-result, "sd_bus_wait");
     }
@@ -164,16 +179,17 @@ try
         return;
     }
     GANTRY_LOG(gantry::log::trace, "sd_notify ready");
+    const gantry::InLoop in_loop(*context);
     sd_notify(0, "READY=1");
-    while (context->running)
+    while (goes_on(*context))
     {
         context->sanity_check();
-        drain(context->event);
-        if (!context->running)
+        drain(*context);
+        if (!goes_on(*context))
         {
             break;
         }
-        wait(GANTRY_get_sd_bus(context->bus));
+        wait(*context);
     }
     GANTRY_LOG(gantry::log::trace, "leave");
 }
@@ -191,8 +207,9 @@ try
         GANTRY_LOG(gantry::log::fault, "vctx is NULL");
         return;
     }
+    const gantry::InLoop in_loop(*context);
     context->sanity_check();
-    drain(context->event);
+    drain(*context);
 }
 catch (const std::exception& error)
 {
@@ -209,9 +226,32 @@ try
         GANTRY_LOG(gantry::log::fault, "vctx is NULL");
         return;
     }
+    const gantry::InLoop in_loop(*context);
     context->sanity_check();
-    const int code = loop(context->event);
+    const int code = loop(*context);
     GANTRY_LOG(gantry::log::fault, "sdloop exiting, rc=%d\n", code);
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION(error.what());
+}
+
+void GANTRY_context_get_fd(GANTRY_cpp_context* context, int* out)
+try
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    *out = -1;
+    GANTRY_context_management(context, &context);
+    if (context == nullptr)
+    {
+        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
+        return;
+    }
+    if (const int fd = sd_event_get_fd(context->event.get()); fd >= 0)
+    {
+        *out = fd;
+    }
+    GANTRY_LOG(gantry::log::trace, "leave");
 }
 catch (const std::exception& error)
 {

@@ -6,12 +6,14 @@
 #include "gantrycontext.hpp"
 
 #include "log.hpp"
+#include "loop_end.hpp"
 
 #include <gantry/context.hpp>
 
 #include <pthread.h>
 #include <sched.h>
 #include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -86,10 +88,18 @@ try
         GANTRY_LOG(gantry::log::fault, "key is not valid");
         return;
     }
-    if (void* existing = pthread_getspecific(context_key))
+    if (GANTRY_cpp_context* existing = gantry::own_context())
     {
-        *out = static_cast<GANTRY_cpp_context*>(existing);
-        return;
+        if (!existing->freed)
+        {
+            *out = existing;
+            return;
+        }
+        if (gantry::is_in_use(*existing))
+        {
+            return; // a second one would share its connection, and find its objects' paths taken
+        }
+        gantry::destroy(existing);
     }
 
     auto context = std::make_unique<GANTRY_cpp_context>();
@@ -138,7 +148,7 @@ sdbusplus::bus::bus open_bus()
 /** A bus object shows its connection only to its friends. */
 struct Connection : private sdbusplus::bus::details::bus_friend
 {
-    static sd_bus* of(sdbusplus::bus::bus& bus)
+    static sd_bus* of(const sdbusplus::bus::bus& bus)
     {
         return get_busp(bus);
     }
@@ -163,6 +173,7 @@ GANTRY_cpp_context::GANTRY_cpp_context() :
 GANTRY_cpp_context::~GANTRY_cpp_context()
 {
     running = false;
+    sd_event_source_disable_unref(destruction);
     while (!tracker.empty())
     {
         // Out of the list before it goes: what the deleter reaches doesn't find a dying object.
@@ -304,15 +315,14 @@ try
 {
     GANTRY_LOG(gantry::log::trace, "enter");
     GANTRY_cpp_context* freed = std::exchange(*context, nullptr);
-    if (key_valid)
+    if (freed != nullptr && gantry::is_in_use(*freed))
     {
-        const void* own = pthread_getspecific(context_key);
-        if (own != nullptr && own == freed)
-        {
-            pthread_setspecific(context_key, nullptr);
-        }
+        gantry::free_later(*freed);
     }
-    delete freed;
+    else
+    {
+        gantry::destroy(freed);
+    }
     GANTRY_LOG(gantry::log::trace, "leave");
 }
 catch (const std::exception& error)
@@ -387,6 +397,27 @@ try
 catch (const std::exception& error)
 {
     GANTRY_LOG_EXCEPTION(error.what());
+}
+
+sd_bus* gantry::connection_of(const GANTRY_cpp_context& context) noexcept
+{
+    return Connection::of(context.bus);
+}
+
+// POSIX leaves pthread_getspecific out of what a signal handler may call; glibc puts it in, and
+// it is a load from the thread's descriptor.
+GANTRY_cpp_context* gantry::own_context() noexcept
+{
+    return key_valid ? static_cast<GANTRY_cpp_context*>(pthread_getspecific(context_key)) : nullptr;
+}
+
+void gantry::destroy(GANTRY_cpp_context* context) noexcept
+{
+    if (context != nullptr && own_context() == context)
+    {
+        pthread_setspecific(context_key, nullptr);
+    }
+    delete context;
 }
 
 void gantry::request_name(GANTRY_cpp_context& context, const char* name)

@@ -14,6 +14,15 @@ namespace gantry
  */
 void request_name(GANTRY_cpp_context& context, const char* name);
 
+/** The context's connection, without a further reference. */
+sd_bus* connection_of(const GANTRY_cpp_context& context) noexcept;
+
+/** The calling thread's context, or null: none is made. For signal handlers too. */
+GANTRY_cpp_context* own_context() noexcept;
+
+/** Destroys a context, which its thread's key forgets first. */
+void destroy(GANTRY_cpp_context* context) noexcept;
+
 /** Puts an object manager at `path`, which stays on the bus as long as the connection. */
 void add_object_manager(GANTRY_cpp_context& context, const char* path);
 

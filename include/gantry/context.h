@@ -40,8 +40,13 @@ GANTRY_API void GANTRY_context_new(GANTRY_cpp_context** out);
 
 /*
  * Destroys *context and sets *context to null: its objects, newest first, then its subscriptions,
- * then its hold on the connection. *context may be null, then nothing is destroyed. Not from
- * inside a callback of that context. `context` must not be null.
+ * then its hold on the connection. *context may be null, then nothing is destroyed. `context` must
+ * not be null.
+ *
+ * Inside of a loop of <gantry/loop.h>, which is in any callback that it calls, this also stops the
+ * loop, and the context is destroyed when the (outermost) loop returns. Inside of a bus callback
+ * that the host's own event loop calls, it is destroyed in the next run of that event loop. Until
+ * then the thread has no context, and none is made for it; the freed one is not to be used.
  */
 GANTRY_API void GANTRY_context_free(GANTRY_cpp_context** context);
 

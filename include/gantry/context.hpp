@@ -11,6 +11,7 @@
 #include <sdbusplus/server/manager.hpp>
 #include <sdeventplus/event.hpp>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -64,6 +65,19 @@ struct GANTRY_cpp_context
     std::int32_t not_serviced_seconds = 60;
     std::uint64_t max_read_queue = 100;
     std::uint64_t max_write_queue = 100;
+
+    /** A stop that no loop has answered yet. Signal handlers write it. */
+    std::atomic<bool> stopping{false};
+    static_assert(std::atomic<bool>::is_always_lock_free);
+
+    /** Loops of this context on the stack: above 1 when a callback enters one. */
+    std::uint32_t loops = 0;
+
+    /** Freed inside of a callback: destroyed as soon as nothing on the stack works on it. */
+    bool freed = false;
+
+    /** What destroys a freed context under an event loop of the host's. */
+    sd_event_source* destruction = nullptr;
 };
 
 GANTRY_API void GANTRY_cpp_context_new(GANTRY_cpp_context** out);

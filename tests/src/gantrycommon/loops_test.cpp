@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -27,6 +28,7 @@ using testing::SizeIs;
 stand_in::Script is_ready;
 stand_in::Script event_run;
 stand_in::Script bus_wait;
+void (*on_wait)(){};
 
 // What the loops asked for, by the timeouts that they gave.
 std::vector<std::uint64_t> runs;
@@ -49,6 +51,10 @@ int sd_event_run(sd_event* e, std::uint64_t usec)
 int sd_bus_wait(sd_bus* bus, std::uint64_t timeout)
 {
     waits.push_back(timeout);
+    if (on_wait != nullptr)
+    {
+        std::exchange(on_wait, nullptr)();
+    }
     return bus_wait.next_or("sd_bus_wait", sd_bus_wait, bus, timeout);
 }
 
@@ -157,6 +163,29 @@ TEST_F(Loops, LoopChecksAndServesAndWaitsUntilTheWaitFails)
 )");
     EXPECT_THAT(waits, IsEmpty());
     EXPECT_THAT(service_manager.received(), ElementsAre("READY=1"));
+}
+
+TEST_F(Loops, LoopWhoseWaitASignalInterruptsEndsWellIfThatAskedForAStop)
+{
+    const std::string failed = "2 EXCEPTION gantrycommon.GANTRY_dbus_loop: sd_bus_wait: ";
+    struct Case
+    {
+        int error;
+        void (*handler)();
+        std::string end;
+    };
+    void (*const stop)() = [] { GANTRY_context_stop(nullptr); };
+    for (const auto& [error, handler, end] :
+         {Case{-EINTR, stop, ""},
+          Case{-EINTR, nullptr, failed + "System.Error.EINTR: Interrupted system call\\n\n"},
+          Case{-EIO, stop, failed + "org.freedesktop.DBus.Error.IOError: Input/output error\\n\n"}})
+    {
+        bus_wait = {error};
+        on_wait = handler;
+        GANTRY_dbus_loop(context);
+        EXPECT_EQ(logged(2), end);
+    }
+    EXPECT_THAT(waits, SizeIs(3));
 }
 
 TEST_F(Loops, SdloopEndsWithTheExitCodeOfTheEventLoop)

@@ -1,0 +1,81 @@
+#include "loop_end.hpp"
+
+#include "gantrycontext.hpp"
+
+#include <gantry/loop.h>
+
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+
+namespace
+{
+
+/** Under the host's own event loop: the callback that freed the context has returned. */
+int destroy_freed(sd_event_source* /*source*/, void* freed)
+{
+    auto* context = static_cast<GANTRY_cpp_context*>(freed);
+    if (!gantry::is_in_use(*context))
+    {
+        gantry::destroy(context);
+    }
+    return 0;
+}
+
+} // namespace
+
+namespace gantry
+{
+
+InLoop::InLoop(GANTRY_cpp_context& entered) noexcept : context(entered)
+{
+    ++context.loops;
+}
+
+InLoop::~InLoop()
+{
+    if (--context.loops > 0)
+    {
+        return;
+    }
+    if (!context.freed)
+    {
+        context.stopping = false;
+    }
+    else if (!is_in_use(context))
+    {
+        destroy(&context);
+    }
+    // Else a callback of the host's own event loop entered this loop, or the thread is being ended
+    // inside of a callback: its exit destroys the context.
+}
+
+bool is_in_use(const GANTRY_cpp_context& context) noexcept
+{
+    return context.loops > 0 || sd_bus_get_current_slot(connection_of(context)) != nullptr;
+}
+
+void free_later(GANTRY_cpp_context& context) noexcept
+{
+    context.freed = true;
+    context.stopping = true;
+    if (context.destruction == nullptr)
+    {
+        // If there is no memory for it, the thread's next use or its exit destroys the context.
+        sd_event_add_defer(context.event.get(), &context.destruction, destroy_freed, &context);
+    }
+}
+
+} // namespace gantry
+
+// A signal handler calls it: no log, no lock, no allocation.
+void GANTRY_context_stop(GANTRY_cpp_context* context)
+{
+    if (context == nullptr)
+    {
+        context = gantry::own_context();
+    }
+    if (context != nullptr)
+    {
+        context->stopping = true;
+    }
+}
