@@ -2,6 +2,7 @@
 
 #include "gantrycontext.hpp"
 
+#include <algorithm>
 #include <exception>
 #include <memory>
 
@@ -31,6 +32,7 @@ try
     const char* instance_path = path != nullptr ? path : descriptor.path;
     GANTRY_LOG_AT(place, log::trace, "instance_path=[%s]", instance_path);
     auto instance = make_instance(context, table, instance_path, user_private);
+    instance->descriptor = &descriptor;
     GANTRY_LOG_AT(place, log::trace, "inst->path=[%s]", instance->path);
 
     if (context->service_name == nullptr)
@@ -40,8 +42,13 @@ try
         GANTRY_LOG_AT(place, log::trace, "service_name=[%s]", context->service_name);
         request_name(*context, context->service_name);
     }
-    add_object_manager(*context, instance->path);
+    instance->manager = add_object_manager(*context, instance->path);
 
+    auto& classes = context->classes;
+    if (std::find(classes.begin(), classes.end(), &descriptor) == classes.end())
+    {
+        classes.push_back(&descriptor);
+    }
     std::unique_ptr<void, void (*)(void*)> object{descriptor.create(context->bus, instance.get()),
                                                   descriptor.destroy};
     static_cast<void>(instance.release());

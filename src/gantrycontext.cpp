@@ -174,6 +174,7 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
 {
     running = false;
     sd_event_source_disable_unref(destruction);
+    gantry::take_down_leaving(*this);
     while (!tracker.empty())
     {
         // Out of the list before it goes: what the deleter reaches doesn't find a dying object.

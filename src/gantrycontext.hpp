@@ -23,7 +23,16 @@ GANTRY_cpp_context* own_context() noexcept;
 /** Destroys a context, which its thread's key forgets first. */
 void destroy(GANTRY_cpp_context* context) noexcept;
 
-/** Puts an object manager at `path`, which stays on the bus as long as the connection. */
-void add_object_manager(GANTRY_cpp_context& context, const char* path);
+/**
+ * Puts an object manager at `path`, which stays on the bus as long as the connection. Gives its
+ * slot, for remove_object_manager() alone; null when the connection refuses.
+ */
+sd_bus_slot* add_object_manager(GANTRY_cpp_context& context, const char* path);
+
+/** Takes one object manager off the bus before its time; null is nothing to do. */
+void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexcept;
+
+/** Deletes the freed objects that waited for a callback to return. */
+void take_down_leaving(GANTRY_cpp_context& context) noexcept;
 
 } // namespace gantry

@@ -8,6 +8,11 @@
 
 #include <memory>
 
+namespace gantry
+{
+struct Descriptor;
+} // namespace gantry
+
 struct GANTRY_instance
 {
     GANTRY_cpp_context* vctx;
@@ -19,6 +24,11 @@ struct GANTRY_instance
     void* user_private;
     /** The object, of its derived class, once it exists. */
     void* the_service;
+
+    /** The object's class. */
+    const gantry::Descriptor* descriptor = nullptr;
+    /** The object manager at the path that came with the object. Not owned; null without one. */
+    sd_bus_slot* manager = nullptr;
 };
 
 namespace gantry

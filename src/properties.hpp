@@ -136,6 +136,12 @@ class Properties
     /** The row whose member is exactly `name`, or null. */
     [[nodiscard]] const Property<Object>* find(std::string_view name) const noexcept;
 
+    /** The place of one of these rows, below 255. */
+    [[nodiscard]] std::size_t place_of(const Property<Object>& row) const noexcept
+    {
+        return static_cast<std::size_t>(&row - static_cast<const Property<Object>*>(first));
+    }
+
   private:
     const void* first;
     const std::uint8_t* slots;

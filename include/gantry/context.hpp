@@ -16,6 +16,11 @@
 #include <memory>
 #include <vector>
 
+namespace gantry
+{
+struct Descriptor;
+} // namespace gantry
+
 struct GANTRY_cpp_context
 {
     /** One published object. Its deleter is its class's own, and so also tells the class. */
@@ -44,7 +49,8 @@ struct GANTRY_cpp_context
     /** Null: no name chosen yet. Empty: none wanted. The text is the host's. */
     const char* service_name = nullptr;
 
-    /** The object manager added last. Earlier ones belong to the connection. */
+    /** The object manager added last, unless its object was freed. Earlier ones belong to the
+     *  connection. */
     sdbusplus::server::manager::manager* object_manager = nullptr;
 
     void* user_private = nullptr;
@@ -66,6 +72,8 @@ struct GANTRY_cpp_context
     std::uint64_t max_read_queue = 100;
     std::uint64_t max_write_queue = 100;
 
+    // The library's own.
+
     /** A stop that no loop has answered yet. Signal handlers write it. */
     std::atomic<bool> stopping{false};
     static_assert(std::atomic<bool>::is_always_lock_free);
@@ -78,6 +86,13 @@ struct GANTRY_cpp_context
 
     /** What destroys a freed context under an event loop of the host's. */
     sd_event_source* destruction = nullptr;
+
+    /** The classes that have had objects here: what the deleters in the tracker tell. */
+    std::vector<const gantry::Descriptor*> classes;
+
+    /** Objects that were freed inside a callback; what takes them down when it has returned. */
+    std::vector<Tracked> leaving;
+    sd_event_source* departure = nullptr;
 };
 
 GANTRY_API void GANTRY_cpp_context_new(GANTRY_cpp_context** out);

@@ -11,6 +11,7 @@
 #include <gantry/context.h>
 #include <gantry/instance.h>
 #include <gantry/loop.h>
+#include <gantry/property.h>
 #include <gantry/records.h>
 #include <gantry/types.h>
 

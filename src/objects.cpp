@@ -1,0 +1,217 @@
+/*
+ * The objects of a context after they were published: found by interface and path, told to the bus
+ * as added, and taken down one by one.
+ *
+ * An object whose frames may be on the stack can't be deleted. That is so inside any callback of
+ * the connection; there a freed object leaves the tracker at once and is deleted from the event
+ * loop. That source comes before the connection's, so no message meets an object that has left.
+ */
+#include "c_edge.hpp"
+#include "carrier.hpp"
+#include "descriptor.hpp"
+#include "gantrycontext.hpp"
+
+#include <gantry/instance.h>
+
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <sdbusplus/exception.hpp>
+#include <utility>
+
+namespace
+{
+
+constexpr char source_stem[] = "objects";
+
+bool is_equal(const char* one, const char* other)
+{
+    return std::strcmp(one, other) == 0;
+}
+
+/** The interface of an object as sd-bus takes it: a list, which it only reads. */
+struct Interfaces
+{
+    explicit Interfaces(const GANTRY_instance& instance) :
+        names{const_cast<char*>(instance.descriptor->interface), nullptr}
+    {
+    }
+
+    char* names[2];
+};
+
+/** Whether some callback of the connection is running. */
+bool is_in_callback(sd_bus* bus)
+{
+    return sd_bus_get_current_message(bus) != nullptr || sd_bus_get_current_slot(bus) != nullptr;
+}
+
+int depart(sd_event_source* /*source*/, void* context)
+{
+    gantry::take_down_leaving(*static_cast<GANTRY_cpp_context*>(context));
+    return 0;
+}
+
+/** Has depart() called as the next thing that the event loop does. */
+int schedule_departure(GANTRY_cpp_context& context)
+{
+    if (context.departure != nullptr)
+    {
+        return sd_event_source_set_enabled(context.departure, SD_EVENT_ONESHOT);
+    }
+    const int result =
+        sd_event_add_defer(context.event.get(), &context.departure, depart, &context);
+    return result < 0
+               ? result
+               : sd_event_source_set_priority(context.departure, SD_EVENT_PRIORITY_IMPORTANT);
+}
+
+} // namespace
+
+void gantry::take_down_leaving(GANTRY_cpp_context& context) noexcept
+{
+    while (!context.leaving.empty())
+    {
+        const auto newest = context.leaving.back();
+        context.leaving.pop_back();
+        newest.deleter(newest.object);
+    }
+    if (!context.running)
+    {
+        context.departure = sd_event_source_disable_unref(context.departure);
+    }
+}
+
+void GANTRY_instance_get_interface(GANTRY_instance* instance, const char** out)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (instance != nullptr && out != nullptr)
+    {
+        *out = instance->descriptor->interface;
+    }
+}
+
+void GANTRY_instance_find(GANTRY_cpp_context* context, const char* interface, const char* path,
+                          GANTRY_instance** out)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (out == nullptr)
+    {
+        return;
+    }
+    *out = nullptr;
+    GANTRY_context_management(context, &context);
+    if (context == nullptr)
+    {
+        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
+        return;
+    }
+    const auto& classes = context->classes;
+    const auto found =
+        std::find_if(classes.begin(), classes.end(),
+                     [interface](const auto* descriptor) {
+                         return interface != nullptr && is_equal(descriptor->interface, interface);
+                     });
+    if (found == classes.end())
+    {
+        return;
+    }
+    const auto& descriptor = **found;
+    for (const auto& tracked : context->tracker)
+    {
+        if (tracked.deleter == descriptor.destroy)
+        {
+            auto* instance = descriptor.instance_of(tracked.object);
+            if (path == nullptr || is_equal(instance->path, path))
+            {
+                *out = instance;
+                return;
+            }
+        }
+    }
+}
+
+void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    gantry::at_c_edge(
+        GANTRY_HERE, error,
+        [instance]
+        {
+            if (instance == nullptr)
+            {
+                return EINVAL;
+            }
+            Interfaces interfaces{*instance};
+            // sd-bus runs the getters, hence the carrier.
+            const int result = gantry::Carrier::enter(
+                [&]
+                {
+                    return sd_bus_emit_interfaces_added_strv(GANTRY_get_sd_bus(instance->vctx->bus),
+                                                             instance->path, interfaces.names);
+                });
+            if (result < 0)
+            {
+                throw sdbusplus::exception::SdBusError(-result,
+                                                       "sd_bus_emit_interfaces_added_strv");
+            }
+            return 0;
+        });
+}
+
+void GANTRY_instance_free(GANTRY_instance** instance)
+try
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (instance == nullptr || *instance == nullptr)
+    {
+        return;
+    }
+    auto& freed = **instance;
+    auto& context = *freed.vctx;
+    auto& tracker = context.tracker;
+    const auto found =
+        std::find_if(tracker.begin(), tracker.end(),
+                     [&freed](const auto& tracked) { return tracked.object == freed.the_service; });
+    if (found == tracker.end())
+    {
+        // It is leaving already.
+        *instance = nullptr;
+        return;
+    }
+
+    sd_bus* bus = GANTRY_get_sd_bus(context.bus);
+    const auto object = *found;
+    const bool stays = is_in_callback(bus);
+    if (stays)
+    {
+        context.leaving.push_back(object);
+        if (const int result = schedule_departure(context); result < 0)
+        {
+            // It goes with another one, or with the context.
+            GANTRY_LOG(gantry::log::failed, "no departure, rv=%d", result);
+        }
+    }
+    tracker.erase(found);
+    *instance = nullptr;
+
+    Interfaces interfaces{freed};
+    if (const int result = sd_bus_emit_interfaces_removed_strv(bus, freed.path, interfaces.names);
+        result < 0)
+    {
+        GANTRY_LOG(gantry::log::failed, "sd_bus_emit_interfaces_removed_strv failed, rv=%d",
+                   result);
+    }
+    gantry::remove_object_manager(context, freed.manager);
+    if (!stays)
+    {
+        object.deleter(object.object);
+    }
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION(error.what());
+}
