@@ -15,7 +15,6 @@
 
 #include <bitset>
 #include <cerrno>
-#include <sdbusplus/exception.hpp>
 
 namespace
 {
@@ -26,19 +25,18 @@ constexpr char source_stem[] = "announce";
 using Rows = std::bitset<255>;
 
 /** The properties that announce no change, as the member table has it. */
-Rows silent(const gantry::Descriptor& descriptor)
+Rows silent(const gantry::Properties& properties, const sd_bus_vtable* row)
 {
     constexpr auto announces =
         SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE | SD_BUS_VTABLE_PROPERTY_EMITS_INVALIDATION;
     Rows rows;
-    for (const auto* row = descriptor.vtable; row->type != _SD_BUS_VTABLE_END; ++row)
+    for (; row->type != _SD_BUS_VTABLE_END; ++row)
     {
         const bool is_property =
             row->type == _SD_BUS_VTABLE_PROPERTY || row->type == _SD_BUS_VTABLE_WRITABLE_PROPERTY;
         if (is_property && (row->flags & announces) == 0)
         {
-            const auto* found = descriptor.properties->find(row->x.property.member);
-            rows.set(descriptor.properties->place_of(*found));
+            rows.set(properties.place_of(*properties.find(row->x.property.member)));
         }
     }
     return rows;
@@ -58,14 +56,15 @@ int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* m
     }
 
     const auto& descriptor = *instance->descriptor;
-    const Rows unannounced = silent(descriptor);
+    const auto* properties = descriptor.properties;
+    const Rows unannounced =
+        properties != nullptr ? silent(*properties, descriptor.vtable) : Rows{};
     Rows taken;
     char* names[Rows{}.size() + 1];
     std::size_t count = 0;
     int error = 0;
     for (; *members != nullptr; ++members)
     {
-        const auto* properties = descriptor.properties;
         const auto* row = properties != nullptr ? properties->find(*members) : nullptr;
         if (row == nullptr)
         {
@@ -99,10 +98,7 @@ int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* m
             return sd_bus_emit_properties_changed_strv(GANTRY_get_sd_bus(instance->vctx->bus),
                                                        instance->path, descriptor.interface, names);
         });
-    if (result < 0)
-    {
-        throw sdbusplus::exception::SdBusError(-result, "sd_bus_emit_properties_changed_strv");
-    }
+    gantry::throw_if_failed(result, "sd_bus_emit_properties_changed_strv");
     return error;
 }
 

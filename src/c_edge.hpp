@@ -6,37 +6,36 @@
 
 #include "log.hpp"
 
-#include <cxxabi.h>
-
 namespace gantry
 {
 
-/** Logs the exception being handled for `place` and gives its errno, positive. */
-int log_failure(const Place& place) noexcept;
-
-/** Runs `call` and puts its result, or the errno of what it threw, into *error unless null. */
-// For the attribute see at_edge().
-template <class Call>
-__attribute__((no_sanitize("null"))) void at_c_edge(const Place& place, int* error,
-                                                    const Call& call)
+/** Some call without its type: the edge exists once. */
+class EdgeCall
 {
-    int result = 0;
-    try
+  public:
+    template <class Call>
+    EdgeCall(const Call& call) :
+        object(&call), function([](const void* of) { return (*static_cast<const Call*>(of))(); })
     {
-        result = call();
     }
-    catch (const abi::__forced_unwind&)
+
+    int operator()() const
     {
-        throw;
+        return function(object);
     }
-    catch (...)
-    {
-        result = log_failure(place);
-    }
-    if (error != nullptr)
-    {
-        *error = result;
-    }
-}
+
+  private:
+    const void* object;
+    int (*function)(const void* of);
+};
+
+/**
+ * Runs `call` and puts its result into *error unless that is null. What it throws is logged for
+ * `place`, and its errno, positive, is the result.
+ */
+void at_c_edge(const Place& place, int* error, EdgeCall call);
+
+/** Throws SdBusError when the result of a `call` into libsystemd says that it failed. */
+void throw_if_failed(int result, const char* call);
 
 } // namespace gantry

@@ -29,6 +29,8 @@ struct GANTRY_instance
     const gantry::Descriptor* descriptor = nullptr;
     /** The object manager at the path that came with the object. Not owned; null without one. */
     sd_bus_slot* manager = nullptr;
+    /** Once freed inside a callback: the next of the objects that wait for it to return. */
+    GANTRY_instance* next_leaving = nullptr;
 };
 
 namespace gantry

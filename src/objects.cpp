@@ -16,10 +16,8 @@
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <sdbusplus/exception.hpp>
 #include <utility>
 
 namespace
@@ -43,6 +41,19 @@ struct Interfaces
     char* names[2];
 };
 
+/** The class of an interface that has had objects on the context; else null. */
+const gantry::Descriptor* class_of(const GANTRY_cpp_context& context, const char* interface)
+{
+    for (const auto* descriptor : context.classes)
+    {
+        if (interface != nullptr && is_equal(descriptor->interface, interface))
+        {
+            return descriptor;
+        }
+    }
+    return nullptr;
+}
+
 /** Whether some callback of the connection is running. */
 bool is_in_callback(sd_bus* bus)
 {
@@ -55,12 +66,12 @@ int depart(sd_event_source* /*source*/, void* context)
     return 0;
 }
 
-/** Has depart() called as the next thing that the event loop does. */
+/** Has depart() called once, as the next thing that the event loop does. */
 int schedule_departure(GANTRY_cpp_context& context)
 {
     if (context.departure != nullptr)
     {
-        return sd_event_source_set_enabled(context.departure, SD_EVENT_ONESHOT);
+        return 0;
     }
     const int result =
         sd_event_add_defer(context.event.get(), &context.departure, depart, &context);
@@ -73,16 +84,12 @@ int schedule_departure(GANTRY_cpp_context& context)
 
 void gantry::take_down_leaving(GANTRY_cpp_context& context) noexcept
 {
-    while (!context.leaving.empty())
+    while (auto* instance = context.leaving)
     {
-        const auto newest = context.leaving.back();
-        context.leaving.pop_back();
-        newest.deleter(newest.object);
+        context.leaving = instance->next_leaving;
+        instance->descriptor->destroy(instance->the_service);
     }
-    if (!context.running)
-    {
-        context.departure = sd_event_source_disable_unref(context.departure);
-    }
+    context.departure = sd_event_source_disable_unref(context.departure);
 }
 
 void GANTRY_instance_get_interface(GANTRY_instance* instance, const char** out)
@@ -109,22 +116,16 @@ void GANTRY_instance_find(GANTRY_cpp_context* context, const char* interface, co
         GANTRY_LOG(gantry::log::fault, "vctx is NULL");
         return;
     }
-    const auto& classes = context->classes;
-    const auto found =
-        std::find_if(classes.begin(), classes.end(),
-                     [interface](const auto* descriptor) {
-                         return interface != nullptr && is_equal(descriptor->interface, interface);
-                     });
-    if (found == classes.end())
+    const auto* descriptor = class_of(*context, interface);
+    if (descriptor == nullptr)
     {
         return;
     }
-    const auto& descriptor = **found;
     for (const auto& tracked : context->tracker)
     {
-        if (tracked.deleter == descriptor.destroy)
+        if (tracked.deleter == descriptor->destroy)
         {
-            auto* instance = descriptor.instance_of(tracked.object);
+            auto* instance = descriptor->instance_of(tracked.object);
             if (path == nullptr || is_equal(instance->path, path))
             {
                 *out = instance;
@@ -137,67 +138,49 @@ void GANTRY_instance_find(GANTRY_cpp_context* context, const char* interface, co
 void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error)
 {
     GANTRY_LOG(gantry::log::trace, "enter");
-    gantry::at_c_edge(
-        GANTRY_HERE, error,
-        [instance]
-        {
-            if (instance == nullptr)
-            {
-                return EINVAL;
-            }
-            Interfaces interfaces{*instance};
-            // sd-bus runs the getters, hence the carrier.
-            const int result = gantry::Carrier::enter(
-                [&]
-                {
-                    return sd_bus_emit_interfaces_added_strv(GANTRY_get_sd_bus(instance->vctx->bus),
-                                                             instance->path, interfaces.names);
-                });
-            if (result < 0)
-            {
-                throw sdbusplus::exception::SdBusError(-result,
-                                                       "sd_bus_emit_interfaces_added_strv");
-            }
-            return 0;
-        });
+    gantry::at_c_edge(GANTRY_HERE, error,
+                      [instance]
+                      {
+                          if (instance == nullptr)
+                          {
+                              return EINVAL;
+                          }
+                          Interfaces interfaces{*instance};
+                          // sd-bus runs the getters, hence the carrier.
+                          const int result = gantry::Carrier::enter(
+                              [&]
+                              {
+                                  return sd_bus_emit_interfaces_added_strv(
+                                      GANTRY_get_sd_bus(instance->vctx->bus), instance->path,
+                                      interfaces.names);
+                              });
+                          gantry::throw_if_failed(result, "sd_bus_emit_interfaces_added_strv");
+                          return 0;
+                      });
 }
 
 void GANTRY_instance_free(GANTRY_instance** instance)
-try
 {
     GANTRY_LOG(gantry::log::trace, "enter");
     if (instance == nullptr || *instance == nullptr)
     {
         return;
     }
-    auto& freed = **instance;
+    auto& freed = *std::exchange(*instance, nullptr);
     auto& context = *freed.vctx;
     auto& tracker = context.tracker;
-    const auto found =
-        std::find_if(tracker.begin(), tracker.end(),
-                     [&freed](const auto& tracked) { return tracked.object == freed.the_service; });
+    auto found = tracker.begin();
+    while (found != tracker.end() && found->object != freed.the_service)
+    {
+        ++found;
+    }
     if (found == tracker.end())
     {
-        // It is leaving already.
-        *instance = nullptr;
-        return;
-    }
-
-    sd_bus* bus = GANTRY_get_sd_bus(context.bus);
-    const auto object = *found;
-    const bool stays = is_in_callback(bus);
-    if (stays)
-    {
-        context.leaving.push_back(object);
-        if (const int result = schedule_departure(context); result < 0)
-        {
-            // It goes with another one, or with the context.
-            GANTRY_LOG(gantry::log::failed, "no departure, rv=%d", result);
-        }
+        return; // It is leaving already.
     }
     tracker.erase(found);
-    *instance = nullptr;
 
+    sd_bus* bus = GANTRY_get_sd_bus(context.bus);
     Interfaces interfaces{freed};
     if (const int result = sd_bus_emit_interfaces_removed_strv(bus, freed.path, interfaces.names);
         result < 0)
@@ -206,12 +189,16 @@ try
                    result);
     }
     gantry::remove_object_manager(context, freed.manager);
-    if (!stays)
+
+    if (!is_in_callback(bus))
     {
-        object.deleter(object.object);
+        freed.descriptor->destroy(freed.the_service);
+        return;
     }
-}
-catch (const std::exception& error)
-{
-    GANTRY_LOG_EXCEPTION(error.what());
+    freed.next_leaving = std::exchange(context.leaving, &freed);
+    if (const int result = schedule_departure(context); result < 0)
+    {
+        // It goes with the next that leaves, or with the context.
+        GANTRY_LOG(gantry::log::failed, "sd_event_add_defer failed, rv=%d", result);
+    }
 }

@@ -26,8 +26,8 @@ using gantry::PropertyTypes;
 using Row = gantry::Property<gantry::Object>;
 using Texts = std::vector<std::string>;
 
-/** Finds the row of a member of this type; gives 0, or the errno that says why there is none. */
-int find(const GANTRY_instance* instance, const char* member, std::uint8_t type, const Row*& row)
+/** Finds the row of a member; gives 0, or the errno that says why there is none. */
+int find(const GANTRY_instance* instance, const char* member, const Row*& row)
 {
     if (instance == nullptr)
     {
@@ -35,31 +35,45 @@ int find(const GANTRY_instance* instance, const char* member, std::uint8_t type,
     }
     const auto* properties = instance->descriptor->properties;
     row = properties != nullptr && member != nullptr ? properties->find(member) : nullptr;
-    if (row == nullptr)
-    {
-        return ENOENT;
-    }
-    return row->type == type ? 0 : EINVAL;
+    return row != nullptr ? 0 : ENOENT;
 }
 
-int set(GANTRY_instance* instance, const char* member, std::uint8_t type, const void* value,
-        bool skip_signal)
+/** Sets a member of this type from a value of it; gives 0 or an errno. */
+[[gnu::noinline]] int set(GANTRY_instance* instance, const char* member, const void* value,
+                          bool skip_signal, std::uint8_t type)
 {
     const Row* row = nullptr;
-    const int error = find(instance, member, type, row);
-    if (error == 0)
+    if (const int error = find(instance, member, row); error != 0)
     {
-        set_from(*row, *static_cast<gantry::Object*>(instance->the_service), value, skip_signal);
+        return error;
     }
-    return error;
+    if (row->type != type)
+    {
+        return EINVAL;
+    }
+    set_from(*row, *static_cast<gantry::Object*>(instance->the_service), value, skip_signal);
+    return 0;
 }
 
-/** Puts what a row's getter gives into an output of the type's C form. */
-using Copy = void (*)(const Row& row, const gantry::Object& object, void* out);
+/** Behind all setters of numbers. Its name is theirs in the log. */
+[[gnu::noinline]] void property_set(GANTRY_instance* instance, const char* member,
+                                    const void* value, bool skip_signal, int* error,
+                                    std::uint8_t type)
+{
+    gantry::at_c_edge(GANTRY_HERE, error,
+                      [&] { return set(instance, member, value, skip_signal, type); });
+}
+
+/** Puts what a row's getter gives into an output of the type's C form; EINVAL for another type. */
+using Copy = int (*)(const Row& row, const gantry::Object& object, void* out);
 
 template <class Type>
-void copy(const Row& row, const gantry::Object& object, void* out)
+int copy(const Row& row, const gantry::Object& object, void* out)
 {
+    if (row.type != PropertyTypes::tag<Type>())
+    {
+        return EINVAL;
+    }
     const auto getter = gantry::accessors_of<Type>(row).get;
     typename gantry::CForm<Type>::type form{};
     try
@@ -72,37 +86,36 @@ void copy(const Row& row, const gantry::Object& object, void* out)
         throw;
     }
     std::memcpy(out, &form, sizeof form);
+    return 0;
 }
 
-void get(const gantry::Place& place, const GANTRY_instance* instance, const char* member,
-         std::uint8_t type, Copy copy, void* out, int* error)
+/** Behind all getters. */
+[[gnu::noinline]] void property_get(GANTRY_instance* instance, const char* member, void* out,
+                                    int* error, Copy copy)
 {
-    gantry::at_c_edge(place, error,
-                      [&]
-                      {
-                          if (out == nullptr)
-                          {
-                              return EINVAL;
-                          }
-                          const Row* row = nullptr;
-                          const int result = find(instance, member, type, row);
-                          if (result == 0)
-                          {
-                              copy(*row, *static_cast<gantry::Object*>(instance->the_service), out);
-                          }
-                          return result;
-                      });
+    gantry::at_c_edge(
+        GANTRY_HERE, error,
+        [&]
+        {
+            const Row* row = nullptr;
+            const int result = out != nullptr ? find(instance, member, row) : EINVAL;
+            return result != 0
+                       ? result
+                       : copy(*row, *static_cast<gantry::Object*>(instance->the_service), out);
+        });
 }
 
-void set_number(const gantry::Place& place, GANTRY_instance* instance, const char* member,
-                std::uint8_t type, const void* value, bool skip_signal, int* error)
+/** The strings of a record, which may be null and have null texts. */
+Texts texts_of(const GANTRY_string_array* record)
 {
-    gantry::at_c_edge(place, error,
-                      [&] { return set(instance, member, type, value, skip_signal); });
+    Texts texts;
+    const bool is_empty = record == nullptr || record->data == nullptr;
+    for (unsigned long index = 0; !is_empty && index < record->count; ++index)
+    {
+        texts.push_back(GANTRY_string_c_to_cpp(&record->data[index]));
+    }
+    return texts;
 }
-
-/** The array record as the forms have it. */
-using StringsForm = gantry::CForm<Texts>::type;
 
 } // namespace
 
@@ -110,15 +123,14 @@ using StringsForm = gantry::CForm<Texts>::type;
     void GANTRY_property_set_##type(GANTRY_instance* instance, const char* member,                 \
                                     value_type value, bool skip_signal, int* error)                \
     {                                                                                              \
-        set_number(GANTRY_HERE, instance, member, PropertyTypes::tag<value_type>(), &value,        \
-                   skip_signal, error);                                                            \
+        property_set(instance, member, &value, skip_signal, error,                                 \
+                     PropertyTypes::tag<value_type>());                                            \
     }                                                                                              \
                                                                                                    \
     void GANTRY_property_get_##type(GANTRY_instance* instance, const char* member,                 \
                                     value_type* out, int* error)                                   \
     {                                                                                              \
-        get(GANTRY_HERE, instance, member, PropertyTypes::tag<value_type>(), copy<value_type>,     \
-            out, error);                                                                           \
+        property_get(instance, member, out, error, copy<value_type>);                              \
     }
 GANTRY_FIXED_SIZE_TYPES(GANTRY_DEFINE_ACCESS)
 #undef GANTRY_DEFINE_ACCESS
@@ -130,16 +142,15 @@ void GANTRY_property_set_string(GANTRY_instance* instance, const char* member, c
                       [&]
                       {
                           const std::string text{value != nullptr ? value : ""};
-                          return set(instance, member, PropertyTypes::tag<std::string>(), &text,
-                                     skip_signal);
+                          return set(instance, member, &text, skip_signal,
+                                     PropertyTypes::tag<std::string>());
                       });
 }
 
 void GANTRY_property_get_string(GANTRY_instance* instance, const char* member, char** out,
                                 int* error)
 {
-    get(GANTRY_HERE, instance, member, PropertyTypes::tag<std::string>(), copy<std::string>, out,
-        error);
+    property_get(instance, member, out, error, copy<std::string>);
 }
 
 void GANTRY_property_set_strings(GANTRY_instance* instance, const char* member,
@@ -148,17 +159,16 @@ void GANTRY_property_set_strings(GANTRY_instance* instance, const char* member,
     gantry::at_c_edge(GANTRY_HERE, error,
                       [&]
                       {
-                          // Only read.
-                          const Texts texts = gantry::CForm<Texts>::read((StringsForm)(value));
-                          return set(instance, member, PropertyTypes::tag<Texts>(), &texts,
-                                     skip_signal);
+                          const Texts texts = texts_of(value);
+                          return set(instance, member, &texts, skip_signal,
+                                     PropertyTypes::tag<Texts>());
                       });
 }
 
 void GANTRY_property_get_strings(GANTRY_instance* instance, const char* member,
                                  GANTRY_string_array** out, int* error)
 {
-    get(GANTRY_HERE, instance, member, PropertyTypes::tag<Texts>(), copy<Texts>, out, error);
+    property_get(instance, member, out, error, copy<Texts>);
 }
 
 void GANTRY_strings_free(GANTRY_string_array** strings)
@@ -166,7 +176,7 @@ void GANTRY_strings_free(GANTRY_string_array** strings)
     GANTRY_LOG(gantry::log::trace, "enter");
     if (strings != nullptr)
     {
-        auto* form = reinterpret_cast<StringsForm>(std::exchange(*strings, nullptr));
+        auto* form = reinterpret_cast<gantry::CForm<Texts>::type>(std::exchange(*strings, nullptr));
         gantry::CForm<Texts>::release(form);
     }
 }

@@ -16,6 +16,8 @@
 #include <memory>
 #include <vector>
 
+struct GANTRY_instance;
+
 namespace gantry
 {
 struct Descriptor;
@@ -90,8 +92,8 @@ struct GANTRY_cpp_context
     /** The classes that have had objects here: what the deleters in the tracker tell. */
     std::vector<const gantry::Descriptor*> classes;
 
-    /** Objects that were freed inside a callback; what takes them down when it has returned. */
-    std::vector<Tracked> leaving;
+    /** Objects that were freed inside a callback, and what takes them down when it has returned. */
+    GANTRY_instance* leaving = nullptr;
     sd_event_source* departure = nullptr;
 };
 

@@ -177,6 +177,7 @@ TEST_F(Property, IsReadByClientsAndWrittenByNone)
         {"Flag", "b true"},         {"Byte", "y 255"},
         {"Int16", "n -32768"},      {"UInt16", "q 65535"},
         {"UInt32", "u 4294967295"}, {"UInt64", "t 18446744073709551615"},
+        {"Int32", "i -2147483648"}, {"Int64", "x -9223372036854775807"},
         {"Real", "d -0.5"},         {"Text", "s \"\\\"made\\\"\""},
         {"Texts", "as []"},         {"Serial_Text", "s \"\""},
     };
