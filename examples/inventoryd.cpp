@@ -105,6 +105,8 @@ void serve(const char* sys)
     check(sd_event_add_signal(event, nullptr, SIGTERM, nullptr, nullptr), "sd_event_add_signal");
     check(sd_event_add_signal(event, nullptr, SIGINT, nullptr, nullptr), "sd_event_add_signal");
 
+    check(sd_event_set_watchdog(event, 1), "sd_event_set_watchdog");
+
     sd_notify(0, "READY=1");
     GANTRY_dbus_sdloop(context);
 

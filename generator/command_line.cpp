@@ -31,6 +31,7 @@ constexpr auto usage = R"(gantrygen: code that follows from an interface's membe
     gantrygen [--output-dir DIR] TABLE   writes server.hpp, server.cpp, gantry_server.hpp,
                                          gantry_server.cpp and gantry_server.h of the table
                                          into its directory below DIR (default: .)
+    gantrygen --headers DIR TABLE...     writes all that a host includes of the tables below DIR
     gantrygen --catalogue TABLE...       prints the header that includes all gantry_server.h
     gantrygen --reference TABLE...       prints docs/catalogue.md: every interface with its members
     gantrygen --symbols TABLE...         prints the symbols that the library exports for the tables
@@ -68,6 +69,19 @@ void generate(const fs::path& root, const std::string& file)
 {
     const Interface interface = read_table(file);
     write_outputs(root / directory(interface.name), emit(interface));
+}
+
+void write_headers(const fs::path& root, std::span<const std::string> files)
+{
+    for (const Interface& interface : read_tables(files))
+    {
+        const fs::path place = directory(interface.name);
+        std::vector<Output> outputs = emit(interface);
+        std::erase_if(outputs, [](const Output& output) { return output.name.ends_with(".cpp"); });
+        write_outputs(root / place, outputs);
+        // A build that names the topmost directory as its output sees by its time that it is new.
+        fs::last_write_time(root / *place.begin(), fs::file_time_type::clock::now());
+    }
 }
 
 void print_catalogue(std::span<const std::string> files, std::ostream& out)
@@ -110,6 +124,10 @@ bool obey(std::span<const std::string> arguments, std::ostream& out)
     if (first == "--help" && rest.empty())
     {
         out << usage;
+    }
+    else if (first == "--headers" && rest.size() > 1)
+    {
+        write_headers(rest[0], rest.subspan(1));
     }
     else if (first == "--catalogue" && !rest.empty())
     {
