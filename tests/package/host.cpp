@@ -1,0 +1,42 @@
+// A host in C++ outside the library's tree: an object by its C function, held by its class, and one
+// of a class derived from a generated one.
+#include <com/orvane/velmar/HWInventory/server.hpp>
+#include <com/orvane/velmar/system/BLT/gantry_server.hpp>
+#include <gantry/context.hpp>
+#include <gantry/gantry.h>
+#include <gantry/types.hpp>
+
+namespace
+{
+
+class Inventory : public sdbusplus::server::com::orvane::velmar::HWInventory
+{
+  public:
+    using HWInventory::HWInventory;
+
+    int getDMStatus() override
+    {
+        return 1;
+    }
+
+    int getPopStatus() override
+    {
+        return 7;
+    }
+};
+
+} // namespace
+
+int main()
+{
+    GANTRY_cpp_context* context = nullptr;
+    GANTRY_context_new(&context);
+    GANTRY_context_set_service(context, "com.orvane.velmar.HWInventory");
+    GANTRY_instantiate__com_orvane_velmar_system_BLT(context, nullptr, nullptr, nullptr);
+    auto* blt =
+        static_cast<GANTRY_com_orvane_velmar_system_BLT::BLT*>(context->tracker.back().object);
+    blt->firmwareVersion("2.19.1");
+    const Inventory inventory{context->bus, "/inventory"};
+    GANTRY_dbus_loop(context);
+    return 1;
+}
