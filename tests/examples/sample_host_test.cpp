@@ -1,74 +1,21 @@
 // The examples in C, as programs of their own on the bus: every form of a value there and back
 // through both shapes of method, and every signal, out and in.
-#include <cerrno>
 #include <climits>
 #include <cmath>
-#include <csignal>
 #include <cstdint>
 #include <string>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <poll.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "support/client.hpp"
+#include "support/program.hpp"
 
 namespace
 {
 
 using support::Client;
 using support::Object;
-
-// A program that runs as long as this object, with its standard output.
-class Program
-{
-  public:
-    explicit Program(const char* path)
-    {
-        int ends[2] = {};
-        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-        output_ = ends[0];
-        pid_ = fork();
-        if (pid_ == 0)
-        {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            dup2(ends[1], STDOUT_FILENO);
-            execl(path, path, nullptr);
-            _exit(127);
-        }
-        close(ends[1]);
-    }
-    ~Program()
-    {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-        close(output_);
-    }
-    Program(const Program&) = delete;
-    Program(Program&&) = delete;
-    Program& operator=(const Program&) = delete;
-    Program& operator=(Program&&) = delete;
-
-    // The next line of the output; what there is of it when the program is silent or gone.
-    std::string line()
-    {
-        std::string text;
-        pollfd ready{.fd = output_, .events = POLLIN, .revents = 0};
-        char next = 0;
-        while (poll(&ready, 1, 30'000) > 0 && read(output_, &next, 1) == 1 && next != '\n')
-        {
-            text += next;
-        }
-        return text;
-    }
-
-  private:
-    pid_t pid_ = 0;
-    int output_ = -1;
-};
+using support::Program;
 
 constexpr const char* gantrytest = "com.orvane.velmar.sample.gantrytest";
 constexpr const char* async = "com.orvane.velmar.sample.async";
