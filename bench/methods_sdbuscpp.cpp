@@ -1,0 +1,56 @@
+/*
+ * The same methods as methods_gantry's on sdbus-c++, with its own event loop. Its methods are open
+ * to everyone unless they are marked, and then sd-bus doesn't ask who calls: these are marked, as
+ * the sample's are.
+ *
+ *     methods_sdbuscpp SERVICE    prints "ready" when it serves
+ */
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+template <class Value>
+void give_back(sdbus::IObject& object, const char* method)
+{
+    object.registerMethod(method)
+        .onInterface("com.orvane.velmar.sample.gantrytest")
+        .implementedAs([](const Value& value) { return value; })
+        .markAsPrivileged();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try
+    {
+        if (argc != 2)
+        {
+            return EXIT_FAILURE;
+        }
+        const auto connection = sdbus::createSystemBusConnection(argv[1]);
+        const auto object =
+            sdbus::createObject(*connection, "/com/orvane/velmar/sample/gantrytest");
+        give_back<std::int32_t>(*object, "Try_int32");
+        give_back<std::string>(*object, "Try_string");
+        give_back<std::vector<std::uint8_t>>(*object, "Try_array");
+        give_back<std::vector<std::string>>(*object, "TryArrayString");
+        object->finishRegistration();
+        std::puts("ready");
+        std::fflush(stdout);
+        connection->enterEventLoop();
+    }
+    catch (const std::exception& error)
+    {
+        std::fprintf(stderr, "methods_sdbuscpp: %s\n", error.what());
+    }
+    return EXIT_FAILURE;
+}
