@@ -108,10 +108,17 @@ struct ArrayForm
         form->data = static_cast<decltype(form->data)>(
             allocate(values.size(), sizeof(typename Element::type)));
         form->count = values.size();
-        auto* element = form->data;
-        for (const auto& value : values)
+        if constexpr (is_block)
         {
-            Element::make(*element++, value);
+            std::copy(values.begin(), values.end(), form->data);
+        }
+        else
+        {
+            auto* element = form->data;
+            for (const auto& value : values)
+            {
+                Element::make(*element++, value);
+            }
         }
     }
 
@@ -128,6 +135,10 @@ struct ArrayForm
         }
         else
         {
+            if constexpr (requires { values.reserve(form->count); })
+            {
+                values.reserve(form->count);
+            }
             for (std::size_t index = 0; index < form->count; ++index)
             {
                 values.insert(values.end(), Element::read(form->data[index]));
