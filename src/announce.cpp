@@ -8,6 +8,7 @@
 #include "c_edge.hpp"
 #include "carrier.hpp"
 #include "descriptor.hpp"
+#include "gantrycontext.hpp"
 
 #include <gantry/property.hpp>
 

@@ -6,6 +6,8 @@
 
 #include <gantry/instance.h>
 
+#include <systemd/sd-bus.h>
+
 #include <memory>
 
 namespace gantry

@@ -38,6 +38,11 @@ class PrivateBus
         return address_;
     }
 
+    [[nodiscard]] pid_t pid() const noexcept
+    {
+        return pid_;
+    }
+
   private:
     const std::unique_ptr<TempDir> dir_;
     std::string address_;
