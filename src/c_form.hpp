@@ -6,6 +6,9 @@
  *
  * Records are calloc()ed before they are filled, and null means empty at every level. So a record
  * that was only half filled when memory ran out is released like a whole one.
+ *
+ * A value that a form is made of is used up: each piece goes as soon as its copy is there, so the
+ * allocator has a block of that size at hand for the next.
  */
 #pragma once
 
@@ -64,10 +67,10 @@ struct CForm<std::string>
 {
     using type = char*;
 
-    static void make(type& form, const std::string& value)
+    static void make(type& form, std::string& value)
     {
-        // The function takes what it only reads by non-const reference; hosts link to that name.
-        form = GANTRY_string_cpp_to_c(const_cast<std::string&>(value));
+        form = GANTRY_string_cpp_to_c(value);
+        const std::string used_up = std::move(value);
     }
     static std::string read(type form)
     {
@@ -98,7 +101,7 @@ struct ArrayForm
 
     static constexpr bool is_block = std::is_arithmetic_v<Value>;
 
-    static void make(type& form, const Container& values)
+    static void make(type& form, Container& values)
     {
         if (values.empty())
         {
@@ -115,11 +118,12 @@ struct ArrayForm
         else
         {
             auto* element = form->data;
-            for (const auto& value : values)
+            for (auto& value : values)
             {
                 Element::make(*element++, value);
             }
         }
+        const Container used_up = std::move(values);
     }
 
     static Container read(type form)
@@ -214,7 +218,7 @@ struct CForm<std::tuple<Members...>>
         return *reinterpret_cast<Field*>(static_cast<std::byte*>(form) + layout.offsets[index]);
     }
 
-    static void make(type& form, const Value& value)
+    static void make(type& form, Value& value)
     {
         form = allocate(1, layout.size);
         [&]<std::size_t... index>(std::index_sequence<index...>)
@@ -270,7 +274,7 @@ class CForms
     CForms& operator=(const CForms&) = delete;
     CForms& operator=(CForms&&) = delete;
 
-    void make(const Types&... values)
+    void make(Types&... values)
     {
         std::apply([&](auto&... form) { (CForm<Types>::make(form, values), ...); }, forms);
     }

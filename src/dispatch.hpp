@@ -84,10 +84,10 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
     }
 };
 
-/** The body of an override in reply shape. */
+/** The body of an override in reply shape. Uses up the override's own parameters. */
 template <std::size_t slot, class... Outputs, class... Inputs>
 typename Results<Outputs...>::type dispatch(const Place& place, GANTRY_instance* instance,
-                                            const Inputs&... inputs)
+                                            Inputs&... inputs)
 {
     try
     {

@@ -78,7 +78,8 @@ int copy(const Row& row, const gantry::Object& object, void* out)
     typename gantry::CForm<Type>::type form{};
     try
     {
-        gantry::CForm<Type>::make(form, (object.*getter)());
+        Type value = (object.*getter)();
+        gantry::CForm<Type>::make(form, value);
     }
     catch (...)
     {
