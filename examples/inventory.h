@@ -1,0 +1,32 @@
+/*
+ * What the host publishes once, when it starts: a function for each topic. `sys` is the directory
+ * where sysfs is mounted. A failure is told to the log, and what else there is is published.
+ */
+#ifndef INVENTORY_H
+#define INVENTORY_H
+
+#include <gantry/gantry.h>
+
+/* The inventory's word on itself, a HWISupport: not ready until it is declared to be. */
+void publish_readiness(GANTRY_cpp_context* context);
+void declare_readiness(GANTRY_cpp_context* context);
+
+/* The firmware that the machine started from, a BLT: what DMI tells, or the kernel where there is
+ * no DMI. */
+void publish_firmware(GANTRY_cpp_context* context, const char* sys);
+
+/* The inventory's record of that firmware, a BiosSoftwareInventory; none where there is no DMI. */
+void publish_software(GANTRY_cpp_context* context, const char* sys);
+
+/* What the machine boots, where its firmware is EFI: a BootDevice for each load option, and a
+ * BootSequence with the order in which they are tried. */
+void publish_boot(GANTRY_cpp_context* context, const char* sys);
+
+/* For each PCI device a HWIStndConfig with its location, identity and class, and a HWIPcie with its
+ * link. */
+void publish_pci_devices(GANTRY_cpp_context* context, const char* sys);
+
+/* A USB for each USB device, hubs included. */
+void publish_usb_devices(GANTRY_cpp_context* context, const char* sys);
+
+#endif

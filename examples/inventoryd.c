@@ -1,0 +1,115 @@
+/*
+ * An example host: publishes the machine that it runs on. PCI and USB devices, network interfaces,
+ * firmware and what it boots are read from sysfs. From then on link states and counters are read
+ * once a second, and network interfaces followed as they come and go.
+ *
+ *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out
+ */
+#define _POSIX_C_SOURCE 200809L /* CLOCK_MONOTONIC, and siginfo_t for sd-event */
+
+#include "inventory.h"
+#include "links.h"
+#include "network.h"
+
+#include <gantry/gantry.h>
+
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <systemd/sd-daemon.h>
+#include <systemd/sd-event.h>
+#include <time.h>
+
+static const uint64_t refresh_interval = 1000000; /* in microseconds */
+static bool stopped;
+
+/* The event loop calls these. */
+
+static int on_refresh(sd_event_source* timer, uint64_t time, void* network)
+{
+    (void)time;
+    network_refresh(network);
+    return sd_event_source_set_time_relative(timer, refresh_interval);
+}
+
+static int on_stop(sd_event_source* source, const struct signalfd_siginfo* signal, void* context)
+{
+    (void)source, (void)signal;
+    stopped = true;
+    sd_notify(0, "STOPPING=1");
+    GANTRY_context_stop(context);
+    return 0;
+}
+
+/* Puts on the loop what isn't the bus. A source that nobody holds lives as long as the loop. */
+static int add_sources(sd_event* event, GANTRY_cpp_context* context, struct network* network)
+{
+    static const int stops[] = {SIGTERM, SIGINT};
+    sd_event_source* timer = NULL;
+    int result = 0;
+    for (size_t i = 0; i < sizeof stops / sizeof *stops && result >= 0; ++i)
+    {
+        result =
+            sd_event_add_signal(event, NULL, stops[i] | SD_EVENT_SIGNAL_PROCMASK, on_stop, context);
+    }
+    if (result < 0 ||
+        (result = sd_event_add_time_relative(event, &timer, CLOCK_MONOTONIC, refresh_interval, 0,
+                                             on_refresh, network)) < 0)
+    {
+        return result;
+    }
+    sd_event_source_set_enabled(timer, SD_EVENT_ON);
+    sd_event_source_set_floating(timer, 1);
+    sd_event_source_unref(timer);
+
+    /* Without netlink, what was there at first is published all the same. */
+    if ((result = links_watch(event, network)) < 0)
+    {
+        fprintf(stderr, SD_WARNING "network interfaces that come later: %s\n", strerror(-result));
+    }
+    return 0;
+}
+
+int main(int argc, char** argv)
+{
+    const char* sys = argc > 1 ? argv[1] : "/sys";
+    GANTRY_cpp_context* context = NULL;
+    struct network network;
+    sd_event* event = NULL;
+
+    GANTRY_context_new(&context);
+    if (context == NULL)
+    {
+        fprintf(stderr, SD_ERR "no connection to the system bus\n");
+        return EXIT_FAILURE;
+    }
+    /* The loop that GANTRY_dbus_sdloop runs. */
+    int result = sd_event_default(&event);
+    if (result < 0 || (result = add_sources(event, context, &network)) < 0)
+    {
+        fprintf(stderr, SD_ERR "event loop: %s\n", strerror(-result));
+        return EXIT_FAILURE;
+    }
+
+    /* Before the first object, or its interface's default name would be taken. */
+    GANTRY_context_set_service(context, "com.orvane.velmar.inventory");
+    publish_readiness(context);
+    publish_firmware(context, sys);
+    publish_software(context, sys);
+    publish_boot(context, sys);
+    publish_pci_devices(context, sys);
+    publish_usb_devices(context, sys);
+    network_publish(&network, context, sys);
+    declare_readiness(context);
+
+    sd_notify(0, "READY=1");
+    /* A unit with WatchdogSec= hears from the loop from now on, for as long as it turns. */
+    sd_event_set_watchdog(event, 1);
+    GANTRY_dbus_sdloop(context);
+
+    GANTRY_context_free(&context);
+    network_free(&network);
+    sd_event_unref(event);
+    return stopped ? EXIT_SUCCESS : EXIT_FAILURE; /* the log says why the loop ended */
+}

@@ -1,0 +1,43 @@
+#include "nic.h"
+#include "sysfs.h"
+
+#include <string.h>
+
+/* The subtypes that the link layer discovery protocol has for a chassis and for a port. */
+enum
+{
+    chassis_unknown = 0,
+    chassis_mac_address = 4,
+    port_unknown = 0,
+    port_local = 7
+};
+
+void nic_connection_read(struct object* object, const char* device)
+{
+    char partner[sysfs_text_size];
+    char port[sysfs_text_size];
+    char own[sysfs_text_size];
+    /* On a link where our own bridge is the designated one, the protocol tells of no other. */
+    const bool known =
+        sysfs_text(device, "brport/designated_bridge", partner) &&
+        sysfs_text(device, "brport/designated_port", port) &&
+        !(sysfs_text(device, "brport/bridge/bridge/bridge_id", own) && strcmp(partner, own) == 0);
+    object_put_string(object, "ChassisId", known ? partner : "");
+    object_put_uint16(object, "ChassisIdSubType", known ? chassis_mac_address : chassis_unknown);
+    object_put_string(object, "PortId", known ? port : "");
+    object_put_uint16(object, "PortIdSubType", known ? port_local : port_unknown);
+}
+
+bool nic_connection_publish(struct object* object, GANTRY_cpp_context* context, const char* device,
+                            const char* name)
+{
+    if (!object_publish(object, context,
+                        GANTRY_instantiate__com_orvane_velmar_system_NicConnectionView,
+                        "com.orvane.velmar.system.NicConnectionView", name))
+    {
+        return false;
+    }
+    object_put_format(object, "FQDD", "NIC.%s", name);
+    nic_connection_read(object, device);
+    return true;
+}

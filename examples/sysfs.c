@@ -1,0 +1,106 @@
+#define _POSIX_C_SOURCE 200809L /* scandir */
+
+#include "sysfs.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+bool sysfs_join(char path[sysfs_path_size], const char* directory, const char* name)
+{
+    const int length = snprintf(path, sysfs_path_size, "%s/%s", directory, name);
+    return length > 0 && length < sysfs_path_size;
+}
+
+size_t sysfs_bytes(const char* directory, const char* file, void* bytes, size_t most)
+{
+    char path[sysfs_path_size];
+    const int fd = sysfs_join(path, directory, file) ? open(path, O_RDONLY | O_CLOEXEC) : -1;
+    if (fd < 0)
+    {
+        return 0;
+    }
+    size_t size = 0;
+    ssize_t count = 0;
+    while (size < most && (count = read(fd, (char*)bytes + size, most - size)) > 0)
+    {
+        size += (size_t)count;
+    }
+    close(fd);
+    return count < 0 ? 0 : size;
+}
+
+bool sysfs_text(const char* directory, const char* file, char text[sysfs_text_size])
+{
+    const size_t size = sysfs_bytes(directory, file, text, sysfs_text_size - 1);
+    text[size] = '\0';
+    text[strcspn(text, "\n")] = '\0';
+    return size > 0;
+}
+
+bool sysfs_number(const char* directory, const char* file, int base, uint64_t* number)
+{
+    char text[sysfs_text_size];
+    if (!sysfs_text(directory, file, text))
+    {
+        return false;
+    }
+    const bool marked = base == 10 && strncmp(text, "0x", 2) == 0;
+    const char* digits = marked ? text + 2 : text;
+    const bool hexadecimal = marked || base == 16;
+    const size_t length = strspn(digits, hexadecimal ? "0123456789abcdefABCDEF" : "0123456789");
+    errno = 0;
+    *number = strtoull(digits, NULL, hexadecimal ? 16 : 10);
+    return length > 0 && digits[length] == '\0' && errno == 0;
+}
+
+bool sysfs_link_name(const char* directory, const char* link, char name[sysfs_path_size])
+{
+    char path[sysfs_path_size];
+    const ssize_t length =
+        sysfs_join(path, directory, link) ? readlink(path, name, sysfs_path_size - 1) : -1;
+    if (length < 0)
+    {
+        return false;
+    }
+    name[length] = '\0';
+    const char* slash = strrchr(name, '/');
+    if (slash != NULL)
+    {
+        memmove(name, slash + 1, strlen(slash));
+    }
+    return true;
+}
+
+bool sysfs_is_directory(const char* path)
+{
+    struct stat status;
+    return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+static int is_visible(const struct dirent* entry)
+{
+    return entry->d_name[0] != '.';
+}
+
+void sysfs_each(const char* directory,
+                void (*visit)(void* data, const char* path, const char* name), void* data)
+{
+    struct dirent** entries = NULL;
+    const int count = scandir(directory, &entries, is_visible, alphasort);
+    for (int i = 0; i < count; ++i)
+    {
+        char path[sysfs_path_size];
+        if (sysfs_join(path, directory, entries[i]->d_name))
+        {
+            visit(data, path, entries[i]->d_name);
+        }
+        free(entries[i]);
+    }
+    free(entries);
+}

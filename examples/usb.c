@@ -1,0 +1,69 @@
+#include "attribute.h"
+#include "inventory.h"
+#include "sysfs.h"
+
+#include <string.h>
+
+static const struct attribute attributes[] = {
+    {"Manufacturer", "manufacturer", NULL, 0},
+    {"ProductName", "product", NULL, 0},
+    {"SerialNumber", "serial", NULL, 0},
+    {"MaxPower", "bMaxPower", NULL, 0},
+    {"VendorID", "idVendor", object_put_uint16, 16},
+    {"ProductID", "idProduct", object_put_uint16, 16},
+    {"DeviceVersion", "bcdDevice", object_put_uint16, 16},
+    {"DeviceClass", "bDeviceClass", object_put_byte, 16},
+    {"DeviceSubClass", "bDeviceSubClass", object_put_byte, 16},
+    {"DeviceProtocol", "bDeviceProtocol", object_put_byte, 16},
+};
+
+/* The version as the device tells it, in binary coded decimals, from its spelling: " 3.20" is
+ * 0x0320. */
+static bool coded_version(const char* device, uint64_t* version)
+{
+    char spelling[sysfs_text_size];
+    if (!sysfs_text(device, "version", spelling) ||
+        spelling[strspn(spelling, " .0123456789")] != '\0')
+    {
+        return false;
+    }
+    *version = 0;
+    for (const char* letter = spelling; *letter != '\0'; ++letter)
+    {
+        if (*letter >= '0')
+        {
+            *version = *version << 4 | (uint64_t)(*letter - '0');
+        }
+    }
+    return true;
+}
+
+static void publish_device(void* context, const char* device, const char* name)
+{
+    struct object object;
+    uint64_t version = 0;
+    /* A device's interfaces are listed too: 1-2:1.0 is one of 1-2. */
+    if (strchr(name, ':') != NULL ||
+        !object_publish(&object, context, GANTRY_instantiate__com_orvane_velmar_system_USB,
+                        "com.orvane.velmar.system.USB", name))
+    {
+        return;
+    }
+    object_put_format(&object, "Key", "USB.%s", name);
+    object_put_format(&object, "fqdd", "USB.%s", name);
+    object_put_format(&object, "FriendlyFQDD", "USB device %s", name);
+    attributes_read(&object, device, attributes, sizeof attributes / sizeof *attributes);
+    if (coded_version(device, &version))
+    {
+        object_put_uint16(&object, "USBVersion", version);
+    }
+}
+
+void publish_usb_devices(GANTRY_cpp_context* context, const char* sys)
+{
+    char devices[sysfs_path_size];
+    if (sysfs_join(devices, sys, "bus/usb/devices"))
+    {
+        sysfs_each(devices, publish_device, context);
+    }
+}
