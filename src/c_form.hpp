@@ -1,14 +1,11 @@
 /*
  * Values as C sees them. Each server-side type has one C form: a number is itself, a string is heap
  * text, an array or a set is a pointer to an array record and a struct a pointer to a structure
- * record, recursively. CForm says how a form is made from a value, read back into one, and
- * released.
+ * record, recursively. CForm says how a form is made from a value, read back into one, whatever it
+ * held before, and released.
  *
  * Records are calloc()ed before they are filled, and null means empty at every level. So a record
  * that was only half filled when memory ran out is released like a whole one.
- *
- * A value that a form is made of is used up: each piece goes as soon as its copy is there, so the
- * allocator has a block of that size at hand for the next.
  */
 #pragma once
 
@@ -53,9 +50,9 @@ struct CForm
     {
         form = value;
     }
-    static Type read(type form)
+    static void read(type form, Type& value)
     {
-        return form;
+        value = form;
     }
     static void release(type& /*form*/) noexcept
     {
@@ -67,14 +64,14 @@ struct CForm<std::string>
 {
     using type = char*;
 
-    static void make(type& form, std::string& value)
+    static void make(type& form, const std::string& value)
     {
-        form = GANTRY_string_cpp_to_c(value);
-        const std::string used_up = std::move(value);
+        // The function takes what it only reads by non-const reference; hosts link to that name.
+        form = GANTRY_string_cpp_to_c(const_cast<std::string&>(value));
     }
-    static std::string read(type form)
+    static void read(type form, std::string& value)
     {
-        return GANTRY_string_c_to_cpp(&form);
+        value.assign(form != nullptr ? form : "");
     }
     static void release(type& form) noexcept
     {
@@ -101,7 +98,7 @@ struct ArrayForm
 
     static constexpr bool is_block = std::is_arithmetic_v<Value>;
 
-    static void make(type& form, Container& values)
+    static void make(type& form, const Container& values)
     {
         if (values.empty())
         {
@@ -118,37 +115,36 @@ struct ArrayForm
         else
         {
             auto* element = form->data;
-            for (auto& value : values)
+            for (const auto& value : values)
             {
                 Element::make(*element++, value);
             }
         }
-        const Container used_up = std::move(values);
     }
 
-    static Container read(type form)
+    static void read(type form, Container& values)
     {
-        Container values;
-        if (form == nullptr || form->data == nullptr)
+        const std::size_t count = form != nullptr && form->data != nullptr ? form->count : 0;
+        if constexpr (!is_block)
         {
-            return values;
+            values.resize(count);
+            for (std::size_t index = 0; index < count; ++index)
+            {
+                Element::read(form->data[index], values[index]);
+            }
         }
-        if constexpr (is_block)
+        else if (count == 0)
         {
-            values = Container(form->data, form->data + form->count);
+            values.clear();
+        }
+        else if constexpr (requires { values.assign(form->data, form->data); })
+        {
+            values.assign(form->data, form->data + count);
         }
         else
         {
-            if constexpr (requires { values.reserve(form->count); })
-            {
-                values.reserve(form->count);
-            }
-            for (std::size_t index = 0; index < form->count; ++index)
-            {
-                values.insert(values.end(), Element::read(form->data[index]));
-            }
+            values = Container(form->data, form->data + count);
         }
-        return values;
     }
 
     static void release(type& form) noexcept
@@ -218,7 +214,7 @@ struct CForm<std::tuple<Members...>>
         return *reinterpret_cast<Field*>(static_cast<std::byte*>(form) + layout.offsets[index]);
     }
 
-    static void make(type& form, Value& value)
+    static void make(type& form, const Value& value)
     {
         form = allocate(1, layout.size);
         [&]<std::size_t... index>(std::index_sequence<index...>)
@@ -228,18 +224,18 @@ struct CForm<std::tuple<Members...>>
         (std::make_index_sequence<count>{});
     }
 
-    static Value read(type form)
+    static void read(type form, Value& value)
     {
-        Value value{};
-        if (form != nullptr)
+        if (form == nullptr)
         {
-            [&]<std::size_t... index>(std::index_sequence<index...>)
-            {
-                ((std::get<index>(value) = CForm<Members>::read(field<index>(form))), ...);
-            }
-            (std::make_index_sequence<count>{});
+            value = Value{};
+            return;
         }
-        return value;
+        [&]<std::size_t... index>(std::index_sequence<index...>)
+        {
+            (CForm<Members>::read(field<index>(form), std::get<index>(value)), ...);
+        }
+        (std::make_index_sequence<count>{});
     }
 
     static void release(type& form) noexcept
@@ -255,6 +251,15 @@ struct CForm<std::tuple<Members...>>
         }
     }
 };
+
+/** The value of a form. */
+template <class Type>
+Type read_form(typename CForm<Type>::type form)
+{
+    Type value{};
+    CForm<Type>::read(form, value);
+    return value;
+}
 
 /**
  * The C forms of several values, zero at first. They are released in the order of the types, which
@@ -274,7 +279,7 @@ class CForms
     CForms& operator=(const CForms&) = delete;
     CForms& operator=(CForms&&) = delete;
 
-    void make(Types&... values)
+    void make(const Types&... values)
     {
         std::apply([&](auto&... form) { (CForm<Types>::make(form, values), ...); }, forms);
     }

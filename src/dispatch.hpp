@@ -75,16 +75,38 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
             inputs.forms);
     }
 
-    typename Results<Outputs...>::type results()
+    /** The outputs' values. One of an input's type is put where that input's value was. */
+    typename Results<Outputs...>::type results(Inputs&... values)
     {
         return std::apply(
-            [](auto&... output)
-            { return typename Results<Outputs...>::type{CForm<Outputs>::read(output)...}; },
+            [&](auto&... output) {
+                return typename Results<Outputs...>::type{read_into<Outputs>(output, values...)...};
+            },
             outputs.forms);
+    }
+
+  private:
+    template <class Output>
+    static Output read_into(typename CForm<Output>::type form, Inputs&... values)
+    {
+        Output output{};
+        static_cast<void>((take(output, values) || ...));
+        CForm<Output>::read(form, output);
+        return output;
+    }
+
+    template <class Output, class Input>
+    static bool take(Output& output, Input& value)
+    {
+        if constexpr (std::is_same_v<Output, Input>)
+        {
+            output = std::move(value);
+        }
+        return std::is_same_v<Output, Input>;
     }
 };
 
-/** The body of an override in reply shape. Uses up the override's own parameters. */
+/** The body of an override in reply shape. Its own parameters are used up. */
 template <std::size_t slot, class... Outputs, class... Inputs>
 typename Results<Outputs...>::type dispatch(const Place& place, GANTRY_instance* instance,
                                             Inputs&... inputs)
@@ -95,7 +117,7 @@ typename Results<Outputs...>::type dispatch(const Place& place, GANTRY_instance*
         SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>> call;
         call.inputs.make(inputs...);
         call.run(place, instance, function);
-        return call.results();
+        return call.results(inputs...);
     }
     catch (const std::exception& failure)
     {
@@ -105,7 +127,7 @@ typename Results<Outputs...>::type dispatch(const Place& place, GANTRY_instance*
 
 /** Reads an argument of the message into its C form. */
 template <class Type>
-void read_form(sdbusplus::message::message& message, typename CForm<Type>::type& form)
+void read_argument(sdbusplus::message::message& message, typename CForm<Type>::type& form)
 {
     if constexpr (std::is_arithmetic_v<Type>)
     {
@@ -134,14 +156,14 @@ void dispatch_message(const Place& place, GANTRY_instance* instance,
         // Goes last, behind all that the call made.
         std::optional<sdbusplus::message::message> reply;
         SlotCall<std::tuple<Inputs...>, Outputs> call;
-        std::apply([&](auto&... input) { (read_form<Inputs>(message, input), ...); },
+        std::apply([&](auto&... input) { (read_argument<Inputs>(message, input), ...); },
                    call.inputs.forms);
         call.run(place, instance, function);
         reply.emplace(message.new_method_return());
         [&]<class... Types>(std::type_identity<std::tuple<Types...>>)
         {
             std::apply([&](auto&... output)
-                       { (reply->append(for_bus(CForm<Types>::read(output))), ...); },
+                       { (reply->append(for_bus(read_form<Types>(output))), ...); },
                        call.outputs.forms);
         }(std::type_identity<Outputs>{});
         reply->method_return();

@@ -32,74 +32,78 @@ inline constexpr bool holds_text<std::tuple<Members...>> = (holds_text<Members> 
 template <class... Alternatives>
 inline constexpr bool holds_text<std::variant<Alternatives...>> = (holds_text<Alternatives> || ...);
 
-inline std::string repaired(std::string text)
+inline void repair(std::string& text)
 {
-    return is_utf8(text) ? std::move(text) : repaired_utf8(text);
+    if (!is_utf8(text))
+    {
+        text = repaired_utf8(text);
+    }
 }
 
 template <class Element>
-std::vector<Element> repaired(std::vector<Element> elements);
+void repair(std::vector<Element>& elements);
 template <class Key, class Value>
-std::map<Key, Value> repaired(std::map<Key, Value> entries);
+void repair(std::map<Key, Value>& entries);
 template <class... Members>
-std::tuple<Members...> repaired(std::tuple<Members...> members);
+void repair(std::tuple<Members...>& members);
 template <class... Alternatives>
-std::variant<Alternatives...> repaired(std::variant<Alternatives...> value);
+void repair(std::variant<Alternatives...>& value);
 
-/** The value as the bus takes it. */
+/** A part of a value, which may have no text. */
 template <class Type>
-Type for_bus(Type value)
+void repair_part(Type& value)
 {
     if constexpr (holds_text<Type>)
     {
-        return repaired(std::move(value));
-    }
-    else
-    {
-        return value;
+        repair(value);
     }
 }
 
 template <class Element>
-std::vector<Element> repaired(std::vector<Element> elements)
+void repair(std::vector<Element>& elements)
 {
     for (auto& element : elements)
     {
-        element = for_bus(std::move(element));
+        repair(element);
     }
-    return elements;
 }
 
 // Two keys may become one. The first stays, as for a client that sends one key twice.
 template <class Key, class Value>
-std::map<Key, Value> repaired(std::map<Key, Value> entries)
+void repair(std::map<Key, Value>& entries)
 {
     std::map<Key, Value> result;
     while (!entries.empty())
     {
         auto entry = entries.extract(entries.begin());
-        entry.key() = for_bus(std::move(entry.key()));
-        entry.mapped() = for_bus(std::move(entry.mapped()));
+        repair_part(entry.key());
+        repair_part(entry.mapped());
         result.insert(std::move(entry));
     }
-    return result;
+    entries = std::move(result);
 }
 
 template <class... Members>
-std::tuple<Members...> repaired(std::tuple<Members...> members)
+void repair(std::tuple<Members...>& members)
 {
-    std::apply([](auto&... each) { ((each = for_bus(std::move(each))), ...); }, members);
-    return members;
+    std::apply([](auto&... each) { (repair_part(each), ...); }, members);
 }
 
 // One without a value has nothing to repair; that it can't be sent is for the append to say.
 template <class... Alternatives>
-std::variant<Alternatives...> repaired(std::variant<Alternatives...> value)
+void repair(std::variant<Alternatives...>& value)
 {
     if (!value.valueless_by_exception())
     {
-        std::visit([](auto& held) { held = for_bus(std::move(held)); }, value);
+        std::visit([](auto& held) { repair_part(held); }, value);
     }
+}
+
+/** The value as the bus takes it. */
+template <class Type>
+Type for_bus(Type value)
+{
+    repair_part(value);
     return value;
 }
 

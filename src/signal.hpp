@@ -48,11 +48,11 @@ Value from_c(Form form)
     if constexpr (std::is_pointer_v<Form>)
     {
         // Only read: what a host gives to a signal stays the host's.
-        return CForm<Value>::read((typename CForm<Value>::type)(form));
+        return read_form<Value>((typename CForm<Value>::type)(form));
     }
     else
     {
-        return CForm<Value>::read(form);
+        return read_form<Value>(form);
     }
 }
 
@@ -83,7 +83,7 @@ bool read_signal(const Place& place, sdbusplus::message::message& message,
                  CForms<Values...>& values)
 try
 {
-    std::apply([&](auto&... form) { (read_form<Values>(message, form), ...); }, values.forms);
+    std::apply([&](auto&... form) { (read_argument<Values>(message, form), ...); }, values.forms);
     return true;
 }
 catch (const sdbusplus::exception::SdBusError& failure)

@@ -77,15 +77,24 @@ Step step(std::string_view text) noexcept
 std::size_t ascii_length(std::string_view text) noexcept
 {
     std::size_t length = 0;
-    std::uint64_t word = 0;
-    while (length + sizeof word <= text.size())
+    const auto is_ascii_at = [text](std::size_t at)
     {
-        std::memcpy(&word, text.data() + length, sizeof word);
-        if ((word & 0x8080808080808080U) != 0)
+        std::uint64_t word = 0;
+        std::memcpy(&word, text.data() + at, sizeof word);
+        return (word & 0x8080808080808080U) == 0;
+    };
+    constexpr std::size_t word_size = sizeof(std::uint64_t);
+    if (text.size() >= word_size)
+    {
+        const std::size_t last = text.size() - word_size;
+        while (length <= last && is_ascii_at(length))
         {
-            break;
+            length += word_size;
         }
-        length += sizeof word;
+        if (length > last && is_ascii_at(last))
+        {
+            return text.size();
+        }
     }
     while (length < text.size() && static_cast<Byte>(text[length]) < 0x80)
     {

@@ -130,9 +130,14 @@ void read_value(const Reader& from, std::vector<T>& value)
     read_array(from, vector_container, types::type_id<T>.data(),
                [&]
                {
-                   T element{};
-                   read_value(from, element);
-                   value.push_back(std::move(element));
+                   if constexpr (std::is_same_v<T, bool>)
+                   {
+                       value.push_back(from.boolean());
+                   }
+                   else
+                   {
+                       read_value(from, value.emplace_back());
+                   }
                });
 }
 
