@@ -69,7 +69,7 @@ struct CForm<std::string>
         // The function takes what it only reads by non-const reference; hosts link to that name.
         form = GANTRY_string_cpp_to_c(const_cast<std::string&>(value));
     }
-    static void read(type form, std::string& value)
+    static void read(const char* form, std::string& value)
     {
         value.assign(form != nullptr ? form : "");
     }

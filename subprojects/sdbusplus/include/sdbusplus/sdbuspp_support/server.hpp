@@ -27,6 +27,7 @@ union Lent
     {
     }
 
+    // NOLINTNEXTLINE(modernize-use-equals-default): a union's default one is deleted
     ~Lent()
     {
     }
