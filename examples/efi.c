@@ -173,6 +173,20 @@ static void write_path(FILE* out, struct bytes path)
     }
 }
 
+/* What `write` makes of the bytes; null, as no text, when memory is short. */
+static char* text_of(void (*write)(FILE* out, struct bytes bytes), struct bytes bytes)
+{
+    char* text = NULL;
+    size_t size = 0;
+    FILE* out = open_memstream(&text, &size);
+    if (out != NULL)
+    {
+        write(out, bytes);
+        fclose(out);
+    }
+    return text;
+}
+
 bool efi_read_boot_order(const char* sys, struct efi_boot_order* order)
 {
     unsigned char buffer[most_bytes];
@@ -230,6 +244,10 @@ bool efi_read_load_option(const char* sys, uint16_t number, struct efi_load_opti
     }
     size_t size = 0;
     FILE* out = open_memstream(&option->description, &size);
+    if (out == NULL)
+    {
+        return false;
+    }
     const bool whole = take_text(&value, out);
     fclose(out);
     if (!whole || !take_bytes(&value, path_size, &path))
@@ -237,12 +255,8 @@ bool efi_read_load_option(const char* sys, uint16_t number, struct efi_load_opti
         free(option->description);
         return false;
     }
-    out = open_memstream(&option->path, &size);
-    write_path(out, path);
-    fclose(out);
-    out = open_memstream(&option->data, &size);
-    write_hexadecimal(out, value);
-    fclose(out);
+    option->path = text_of(write_path, path);
+    option->data = text_of(write_hexadecimal, value);
     option->active = (attributes & active) != 0;
     return true;
 }

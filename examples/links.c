@@ -75,7 +75,7 @@ static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* u
     {
         const int error = errno;
         fprintf(stderr, SD_ERR "netlink: %s\n", strerror(error));
-        return -error; /* the event loop then lets go of the socket */
+        return -error; /* the event loop then leaves the socket alone */
     }
     const size_t size = sender.nl_pid == 0 ? (size_t)received : 0; /* only the kernel is believed */
     for (size_t at = 0; size >= at + sizeof(struct nlmsghdr);)

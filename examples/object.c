@@ -33,8 +33,13 @@ bool object_publish(struct object* object, GANTRY_cpp_context* context, object_c
     if (name == NULL || sd_bus_path_encode(parent, name, &path) >= 0)
     {
         const char* own = name == NULL ? parent : path;
-        create(context, NULL, own, NULL);
-        GANTRY_instance_find(context, interface, own, &object->instance);
+        GANTRY_instance* earlier = NULL;
+        GANTRY_instance_find(context, interface, own, &earlier);
+        if (earlier == NULL)
+        {
+            create(context, NULL, own, NULL);
+            GANTRY_instance_find(context, interface, own, &object->instance);
+        }
     }
     free(path);
     return object->instance != NULL;

@@ -29,6 +29,7 @@
 #include <new>
 #include <optional>
 #include <sdbusplus/exception.hpp>
+#include <system_error>
 
 namespace
 {
@@ -55,7 +56,7 @@ void drain(GANTRY_cpp_context& context)
 /**
  * What Event::loop does, a run at a time, so that a stop or a carried exception leaves the event
  * loop unfinished and ready to be entered again. A signal ends a run early. Gives the exit code, 0
- * if there is none.
+ * if there is none, and throws a negative one, as Event::loop does.
  */
 int loop(GANTRY_cpp_context& context)
 {
@@ -70,6 +71,10 @@ int loop(GANTRY_cpp_context& context)
     }
     int code = 0;
     sd_event_get_exit_code(event, &code);
+    if (code < 0)
+    {
+        throw std::system_error(-code, std::generic_category(), "sd_event_loop");
+    }
     return code;
 }
 

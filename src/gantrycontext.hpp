@@ -32,7 +32,10 @@ sd_bus_slot* add_object_manager(GANTRY_cpp_context& context, const char* path);
 /** Takes one object manager off the bus before its time; null is nothing to do. */
 void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexcept;
 
-/** Deletes the freed objects that waited for a callback to return. */
+/** Whether some callback of the context's connection is running. */
+bool is_in_callback(const GANTRY_cpp_context& context) noexcept;
+
+/** Deletes the freed objects that waited for a callback to return, unless one is running. */
 void take_down_leaving(GANTRY_cpp_context& context) noexcept;
 
 } // namespace gantry

@@ -28,7 +28,10 @@ namespace gantry
 
 InLoop::InLoop(GANTRY_cpp_context& entered) noexcept : context(entered)
 {
-    ++context.loops;
+    if (++context.loops == 1)
+    {
+        take_down_leaving(context);
+    }
 }
 
 InLoop::~InLoop()
@@ -51,17 +54,18 @@ InLoop::~InLoop()
 
 bool is_in_use(const GANTRY_cpp_context& context) noexcept
 {
-    return context.loops > 0 || sd_bus_get_current_slot(connection_of(context)) != nullptr;
+    return context.loops > 0 || is_in_callback(context);
 }
 
 void free_later(GANTRY_cpp_context& context) noexcept
 {
     context.freed = true;
     context.stopping = true;
-    if (context.destruction == nullptr)
+    // If there is no memory for it, the thread's next use or its exit destroys the context.
+    if (context.destruction == nullptr &&
+        sd_event_add_defer(context.event.get(), &context.destruction, destroy_freed, &context) >= 0)
     {
-        // If there is no memory for it, the thread's next use or its exit destroys the context.
-        sd_event_add_defer(context.event.get(), &context.destruction, destroy_freed, &context);
+        sd_event_source_set_priority(context.destruction, SD_EVENT_PRIORITY_IMPORTANT);
     }
 }
 

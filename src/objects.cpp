@@ -54,12 +54,6 @@ const gantry::Descriptor* class_of(const GANTRY_cpp_context& context, const char
     return nullptr;
 }
 
-/** Whether some callback of the connection is running. */
-bool is_in_callback(sd_bus* bus)
-{
-    return sd_bus_get_current_message(bus) != nullptr || sd_bus_get_current_slot(bus) != nullptr;
-}
-
 int depart(sd_event_source* /*source*/, void* context)
 {
     gantry::take_down_leaving(*static_cast<GANTRY_cpp_context*>(context));
@@ -71,7 +65,7 @@ int schedule_departure(GANTRY_cpp_context& context)
 {
     if (context.departure != nullptr)
     {
-        return 0;
+        return sd_event_source_set_enabled(context.departure, SD_EVENT_ONESHOT);
     }
     const int result =
         sd_event_add_defer(context.event.get(), &context.departure, depart, &context);
@@ -82,8 +76,18 @@ int schedule_departure(GANTRY_cpp_context& context)
 
 } // namespace
 
+bool gantry::is_in_callback(const GANTRY_cpp_context& context) noexcept
+{
+    sd_bus* bus = connection_of(context);
+    return sd_bus_get_current_message(bus) != nullptr || sd_bus_get_current_slot(bus) != nullptr;
+}
+
 void gantry::take_down_leaving(GANTRY_cpp_context& context) noexcept
 {
+    if (is_in_callback(context))
+    {
+        return; // A callback outside of the event loop runs it. The next loop that is entered will.
+    }
     while (auto* instance = context.leaving)
     {
         context.leaving = instance->next_leaving;
@@ -190,7 +194,7 @@ void GANTRY_instance_free(GANTRY_instance** instance)
     }
     gantry::remove_object_manager(context, freed.manager);
 
-    if (!is_in_callback(bus))
+    if (!gantry::is_in_callback(context))
     {
         freed.descriptor->destroy(freed.the_service);
         return;

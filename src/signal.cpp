@@ -41,7 +41,18 @@ const GANTRY_instance* find_sender(const Place& place, const Descriptor& descrip
         GANTRY_LOG_AT(place, log::failed, "the_service is nullptr");
         return nullptr;
     }
+    if (instance->descriptor != &descriptor)
+    {
+        GANTRY_LOG_AT(place, log::failed, "the instance is of [%s]",
+                      instance->descriptor->interface);
+        return nullptr;
+    }
     return instance;
+}
+
+bool is_freed(const GANTRY_cpp_context& context) noexcept
+{
+    return context.freed;
 }
 
 void subscribe(GANTRY_cpp_context& context, const char* member,

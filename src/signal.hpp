@@ -36,7 +36,8 @@ void emit(sdbusplus::server::interface::interface& interface, const char* member
 
 /**
  * The record whose object a signal is to come from: `instance`, or for null that of the first
- * object of the class on the thread's context. Null, and logged, when there is none.
+ * object of the class on the thread's context. Null, and logged, when there is none, or when the
+ * host gave an object of another class.
  */
 const GANTRY_instance* find_sender(const Place& place, const Descriptor& descriptor,
                                    const GANTRY_instance* instance);
@@ -72,6 +73,9 @@ catch (const std::exception& failure)
 {
     GANTRY_LOG_EXCEPTION_AT(place, failure.what());
 }
+
+/** Whether the context is only waiting for its callbacks to return. */
+bool is_freed(const GANTRY_cpp_context& context) noexcept;
 
 /** Adds a match on the member name to the context. */
 void subscribe(GANTRY_cpp_context& context, const char* member,
@@ -111,6 +115,10 @@ try
               [context, callback = reinterpret_cast<Form>(callback), stem = place.stem,
                line = place.line](sdbusplus::message::message& message)
               {
+                  if (is_freed(*context))
+                  {
+                      return; // by the callback of another subscription to this signal
+                  }
                   // NOLINTNEXTLINE(bugprone-lambda-function-name): the name that the log tells
                   const Place arrival{stem, line, static_cast<const char*>(__func__)};
                   at_edge(

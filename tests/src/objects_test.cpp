@@ -261,6 +261,11 @@ class FreedInItsCallback : public Objects, public testing::WithParamInterface<Lo
         EXPECT_EQ(freed, nullptr);
         freed = instance;
         GANTRY_instance_free(&freed); // is nothing more to do
+        if (test.makes_pass)
+        {
+            GANTRY_dbus_loop_one_pass(test.context);
+            EXPECT_EQ(count("destructor called, DAL true"), 0U);
+        }
         const char* interface = nullptr;
         char* path = nullptr;
         GANTRY_instance_get_interface(instance, &interface);
@@ -295,6 +300,7 @@ class FreedInItsCallback : public Objects, public testing::WithParamInterface<Lo
     const GANTRY_table__com_orvane_velmar_sample_async async_table{free_itself, nullptr};
     const GANTRY_table__com_orvane_velmar_sample_async end_table{nullptr, end_loop};
     std::size_t destroyed = 0;
+    bool makes_pass = false;
     bool is_ended = false;
 };
 
@@ -329,6 +335,20 @@ TEST_P(FreedInItsCallback, GoesWhenTheCallbackHasReturned)
     EXPECT_THAT(caller.signals(), SizeIs(2));
     EXPECT_THAT(context->tracker, SizeIs(1));
     EXPECT_EQ(logged(2), GetParam().farewell);
+}
+
+// What serves the bus isn't the event loop, which so runs inside the callback.
+TEST_F(FreedInItsCallback, GoesWithTheNextPassBehindIt)
+{
+    instantiate();
+    makes_pass = true;
+    support::Client caller{[this] { sd_bus_process(GANTRY_get_sd_bus(context->bus), nullptr); }};
+    EXPECT_TRUE(caller.call({service, "/reply"}, gantrytest, "GetString").ok());
+    EXPECT_TRUE(caller.call({service, "/message"}, async, "NoParam").ok());
+    EXPECT_NE(context->leaving, nullptr);
+    GANTRY_dbus_loop_one_pass(context);
+    EXPECT_EQ(context->leaving, nullptr);
+    EXPECT_EQ(count("destructor called, DAL true"), 1U); // the other's class logs none
 }
 
 // The context goes before the event loop has come to it.

@@ -171,6 +171,13 @@ TEST_F(SignalOut, ComesFromTheFirstObjectOfItsClassOrTheOneThatIsNamed)
     first = record;
     EXPECT_EQ(logged(2), "2" + refresh_log + "cpp_inst is still nullptr\n");
 
+    // An object of another class has no such signal.
+    GANTRY_instance* other = nullptr;
+    GANTRY_instance_find(context, "com.orvane.velmar.hwi.HWISupport", nullptr, &other);
+    refresh(other, "e");
+    EXPECT_EQ(logged(2),
+              "2" + refresh_log + "the instance is of [com.orvane.velmar.hwi.HWISupport]\n");
+
     // Objects of this thread are none of another's, which gets a context of its own.
     std::thread([] { refresh(nullptr, "d"); }).join();
     EXPECT_EQ(logged(2), "2" + refresh_log + "cpp_inst is still nullptr\n");
@@ -260,6 +267,21 @@ TEST_F(SignalIn, IsHeardFromAnyone)
     }
     EXPECT_EQ(heard, "");
     sd_bus_unref(connection);
+}
+
+TEST_F(SignalIn, IsHeardNoMoreOnceItsContextIsFreed)
+{
+    const auto free_context = [](GANTRY_cpp_context* freed, char*)
+    {
+        hear(freed, "freed");
+        GANTRY_context_free(&freed);
+    };
+    GANTRY_receive_signal__com_orvane_velmar_HWInventory__Refresh(context, free_context);
+    GANTRY_receive_signal__com_orvane_velmar_HWInventory__Refresh(context, free_context);
+    emit("Refresh", "s", "");
+    client.wait_for([] { return !heard.empty(); });
+    context = nullptr;
+    EXPECT_EQ(heard, "freed\n");
 }
 
 TEST_F(SignalIn, IsNotHeardWhenTheBusRefusesTheMatch)
