@@ -139,7 +139,7 @@ void add_signals(Source& source, const Interface& interface)
 GANTRY_API void $send(GANTRY_instance* instance$sent);
 
 /*
- * Has `callback`, which must not be null, called for every signal $member that arrives, whoever sends it and from whatever object, until the context is freed. It runs on the context's thread, inside the dispatch loop$lent. A null `context` means the calling thread's. A failure is told to the log only.
+ * Has `callback`, which must not be null, called for every signal of the name $member that arrives, whoever sends it, from whatever object and interface, until the context is freed. It runs on the context's thread, inside the dispatch loop$lent. A null `context` means the calling thread's. A failure is told to the log only.
  */
 GANTRY_API void $receive(GANTRY_cpp_context* context, void (*callback)(GANTRY_cpp_context* context$received));
 

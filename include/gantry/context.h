@@ -6,13 +6,15 @@
  * the calling thread's own, which is made at its first use. All work on a context, its freeing
  * included, belongs on the thread that made it: nothing here takes a lock.
  *
- * No function reports failure by a return value. A failure is a line in the platform's log, and
- * null in an out parameter where there is one.
+ * No function reports failure by a return value. A failure is a line in the platform's log, null in
+ * an out parameter where there is one, and a positive errno in `int* error` where there is one.
  */
 #ifndef GANTRY_CONTEXT_H
 #define GANTRY_CONTEXT_H
 
 #include <gantry/export.h>
+
+#include <stddef.h> /* NULL */
 
 #ifndef __cplusplus
 #include <stdbool.h>
@@ -42,6 +44,9 @@ GANTRY_API void GANTRY_context_new(GANTRY_cpp_context** out);
  * Destroys *context and sets *context to null: its objects, newest first, then its subscriptions,
  * then its hold on the connection. *context may be null, then nothing is destroyed. `context` must
  * not be null.
+ *
+ * Without this call the context goes when its thread exits. When main returns no thread exits: then
+ * the connection just closes.
  *
  * Inside of a loop of <gantry/loop.h>, which is in any callback that it calls, this also stops the
  * loop, and the context is destroyed when the (outermost) loop returns. Inside of a bus callback

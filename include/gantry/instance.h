@@ -1,5 +1,5 @@
 /*
- * An object as its host sees it: the first argument of each of its callbacks. The record belongs
+ * An object as its host sees it: the first argument of each method's callback. The record belongs
  * to the object and lives exactly as long: until GANTRY_instance_free, or with its context. All
  * functions belong on the context's thread; with a null instance or a null `out` they do nothing,
  * and *out stays as it was.

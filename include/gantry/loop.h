@@ -42,12 +42,15 @@ GANTRY_API void GANTRY_dbus_sdloop(GANTRY_cpp_context* context);
  *
  * Callable on the context's thread: from its callbacks, from those of other sources on the event
  * loop, and from signal handlers. Null means the calling thread's context; without one nothing
- * happens, and none is made. A handler that may come after GANTRY_context_free gives null. Nothing
- * is logged.
+ * happens, and none is made. A handler that may come after GANTRY_context_free gives null. The stop
+ * itself logs nothing.
  *
  * A signal that comes between a loop's look at the stop and its sleep doesn't interrupt the sleep:
  * that loop ends when something wakes it. The way without that gap is to block the signal, in
  * every thread, and to make it a source of the event loop that GANTRY_dbus_sdloop runs:
+ *
+ *     #include <signal.h>
+ *     #include <systemd/sd-event.h>         (pkg-config --libs libdbusgantry libsystemd)
  *
  *     static int on_term(sd_event_source* source, const struct signalfd_siginfo* info, void* data)
  *     {
@@ -68,7 +71,7 @@ GANTRY_API void GANTRY_context_stop(GANTRY_cpp_context* context);
 /*
  * Sets *out to a descriptor that polls readable (POLLIN) when a GANTRY_dbus_loop_one_pass has
  * something to do: its bus, or another source of the thread's event loop. -1 if there is no
- * context. The descriptor is the event loop's: not to be read or closed, and valid as long as the
+ * context and none can be made. The descriptor is the event loop's: not to be read or closed, and valid as long as the
  * context. `out` must not be null.
  *
  * It shows what has come in since the last pass, and nothing else. So a pass comes first: before

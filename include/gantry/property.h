@@ -10,8 +10,11 @@
  *
  *     EINVAL   the property is of another type; the instance or `out` is null
  *     ENOENT   the object has no property of that name, or the name is null
- *     ENOMEM   memory is short
- *     another  the announcement failed, which the log tells too; the new value is stored
+ *     ENOMEM   memory is short; a setter that announces may have stored the value
+ *     another  a getter that the announcement runs threw, and the value is stored; or for
+ *              GANTRY_property_announce alone, the signal couldn't be sent
+ *
+ * The log tells each of the last two. That a setter's own signal couldn't be sent is not reported.
  *
  * All functions belong on the context's thread.
  */
