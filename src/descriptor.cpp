@@ -1,6 +1,7 @@
 #include "descriptor.hpp"
 
 #include "gantrycontext.hpp"
+#include "resolve.hpp"
 
 #include <algorithm>
 #include <exception>
@@ -22,10 +23,9 @@ void instantiate(const Place& place, const Descriptor& descriptor, GANTRY_cpp_co
 try
 {
     GANTRY_LOG_AT(place, log::trace, "enter");
-    GANTRY_context_management(context, &context);
+    context = resolve(place, context);
     if (context == nullptr)
     {
-        GANTRY_LOG_AT(place, log::fault, "vctx is NULL");
         return;
     }
 

@@ -11,6 +11,7 @@
 #include "instance.hpp"
 #include "log.hpp"
 #include "loop_end.hpp"
+#include "resolve.hpp"
 
 #include <gantry/instance.h>
 #include <gantry/loop.h>
@@ -177,10 +178,9 @@ void GANTRY_dbus_loop(GANTRY_cpp_context* context)
 try
 {
     GANTRY_LOG(gantry::log::trace, "enter");
-    GANTRY_context_management(context, &context);
+    context = gantry::resolve(GANTRY_HERE, context);
     if (context == nullptr)
     {
-        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
         return;
     }
     GANTRY_LOG(gantry::log::trace, "sd_notify ready");
@@ -206,10 +206,9 @@ catch (const std::exception& error)
 void GANTRY_dbus_loop_one_pass(GANTRY_cpp_context* context)
 try
 {
-    GANTRY_context_management(context, &context);
+    context = gantry::resolve(GANTRY_HERE, context);
     if (context == nullptr)
     {
-        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
         return;
     }
     const gantry::InLoop in_loop(*context);
@@ -225,10 +224,9 @@ void GANTRY_dbus_sdloop(GANTRY_cpp_context* context)
 try
 {
     GANTRY_LOG(gantry::log::trace, "enter");
-    GANTRY_context_management(context, &context);
+    context = gantry::resolve(GANTRY_HERE, context);
     if (context == nullptr)
     {
-        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
         return;
     }
     const gantry::InLoop in_loop(*context);
@@ -246,10 +244,9 @@ try
 {
     GANTRY_LOG(gantry::log::trace, "enter");
     *out = -1;
-    GANTRY_context_management(context, &context);
+    context = gantry::resolve(GANTRY_HERE, context);
     if (context == nullptr)
     {
-        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
         return;
     }
     if (const int fd = sd_event_get_fd(context->event.get()); fd >= 0)

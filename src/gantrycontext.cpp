@@ -7,6 +7,7 @@
 
 #include "log.hpp"
 #include "loop_end.hpp"
+#include "resolve.hpp"
 
 #include <gantry/context.hpp>
 
@@ -335,10 +336,9 @@ void GANTRY_cpp_context_set_service(GANTRY_cpp_context* context, char* name)
 try
 {
     GANTRY_LOG(gantry::log::trace, "enter");
-    GANTRY_context_management(context, &context);
+    context = gantry::resolve(GANTRY_HERE, context);
     if (context == nullptr)
     {
-        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
         return;
     }
     GANTRY_LOG(gantry::log::trace, "setting the service_name");
@@ -368,10 +368,9 @@ try
 {
     GANTRY_LOG(gantry::log::trace, "enter");
     *out = nullptr;
-    GANTRY_context_management(context, &context);
+    context = gantry::resolve(GANTRY_HERE, context);
     if (context == nullptr)
     {
-        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
         return;
     }
     *out = context->user_private;
@@ -386,10 +385,9 @@ void GANTRY_cpp_context_set_user_private(GANTRY_cpp_context* context, void* user
 try
 {
     GANTRY_LOG(gantry::log::trace, "enter");
-    GANTRY_context_management(context, &context);
+    context = gantry::resolve(GANTRY_HERE, context);
     if (context == nullptr)
     {
-        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
         return;
     }
     context->user_private = user_private;
@@ -398,6 +396,16 @@ try
 catch (const std::exception& error)
 {
     GANTRY_LOG_EXCEPTION(error.what());
+}
+
+GANTRY_cpp_context* gantry::resolve(const Place& place, GANTRY_cpp_context* context)
+{
+    GANTRY_context_management(context, &context);
+    if (context == nullptr)
+    {
+        GANTRY_LOG_AT(place, log::fault, "vctx is NULL");
+    }
+    return context;
 }
 
 sd_bus* gantry::connection_of(const GANTRY_cpp_context& context) noexcept

@@ -10,6 +10,7 @@
 #include "carrier.hpp"
 #include "descriptor.hpp"
 #include "gantrycontext.hpp"
+#include "resolve.hpp"
 
 #include <gantry/instance.h>
 
@@ -114,10 +115,9 @@ void GANTRY_instance_find(GANTRY_cpp_context* context, const char* interface, co
         return;
     }
     *out = nullptr;
-    GANTRY_context_management(context, &context);
+    context = gantry::resolve(GANTRY_HERE, context);
     if (context == nullptr)
     {
-        GANTRY_LOG(gantry::log::fault, "vctx is NULL");
         return;
     }
     const auto* descriptor = class_of(*context, interface);

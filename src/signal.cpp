@@ -13,11 +13,9 @@ const GANTRY_instance* find_sender(const Place& place, const Descriptor& descrip
     if (instance == nullptr)
     {
         GANTRY_LOG_AT(place, log::trace, "cpp_inst is nullptr, getting default");
-        GANTRY_cpp_context* context = nullptr;
-        GANTRY_context_management(nullptr, &context);
+        const auto* context = resolve(place, nullptr);
         if (context == nullptr)
         {
-            GANTRY_LOG_AT(place, log::fault, "vctx is NULL");
             return nullptr;
         }
         for (const auto& tracked : context->tracker)

@@ -15,6 +15,7 @@
 #include "descriptor.hpp"
 #include "dispatch.hpp"
 #include "for_bus.hpp"
+#include "resolve.hpp"
 
 #include <functional>
 #include <sdbusplus/exception.hpp>
@@ -105,10 +106,9 @@ try
     using Form = void (*)(GANTRY_cpp_context*, typename CForm<Values>::type...);
 
     GANTRY_LOG_AT(place, log::trace, "enter");
-    GANTRY_context_management(context, &context);
+    context = resolve(place, context);
     if (context == nullptr)
     {
-        GANTRY_LOG_AT(place, log::fault, "vctx is NULL");
         return;
     }
     subscribe(*context, member,
