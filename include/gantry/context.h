@@ -14,10 +14,11 @@
 
 #include <gantry/export.h>
 
-#include <stddef.h> /* NULL */
-
-#ifndef __cplusplus
+#ifdef __cplusplus
+#include <cstddef>
+#else
 #include <stdbool.h>
+#include <stddef.h> /* NULL */
 #endif
 
 GANTRY_BEGIN_C

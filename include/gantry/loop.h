@@ -71,8 +71,8 @@ GANTRY_API void GANTRY_context_stop(GANTRY_cpp_context* context);
 /*
  * Sets *out to a descriptor that polls readable (POLLIN) when a GANTRY_dbus_loop_one_pass has
  * something to do: its bus, or another source of the thread's event loop. -1 if there is no
- * context and none can be made. The descriptor is the event loop's: not to be read or closed, and valid as long as the
- * context. `out` must not be null.
+ * context and none can be made. The descriptor is the event loop's: not to be read or closed, and
+ * valid as long as the context. `out` must not be null.
  *
  * It shows what has come in since the last pass, and nothing else. So a pass comes first: before
  * the first poll, and before the next one if anything was done outside of a pass (a call or signal
