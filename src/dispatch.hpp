@@ -44,6 +44,11 @@ struct Results<Output>
     using type = Output;
 };
 
+template <class Type>
+inline constexpr bool is_array = false;
+template <class Element>
+inline constexpr bool is_array<std::vector<Element>> = true;
+
 /** One call of a host's function: C forms of inputs and outputs, released in this order. */
 template <class Inputs, class Outputs>
 struct SlotCall;
@@ -75,7 +80,7 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
             inputs.forms);
     }
 
-    /** The outputs' values. One of an input's type is put where that input's value was. */
+    /** The outputs' values. An array of an input's type is put where that input's value was. */
     typename Results<Outputs...>::type results(Inputs&... values)
     {
         return std::apply(
@@ -98,11 +103,12 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
     template <class Output, class Input>
     static bool take(Output& output, Input& value)
     {
-        if constexpr (std::is_same_v<Output, Input>)
+        if constexpr (is_array<Output> && std::is_same_v<Output, Input>)
         {
             output = std::move(value);
+            return true;
         }
-        return std::is_same_v<Output, Input>;
+        return false;
     }
 };
 
