@@ -25,19 +25,20 @@ constexpr char source_stem[] = "announce";
 /** Some rows of a class, by their places. */
 using Rows = std::bitset<255>;
 
-/** The properties that announce no change, as the member table has it. */
-Rows silent(const gantry::Properties& properties, const sd_bus_vtable* row)
+/** The properties that announce no change. The vtable has them in the order of the rows. */
+Rows silent(const sd_bus_vtable* row)
 {
     constexpr auto announces =
         SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE | SD_BUS_VTABLE_PROPERTY_EMITS_INVALIDATION;
     Rows rows;
+    std::size_t place = 0;
     for (; row->type != _SD_BUS_VTABLE_END; ++row)
     {
         const bool is_property =
             row->type == _SD_BUS_VTABLE_PROPERTY || row->type == _SD_BUS_VTABLE_WRITABLE_PROPERTY;
-        if (is_property && (row->flags & announces) == 0)
+        if (is_property)
         {
-            rows.set(properties.place_of(*properties.find(row->x.property.member)));
+            rows.set(place++, (row->flags & announces) == 0);
         }
     }
     return rows;
@@ -58,8 +59,7 @@ int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* m
 
     const auto& descriptor = *instance->descriptor;
     const auto* properties = descriptor.properties;
-    const Rows unannounced =
-        properties != nullptr ? silent(*properties, descriptor.vtable) : Rows{};
+    const Rows unannounced = silent(descriptor.vtable);
     Rows taken;
     char* names[Rows{}.size() + 1];
     std::size_t count = 0;

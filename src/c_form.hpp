@@ -261,6 +261,21 @@ Type read_form(typename CForm<Type>::type form)
     return value;
 }
 
+/** A C argument as the host's header declares it, turned into a value. */
+template <class Value, class Form>
+Value from_c(Form form)
+{
+    if constexpr (std::is_pointer_v<Form>)
+    {
+        // Only read: what a host gives so stays the host's.
+        return read_form<Value>((typename CForm<Value>::type)(form));
+    }
+    else
+    {
+        return read_form<Value>(form);
+    }
+}
+
 /**
  * The C forms of several values, zero at first. They are released in the order of the types, which
  * hosts with allocators of their own can see.

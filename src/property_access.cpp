@@ -107,18 +107,6 @@ int copy(const Row& row, const gantry::Object& object, void* out)
         });
 }
 
-/** The strings of a record, which may be null and have null texts. */
-Texts texts_of(const GANTRY_string_array* record)
-{
-    Texts texts;
-    const bool is_empty = record == nullptr || record->data == nullptr;
-    for (unsigned long index = 0; !is_empty && index < record->count; ++index)
-    {
-        texts.push_back(GANTRY_string_c_to_cpp(&record->data[index]));
-    }
-    return texts;
-}
-
 } // namespace
 
 #define GANTRY_DEFINE_ACCESS(type, value_type)                                                     \
@@ -143,7 +131,7 @@ void GANTRY_property_set_string(GANTRY_instance* instance, const char* member, c
     gantry::at_c_edge(GANTRY_HERE, error,
                       [&]
                       {
-                          const std::string text{value != nullptr ? value : ""};
+                          const auto text = gantry::from_c<std::string>(value);
                           return set(instance, member, &text, skip_signal,
                                      PropertyTypes::tag<std::string>());
                       });
@@ -161,7 +149,7 @@ void GANTRY_property_set_strings(GANTRY_instance* instance, const char* member,
     gantry::at_c_edge(GANTRY_HERE, error,
                       [&]
                       {
-                          const Texts texts = texts_of(value);
+                          const auto texts = gantry::from_c<Texts>(value);
                           return set(instance, member, &texts, skip_signal,
                                      PropertyTypes::tag<Texts>());
                       });

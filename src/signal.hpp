@@ -43,21 +43,6 @@ void emit(sdbusplus::server::interface::interface& interface, const char* member
 const GANTRY_instance* find_sender(const Place& place, const Descriptor& descriptor,
                                    const GANTRY_instance* instance);
 
-/** A C argument as the host's header declares it, turned into the value that is sent. */
-template <class Value, class Form>
-Value from_c(Form form)
-{
-    if constexpr (std::is_pointer_v<Form>)
-    {
-        // Only read: what a host gives to a signal stays the host's.
-        return read_form<Value>((typename CForm<Value>::type)(form));
-    }
-    else
-    {
-        return read_form<Value>(form);
-    }
-}
-
 /** The body of an exported emitting function. */
 template <class Class, class Server, class... Values, class... Forms>
 void send_signal(const Place& place, const Descriptor& descriptor, const GANTRY_instance* instance,

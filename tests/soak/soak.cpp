@@ -97,6 +97,14 @@ class Load
         call(method + (method.starts_with("Try_") ? "_D" : "D"), reply, types, args...);
     }
 
+    // An integer of the step's own.
+    template <class Integer>
+    void echo_number(const char* method, const char* type)
+    {
+        const auto value = cut<Integer>(number);
+        echo(method, std::string(type) + ' ' + std::to_string(value), type, value);
+    }
+
     // A property is written and read.
     template <class... Args>
     void write(const char* property, const std::string& value, const char* type, Args... args)
@@ -164,41 +172,17 @@ class Load
 
 using Step = void (*)(Load&);
 constexpr auto steps = std::to_array<Step>({
-    [](Load& load)
-    {
-        const auto value = cut<std::uint8_t>(load.number);
-        load.echo("Try_byte", "y " + std::to_string(value), "y", value);
-    },
+    [](Load& load) { load.echo_number<std::uint8_t>("Try_byte", "y"); },
     [](Load& load)
     {
         const bool value = load.number % 2 == 0;
         load.echo("Try_boolean", value ? "b true" : "b false", "b", value);
     },
-    [](Load& load)
-    {
-        const auto value = cut<std::int16_t>(load.number);
-        load.echo("Try_int16", "n " + std::to_string(value), "n", value);
-    },
-    [](Load& load)
-    {
-        const auto value = cut<std::uint16_t>(load.number);
-        load.echo("Try_uint16", "q " + std::to_string(value), "q", value);
-    },
-    [](Load& load)
-    {
-        const auto value = cut<std::int32_t>(load.number);
-        load.echo("Try_int32", "i " + std::to_string(value), "i", value);
-    },
-    [](Load& load)
-    {
-        const auto value = cut<std::uint32_t>(load.number);
-        load.echo("Try_uint32", "u " + std::to_string(value), "u", value);
-    },
-    [](Load& load)
-    {
-        const auto value = cut<std::int64_t>(load.number);
-        load.echo("Try_int64", "x " + std::to_string(value), "x", value);
-    },
+    [](Load& load) { load.echo_number<std::int16_t>("Try_int16", "n"); },
+    [](Load& load) { load.echo_number<std::uint16_t>("Try_uint16", "q"); },
+    [](Load& load) { load.echo_number<std::int32_t>("Try_int32", "i"); },
+    [](Load& load) { load.echo_number<std::uint32_t>("Try_uint32", "u"); },
+    [](Load& load) { load.echo_number<std::int64_t>("Try_int64", "x"); },
     [](Load& load)
     { load.echo("Try_uint64", "t " + std::to_string(load.number), "t", load.number); },
     [](Load& load)
