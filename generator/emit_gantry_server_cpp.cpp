@@ -19,8 +19,8 @@ const gantry::Descriptor $leaf::descriptor{
     source.add(R"(
     .create = gantry::create<$leaf>,
     .instance_of = gantry::instance_of<$leaf>,
-    .remove = gantry::remove<$leaf>,
-    .destroy = destroy,
+    .delete_as_class = gantry::delete_as_class<$leaf>,
+    .deleter = deleter,
 };
 
 )");
@@ -70,9 +70,9 @@ std::string emit_gantry_server_cpp(const Interface& interface)
 // Made by gantrygen from $directory/server.xml. Changes belong there.
 #include <$directory/gantry_server.hpp>
 
-#include "descriptor.hpp"
+#include "object.hpp"
 )");
-    source.add(interface.methods.empty() ? "" : "#include \"dispatch.hpp\"\n");
+    source.add(interface.methods.empty() ? "" : "#include \"method_dispatch.hpp\"\n");
     source.add(interface.signals.empty() ? "" : "#include \"signal.hpp\"\n");
     source.add(R"(
 
@@ -83,9 +83,9 @@ using $derived::$leaf;
 
 constexpr char source_stem[] = "gantry_server";
 
-void destroy(void* object)
+void deleter(void* object)
 {
-    gantry::destroy(object, $leaf::descriptor);
+    gantry::delete_object(object, $leaf::descriptor);
 }
 
 } // namespace
@@ -100,7 +100,7 @@ $leaf::$leaf(sdbusplus::bus::bus& bus, const char* path) :
 
 $leaf::~$leaf()
 {
-    gantry::release(inst);
+    gantry::release_record(inst);
 }
 
 )");

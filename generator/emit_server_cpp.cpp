@@ -14,10 +14,11 @@ void add_includes(Source& source, const Interface& interface)
     const auto& properties = interface.properties;
     const auto is_key = [](const Property& property) { return property.data_store_key; };
     const std::pair<bool, std::string> headers[] = {
-        {!properties.empty(), "by_name.hpp"},
-        {std::any_of(properties.begin(), properties.end(), is_key), "data_store.hpp"},
+        {!properties.empty(), "property_by_name.hpp"},
+        {!properties.empty(), "property_callbacks.hpp"},
+        {std::any_of(properties.begin(), properties.end(), is_key), "property_data_store.hpp"},
         {!properties.empty(), "log.hpp"},
-        {!interface.methods.empty(), "method.hpp"},
+        {!interface.methods.empty(), "method_callback.hpp"},
         {!interface.signals.empty(), "signal.hpp"},
     };
     bool any = false;
@@ -216,7 +217,7 @@ constexpr gantry::Property<$class> rows[] = {
     {
         source.let(words_of(property));
         source.add(R"(
-    {"$member", &$class::$accessor, &$class::$accessor},
+    {"$member", &$class::$accessor, &$class::$accessor$silent},
 )");
     }
     source.add(R"(

@@ -25,7 +25,7 @@ constexpr std::string_view table_name = "server.xml";
 // that an accessor can be.
 constexpr auto taken = std::to_array<std::string_view>({
     "descriptor",
-    "destroy",
+    "deleter",
     "getPropertyByName",
     "index",
     "inst",

@@ -190,6 +190,7 @@ Words words_of(const Property& property)
         {"set", set},
         {"access", property.writable ? get + ", " + set : get},
         {"flag", property.constant ? "const_" : "emits_change"},
+        {"silent", property.constant ? ", false" : ""},
         {"start", start(property)},
     };
 }

@@ -2,16 +2,14 @@
  * What hosts of all interfaces call beside the context: the three dispatch loops, the accessors of
  * an instance, and the functions of the ten basic types.
  *
- * All traffic is processed by the sd-event loop that the context attached its connection to; each
- * run of it is an entry into libsystemd, so what a bus callback throws comes out of that run.
+ * All traffic is processed by the sd-event loop that the context attached its connection to. Each
+ * run of it enters libsystemd, so an exception that a bus callback threw comes out of that run.
  */
-#include "carrier.hpp"
+#include "deferral.hpp"
+#include "edges.hpp"
 #include "for_bus.hpp"
 #include "gantrycontext.hpp"
-#include "instance.hpp"
-#include "log.hpp"
-#include "loop_end.hpp"
-#include "resolve.hpp"
+#include "object.hpp"
 
 #include <gantry/instance.h>
 #include <gantry/loop.h>
@@ -29,7 +27,6 @@
 #include <cstring>
 #include <new>
 #include <optional>
-#include <sdbusplus/exception.hpp>
 #include <system_error>
 
 namespace
@@ -39,13 +36,13 @@ constexpr char source_stem[] = "gantrycommon";
 
 using Timeout = std::optional<std::chrono::duration<unsigned long, std::ratio<1, 1000000>>>;
 
-/** One run of the event loop; above 0 when it dispatched something. */
+/** One run of the event loop. Returns more than 0 if it dispatched something. */
 int run(sdeventplus::Event& event, Timeout timeout)
 {
     return gantry::Carrier::enter([&event, timeout] { return event.run(timeout); });
 }
 
-/** Serves all that is ready, or what a stop leaves of it, and doesn't block. */
+/** Serves all that is ready, or until a stop, and doesn't block. */
 void drain(GANTRY_cpp_context& context)
 {
     constexpr Timeout at_once{std::chrono::microseconds{1}};
@@ -55,9 +52,9 @@ void drain(GANTRY_cpp_context& context)
 }
 
 /**
- * What Event::loop does, a run at a time, so that a stop or a carried exception leaves the event
- * loop unfinished and ready to be entered again. A signal ends a run early. Gives the exit code, 0
- * if there is none, and throws a negative one, as Event::loop does.
+ * Does what Event::loop does, one run at a time, so that after a stop or a carried exception the
+ * event loop is not finished and can be entered again. Returns the exit code, 0 if there is none,
+ * and throws a negative one, as Event::loop does.
  */
 int loop(GANTRY_cpp_context& context)
 {
@@ -84,17 +81,17 @@ bool goes_on(const GANTRY_cpp_context& context) noexcept
     return context.running && !context.stopping;
 }
 
-/** Sleeps until the bus has something to do, or the handler of a signal asked for a stop. */
+/** Sleeps until the bus has something to do, or the handler of a signal requested a stop. */
 void wait(GANTRY_cpp_context& context)
 {
-    const int result = sd_bus_wait(gantry::connection_of(context), UINT64_MAX);
-    if (result < 0 && !(result == -EINTR && context.stopping))
+    const int result = sd_bus_wait(GANTRY_get_sd_bus(context.bus), UINT64_MAX);
+    if (result != -EINTR || !context.stopping)
     {
-        throw sdbusplus::exception::SdBusError(-result, "sd_bus_wait");
+        gantry::throw_if_failed(result, "sd_bus_wait");
     }
 }
 
-/** A seed and a name folded into a number of Type's width: each byte doubles what came before. */
+/** Folds a seed and a name into a number of Type's width: each byte doubles the value before it. */
 template <class Type>
 Type fold(const char* name, int seed)
 {
@@ -126,7 +123,7 @@ double fold<double>(const char* name, int seed)
     return value;
 }
 
-// One overload for each form of a value in the log.
+// One overload for each way to log a value.
 
 #define GANTRY_DEBUG(type, letter)                                                                 \
     void debug(const gantry::Place& place, const char* name, type value)                           \

@@ -1,15 +1,15 @@
 /*
  * The per-thread context: made at a thread's first use, kept under one process-wide pthread key,
- * destroyed by GANTRY_context_free or at the thread's exit. Also the health check, which a context
- * runs on itself.
+ * destroyed by GANTRY_context_free or at the thread's exit. Also what a context does with itself:
+ * the health check, and the stop of its loops.
  */
 #include "gantrycontext.hpp"
 
-#include "log.hpp"
-#include "loop_end.hpp"
-#include "resolve.hpp"
+#include "connection.hpp"
+#include "deferral.hpp"
+#include "edges.hpp"
 
-#include <gantry/context.hpp>
+#include <gantry/loop.h>
 
 #include <pthread.h>
 #include <sched.h>
@@ -20,7 +20,7 @@
 #include <atomic>
 #include <cerrno>
 #include <ctime>
-#include <sdbusplus/exception.hpp>
+#include <new>
 #include <utility>
 
 bool GANTRY_use_default = true;
@@ -56,15 +56,29 @@ void create_key()
     std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
-void flush(sd_bus* bus)
+// POSIX leaves pthread_getspecific out of what a signal handler may call; glibc allows it, and it
+// is a load from the thread's descriptor.
+GANTRY_cpp_context* own_context() noexcept
 {
-    if (const int result = sd_bus_flush(bus); result < 0)
-    {
-        throw sdbusplus::exception::SdBusError(-result, "sd_bus_flush");
-    }
+    return key_valid ? static_cast<GANTRY_cpp_context*>(pthread_getspecific(context_key)) : nullptr;
 }
 
-/** Whether the connection can be used, told to the log for `place` when it can't. */
+/** Deletes a context, after its thread's key has dropped it. */
+void destroy(GANTRY_cpp_context* context) noexcept
+{
+    if (context != nullptr && own_context() == context)
+    {
+        pthread_setspecific(context_key, nullptr);
+    }
+    delete context;
+}
+
+void flush(sd_bus* bus)
+{
+    gantry::throw_if_failed(sd_bus_flush(bus), "sd_bus_flush");
+}
+
+/** Whether the connection can be used. Logs for `place` if it can't. */
 bool is_ready(sd_bus* bus, const gantry::Place& place)
 {
     const int result = sd_bus_is_ready(bus);
@@ -89,18 +103,19 @@ try
         GANTRY_LOG(gantry::log::fault, "key is not valid");
         return;
     }
-    if (GANTRY_cpp_context* existing = gantry::own_context())
+    if (GANTRY_cpp_context* existing = own_context())
     {
-        if (!existing->freed)
+        if (existing->freed == nullptr)
         {
             *out = existing;
             return;
         }
         if (gantry::is_in_use(*existing))
         {
-            return; // a second one would share its connection, and find its objects' paths taken
+            // A second context would share its connection and find its objects' paths taken.
+            return;
         }
-        gantry::destroy(existing);
+        destroy(existing);
     }
 
     auto context = std::make_unique<GANTRY_cpp_context>();
@@ -123,13 +138,13 @@ catch (const std::exception& error)
     GANTRY_LOG_EXCEPTION(error.what());
 }
 
-/** Opens the connection that GANTRY_use_default asks for. */
+/** Opens the connection that GANTRY_use_default selects. */
 sdbusplus::bus::bus open_bus()
 {
     return GANTRY_use_default ? sdbusplus::bus::new_default_system() : sdbusplus::bus::new_system();
 }
 
-/** Says goodbye to the key when the library goes. Contexts of live threads stay as they are. */
+/** Deletes the key when the library is unloaded. Contexts of live threads stay as they are. */
 [[gnu::destructor]] void GANTRY_per_thread_library_destructor()
 {
     GANTRY_LOG(gantry::log::trace, "enter tid=%lu", pthread_self());
@@ -146,21 +161,7 @@ sdbusplus::bus::bus open_bus()
     GANTRY_LOG(gantry::log::trace, "leave");
 }
 
-/** A bus object shows its connection only to its friends. */
-struct Connection : private sdbusplus::bus::details::bus_friend
-{
-    static sd_bus* of(const sdbusplus::bus::bus& bus)
-    {
-        return get_busp(bus);
-    }
-};
-
 } // namespace
-
-sd_bus* GANTRY_get_sd_bus(sdbusplus::bus::bus& bus)
-{
-    return Connection::of(bus);
-}
 
 GANTRY_cpp_context::GANTRY_cpp_context() :
     bus(open_bus()), event(sdeventplus::Event::get_default(&sdeventplus::internal::sdevent_impl))
@@ -174,11 +175,11 @@ GANTRY_cpp_context::GANTRY_cpp_context() :
 GANTRY_cpp_context::~GANTRY_cpp_context()
 {
     running = false;
-    sd_event_source_disable_unref(destruction);
-    gantry::take_down_leaving(*this);
+    sd_event_source_disable_unref(deferral);
+    gantry::destroy_freed_objects(*this);
     while (!tracker.empty())
     {
-        // Out of the list before it goes: what the deleter reaches doesn't find a dying object.
+        // Removed from the list first, so that nothing that the deleter calls finds the object.
         const auto newest = tracker.back();
         tracker.pop_back();
         newest.deleter(newest.object);
@@ -190,7 +191,7 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
     {
         match.reset();
     }
-    // The event reference goes next and the connection last, by the order of the members.
+    // The members' order releases the event reference next and the connection last.
 }
 
 void GANTRY_cpp_context::sanity_check() noexcept
@@ -319,11 +320,11 @@ try
     GANTRY_cpp_context* freed = std::exchange(*context, nullptr);
     if (freed != nullptr && gantry::is_in_use(*freed))
     {
-        gantry::free_later(*freed);
+        gantry::destroy_later(*freed, destroy);
     }
     else
     {
-        gantry::destroy(freed);
+        destroy(freed);
     }
     GANTRY_LOG(gantry::log::trace, "leave");
 }
@@ -398,6 +399,19 @@ catch (const std::exception& error)
     GANTRY_LOG_EXCEPTION(error.what());
 }
 
+// A signal handler calls it: no log, no lock, no allocation.
+void GANTRY_context_stop(GANTRY_cpp_context* context)
+{
+    if (context == nullptr)
+    {
+        context = own_context();
+    }
+    if (context != nullptr)
+    {
+        context->stopping = true;
+    }
+}
+
 GANTRY_cpp_context* gantry::resolve(const Place& place, GANTRY_cpp_context* context)
 {
     GANTRY_context_management(context, &context);
@@ -408,39 +422,7 @@ GANTRY_cpp_context* gantry::resolve(const Place& place, GANTRY_cpp_context* cont
     return context;
 }
 
-sd_bus* gantry::connection_of(const GANTRY_cpp_context& context) noexcept
-{
-    return Connection::of(context.bus);
-}
-
-// POSIX leaves pthread_getspecific out of what a signal handler may call; glibc puts it in, and
-// it is a load from the thread's descriptor.
-GANTRY_cpp_context* gantry::own_context() noexcept
-{
-    return key_valid ? static_cast<GANTRY_cpp_context*>(pthread_getspecific(context_key)) : nullptr;
-}
-
-void gantry::destroy(GANTRY_cpp_context* context) noexcept
-{
-    if (context != nullptr && own_context() == context)
-    {
-        pthread_setspecific(context_key, nullptr);
-    }
-    delete context;
-}
-
-void gantry::request_name(GANTRY_cpp_context& context, const char* name)
-{
-    const int result =
-        sd_bus_request_name(GANTRY_get_sd_bus(context.bus), name,
-                            SD_BUS_NAME_REPLACE_EXISTING | SD_BUS_NAME_ALLOW_REPLACEMENT);
-    if (result < 0)
-    {
-        throw sdbusplus::exception::SdBusError(-result, "sd_bus_request_name");
-    }
-}
-
-// The names for C, each its typed twin under a second name.
+// The C names. Each calls its typed twin.
 
 void GANTRY_context_new(GANTRY_cpp_context** out)
 {

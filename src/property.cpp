@@ -1,16 +1,24 @@
-#include "property_impl.hpp"
+#include "property.hpp"
 
 namespace gantry
 {
 
-GANTRY_NUMBER_PROPERTY(bool)
-GANTRY_NUMBER_PROPERTY(double)
-GANTRY_NUMBER_PROPERTY(short)
-GANTRY_NUMBER_PROPERTY(unsigned short)
-GANTRY_NUMBER_PROPERTY(unsigned int)
-GANTRY_NUMBER_PROPERTY(unsigned long)
-GANTRY_NUMBER_PROPERTY(unsigned char)
-GANTRY_PROPERTY(std::string)
-GANTRY_PROPERTY(std::vector<std::string>)
+const Property<Object>* Properties::find(std::string_view name) const noexcept
+{
+    const auto* const rows = static_cast<const Property<Object>*>(first);
+    for (std::uint32_t at = name_hash(name);; ++at)
+    {
+        const std::uint8_t slot = slots[at & mask];
+        if (slot == 0)
+        {
+            return nullptr;
+        }
+        const auto& row = rows[slot - 1];
+        if (name == std::string_view{row.member, row.length})
+        {
+            return &row;
+        }
+    }
+}
 
 } // namespace gantry

@@ -1,25 +1,31 @@
 /*
- * What all properties share: the setter and the bus callbacks.
+ * The properties of a class as data: a constant row each, and an index to find a row by its member
+ * name. The index is a hash table that the compiler makes from the rows. One look-up costs a hash
+ * of the name, a probe or two, and one comparison, however many properties there are, and allocates
+ * nothing.
  *
  * A property is a data member with three virtual accessors. The frame works with pointers to the
- * accessors and a class called Object, which stands for each server class in turn. That rests on
- * what the C++ ABI of every Linux target fixes: a server class is a line of single inheritance with
- * its virtual table pointer first, so a pointer to a virtual member function is a table offset that
- * says nothing of its class. So the code for a property type exists once, not once a class.
+ * accessors and with a class called Object in place of each server class. That relies on what the
+ * C++ ABI of every Linux target fixes: a server class is a line of single inheritance with its
+ * virtual table pointer first, so a pointer to a virtual member function is an offset into that
+ * table and contains nothing of its class. So the code for a property type is compiled once, not
+ * once for each class.
  */
 #pragma once
 
-#include <systemd/sd-bus.h>
+#include "property_types.hpp"
 
-#include <sdbusplus/sdbus.hpp>
-#include <sdbusplus/server/interface.hpp>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstring>
 #include <string>
-#include <type_traits>
+#include <string_view>
 
 namespace gantry
 {
 
-/** Stands for an object of any server class. Only ever pointed at. */
+/** Stands for an object of any server class. Used only through pointers. */
 struct Object
 {
 };
@@ -33,67 +39,171 @@ using Setter = Type (Class::*)(Type, bool);
 template <class Type, class Class = Object>
 using AnnouncingSetter = Type (Class::*)(Type);
 
-/** How a new value goes to set(): numbers in a register, all else where it is. */
-template <class Type>
-using Passed = std::conditional_t<std::is_scalar_v<Type>, Type, Type&>;
+/** The accessors of a property without the one-argument setter, which calls the other one. */
+template <class Type, class Class>
+struct Accessors
+{
+    Getter<Type, Class> get;
+    Setter<Type, Class> set;
+};
 
 /**
- * A property's setter: an equal value changes nothing; another one is stored, then announced under
- * the member name unless `skip_signal`. Gives the stored value. What the announcement throws is the
- * caller's, with the value stored.
+ * The accessors of a property of one of the types. A union of all of them, because a row must be a
+ * constant expression and a cast of such a pointer isn't one; accessors_of() copies the bytes.
  */
-template <class Type>
-Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,
-         sdbusplus::server::interface::interface& interface, const char* member);
+template <class Class, class Type, class... Others>
+union AnyAccessors
+{
+    constexpr explicit AnyAccessors(Accessors<Type, Class> accessors) : first(accessors)
+    {
+    }
+    template <class Other>
+    constexpr explicit AnyAccessors(Accessors<Other, Class> accessors) : others(accessors)
+    {
+    }
 
-/** set_and_announce() for a class already forgotten. Instantiated once for each type. */
+    Accessors<Type, Class> first;
+    AnyAccessors<Class, Others...> others;
+};
+
+template <class Class, class Type>
+union AnyAccessors<Class, Type>
+{
+    constexpr explicit AnyAccessors(Accessors<Type, Class> accessors) : first(accessors)
+    {
+    }
+
+    Accessors<Type, Class> first;
+};
+
+/** One property of a class: its member name, its type, whether a change of it is announced, and its
+ *  accessors. */
+template <class Class>
+struct Property
+{
+    template <class Type>
+    constexpr Property(const char* member_name, Getter<Type, Class> get, Setter<Type, Class> set,
+                       bool is_announced = true) :
+        member(member_name),
+        length(static_cast<std::uint8_t>(std::char_traits<char>::length(member_name))),
+        type(PropertyTypes::tag<Type>()),
+        announces(is_announced),
+        accessors(Accessors<Type, Class>{get, set})
+    {
+    }
+
+    const char* member;
+    /** Of the member name: D-Bus allows 255 bytes. */
+    std::uint8_t length;
+    /** The type's tag. */
+    std::uint8_t type;
+    /** Whether sd-bus has a PropertiesChanged to send for it. */
+    bool announces;
+    PropertyTypes::Apply<AnyAccessors, Class> accessors;
+};
+
+/** A row's accessors. Its type must be Type. */
 template <class Type>
-Type set_and_announce(Object& object, Setter<Type> setter, Type& value);
+Accessors<Type, Object> accessors_of(const Property<Object>& property)
+{
+    Accessors<Type, Object> accessors;
+    std::memcpy(static_cast<void*>(&accessors), &property.accessors, sizeof accessors);
+    return accessors;
+}
 
 /**
- * A property's one-argument setter: the two-argument one with an announcement. For types whose
- * copies are more code than this call; a number is passed on in place.
+ * The hash of a member name. It mixes the length with the first and the last eight bytes, in which
+ * almost all names of one interface differ: a number in a name is at its front or its end.
  */
-template <class Type, class Class>
-Type set_and_announce(Class& object, Setter<Type, std::type_identity_t<Class>> setter, Type& value)
+constexpr std::uint32_t name_hash(std::string_view name)
 {
-    return set_and_announce<Type>(reinterpret_cast<Object&>(object),
-                                  reinterpret_cast<Setter<Type>>(setter), value);
+    constexpr std::size_t word_size = sizeof(std::uint64_t);
+    const auto word = [](const char* at, std::size_t length)
+    {
+        std::uint64_t value = 0;
+        if (std::is_constant_evaluated() || length < word_size)
+        {
+            for (std::size_t index = length; index-- > 0;)
+            {
+                value = value << 8U | static_cast<unsigned char>(at[index]);
+            }
+        }
+        else
+        {
+            // Compiles to one load, whose bytes are in the order of the loop above on a
+            // little-endian machine only.
+            std::memcpy(&value, at, word_size);
+            if constexpr (std::endian::native == std::endian::big)
+            {
+                value = __builtin_bswap64(value);
+            }
+        }
+        return value;
+    };
+
+    const std::size_t length = name.size();
+    const std::size_t sampled = length < word_size ? length : word_size;
+    const std::uint64_t front = word(name.data(), sampled);
+    const std::uint64_t back = word(name.data() + (length - sampled), sampled);
+    std::uint64_t mixed = (front ^ std::rotl(back, 23) ^ length) * 0x9E37'79B9'7F4A'7C15U;
+    mixed ^= mixed >> 32U;
+    return static_cast<std::uint32_t>(mixed);
 }
 
-/** A property's getter: a copy of the stored value. For the same types. */
-template <class Type>
-Type get(const Type& stored);
-
-/** get_property() for a class already forgotten. Instantiated once for each property type. */
-template <class Type>
-int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, Getter<Type> getter);
-
-/** A property's get callback: appends what its getter gives to the reply under construction. */
-template <class Type, class Class>
-int get_property(sd_bus_message* reply, const Class& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, Getter<Type, std::type_identity_t<Class>> getter)
+/** The properties of some class, and the index over them. */
+class Properties
 {
-    return get_property<Type>(reply, reinterpret_cast<const Object&>(object), bus, error,
-                              reinterpret_cast<Getter<Type>>(getter));
-}
+  public:
+    constexpr Properties(const void* rows, const std::uint8_t* index_slots,
+                         std::uint32_t index_mask) :
+        first(rows), slots(index_slots), mask(index_mask)
+    {
+    }
 
-/** set_property() for a class already forgotten. */
-template <class Type>
-int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, AnnouncingSetter<Type> setter);
+    /** The row whose member is exactly `name`, or null. */
+    [[nodiscard]] const Property<Object>* find(std::string_view name) const noexcept;
 
-/**
- * A writable property's set callback: reads a value and gives it to the one-argument setter. A
- * failed read leaves the property as it was, and the client gets the error.
- */
-template <class Type, class Class>
-int set_property(sd_bus_message* value, Class& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, AnnouncingSetter<Type, std::type_identity_t<Class>> setter)
+    /** The place of one of these rows, below 255. */
+    [[nodiscard]] std::size_t place_of(const Property<Object>& row) const noexcept
+    {
+        return static_cast<std::size_t>(&row - static_cast<const Property<Object>*>(first));
+    }
+
+  private:
+    const void* first;
+    const std::uint8_t* slots;
+    std::uint32_t mask;
+};
+
+/** The index over the `count` rows of Class: at least half of its slots stay empty. */
+template <class Class, std::size_t count>
+class PropertyIndex
 {
-    return set_property<Type>(value, reinterpret_cast<Object&>(object), bus, error,
-                              reinterpret_cast<AnnouncingSetter<Type>>(setter));
-}
+  public:
+    constexpr explicit PropertyIndex(const Property<Class> (&rows)[count]) : first(rows)
+    {
+        static_assert(count < 255, "a slot is a byte, and 0 says empty");
+        for (std::size_t row = 0; row < count; ++row)
+        {
+            std::uint32_t at = name_hash(rows[row].member) & mask;
+            while (slots[at] != 0)
+            {
+                at = (at + 1) & mask;
+            }
+            slots[at] = static_cast<std::uint8_t>(row + 1);
+        }
+    }
+
+    constexpr operator Properties() const
+    {
+        return {first, slots.data(), mask};
+    }
+
+  private:
+    static constexpr std::uint32_t mask = std::bit_ceil(static_cast<std::uint32_t>(2 * count)) - 1;
+
+    const void* first;
+    std::array<std::uint8_t, mask + 1> slots{};
+};
 
 } // namespace gantry

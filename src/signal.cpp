@@ -1,7 +1,5 @@
 #include "signal.hpp"
 
-#include <gantry/context.hpp>
-
 #include <string>
 
 namespace gantry
@@ -21,7 +19,7 @@ const GANTRY_instance* find_sender(const Place& place, const Descriptor& descrip
         for (const auto& tracked : context->tracker)
         {
             GANTRY_LOG_AT(place, log::trace, "checking tracker");
-            if (tracked.deleter == descriptor.destroy)
+            if (tracked.deleter == descriptor.deleter)
             {
                 GANTRY_LOG_AT(place, log::trace, "found instance");
                 instance = descriptor.instance_of(tracked.object);
@@ -48,15 +46,10 @@ const GANTRY_instance* find_sender(const Place& place, const Descriptor& descrip
     return instance;
 }
 
-bool is_freed(const GANTRY_cpp_context& context) noexcept
-{
-    return context.freed;
-}
-
 void subscribe(GANTRY_cpp_context& context, const char* member,
                std::function<void(sdbusplus::message::message&)> arrival)
 {
-    const std::string rule = std::string("type='signal',") + "member='" + member + "',";
+    const auto rule = std::string("type='signal',member='") + member + "',";
     auto match = std::make_unique<sdbusplus::bus::match::match>(context.bus, rule.c_str(),
                                                                 std::move(arrival));
     context.signal_matches.push_back(std::move(match));

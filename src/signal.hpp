@@ -1,21 +1,21 @@
 /*
  * Signals, out and in.
  *
- * Out: a server class's emitting operation sends a message from its object. The exported function
- * finds the object, the host's own or the first of its class on the thread's context, and turns the
- * C values into the operation's.
+ * Out: an emitting operation of a server class sends a signal from its object. The exported
+ * function finds the object, the one that the host gave or the first of its class on the thread's
+ * context, and converts the C values for the operation.
  *
- * In: a subscription is a match on the member name alone. Each arrival is read into C forms, lent
- * to the host's callback, and released. Any client of the bus can send a signal of that name, so
- * one whose values can't be read is logged and dropped: it ends nobody's loop.
+ * In: a subscription is a match on the member name alone. Each arrival is read into C forms, which
+ * are lent to the host's callback and then released. Any client of the bus can send a signal of
+ * that name, so one whose values can't be read is logged and dropped, and ends no loop.
  */
 #pragma once
 
-#include "carrier.hpp"
-#include "descriptor.hpp"
-#include "dispatch.hpp"
+#include "edges.hpp"
 #include "for_bus.hpp"
-#include "resolve.hpp"
+#include "gantrycontext.hpp"
+#include "method_dispatch.hpp"
+#include "object.hpp"
 
 #include <functional>
 #include <sdbusplus/exception.hpp>
@@ -36,9 +36,9 @@ void emit(sdbusplus::server::interface::interface& interface, const char* member
 }
 
 /**
- * The record whose object a signal is to come from: `instance`, or for null that of the first
- * object of the class on the thread's context. Null, and logged, when there is none, or when the
- * host gave an object of another class.
+ * The record of the object that a signal comes from: `instance`, or for null that of the first
+ * object of the class on the thread's context. Returns null, and logs why, if there is none or if
+ * the host gave an object of another class.
  */
 const GANTRY_instance* find_sender(const Place& place, const Descriptor& descriptor,
                                    const GANTRY_instance* instance);
@@ -60,14 +60,12 @@ catch (const std::exception& failure)
     GANTRY_LOG_EXCEPTION_AT(place, failure.what());
 }
 
-/** Whether the context is only waiting for its callbacks to return. */
-bool is_freed(const GANTRY_cpp_context& context) noexcept;
-
 /** Adds a match on the member name to the context. */
 void subscribe(GANTRY_cpp_context& context, const char* member,
                std::function<void(sdbusplus::message::message&)> arrival);
 
-/** Reads a signal's values. False, and logged, when they aren't what the table says. */
+/** Reads a signal's values. Returns false, and logs it, if they have other types than the table's.
+ */
 template <class... Values>
 bool read_signal(const Place& place, sdbusplus::message::message& message,
                  CForms<Values...>& values)
@@ -100,13 +98,13 @@ try
               [context, callback = reinterpret_cast<Form>(callback), stem = place.stem,
                line = place.line](sdbusplus::message::message& message)
               {
-                  if (is_freed(*context))
+                  if (context->freed != nullptr)
                   {
                       return; // by the callback of another subscription to this signal
                   }
                   // NOLINTNEXTLINE(bugprone-lambda-function-name): the name that the log tells
                   const Place arrival{stem, line, static_cast<const char*>(__func__)};
-                  at_edge(
+                  at_bus_edge(
                       [&]
                       {
                           GANTRY_LOG_AT(arrival, log::trace, "enter lambda");

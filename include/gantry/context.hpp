@@ -16,11 +16,10 @@
 #include <memory>
 #include <vector>
 
-struct GANTRY_instance;
-
 namespace gantry
 {
 struct Descriptor;
+struct FreedObject;
 } // namespace gantry
 
 struct GANTRY_cpp_context
@@ -83,18 +82,17 @@ struct GANTRY_cpp_context
     /** Loops of this context on the stack: above 1 when a callback enters one. */
     std::uint32_t loops = 0;
 
-    /** Freed inside of a callback: destroyed as soon as nothing on the stack works on it. */
-    bool freed = false;
+    /** Null until the context is freed while it is in use; then what destroys it afterwards. */
+    void (*freed)(GANTRY_cpp_context* context) = nullptr;
 
-    /** What destroys a freed context under an event loop of the host's. */
-    sd_event_source* destruction = nullptr;
+    /** Objects that were freed inside a callback and are destroyed after it. */
+    gantry::FreedObject* freed_objects = nullptr;
 
-    /** The classes that have had objects here: what the deleters in the tracker tell. */
+    /** The event source that destroys what was freed; null before the first use. */
+    sd_event_source* deferral = nullptr;
+
+    /** The classes that have had objects here, to find one by its interface name. */
     std::vector<const gantry::Descriptor*> classes;
-
-    /** Objects that were freed inside a callback, and what takes them down when it has returned. */
-    GANTRY_instance* leaving = nullptr;
-    sd_event_source* departure = nullptr;
 };
 
 GANTRY_API void GANTRY_cpp_context_new(GANTRY_cpp_context** out);

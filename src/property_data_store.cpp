@@ -1,6 +1,6 @@
-#include "data_store.hpp"
+#include "property_data_store.hpp"
 
-#include "property.hpp"
+#include "property_callbacks.hpp"
 
 #include <tallybook.hpp>
 

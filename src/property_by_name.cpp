@@ -1,4 +1,6 @@
-#include "by_name.hpp"
+#include "property_by_name.hpp"
+
+#include "property_callbacks.hpp"
 
 namespace gantry
 {

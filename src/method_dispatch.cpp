@@ -1,4 +1,4 @@
-#include "dispatch.hpp"
+#include "method_dispatch.hpp"
 
 namespace gantry
 {

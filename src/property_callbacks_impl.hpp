@@ -1,13 +1,12 @@
 /*
- * The bodies behind property.hpp, for the files that instantiate them: a file for each group of
- * types.
+ * The bodies of property_callbacks.hpp, for the two files that instantiate them: one for the types
+ * of the inventory, one for what the sample interface adds.
  */
 #pragma once
 
-#include "carrier.hpp"
+#include "edges.hpp"
 #include "for_bus.hpp"
-#include "property.hpp"
-#include "property_types.hpp"
+#include "property_callbacks.hpp"
 
 #include <functional>
 #include <sdbusplus/sdbuspp_support/server.hpp>
@@ -16,7 +15,7 @@
 namespace gantry
 {
 
-/** Announces a change. sd-bus runs getters to do so, hence the carrier. */
+/** Announces a change. sd-bus runs the property's getter for it, hence the carrier. */
 inline void announce(sdbusplus::server::interface::interface& interface, const char* member)
 {
     Carrier::enter([&interface, member] { interface.property_changed(member); });
@@ -49,8 +48,8 @@ Type get(const Type& stored)
     return stored;
 }
 
-// What sdbusplus is given as a std::function, by reference: that fits into one, so nothing is
-// allocated. They have names because a std::function keeps its type's name in the binary.
+// sdbusplus takes these as a std::function, by reference, which fits into it without an allocation.
+// They are named types because a std::function keeps its type's name in the binary.
 
 template <class Type>
 struct Get
@@ -81,7 +80,7 @@ int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusIn
                  sd_bus_error* error, Getter<Type> getter)
 {
     const Get<Type> get{&object, getter};
-    return at_edge(
+    return at_bus_edge(
         [&]
         {
             return sdbusplus::sdbuspp::property_callback(reply, bus, error,
@@ -95,7 +94,7 @@ int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterfac
                  sd_bus_error* error, AnnouncingSetter<Type> setter)
 {
     const Set<Type> set{&object, setter};
-    return at_edge(
+    return at_bus_edge(
         [&]
         {
             return sdbusplus::sdbuspp::property_callback(

@@ -1,16 +1,25 @@
 /*
- * Properties by their names and C values: for each type a setter and a getter, thin around one
- * function each. The row that the name finds has the type, which must be the function's own, and
- * the accessors, which do the rest.
+ * What a host in C does with properties by their names: set one from a C value, get one as a C
+ * value, and announce several in one signal.
+ *
+ * For each type there is a setter and a getter, which call one function each. The row of the name
+ * has the property's type, which must be the type of the function, and the accessors, which do the
+ * work.
+ *
+ * sd-bus drops the whole signal for one name that it doesn't know, or whose property never
+ * announces a change. So names are checked first, and such a one is left out. Since equal names
+ * have the same row, the names that remain fit into an array on the stack.
  */
-#include "by_name.hpp"
-#include "c_edge.hpp"
 #include "c_form.hpp"
-#include "descriptor.hpp"
+#include "edges.hpp"
+#include "object.hpp"
+#include "property_by_name.hpp"
 
-#include <gantry/property.h>
+#include <gantry/property.hpp>
 
+#include <bitset>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -20,13 +29,16 @@
 namespace
 {
 
-constexpr char source_stem[] = "property_access";
+constexpr char source_stem[] = "property_c";
 
 using gantry::PropertyTypes;
 using Row = gantry::Property<gantry::Object>;
 using Texts = std::vector<std::string>;
 
-/** Finds the row of a member; gives 0, or the errno that says why there is none. */
+/** The index over a class's rows allows no more. */
+constexpr std::size_t max_properties = 254;
+
+/** Finds the row of a member. Returns 0, or the errno if there is none. */
 int find(const GANTRY_instance* instance, const char* member, const Row*& row)
 {
     if (instance == nullptr)
@@ -38,7 +50,7 @@ int find(const GANTRY_instance* instance, const char* member, const Row*& row)
     return row != nullptr ? 0 : ENOENT;
 }
 
-/** Sets a member of this type from a value of it; gives 0 or an errno. */
+/** Sets a member, whose type must be `type`, from a value of it. Returns 0 or an errno. */
 [[gnu::noinline]] int set(GANTRY_instance* instance, const char* member, const void* value,
                           bool skip_signal, std::uint8_t type)
 {
@@ -55,16 +67,16 @@ int find(const GANTRY_instance* instance, const char* member, const Row*& row)
     return 0;
 }
 
-/** Behind all setters of numbers. Its name is theirs in the log. */
+/** Called by all setters of numbers; the log has this name for all of them. */
 [[gnu::noinline]] void property_set(GANTRY_instance* instance, const char* member,
                                     const void* value, bool skip_signal, int* error,
                                     std::uint8_t type)
 {
-    gantry::at_c_edge(GANTRY_HERE, error,
-                      [&] { return set(instance, member, value, skip_signal, type); });
+    gantry::at_host_edge(GANTRY_HERE, error,
+                         [&] { return set(instance, member, value, skip_signal, type); });
 }
 
-/** Puts what a row's getter gives into an output of the type's C form; EINVAL for another type. */
+/** Stores what a row's getter returns in an output of its C form. Returns 0 or an errno. */
 using Copy = int (*)(const Row& row, const gantry::Object& object, void* out);
 
 template <class Type>
@@ -91,11 +103,11 @@ int copy(const Row& row, const gantry::Object& object, void* out)
     return 0;
 }
 
-/** Behind all getters. */
+/** Called by all getters; the log has this name for all of them. */
 [[gnu::noinline]] void property_get(GANTRY_instance* instance, const char* member, void* out,
                                     int* error, Copy copy)
 {
-    gantry::at_c_edge(
+    gantry::at_host_edge(
         GANTRY_HERE, error,
         [&]
         {
@@ -128,13 +140,13 @@ GANTRY_FIXED_SIZE_TYPES(GANTRY_DEFINE_ACCESS)
 void GANTRY_property_set_string(GANTRY_instance* instance, const char* member, const char* value,
                                 bool skip_signal, int* error)
 {
-    gantry::at_c_edge(GANTRY_HERE, error,
-                      [&]
-                      {
-                          const auto text = gantry::from_c<std::string>(value);
-                          return set(instance, member, &text, skip_signal,
-                                     PropertyTypes::tag<std::string>());
-                      });
+    gantry::at_host_edge(GANTRY_HERE, error,
+                         [&]
+                         {
+                             const auto text = gantry::from_c<std::string>(value);
+                             return set(instance, member, &text, skip_signal,
+                                        PropertyTypes::tag<std::string>());
+                         });
 }
 
 void GANTRY_property_get_string(GANTRY_instance* instance, const char* member, char** out,
@@ -146,13 +158,13 @@ void GANTRY_property_get_string(GANTRY_instance* instance, const char* member, c
 void GANTRY_property_set_strings(GANTRY_instance* instance, const char* member,
                                  const GANTRY_string_array* value, bool skip_signal, int* error)
 {
-    gantry::at_c_edge(GANTRY_HERE, error,
-                      [&]
-                      {
-                          const auto texts = gantry::from_c<Texts>(value);
-                          return set(instance, member, &texts, skip_signal,
-                                     PropertyTypes::tag<Texts>());
-                      });
+    gantry::at_host_edge(GANTRY_HERE, error,
+                         [&]
+                         {
+                             const auto texts = gantry::from_c<Texts>(value);
+                             return set(instance, member, &texts, skip_signal,
+                                        PropertyTypes::tag<Texts>());
+                         });
 }
 
 void GANTRY_property_get_strings(GANTRY_instance* instance, const char* member,
@@ -169,4 +181,66 @@ void GANTRY_strings_free(GANTRY_string_array** strings)
         auto* form = reinterpret_cast<gantry::CForm<Texts>::type>(std::exchange(*strings, nullptr));
         gantry::CForm<Texts>::release(form);
     }
+}
+
+int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* members)
+{
+    if (instance == nullptr)
+    {
+        return EINVAL;
+    }
+    if (members == nullptr)
+    {
+        return 0;
+    }
+
+    const auto& descriptor = *instance->descriptor;
+    const auto* properties = descriptor.properties;
+    std::bitset<max_properties> announced;
+    char* names[max_properties + 1];
+    std::size_t count = 0;
+    int error = 0;
+    for (; *members != nullptr; ++members)
+    {
+        const auto* row = properties != nullptr ? properties->find(*members) : nullptr;
+        if (row == nullptr)
+        {
+            GANTRY_LOG(gantry::log::failed, "there is no property [%s]", *members);
+            error = error != 0 ? error : ENOENT;
+            continue;
+        }
+        const auto place = properties->place_of(*row);
+        if (!row->announces)
+        {
+            GANTRY_LOG(gantry::log::failed, "property [%s] never announces a change", *members);
+            error = error != 0 ? error : EINVAL;
+        }
+        else if (!announced[place])
+        {
+            announced.set(place);
+            // sd-bus only reads it.
+            names[count++] = const_cast<char*>(row->member);
+        }
+    }
+    if (count == 0)
+    {
+        return error;
+    }
+    names[count] = nullptr;
+
+    // sd-bus runs the getters, hence the carrier.
+    const int result = gantry::Carrier::enter(
+        [&]
+        {
+            return sd_bus_emit_properties_changed_strv(GANTRY_get_sd_bus(instance->vctx->bus),
+                                                       instance->path, descriptor.interface, names);
+        });
+    gantry::throw_if_failed(result, "sd_bus_emit_properties_changed_strv");
+    return error;
+}
+
+void GANTRY_property_announce(GANTRY_instance* instance, const char* const* members, int* error)
+{
+    gantry::at_host_edge(GANTRY_HERE, error,
+                         [&] { return GANTRY_cpp_property_announce(instance, members); });
 }

@@ -1,12 +1,13 @@
-#include "method.hpp"
+#include "method_callback.hpp"
 
 #include <sdbusplus/server/transaction.hpp>
 
 namespace gantry
 {
 
-int call_message_method_of(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bus,
-                           sd_bus_error* error, MessageMethod method)
+int call_object_message_method(sd_bus_message* message, Object& object,
+                               sdbusplus::SdBusInterface* bus, sd_bus_error* error,
+                               MessageMethod method)
 {
     return at_method_edge(bus, error,
                           [&]

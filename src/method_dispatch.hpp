@@ -1,20 +1,20 @@
 /*
- * From an override to the host's C function and back. The override of a method has its inputs as
- * server-side values, or in message shape still in the message; the host's function has them as C
- * values, lent for the call, and puts its results through pointers that start at zero:
+ * From the override of a method to the host's C function and back. The override gets its inputs as
+ * server-side values, or in message shape still in the message; the host's function gets them as C
+ * values, lent for the call, and stores its results through pointers to values that start at zero:
  *
  *     inputs -> C forms -> table[slot](instance, inputs..., &outputs...) -> results -> release
  *
- * A missing record, table or slot is logged and leaves the zeros. What goes wrong with a
- * std::exception is logged here, and a bare std::exception goes on: it ends the dispatch loop, and
- * the client gets no reply.
+ * A missing record, table or function is logged, and the outputs stay zero. A std::exception is
+ * logged here, and a bare std::exception is thrown in its place: it ends the dispatch loop, and the
+ * client gets no reply.
  */
 #pragma once
 
 #include "c_form.hpp"
 #include "for_bus.hpp"
-#include "instance.hpp"
 #include "log.hpp"
+#include "object.hpp"
 
 #include <exception>
 #include <optional>
@@ -23,16 +23,17 @@
 namespace gantry
 {
 
-/** Some function of a table; its true type is that of its slot. */
+/** A function of a table, without its type. */
 using SlotFunction = void (*)();
 
-/** The function in slot `slot` of the host's table; null, and logged, when there is none. */
+/** The function in a slot of the host's table. Returns null if there is none, and logs it if there
+ * is no record or table. */
 SlotFunction find_function(const Place& place, const GANTRY_instance* instance, std::size_t slot);
 
-/** Logs the exception being handled and gives what goes on in its place. */
+/** Logs an exception and returns the one to throw in its place. */
 std::exception give_up(const Place& place, const std::exception& failure);
 
-/** What an override returns: one value, or a tuple of several. */
+/** The type that an override returns: one value, or a tuple of several. */
 template <class... Outputs>
 struct Results
 {
@@ -69,18 +70,16 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
             GANTRY_LOG_AT(place, log::trace, "not calling callback");
             return;
         }
-        std::apply(
-            [&](auto&... input)
-            {
-                std::apply(
-                    [&](auto&... output)
-                    { reinterpret_cast<Function>(function)(instance, input..., &output...); },
-                    outputs.forms);
-            },
-            inputs.forms);
+        [&]<std::size_t... input, std::size_t... output>(std::index_sequence<input...>,
+                                                         std::index_sequence<output...>)
+        {
+            reinterpret_cast<Function>(function)(instance, std::get<input>(inputs.forms)...,
+                                                 &std::get<output>(outputs.forms)...);
+        }
+        (std::index_sequence_for<Inputs...>{}, std::index_sequence_for<Outputs...>{});
     }
 
-    /** The outputs' values. An array of an input's type is put where that input's value was. */
+    /** The outputs' values. An array takes the storage of an input of the same type. */
     typename Results<Outputs...>::type results(Inputs&... values)
     {
         return std::apply(
@@ -95,13 +94,13 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
     static Output read_into(typename CForm<Output>::type form, Inputs&... values)
     {
         Output output{};
-        static_cast<void>((take(output, values) || ...));
+        static_cast<void>((reuse(output, values) || ...));
         CForm<Output>::read(form, output);
         return output;
     }
 
     template <class Output, class Input>
-    static bool take(Output& output, Input& value)
+    static bool reuse(Output& output, Input& value)
     {
         if constexpr (is_array<Output> && std::is_same_v<Output, Input>)
         {
@@ -112,7 +111,7 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
     }
 };
 
-/** The body of an override in reply shape. Its own parameters are used up. */
+/** The body of an override in reply shape. Its parameters are left in a moved-from state. */
 template <std::size_t slot, class... Outputs, class... Inputs>
 typename Results<Outputs...>::type dispatch(const Place& place, GANTRY_instance* instance,
                                             Inputs&... inputs)
@@ -159,7 +158,8 @@ void dispatch_message(const Place& place, GANTRY_instance* instance,
     try
     {
         const auto function = find_function(place, instance, slot);
-        // Goes last, behind all that the call made.
+        // Declared first: the reply's reference is dropped after all that the call made is
+        // released.
         std::optional<sdbusplus::message::message> reply;
         SlotCall<std::tuple<Inputs...>, Outputs> call;
         std::apply([&](auto&... input) { (read_argument<Inputs>(message, input), ...); },

@@ -1,7 +1,7 @@
 /*
- * What the sample interface adds: its composite types, and writing from the bus.
+ * What only the sample interface has: composite types, and properties that a client can write.
  */
-#include "property_impl.hpp"
+#include "property_callbacks_impl.hpp"
 
 namespace gantry
 {

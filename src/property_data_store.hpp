@@ -10,12 +10,12 @@
 namespace gantry
 {
 
-/** set() for such a property: registers the key in any case, also when nothing changed. */
+/** set() for such a property. Registers the key even if the value is the same. */
 std::string set_key(std::string& stored, std::string& value, bool skip_signal,
                     sdbusplus::server::interface::interface& interface, const char* member,
                     const char* class_name);
 
-/** What the destructor does: removes the key that the property holds. */
+/** Called by the destructor: removes the key that the property holds. */
 void remove_key(const std::string& stored);
 
 } // namespace gantry

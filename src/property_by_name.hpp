@@ -1,11 +1,11 @@
 /*
- * A class's properties by their D-Bus names, as values of the class's PropertyVariant. What differs
- * between classes is only which alternatives the variant has; the work is done by the row's
- * accessors, through one function for each property type.
+ * A class's properties by their D-Bus names, as values of the class's PropertyVariant. Classes
+ * differ only in the alternatives of that variant. The accessors in the property's row do the work,
+ * called through one function for each property type.
  */
 #pragma once
 
-#include "properties.hpp"
+#include "property.hpp"
 
 #include <string>
 #include <variant>
@@ -13,15 +13,15 @@
 namespace gantry
 {
 
-/** Sets the property of `row` from a value of the row's own type. */
+/** Sets the property of `row` from a value, which must be of the row's type. */
 void set_from(const Property<Object>& row, Object& object, const void* value, bool skip_signal);
 
-/** Throws what std::get throws for a variant that holds another alternative. */
+/** Throws what std::get throws if the variant holds another alternative. */
 [[noreturn]] void throw_wrong_alternative();
 
 /**
- * Sets the property of that name; an unknown name is no failure and changes nothing. Throws
- * std::bad_variant_access when the value doesn't hold the property's type.
+ * Sets the property of that name; an unknown name changes nothing. Throws std::bad_variant_access
+ * if the value doesn't hold the property's type.
  */
 template <class Class, class... Types>
 void set_by_name(const Properties& properties, Class& object, std::string_view name,
@@ -35,7 +35,7 @@ void set_by_name(const Properties& properties, Class& object, std::string_view n
     constexpr std::uint8_t tags[] = {PropertyTypes::tag<Types>()...};
     if (value.valueless_by_exception())
     {
-        static_cast<void>(std::get<0>(value)); // throws, and says so
+        static_cast<void>(std::get<0>(value)); // throws, with the text for such a variant
     }
     if (tags[value.index()] != row->type)
     {
@@ -61,7 +61,7 @@ void get_alternative(std::variant<Types...>& value, const Property<Object>& row,
 
 } // namespace details
 
-/** The value of the property of that name; of an unknown name the variant's default. */
+/** The value of the property of that name; the variant's default if the name is unknown. */
 template <class Variant, class Class>
 Variant get_by_name(const Properties& properties, const Class& object, std::string_view name)
 {

@@ -1,0 +1,138 @@
+#include "edges.hpp"
+
+#include <cxxabi.h>
+
+#include <cerrno>
+#include <new>
+#include <sdbusplus/exception.hpp>
+
+namespace gantry
+{
+namespace
+{
+
+constexpr char source_stem[] = "edges";
+
+// A bare pointer, not an object with a destructor: the destructor of the thread's pthread key may
+// destroy the thread's context after C++ thread-locals are gone.
+constinit thread_local Carrier* innermost = nullptr;
+
+/**
+ * Returns the positive errno of the exception being handled, and logs it for `place` unless that
+ * is null. A forced unwind passes through.
+ */
+// libstdc++ gives the handler of a forced unwind a null reference, which UBSan would report; so it
+// would in a caller that this were inlined into.
+[[gnu::noinline]] __attribute__((no_sanitize("null"))) int current_errno(const Place* place)
+{
+    int error = EIO;
+    const auto log = [place](const char* what)
+    {
+        if (place != nullptr)
+        {
+            GANTRY_LOG_EXCEPTION_AT(*place, what);
+        }
+    };
+    try
+    {
+        throw;
+    }
+    catch (const abi::__forced_unwind&)
+    {
+        throw;
+    }
+    catch (const std::exception& failure)
+    {
+        log(failure.what());
+        if (dynamic_cast<const std::bad_alloc*>(&failure) != nullptr)
+        {
+            error = ENOMEM;
+        }
+        else if (const auto* by_bus =
+                     dynamic_cast<const sdbusplus::exception::SdBusError*>(&failure);
+                 by_bus != nullptr && by_bus->get_errno() > 0)
+        {
+            error = by_bus->get_errno();
+        }
+    }
+    catch (...)
+    {
+        log("exception of unknown type");
+    }
+    return error;
+}
+
+} // namespace
+
+Carrier::Carrier() noexcept : outer(innermost)
+{
+    innermost = this;
+}
+
+Carrier::~Carrier()
+{
+    innermost = outer;
+    if (carried)
+    {
+        // The entered call threw an exception of its own, which is the one that goes on.
+        try
+        {
+            std::rethrow_exception(carried);
+        }
+        catch (...)
+        {
+            const Place place = GANTRY_HERE;
+            current_errno(&place);
+        }
+    }
+}
+
+void Carrier::rethrow()
+{
+    if (carried)
+    {
+        std::rethrow_exception(std::exchange(carried, nullptr));
+    }
+}
+
+int Carrier::take()
+{
+    // Null for an exception of another language's.
+    auto taken = std::current_exception();
+    const bool keeps = taken && innermost != nullptr && !innermost->carried;
+    const Place place = GANTRY_HERE;
+    const int error = current_errno(keeps ? nullptr : &place);
+    if (keeps)
+    {
+        innermost->carried = std::move(taken);
+    }
+    return -error;
+}
+
+__attribute__((no_sanitize("null"))) void at_host_edge(const Place& place, int* error,
+                                                       CallReference call)
+{
+    int result = 0;
+    try
+    {
+        result = call();
+    }
+    catch (...)
+    {
+        result = current_errno(&place);
+    }
+    if (error != nullptr)
+    {
+        *error = result;
+    }
+}
+
+void throw_if_failed(int result, const char* call)
+{
+    if (result < 0)
+    {
+        throw sdbusplus::exception::SdBusError(-result, call);
+    }
+}
+
+} // namespace gantry

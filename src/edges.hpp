@@ -1,0 +1,139 @@
+/*
+ * The two edges between C++ and C that no exception crosses.
+ *
+ * A bus callback is called by libsystemd. sd-bus and sd-event are C: an exception that unwinds
+ * through their frames runs none of their cleanup, leaves the event loop marked as running and the
+ * connection holding its current message, and ends the process where C was built without unwind
+ * tables. So an exception is taken at the edge of the callback, kept by the innermost Carrier on
+ * the stack, which belongs to the C++ frame that entered libsystemd, and thrown again there as soon
+ * as the C call has returned:
+ *
+ *     Carrier::enter (C++)  ->  sd_event_run, ... (C)  ->  at_bus_edge (C++)  ->  what may throw
+ *           throws again    <-       returns           <-    takes
+ *
+ * Without a Carrier on the stack, as when a host drives the thread's event loop itself, the
+ * exception is logged and dropped: if it were kept, it would end some other loop later.
+ *
+ * An exported function is called by the host. At its edge an exception is logged and becomes the
+ * errno that the function reports.
+ *
+ * A forced unwind (pthread_exit, cancellation) passes both edges: the thread is being ended.
+ */
+#pragma once
+
+#include "log.hpp"
+
+#include <exception>
+#include <type_traits>
+#include <utility>
+
+namespace gantry
+{
+
+class Carrier
+{
+  public:
+    Carrier() noexcept;
+    ~Carrier();
+    Carrier(const Carrier&) = delete;
+    Carrier(Carrier&&) = delete;
+    Carrier& operator=(const Carrier&) = delete;
+    Carrier& operator=(Carrier&&) = delete;
+
+    /**
+     * Runs `call`, which enters libsystemd, and returns its result. Throws what `call` itself
+     * throws, and the exception that a bus callback below it threw.
+     */
+    template <class Call>
+    static auto enter(Call&& call)
+    {
+        Carrier carrier;
+        if constexpr (std::is_void_v<std::invoke_result_t<Call>>)
+        {
+            std::forward<Call>(call)();
+            carrier.rethrow();
+        }
+        else
+        {
+            auto result = std::forward<Call>(call)();
+            carrier.rethrow();
+            return result;
+        }
+    }
+
+    /**
+     * Hands the exception being handled to the innermost Carrier; logs and drops it if there is
+     * none or if that one already has an exception. Returns its errno, negative.
+     */
+    static int take();
+
+  private:
+    void rethrow();
+
+    Carrier* outer;
+    std::exception_ptr carried;
+};
+
+/**
+ * The edge of a bus callback: returns the result of `call` to sd-bus, or, if `call` throws, what
+ * `failed` makes of the exception's negative errno. Inlined into its caller, so that a getter pays
+ * nothing for it.
+ */
+template <class Call>
+[[gnu::always_inline]] inline int at_bus_edge(const Call& call, int (*failed)(int error))
+{
+    try
+    {
+        return call();
+    }
+    catch (...)
+    {
+        return failed(Carrier::take());
+    }
+}
+
+/** For a property: an error, since sd-bus closes the connection if a getter reports success and has
+ *  appended nothing. */
+inline int as_error(int error) noexcept
+{
+    return error;
+}
+
+/** For a method or a match: handled, without a reply. */
+inline int as_handled(int /*error*/) noexcept
+{
+    return 1;
+}
+
+/** Type-erased, non-owning reference to a callable that returns int, so that at_host_edge() is
+ *  compiled only once. */
+class CallReference
+{
+  public:
+    template <class Call>
+    CallReference(const Call& call) :
+        object(&call), function([](const void* of) { return (*static_cast<const Call*>(of))(); })
+    {
+    }
+
+    int operator()() const
+    {
+        return function(object);
+    }
+
+  private:
+    const void* object;
+    int (*function)(const void* of);
+};
+
+/**
+ * The edge of an exported function that reports by an errno: stores the result of `call` in *error
+ * unless that is null. If `call` throws, logs the exception for `place` and stores its positive
+ * errno.
+ */
+void at_host_edge(const Place& place, int* error, CallReference call);
+
+/** Throws SdBusError if `result` is the negative errno of a failed `call` into libsystemd. */
+void throw_if_failed(int result, const char* call);
+
+} // namespace gantry

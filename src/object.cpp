@@ -1,0 +1,285 @@
+#include "object.hpp"
+
+#include "connection.hpp"
+#include "edges.hpp"
+#include "gantrycontext.hpp"
+
+#include <systemd/sd-bus.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace
+{
+
+constexpr char source_stem[] = "object";
+
+using Manager = sdbusplus::server::manager::manager;
+
+/** The holder consists of one slot pointer, which it gives to nobody. */
+sd_bus_slot* slot_of(const Manager& manager)
+{
+    static_assert(sizeof(Manager) == sizeof(sd_bus_slot*));
+    sd_bus_slot* slot = nullptr;
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): it is the pointer that is copied
+    std::memcpy(&slot, static_cast<const void*>(&manager), sizeof slot);
+    return slot;
+}
+
+/**
+ * Adds an object manager at `path` and returns its slot; null if the connection refuses it. The
+ * context holds the manager that was added last. The one before becomes the connection's: a
+ * floating slot stays registered until the connection is closed, and keeps nothing alive.
+ */
+sd_bus_slot* add_object_manager(GANTRY_cpp_context& context, const char* path)
+{
+    auto added = std::make_unique<Manager>(context.bus, path);
+    const std::unique_ptr<Manager> earlier{std::exchange(context.object_manager, added.release())};
+    if (earlier != nullptr)
+    {
+        if (sd_bus_slot* slot = slot_of(*earlier); slot != nullptr)
+        {
+            sd_bus_slot_set_floating(slot, 1);
+        }
+    }
+    return slot_of(*context.object_manager);
+}
+
+/** Takes the object manager that came with an object off the bus; null is ignored. */
+void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexcept
+{
+    if (slot == nullptr)
+    {
+        return;
+    }
+    if (context.object_manager != nullptr && slot_of(*context.object_manager) == slot)
+    {
+        delete std::exchange(context.object_manager, nullptr);
+        return;
+    }
+    // No longer floating, it has one reference, which is dropped here.
+    sd_bus_slot_ref(slot);
+    sd_bus_slot_set_floating(slot, 0);
+    sd_bus_slot_unref(slot);
+}
+
+/** A record for an object that is about to be made. */
+std::unique_ptr<GANTRY_instance, void (*)(GANTRY_instance*)>
+make_record(const gantry::Descriptor& descriptor, GANTRY_cpp_context* context, const void* table,
+            const char* path, void* user_private)
+{
+    std::unique_ptr<GANTRY_instance, void (*)(GANTRY_instance*)> instance{
+        new GANTRY_instance{.vctx = context,
+                            .table = table,
+                            .path = strdup(path),
+                            .user_private = user_private,
+                            .descriptor = &descriptor},
+        [](GANTRY_instance* record) { gantry::release_record(record); }};
+    if (instance->path == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    return instance;
+}
+
+/** The interface of an object as a list, as sd-bus takes it. sd-bus only reads it. */
+struct Interfaces
+{
+    explicit Interfaces(const GANTRY_instance& instance) :
+        names{const_cast<char*>(instance.descriptor->interface), nullptr}
+    {
+    }
+
+    char* names[2];
+};
+
+/** The record of the context's oldest object of a class at `path`, or at any path if that is null.
+ *  Returns null if there is none. */
+GANTRY_instance* find_object(const GANTRY_cpp_context& context,
+                             const gantry::Descriptor& descriptor, const char* path)
+{
+    for (const auto& tracked : context.tracker)
+    {
+        if (tracked.deleter == descriptor.deleter)
+        {
+            auto* instance = descriptor.instance_of(tracked.object);
+            if (path == nullptr || std::strcmp(instance->path, path) == 0)
+            {
+                return instance;
+            }
+        }
+    }
+    return nullptr;
+}
+
+void delete_freed(gantry::FreedObject& freed)
+{
+    auto* instance = reinterpret_cast<GANTRY_instance*>(reinterpret_cast<char*>(&freed) -
+                                                        offsetof(GANTRY_instance, freed));
+    instance->descriptor->deleter(instance->the_service);
+}
+
+} // namespace
+
+void gantry::delete_object(void* object, const Descriptor& descriptor)
+{
+    if (object != nullptr)
+    {
+        descriptor.delete_as_class(object);
+    }
+}
+
+void gantry::release_record(GANTRY_instance* instance) noexcept
+{
+    if (instance != nullptr)
+    {
+        std::free(instance->path);
+        delete instance;
+    }
+}
+
+void gantry::instantiate(const Place& place, const Descriptor& descriptor,
+                         GANTRY_cpp_context* context, const void* table, const char* path,
+                         void* user_private)
+try
+{
+    GANTRY_LOG_AT(place, log::trace, "enter");
+    context = resolve(place, context);
+    if (context == nullptr)
+    {
+        return;
+    }
+
+    const char* instance_path = path != nullptr ? path : descriptor.path;
+    GANTRY_LOG_AT(place, log::trace, "instance_path=[%s]", instance_path);
+    auto instance = make_record(descriptor, context, table, instance_path, user_private);
+    GANTRY_LOG_AT(place, log::trace, "inst->path=[%s]", instance->path);
+
+    if (context->service_name == nullptr)
+    {
+        GANTRY_LOG_AT(place, log::trace, "setting the service_name");
+        context->service_name = descriptor.interface;
+        GANTRY_LOG_AT(place, log::trace, "service_name=[%s]", context->service_name);
+        request_name(*context, context->service_name);
+    }
+    instance->manager = add_object_manager(*context, instance->path);
+
+    auto& classes = context->classes;
+    if (std::find(classes.begin(), classes.end(), &descriptor) == classes.end())
+    {
+        classes.push_back(&descriptor);
+    }
+    std::unique_ptr<void, void (*)(void*)> object{descriptor.create(context->bus, instance.get()),
+                                                  descriptor.deleter};
+    static_cast<void>(instance.release());
+    context->tracker.push_back({object.get(), descriptor.deleter});
+    static_cast<void>(object.release());
+    GANTRY_LOG_AT(place, log::trace, "leave");
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION_AT(place, error.what());
+}
+
+void GANTRY_instance_get_interface(GANTRY_instance* instance, const char** out)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (instance != nullptr && out != nullptr)
+    {
+        *out = instance->descriptor->interface;
+    }
+}
+
+void GANTRY_instance_find(GANTRY_cpp_context* context, const char* interface, const char* path,
+                          GANTRY_instance** out)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (out == nullptr)
+    {
+        return;
+    }
+    *out = nullptr;
+    context = gantry::resolve(GANTRY_HERE, context);
+    if (context == nullptr || interface == nullptr)
+    {
+        return;
+    }
+    for (const auto* descriptor : context->classes)
+    {
+        if (std::strcmp(descriptor->interface, interface) == 0)
+        {
+            *out = find_object(*context, *descriptor, path);
+            return;
+        }
+    }
+}
+
+void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    const auto announce = [instance]
+    {
+        if (instance == nullptr)
+        {
+            return EINVAL;
+        }
+        // sd-bus runs the getters, hence the carrier.
+        const int result = gantry::Carrier::enter(
+            [instance]
+            {
+                Interfaces interfaces{*instance};
+                return sd_bus_emit_interfaces_added_strv(GANTRY_get_sd_bus(instance->vctx->bus),
+                                                         instance->path, interfaces.names);
+            });
+        gantry::throw_if_failed(result, "sd_bus_emit_interfaces_added_strv");
+        return 0;
+    };
+    gantry::at_host_edge(GANTRY_HERE, error, announce);
+}
+
+void GANTRY_instance_free(GANTRY_instance** instance)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (instance == nullptr || *instance == nullptr)
+    {
+        return;
+    }
+    auto& freed = *std::exchange(*instance, nullptr);
+    auto& context = *freed.vctx;
+    auto& tracker = context.tracker;
+    const auto found =
+        std::find_if(tracker.begin(), tracker.end(),
+                     [&freed](const auto& tracked) { return tracked.object == freed.the_service; });
+    if (found == tracker.end())
+    {
+        return; // It was freed before, in the callback that is running.
+    }
+    tracker.erase(found);
+
+    Interfaces interfaces{freed};
+    if (const int result = sd_bus_emit_interfaces_removed_strv(GANTRY_get_sd_bus(context.bus),
+                                                               freed.path, interfaces.names);
+        result < 0)
+    {
+        GANTRY_LOG(gantry::log::failed, "sd_bus_emit_interfaces_removed_strv failed, rv=%d",
+                   result);
+    }
+    remove_object_manager(context, freed.manager);
+
+    if (gantry::is_in_callback(context))
+    {
+        freed.freed.destroy = delete_freed;
+        gantry::destroy_later(context, freed.freed);
+    }
+    else
+    {
+        freed.descriptor->deleter(freed.the_service);
+    }
+}

@@ -1,0 +1,102 @@
+/*
+ * Objects on the bus. An object of an interface is an instance of the interface's derived class,
+ * joined to one record: the object owns the record, the record points back at the object, and the
+ * host sees the record as an opaque pointer. One constant descriptor an interface says all that the
+ * frame needs to publish such an object, find it, announce it and free it.
+ */
+#pragma once
+
+#include "deferral.hpp"
+#include "log.hpp"
+#include "property.hpp"
+
+#include <gantry/instance.h>
+
+#include <systemd/sd-bus.h>
+
+struct GANTRY_instance
+{
+    GANTRY_cpp_context* vctx;
+    /** The host's callbacks for the interface. Not owned; may be null. */
+    const void* table;
+    /** A heap copy, owned. */
+    char* path;
+    /** The host's pointer for this object. Not owned. */
+    void* user_private;
+    /** The object, of its derived class, once it exists. */
+    void* the_service = nullptr;
+
+    /** The object's class. */
+    const gantry::Descriptor* descriptor;
+    /** The object manager at the path that came with the object. Not owned; null without one. */
+    sd_bus_slot* manager = nullptr;
+    /** Used once the object was freed inside a callback. */
+    gantry::FreedObject freed{};
+};
+
+namespace gantry
+{
+
+struct Descriptor
+{
+    /** The interface name, which is also the service name of a context that has none. */
+    const char* interface;
+    /** The path of an object that is given none. */
+    const char* path;
+    const sd_bus_vtable* vtable;
+    /** Null for a class without properties. */
+    const Properties* properties;
+
+    /** Makes the object and joins it to its record, which it owns from then on. */
+    void* (*create)(sdbusplus::bus::bus& bus, GANTRY_instance* instance);
+    /** The object's record. */
+    GANTRY_instance* (*instance_of)(const void* object);
+    /** Deletes an object of the class through its virtual destructor. */
+    void (*delete_as_class)(void* object);
+    /** The deleter under which objects of the class are tracked. Its address tells the class, so no
+     *  two classes share one. */
+    void (*deleter)(void* object);
+};
+
+/** A descriptor's `create` for a class. */
+template <class Class>
+void* create(sdbusplus::bus::bus& bus, GANTRY_instance* instance)
+{
+    auto* object = new Class(bus, instance->path);
+    instance->the_service = object;
+    object->inst = instance;
+    return object;
+}
+
+/** A descriptor's `instance_of` for a class. */
+template <class Class>
+GANTRY_instance* instance_of(const void* object)
+{
+    return static_cast<const Class*>(object)->inst;
+}
+
+/** A descriptor's `delete_as_class` for a class. */
+template <class Class>
+void delete_as_class(void* object)
+{
+    delete static_cast<Class*>(object);
+}
+
+/**
+ * The body of each class's deleter; a null object is ignored. Since each deleter passes its own
+ * descriptor, no linker that folds equal functions gives two classes the same address.
+ */
+void delete_object(void* object, const Descriptor& descriptor);
+
+/** Releases an object's record with the path in it; null is ignored. */
+void release_record(GANTRY_instance* instance) noexcept;
+
+/**
+ * The body of each exported creating function: makes the record, requests the service name if the
+ * context has none yet, adds an object manager at the path, makes the object and tracks it. Logs
+ * for `place`; throws nothing that is a std::exception.
+ */
+void instantiate(const Place& place, const Descriptor& descriptor, GANTRY_cpp_context* context,
+                 const void* table, const char* path, void* user_private);
+
+} // namespace gantry

@@ -1,0 +1,85 @@
+/*
+ * The accessors and bus callbacks of properties, as generated code calls them. Each is a
+ * class-independent core, instantiated once per property type and not once per class and type
+ * (property.hpp has the reason why that works), and where the class matters a template around it
+ * that casts the class away.
+ */
+#pragma once
+
+#include "property.hpp"
+
+#include <systemd/sd-bus.h>
+
+#include <sdbusplus/sdbus.hpp>
+#include <sdbusplus/server/interface.hpp>
+#include <string>
+#include <type_traits>
+
+namespace gantry
+{
+
+/** How a new value is passed to set(): a number by value, everything else by reference. */
+template <class Type>
+using Passed = std::conditional_t<std::is_scalar_v<Type>, Type, Type&>;
+
+/**
+ * The body of a property's two-argument setter: an equal value changes nothing; another one is
+ * stored, and then announced under the member name unless `skip_signal`. Returns the stored value.
+ * Throws what a getter throws that the announcement runs; the value is stored then.
+ */
+template <class Type>
+Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,
+         sdbusplus::server::interface::interface& interface, const char* member);
+
+/** The class-independent core of set_and_announce(). */
+template <class Type>
+Type set_and_announce(Object& object, Setter<Type> setter, Type& value);
+
+/**
+ * The body of a property's one-argument setter, which calls the two-argument one. For types whose
+ * copies take more code than this call; for a number, generated code calls the setter itself.
+ */
+template <class Type, class Class>
+Type set_and_announce(Class& object, Setter<Type, std::type_identity_t<Class>> setter, Type& value)
+{
+    return set_and_announce<Type>(reinterpret_cast<Object&>(object),
+                                  reinterpret_cast<Setter<Type>>(setter), value);
+}
+
+/** The body of a property's getter, for the same types: a copy of the stored value. */
+template <class Type>
+Type get(const Type& stored);
+
+/** The class-independent core of get_property(). */
+template <class Type>
+int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusInterface* bus,
+                 sd_bus_error* error, Getter<Type> getter);
+
+/** The body of a property's get callback: appends what the getter returns to the reply that sd-bus
+ *  is making. */
+template <class Type, class Class>
+int get_property(sd_bus_message* reply, const Class& object, sdbusplus::SdBusInterface* bus,
+                 sd_bus_error* error, Getter<Type, std::type_identity_t<Class>> getter)
+{
+    return get_property<Type>(reply, reinterpret_cast<const Object&>(object), bus, error,
+                              reinterpret_cast<Getter<Type>>(getter));
+}
+
+/** The class-independent core of set_property(). */
+template <class Type>
+int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterface* bus,
+                 sd_bus_error* error, AnnouncingSetter<Type> setter);
+
+/**
+ * The body of a writable property's set callback: reads a value and passes it to the one-argument
+ * setter. If the read fails, the property keeps its value and the client gets the error.
+ */
+template <class Type, class Class>
+int set_property(sd_bus_message* value, Class& object, sdbusplus::SdBusInterface* bus,
+                 sd_bus_error* error, AnnouncingSetter<Type, std::type_identity_t<Class>> setter)
+{
+    return set_property<Type>(value, reinterpret_cast<Object&>(object), bus, error,
+                              reinterpret_cast<AnnouncingSetter<Type>>(setter));
+}
+
+} // namespace gantry
