@@ -1,11 +1,11 @@
 /*
  * Values as C sees them. Each server-side type has one C form: a number is itself, a string is heap
  * text, an array or a set is a pointer to an array record and a struct a pointer to a structure
- * record, recursively. CForm says how a form is made from a value, read back into one, whatever it
- * held before, and released.
+ * record, recursively. CForm has how a form is made from a value, how it is read into a value,
+ * whose former content doesn't matter, and how it is released.
  *
  * Records are calloc()ed before they are filled, and null means empty at every level. So a record
- * that was only half filled when memory ran out is released like a whole one.
+ * that was only partly filled when memory ran out is released like a complete one.
  */
 #pragma once
 
@@ -38,7 +38,7 @@ inline void* allocate(std::size_t count, std::size_t size)
     return block;
 }
 
-/** Numbers, which need nothing. */
+/** Numbers: the form is the value. */
 template <class Type>
 struct CForm
 {
@@ -267,7 +267,7 @@ Value from_c(Form form)
 {
     if constexpr (std::is_pointer_v<Form>)
     {
-        // Only read: what a host gives so stays the host's.
+        // Only read: it stays the host's.
         return read_form<Value>((typename CForm<Value>::type)(form));
     }
     else

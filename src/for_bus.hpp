@@ -1,6 +1,6 @@
 /*
- * A value on its way to the bus: the same value with every text in it made UTF-8. A type without
- * text passes through untouched, and valid text pays for the check alone.
+ * Values for the bus: the same value, with every text in it repaired to UTF-8. A value of a type
+ * without text is returned as it is, and valid text costs only the check.
  */
 #pragma once
 
@@ -49,7 +49,7 @@ void repair(std::tuple<Members...>& members);
 template <class... Alternatives>
 void repair(std::variant<Alternatives...>& value);
 
-/** A part of a value, which may have no text. */
+/** Repairs a part of a value, if its type holds text. */
 template <class Type>
 void repair_part(Type& value)
 {
@@ -68,7 +68,7 @@ void repair(std::vector<Element>& elements)
     }
 }
 
-// Two keys may become one. The first stays, as for a client that sends one key twice.
+// Two keys may become equal. The first is kept, as when a client sends one key twice.
 template <class Key, class Value>
 void repair(std::map<Key, Value>& entries)
 {
@@ -89,7 +89,7 @@ void repair(std::tuple<Members...>& members)
     std::apply([](auto&... each) { (repair_part(each), ...); }, members);
 }
 
-// One without a value has nothing to repair; that it can't be sent is for the append to say.
+// A variant without a value has nothing to repair. Appending it fails later, with an error.
 template <class... Alternatives>
 void repair(std::variant<Alternatives...>& value)
 {
@@ -99,7 +99,7 @@ void repair(std::variant<Alternatives...>& value)
     }
 }
 
-/** The value as the bus takes it. */
+/** The value, repaired for the bus. */
 template <class Type>
 Type for_bus(Type value)
 {

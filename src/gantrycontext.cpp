@@ -127,7 +127,7 @@ try
     }
     if (const int error = pthread_setspecific(context_key, context.get()); error != 0)
     {
-        // Only for lack of memory. A context that the thread can't find again would never be freed.
+        // Memory is short. A context that the thread can't find again would never be freed.
         throw std::bad_alloc();
     }
     *out = context.release();

@@ -1,8 +1,8 @@
 /*
- * How the library logs: one call of the platform's tallylog_printf per message, whose format and
- * first three values tell the place. A place is a source file's stem, a line and a bare function
- * name. Code that logs for itself names its stem in a constant `source_stem`; frame code that does
- * the work of generated code logs for the place that called it.
+ * How the library logs: one call of the platform's tallylog_printf a message. The first three
+ * values of its format are the place: a source file's stem, a line and a bare function name. Code
+ * that logs for itself has its stem in a constant `source_stem`; code that does the work of
+ * generated code logs for the place that called it.
  */
 #pragma once
 
@@ -11,7 +11,7 @@
 namespace gantry
 {
 
-/** The place that a message tells. */
+/** The place that a message names. */
 struct Place
 {
     const char* stem;
@@ -34,8 +34,8 @@ inline constexpr int server_mask = 0x80;
 } // namespace log
 } // namespace gantry
 
-// Macros, since a place is where the text stands and the format has to be one literal for the
-// compiler to check its values.
+// Macros, because the place is the line of the call, and because the compiler checks the values
+// only against a format that is one literal.
 
 #define GANTRY_HERE                                                                                \
     ::gantry::Place                                                                                \

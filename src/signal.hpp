@@ -100,9 +100,9 @@ try
               {
                   if (context->freed != nullptr)
                   {
-                      return; // by the callback of another subscription to this signal
+                      return; // another subscription's callback for this signal freed it
                   }
-                  // NOLINTNEXTLINE(bugprone-lambda-function-name): the name that the log tells
+                  // NOLINTNEXTLINE(bugprone-lambda-function-name): the name for the log
                   const Place arrival{stem, line, static_cast<const char*>(__func__)};
                   at_bus_edge(
                       [&]

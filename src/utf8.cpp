@@ -8,8 +8,8 @@ namespace gantry
 namespace
 {
 
-/** One step through the text: how many bytes, and whether they are a character that sd-bus takes.
- */
+/** One step through the text: its number of bytes, and whether they are a character that sd-bus
+ *  accepts. */
 struct Step
 {
     std::size_t length;
@@ -19,8 +19,8 @@ struct Step
 using Byte = unsigned char;
 
 /**
- * The step at the start of `text`, which isn't empty. An invalid one covers the bytes that could
- * have begun a character (Unicode's maximal subpart), so that one broken character is one step.
+ * The step at the start of `text`, which isn't empty. An invalid step has the bytes that could
+ * begin a character (Unicode's maximal subpart), so that one broken character is one step.
  */
 Step step(std::string_view text) noexcept
 {
@@ -31,8 +31,8 @@ Step step(std::string_view text) noexcept
         return {1, true};
     }
 
-    // The lead byte tells the length, and what the second byte may be: that leaves out overlong
-    // forms, surrogates and all beyond U+10FFFF.
+    // The lead byte determines the length and the range of the second byte, which excludes overlong
+    // forms, surrogates and everything above U+10FFFF.
     std::size_t length = 0;
     Byte lowest = 0x80;
     Byte highest = 0xBF;

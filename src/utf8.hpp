@@ -1,7 +1,7 @@
 /*
- * Text on its way to the bus. D-Bus strings are UTF-8, and sd-bus takes nothing else: a string that
- * isn't is not appended, and the half-made message costs the connection. Inventory text comes from
- * EEPROMs, so what the host stored stays as it is, and what leaves is repaired.
+ * Text for the bus. D-Bus strings are UTF-8. sd-bus doesn't append any other string, and sending
+ * the incomplete message closes the connection. Inventory text comes from EEPROMs, so what the host
+ * stored stays as it is, and is repaired when it is sent.
  */
 #pragma once
 
@@ -11,7 +11,7 @@
 namespace gantry
 {
 
-/** Whether sd-bus takes the text: UTF-8 without surrogates and noncharacters. */
+/** Whether sd-bus accepts the text: UTF-8 without surrogates and noncharacters. */
 bool is_utf8(std::string_view text) noexcept;
 
 /** The text with each invalid sequence replaced by U+FFFD. */
