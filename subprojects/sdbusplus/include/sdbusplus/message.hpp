@@ -90,14 +90,14 @@ class message
      * Reads the next values, all of them or none: each argument is set once all have been read.
      * Throws SdBusError naming the first call that failed.
      */
-    template <typename... Ts>
+    template <class... Ts>
     void read(Ts&... values)
     {
         std::tie(values...) = read_values<Ts...>(interface(), get());
     }
 
     /** Reads the next values and returns them, several as a tuple. Throws like read. */
-    template <typename... Ts>
+    template <class... Ts>
     auto unpack()
     {
         if constexpr (sizeof...(Ts) == 1)
@@ -114,7 +114,7 @@ class message
      * Appends the values one behind the other; that one could not be appended shows when the
      * message is sent. Throws std::bad_variant_access for a variant without a value.
      */
-    template <typename... Ts>
+    template <class... Ts>
     void append(const Ts&... values)
     {
         sdbusplus::message::append(interface(), get(), values...);

@@ -72,18 +72,18 @@ inline void append_value(const Writer& to, const std::string& value)
     to.basic(SD_BUS_TYPE_STRING, value.c_str());
 }
 
-template <typename T>
+template <class T>
 void append_value(const Writer& to, const std::vector<T>& value);
-template <typename T>
+template <class T>
 void append_value(const Writer& to, const std::set<T>& value);
-template <typename K, typename V>
+template <class K, class V>
 void append_value(const Writer& to, const std::map<K, V>& value);
-template <typename... Ts>
+template <class... Ts>
 void append_value(const Writer& to, const std::tuple<Ts...>& value);
-template <typename... Ts>
+template <class... Ts>
 void append_value(const Writer& to, const std::variant<Ts...>& value);
 
-template <typename K, typename V>
+template <class K, class V>
 void append_value(const Writer& to, const std::pair<const K, V>& entry)
 {
     to.open(SD_BUS_TYPE_DICT_ENTRY, types::type_id<K, V>.data());
@@ -92,7 +92,7 @@ void append_value(const Writer& to, const std::pair<const K, V>& entry)
     to.close();
 }
 
-template <typename Elements>
+template <class Elements>
 void append_array(const Writer& to, const Elements& elements)
 {
     to.open(SD_BUS_TYPE_ARRAY, types::type_id<typename Elements::value_type>.data());
@@ -103,7 +103,7 @@ void append_array(const Writer& to, const Elements& elements)
     to.close();
 }
 
-template <typename T>
+template <class T>
 void append_value(const Writer& to, const std::vector<T>& value)
 {
     if constexpr (types::Number<T>)
@@ -116,19 +116,19 @@ void append_value(const Writer& to, const std::vector<T>& value)
     }
 }
 
-template <typename T>
+template <class T>
 void append_value(const Writer& to, const std::set<T>& value)
 {
     append_array(to, value);
 }
 
-template <typename K, typename V>
+template <class K, class V>
 void append_value(const Writer& to, const std::map<K, V>& value)
 {
     append_array(to, value);
 }
 
-template <typename... Ts>
+template <class... Ts>
 void append_value(const Writer& to, const std::tuple<Ts...>& value)
 {
     to.open(SD_BUS_TYPE_STRUCT, types::type_id<Ts...>.data());
@@ -136,11 +136,11 @@ void append_value(const Writer& to, const std::tuple<Ts...>& value)
     to.close();
 }
 
-template <typename... Ts>
+template <class... Ts>
 void append_value(const Writer& to, const std::variant<Ts...>& value)
 {
     std::visit(
-        [&]<typename T>(const T& alternative)
+        [&]<class T>(const T& alternative)
         {
             to.open(SD_BUS_TYPE_VARIANT, types::type_id<T>.data());
             append_value(to, alternative);
@@ -155,7 +155,7 @@ void append_value(const Writer& to, const std::variant<Ts...>& value)
  * Appends the values to `m` one behind the other. Throws std::bad_variant_access, with nothing of
  * that variant appended, for a variant without a value.
  */
-template <typename... Ts>
+template <class... Ts>
 void append(SdBusInterface* intf, sd_bus_message* m, const Ts&... values)
 {
     const details::Writer to(intf, m);

@@ -89,19 +89,19 @@ inline void read_value(const Reader& from, std::string& value)
     value = from.string();
 }
 
-template <typename T>
+template <class T>
 void read_value(const Reader& from, std::vector<T>& value);
-template <typename T>
+template <class T>
 void read_value(const Reader& from, std::set<T>& value);
-template <typename K, typename V>
+template <class K, class V>
 void read_value(const Reader& from, std::map<K, V>& value);
-template <typename... Ts>
+template <class... Ts>
 void read_value(const Reader& from, std::tuple<Ts...>& value);
-template <typename... Ts>
+template <class... Ts>
 void read_value(const Reader& from, std::variant<Ts...>& value);
 
 /** Enters an array, calls `element` once per element, and leaves it. */
-template <typename Element>
+template <class Element>
 void read_array(const Reader& from, const Container& container, const char* contents,
                 const Element& element)
 {
@@ -113,7 +113,7 @@ void read_array(const Reader& from, const Container& container, const char* cont
     from.exit(container);
 }
 
-template <typename T>
+template <class T>
 void read_value(const Reader& from, std::vector<T>& value)
 {
     if constexpr (types::Number<T>)
@@ -141,7 +141,7 @@ void read_value(const Reader& from, std::vector<T>& value)
                });
 }
 
-template <typename T>
+template <class T>
 void read_value(const Reader& from, std::set<T>& value)
 {
     read_array(from, set_container, types::type_id<T>.data(),
@@ -153,7 +153,7 @@ void read_value(const Reader& from, std::set<T>& value)
                });
 }
 
-template <typename K, typename V>
+template <class K, class V>
 void read_value(const Reader& from, std::map<K, V>& value)
 {
     read_array(from, set_container, types::type_id<std::pair<const K, V>>.data(),
@@ -169,7 +169,7 @@ void read_value(const Reader& from, std::map<K, V>& value)
                });
 }
 
-template <typename... Ts>
+template <class... Ts>
 void read_value(const Reader& from, std::tuple<Ts...>& value)
 {
     from.enter(tuple_container, types::type_id<Ts...>.data());
@@ -178,7 +178,7 @@ void read_value(const Reader& from, std::tuple<Ts...>& value)
 }
 
 /** Reads the alternative T if the variant holds one. */
-template <typename T, typename Variant>
+template <class T, class Variant>
 bool read_alternative(const Reader& from, Variant& value)
 {
     constexpr const char* contents = types::type_id<T>.data();
@@ -194,7 +194,7 @@ bool read_alternative(const Reader& from, Variant& value)
     return true;
 }
 
-template <typename... Ts>
+template <class... Ts>
 void read_value(const Reader& from, std::variant<Ts...>& value)
 {
     // A content that is none of the alternatives is passed over and counts as the default.
@@ -211,7 +211,7 @@ void read_value(const Reader& from, std::variant<Ts...>& value)
  * Reads the next values of `m` into fresh variables and hands them back together. Throws SdBusError
  * naming the first call that failed; the message stays where that call left it.
  */
-template <typename... Ts>
+template <class... Ts>
 std::tuple<Ts...> read_values(SdBusInterface* intf, sd_bus_message* m)
 {
     std::tuple<Ts...> values{};

@@ -35,7 +35,7 @@ constexpr auto join(const std::array<char, sizes>&... pieces)
 }
 
 /** The signature of one type; a type without a D-Bus form has none and does not compile. */
-template <typename T>
+template <class T>
 struct signature;
 
 template <char c>
@@ -45,7 +45,7 @@ struct letter
 };
 
 /** The signatures of several types, one behind the other. */
-template <typename... Ts>
+template <class... Ts>
 constexpr auto contents = join(signature<Ts>::value...);
 
 // clang-format off
@@ -59,33 +59,33 @@ template <> struct signature<long> : letter<'x'> {};
 template <> struct signature<unsigned long> : letter<'t'> {};
 template <> struct signature<double> : letter<'d'> {};
 template <> struct signature<std::string> : letter<'s'> {};
-template <typename... Ts> struct signature<std::variant<Ts...>> : letter<'v'> {};
+template <class... Ts> struct signature<std::variant<Ts...>> : letter<'v'> {};
 // clang-format on
 
-template <typename T>
+template <class T>
 struct signature<std::vector<T>>
 {
     static constexpr auto value = join(letter<'a'>::value, signature<T>::value);
 };
 
-template <typename T>
+template <class T>
 struct signature<std::set<T>> : signature<std::vector<T>>
 {
 };
 
-template <typename... Ts>
+template <class... Ts>
 struct signature<std::tuple<Ts...>>
 {
     static constexpr auto value = join(letter<'('>::value, contents<Ts...>, letter<')'>::value);
 };
 
-template <typename K, typename V>
+template <class K, class V>
 struct signature<std::pair<const K, V>>
 {
     static constexpr auto value = join(letter<'{'>::value, contents<K, V>, letter<'}'>::value);
 };
 
-template <typename K, typename V>
+template <class K, class V>
 struct signature<std::map<K, V>> : signature<std::vector<std::pair<const K, V>>>
 {
 };
@@ -96,18 +96,18 @@ struct signature<std::map<K, V>> : signature<std::vector<std::pair<const K, V>>>
  * The signature of the types in a row, with its terminating zero: type_id<short, bool>.data() is
  * "nb". Shared by all who use it.
  */
-template <typename... Ts>
+template <class... Ts>
 inline constexpr auto type_id = details::join(details::contents<Ts...>, std::array<char, 1>{'\0'});
 
 /** The letter of a type whose signature is one letter. */
-template <typename T>
+template <class T>
 inline constexpr char type_letter = details::signature<T>::value.front();
 
 /**
  * A number of fixed size, which is the same in memory and on the wire; not bool, which is one byte
  * in memory and four on the wire.
  */
-template <typename T>
+template <class T>
 concept Number = std::is_arithmetic_v<T> && !std::is_same_v<T, bool>;
 
 } // namespace types

@@ -43,7 +43,7 @@ int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error,
  * What is the same around each function: wraps `msg`, begins its transaction, runs `body` on it,
  * and puts a failure of this layer into `error`.
  */
-template <typename Body>
+template <class Body>
 int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error, const Body& body)
 {
     return serve(
@@ -56,7 +56,7 @@ int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error, const 
  * on the reply, which sd-bus holds over the callback. The reference would cost more than all else
  * here: it counts on the connection too, by atomic instructions.
  */
-template <typename R>
+template <class R>
 [[gnu::always_inline]] inline int serve_getter(sd_bus_message* msg, SdBusInterface* intf,
                                                sd_bus_error* error, std::function<R()>& f)
 {
@@ -80,7 +80,7 @@ template <typename R>
  * reply under construction; a function of one argument is a setter, which gets the value in `msg`.
  * Returns 1, or what putting the failure into `error` gave.
  */
-template <typename R, typename... Args>
+template <class R, class... Args>
 [[gnu::always_inline]] inline int property_callback(sd_bus_message* msg, SdBusInterface* intf,
                                                     sd_bus_error* error,
                                                     std::function<R(Args&&...)> f)
@@ -105,7 +105,7 @@ template <typename R, typename... Args>
  * method's separate results; without it is one value, and a tuple one struct. Returns 1, or what
  * putting the failure into `error` gave.
  */
-template <bool multi_return = false, typename R, typename... Args>
+template <bool multi_return = false, class R, class... Args>
 int method_callback(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error,
                     std::function<R(Args&&...)> f)
 {

@@ -12,7 +12,7 @@ namespace stdplus
 {
 
 /** T is the raw value, Args what taking and releasing a reference need besides the value. */
-template <typename T, typename... Args>
+template <class T, class... Args>
 struct Copyable
 {
     /**
@@ -26,7 +26,7 @@ struct Copyable
 
       public:
         /** Takes over the value's reference; empty if there is none. */
-        template <typename... Vs>
+        template <class... Vs>
         explicit Handle(std::optional<T> value, Vs&&... vs) :
             Base(std::move(value), std::forward<Vs>(vs)...)
         {

@@ -11,7 +11,7 @@ namespace stdplus
 {
 
 /** T is the raw value, Args what its release needs besides the value. */
-template <typename T, typename... Args>
+template <class T, class... Args>
 struct Managed
 {
     static_assert(std::is_trivially_copyable_v<T>, "a raw handle is copied like a pointer");
@@ -22,7 +22,7 @@ struct Managed
     {
       public:
         /** Takes over the value's reference; empty if there is none. */
-        template <typename... Vs>
+        template <class... Vs>
         explicit Handle(std::optional<T> value, Vs&&... vs) :
             data(std::forward<Vs>(vs)...), held(std::move(value))
         {
