@@ -1,5 +1,5 @@
-// Appending mirrors reading, with the difference that no call's result is looked at: a message that
-// could not be filled is refused by sd-bus when it is sent.
+// Appending mirrors reading, except that the calls' results are ignored: if a value can't be
+// appended, sd-bus refuses to send the message.
 #pragma once
 
 #include "sdbusplus/message/types.hpp"
@@ -21,7 +21,7 @@ namespace message
 namespace details
 {
 
-/** The end of a message that is being filled. */
+/** Appends to a message under construction. */
 class Writer
 {
   public:
@@ -66,7 +66,7 @@ inline void append_value(const Writer& to, bool value)
     to.basic(SD_BUS_TYPE_BOOLEAN, &wide);
 }
 
-// A D-Bus string has no zero bytes: the text ends at the first one.
+// A D-Bus string can't contain a zero byte, so the text ends at the first one.
 inline void append_value(const Writer& to, const std::string& value)
 {
     to.basic(SD_BUS_TYPE_STRING, value.c_str());
@@ -152,8 +152,8 @@ void append_value(const Writer& to, const std::variant<Ts...>& value)
 } // namespace details
 
 /**
- * Appends the values to `m` one behind the other. Throws std::bad_variant_access, with nothing of
- * that variant appended, for a variant without a value.
+ * Appends the values to `m` in order. For a variant without a value it appends nothing and throws
+ * std::bad_variant_access.
  */
 template <class... Ts>
 void append(SdBusInterface* intf, sd_bus_message* m, const Ts&... values)
