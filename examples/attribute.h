@@ -1,5 +1,5 @@
 /*
- * Which property takes what which file holds: most of an object is a table of these.
+ * Maps properties to the files that hold their values. A table of these fills most of an object.
  */
 #ifndef ATTRIBUTE_H
 #define ATTRIBUTE_H
@@ -14,7 +14,7 @@ struct attribute
     int base;        /* of a number, as for sysfs_number */
 };
 
-/* Reads the files of one directory. A file that isn't there leaves its property as it is. */
+/* Reads the files of one directory. A missing file leaves its property unchanged. */
 void attributes_read(struct object* object, const char* directory,
                      const struct attribute* attributes, size_t count);
 

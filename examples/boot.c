@@ -13,7 +13,7 @@ struct boot
     struct efi_boot_order order;
 };
 
-/* The option's place in the order, counted from 1; 0 is none. */
+/* The option's place in the order, counted from 1; 0 if it isn't there. */
 static size_t index_of(const struct efi_boot_order* order, uint16_t option)
 {
     for (size_t i = 0; i < order->count; ++i)

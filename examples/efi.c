@@ -8,13 +8,13 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* The vendor of the firmware's own variables, the boot order among them; other vendors may use such
- * names too. */
+/* The vendor of the firmware's own variables. Variables of other vendors may have the same names.
+ */
 #define GLOBAL "-8be4df61-93ca-11d2-aa0d-00e098032b8c"
 
 static const char variables[] = "firmware/efi/efivars";
 
-/* A variable's value, or what is left of it: each function below takes from its front. */
+/* A variable's value, or the rest of it: the functions below take bytes from its front. */
 struct bytes
 {
     const unsigned char* data;
@@ -23,11 +23,11 @@ struct bytes
 
 enum
 {
-    attributes_size = 4, /* in front of each value */
+    attributes_size = 4, /* before each value */
     most_bytes = 65536
 };
 
-/* False if the variable is missing or has no value. `buffer` is where its bytes then are. */
+/* Reads a variable into `buffer`; false if it is missing or empty. `value` points into `buffer`. */
 static bool read_variable(const char* sys, const char* name, unsigned char buffer[most_bytes],
                           struct bytes* value)
 {
@@ -88,8 +88,8 @@ static void write_utf8(FILE* out, uint32_t point)
     }
 }
 
-/* Takes UTF-16 up to the null that ends it and writes it in UTF-8. Half a surrogate pair becomes a
- * replacement character. If no null ends it, nothing is taken or written. */
+/* Takes null-terminated UTF-16 and writes it as UTF-8. Half a surrogate pair becomes a replacement
+ * character. If there is no null, nothing is taken or written. */
 static bool take_text(struct bytes* from, FILE* out)
 {
     enum
@@ -142,7 +142,7 @@ static void write_hexadecimal(FILE* out, struct bytes bytes)
     }
 }
 
-/* Writes a device path as far as its nodes are well-formed. */
+/* Writes a device path up to its first malformed node. */
 static void write_path(FILE* out, struct bytes path)
 {
     enum
@@ -173,7 +173,7 @@ static void write_path(FILE* out, struct bytes path)
     }
 }
 
-/* What `write` makes of the bytes; null, as no text, when memory is short. */
+/* The text that `write` makes of the bytes; null, which means no text, if memory runs out. */
 static char* text_of(void (*write)(FILE* out, struct bytes bytes), struct bytes bytes)
 {
     char* text = NULL;
@@ -284,7 +284,7 @@ static void visit_variable(void* data, const char* path, const char* file)
     {
         return;
     }
-    /* Spelled again, it also tells BootOrder and other people's variables from load options. */
+    /* Comparing the whole name excludes other variables, such as BootCurrent, and other vendors. */
     efi_option_name((uint16_t)number, name);
     if (strncmp(file, name, strlen(name)) == 0 && strcmp(file + strlen(name), GLOBAL) == 0)
     {

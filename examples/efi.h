@@ -1,7 +1,6 @@
 /*
- * What the firmware keeps of booting in EFI variables: the boot order, and a load option for each
- * Boot#### variable. A variable is the firmware's word, not ours: it may be short, torn or
- * hostile, and is then as absent as one that isn't there.
+ * The firmware's boot configuration in EFI variables: the boot order, and a load option in each
+ * Boot#### variable. Variables are not trusted: a malformed one is treated as a missing one.
  */
 #ifndef EFI_H
 #define EFI_H
@@ -19,13 +18,13 @@ enum
 struct efi_load_option
 {
     bool active;
-    /* Texts are freed by efi_free_load_option. */
+    /* efi_free_load_option frees the texts. */
     char* description;
     char* path; /* a file as its name, any other node as Path(type,subtype,hex) */
-    char* data; /* what the firmware hands to what it starts, two capital digits a byte */
+    char* data; /* what the firmware passes to the program, two upper-case hex digits per byte */
 };
 
-/* The numbers of the load options in the order in which they are tried. */
+/* The numbers of the load options, in the order in which the firmware tries them. */
 struct efi_boot_order
 {
     size_t count;
@@ -37,7 +36,7 @@ bool efi_read_boot_order(const char* sys, struct efi_boot_order* order);
 /* The number of the load option that the machine started from. */
 bool efi_read_boot_current(const char* sys, uint16_t* number);
 
-/* `Boot001A` of 0x001A. */
+/* `Boot001A` for 0x001A. */
 void efi_option_name(uint16_t number, char name[efi_name_size]);
 
 bool efi_read_load_option(const char* sys, uint16_t number, struct efi_load_option* option);

@@ -5,7 +5,7 @@
 #include <stdlib.h>
 #include <sys/utsname.h>
 
-/* A dotted version as a number that sorts: 6.1.12 is 0x0006'0001'000C'0000. */
+/* A dotted version as a number that sorts like it: 6.1.12 is 0x0006'0001'000C'0000. */
 static uint64_t packed_version(const char* version)
 {
     uint64_t packed = 0;

@@ -1,24 +1,24 @@
 /*
  * What the host publishes once, when it starts: a function for each topic. `sys` is the directory
- * where sysfs is mounted. A failure is told to the log, and what else there is is published.
+ * where sysfs is mounted. A failure is logged, and the rest is still published.
  */
 #ifndef INVENTORY_H
 #define INVENTORY_H
 
 #include <gantry/gantry.h>
 
-/* The inventory's word on itself, a HWISupport: not ready until it is declared to be. */
+/* Whether the inventory is ready, a HWISupport: false until declare_readiness. */
 void publish_readiness(GANTRY_cpp_context* context);
 void declare_readiness(GANTRY_cpp_context* context);
 
-/* The firmware that the machine started from, a BLT: what DMI tells, or the kernel where there is
- * no DMI. */
+/* The firmware that the machine started from, a BLT: from DMI, or the kernel where there is no DMI.
+ */
 void publish_firmware(GANTRY_cpp_context* context, const char* sys);
 
 /* The inventory's record of that firmware, a BiosSoftwareInventory; none where there is no DMI. */
 void publish_software(GANTRY_cpp_context* context, const char* sys);
 
-/* What the machine boots, where its firmware is EFI: a BootDevice for each load option, and a
+/* The boot configuration of a machine with EFI firmware: a BootDevice for each load option, and a
  * BootSequence with the order in which they are tried. */
 void publish_boot(GANTRY_cpp_context* context, const char* sys);
 

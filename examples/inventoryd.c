@@ -1,7 +1,7 @@
 /*
- * An example host: publishes the machine that it runs on. PCI and USB devices, network interfaces,
- * firmware and what it boots are read from sysfs. From then on link states and counters are read
- * once a second, and network interfaces followed as they come and go.
+ * An example host that publishes the machine it runs on. It reads PCI and USB devices, network
+ * interfaces, firmware and boot configuration from sysfs. Then it reads link states and counters
+ * once a second, and adds and removes network interfaces as they appear and disappear.
  *
  *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out
  */
@@ -42,7 +42,7 @@ static int on_stop(sd_event_source* source, const struct signalfd_siginfo* signa
     return 0;
 }
 
-/* Puts on the loop what isn't the bus. A source that nobody holds lives as long as the loop. */
+/* Adds the sources other than the bus. A source without a holder lives as long as the loop. */
 static int add_sources(sd_event* event, GANTRY_cpp_context* context, struct network* network)
 {
     static const int stops[] = {SIGTERM, SIGINT};
@@ -63,7 +63,7 @@ static int add_sources(sd_event* event, GANTRY_cpp_context* context, struct netw
     sd_event_source_set_floating(timer, 1);
     sd_event_source_unref(timer);
 
-    /* Without netlink, what was there at first is published all the same. */
+    /* Without netlink, the interfaces present at start are still published. */
     if ((result = links_watch(event, network)) < 0)
     {
         fprintf(stderr, SD_WARNING "network interfaces that come later: %s\n", strerror(-result));
@@ -92,7 +92,7 @@ int main(int argc, char** argv)
         return EXIT_FAILURE;
     }
 
-    /* Before the first object, or its interface's default name would be taken. */
+    /* Before the first object, which would otherwise request its interface's default name. */
     GANTRY_context_set_service(context, "com.orvane.velmar.inventory");
     publish_readiness(context);
     publish_firmware(context, sys);
@@ -104,7 +104,7 @@ int main(int argc, char** argv)
     declare_readiness(context);
 
     sd_notify(0, "READY=1");
-    /* A unit with WatchdogSec= hears from the loop from now on, for as long as it turns. */
+    /* With WatchdogSec= in the unit, the running loop sends keep-alives from now on. */
     sd_event_set_watchdog(event, 1);
     GANTRY_dbus_sdloop(context);
 

@@ -1,4 +1,4 @@
-#define _GNU_SOURCE /* SOCK_CLOEXEC and what netlink's headers take for granted */
+#define _GNU_SOURCE /* SOCK_CLOEXEC and what netlink's headers need */
 
 #include "links.h"
 
@@ -13,13 +13,13 @@
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
-/* Acts on one message. The bounds of messages and attributes are the reader's to keep. */
+/* Handles one message. The sizes of messages and attributes must be checked here. */
 static void on_message(struct network* network, const struct nlmsghdr* message)
 {
     const char* bytes = (const char*)message;
     const struct ifinfomsg* link = NLMSG_DATA(message);
     size_t at = NLMSG_SPACE(sizeof *link);
-    /* A bridge tells of its ports in the same messages: one that leaves it is still an interface.
+    /* A bridge uses the same messages for its ports: a port that leaves it is still an interface.
      */
     if ((message->nlmsg_type != RTM_NEWLINK && message->nlmsg_type != RTM_DELLINK) ||
         message->nlmsg_len < at || link->ifi_family != AF_UNSPEC)
@@ -45,7 +45,7 @@ static void on_message(struct network* network, const struct nlmsghdr* message)
     }
 }
 
-/* One datagram a turn, so that the bus has its turns too. */
+/* Handles one datagram per call, so that the bus is served in between. */
 static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* user_data)
 {
     struct network* network = user_data;
@@ -58,14 +58,14 @@ static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* u
     socklen_t sender_size = sizeof sender;
     (void)source, (void)events;
 
-    /* With MSG_TRUNC it gives the size that the datagram had. */
+    /* MSG_TRUNC makes it return the whole size of the datagram. */
     const ssize_t received = recvfrom(fd, &buffer, sizeof buffer, MSG_DONTWAIT | MSG_TRUNC,
                                       (struct sockaddr*)&sender, &sender_size);
     if (received < 0 && (errno == EAGAIN || errno == EINTR))
     {
         return 0;
     }
-    /* Messages are lost when more come than the socket holds, or a larger one than we do. */
+    /* Messages are lost if the socket's or this buffer is too small for them. */
     if ((received < 0 && errno == ENOBUFS) || received > (ssize_t)sizeof buffer)
     {
         network_rescan(network);
@@ -75,9 +75,9 @@ static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* u
     {
         const int error = errno;
         fprintf(stderr, SD_ERR "netlink: %s\n", strerror(error));
-        return -error; /* the event loop then leaves the socket alone */
+        return -error; /* the event loop then disables this source */
     }
-    const size_t size = sender.nl_pid == 0 ? (size_t)received : 0; /* only the kernel is believed */
+    const size_t size = sender.nl_pid == 0 ? (size_t)received : 0; /* only the kernel is trusted */
     for (size_t at = 0; size >= at + sizeof(struct nlmsghdr);)
     {
         const struct nlmsghdr* message = (const void*)(buffer.bytes + at);
@@ -124,7 +124,7 @@ int links_watch(sd_event* event, struct network* network)
         return result;
     }
     sd_event_source_set_io_fd_own(source, 1);
-    /* From here on the source is the loop's, and goes with it. */
+    /* From here on the loop owns the source. */
     sd_event_source_set_floating(source, 1);
     sd_event_source_unref(source);
     return 0;

@@ -1,6 +1,6 @@
 /*
- * Hot plug: the kernel's word on network interfaces that come and go, from a netlink socket on the
- * event loop. A socket unit may hand the socket over (ListenNetlink=route 1), so that it collects
+ * Hot plug: the event loop receives the kernel's messages about network interfaces from a netlink
+ * socket. A socket unit may pass in the socket (ListenNetlink=route 1), which then collects
  * messages while the host starts.
  */
 #ifndef LINKS_H
@@ -11,8 +11,9 @@
 #include <systemd/sd-event.h>
 
 /*
- * Watches for the loop's lifetime. Begin before the interfaces are first looked at, and none is
- * missed: what the socket holds is acted on in the loop. Returns 0 or a negative errno.
+ * Watches as long as the loop exists. If called before the interfaces are first read, none is
+ * missed: the loop handles the messages that the socket has collected. Returns 0 or a negative
+ * errno.
  */
 int links_watch(sd_event* event, struct network* network);
 

@@ -1,12 +1,12 @@
 /*
- * A host that publishes nothing and receives signals: it prints each one that arrives.
+ * A host that publishes nothing and prints each signal that it receives.
  */
 #include <gantry/gantry.h>
 
 #include <stdio.h>
 #include <stdlib.h>
 
-/* The values are lent for the call; an empty array is a null pointer. */
+/* The values are valid during the call; an empty array is a null pointer. */
 
 static void on_refresh(GANTRY_cpp_context* context, char* what)
 {

@@ -1,5 +1,5 @@
 /*
- * A whole host on one screen: an inventory service object and one network adapter slot.
+ * A complete host on one screen: an inventory service object and one network adapter slot.
  *
  *     busctl call com.orvane.velmar.HWInventory /com/orvane/velmar/HWInventory \
  *         com.orvane.velmar.HWInventory GetDMStatus

@@ -11,14 +11,14 @@ struct network_interface
 {
     struct network_interface* next;
     char* device;
-    const char* name; /* the last of the device's path */
-    uint64_t index;   /* the kernel's number, which no later interface of that name has */
+    const char* name; /* the last component of `device` */
+    uint64_t index;   /* the kernel's number, which a later interface of this name doesn't have */
     struct object port;
     struct object partition;
     struct object connection;
 };
 
-/* Where the pointer to the interface is; to null if it isn't known. */
+/* The link that points to the interface; the last link, which is null, if it isn't known. */
 static struct network_interface** find(struct network* network, const char* name)
 {
     struct network_interface** link = &network->first;
@@ -96,13 +96,13 @@ static void remove_gone(struct network* network)
 void network_add(struct network* network, const char* name)
 {
     char device[sysfs_path_size];
-    /* The bonding driver puts a file of its own among the interfaces. */
+    /* The bonding driver puts a plain file among the interfaces' directories. */
     if (*find(network, name) != NULL || !sysfs_join(device, network->devices, name) ||
         !sysfs_is_directory(device))
     {
         return;
     }
-    /* It may be one that has another name now. */
+    /* It may be a renamed interface. */
     remove_gone(network);
     struct network_interface* added = calloc(1, sizeof *added);
     if (added == NULL || (added->device = strdup(device)) == NULL)

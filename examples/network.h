@@ -1,6 +1,6 @@
 /*
- * The machine's network interfaces: the three objects of each (nic.h), and one NicController that
- * counts them. They come and go, and their counters run: the host says when to look again.
+ * The machine's network interfaces: three objects for each (nic.h), and one NicController with
+ * their number. The host says when to read counters and look for new and removed interfaces.
  */
 #ifndef NETWORK_H
 #define NETWORK_H
@@ -14,23 +14,23 @@ struct network
     char devices[sysfs_path_size]; /* class/net */
     struct object controller;
     struct network_interface* first;
-    bool announces; /* once all that was there at first is published */
+    bool announces; /* true once the initial interfaces are published */
 };
 
-/* Publishes what the directory `sys` shows. The record must outlive the dispatch loop. */
+/* Publishes the interfaces below `sys`. The record must outlive the dispatch loop. */
 void network_publish(struct network* network, GANTRY_cpp_context* context, const char* sys);
 
-/* Reads the changing values again, and announces what differs: in one signal for each object. */
+/* Reads the changing values again and announces the changes in one signal per object. */
 void network_refresh(struct network* network);
 
-/* An interface came, or is known already; or it went. */
+/* Adds an interface, unless it is known already; removes one. */
 void network_add(struct network* network, const char* name);
 void network_remove(struct network* network, const char* name);
 
-/* Looks for what came and went, when nobody can tell. */
+/* Compares with sysfs, after messages about interfaces were lost. */
 void network_rescan(struct network* network);
 
-/* Forgets all. The objects are the context's, and stay. */
+/* Frees the record's memory. The context owns the objects and keeps them. */
 void network_free(struct network* network);
 
 #endif

@@ -5,7 +5,7 @@
 #include <string.h>
 #include <time.h>
 
-/* What a coded value means is between a host and its clients. */
+/* A host and its clients agree on the codes. */
 enum
 {
     link_unknown = 0,

@@ -1,7 +1,7 @@
 /*
- * The three objects of a network interface: its port, the port's partition, which is what its PCI
- * function shows, and its view of the other end. `device` is its directory, class/net/eth0. A
- * publishing function fills an object for good; a reading one brings what changes up to date.
+ * The three objects of a network interface: its port, the port's partition, which is its PCI
+ * function, and its view of the link partner. `device` is its directory, such as class/net/eth0. A
+ * publish function fills an object completely; a read function updates the values that change.
  */
 #ifndef NIC_H
 #define NIC_H
@@ -23,13 +23,13 @@ bool nic_connection_publish(struct object* object, GANTRY_cpp_context* context, 
                             const char* name);
 void nic_connection_read(struct object* object, const char* device);
 
-/* What ports and partitions say alike, each under a name of its own. */
+/* For ports and partitions, which have the same value in properties of different names. */
 void nic_put_link_status(struct object* object, const char* member, const char* device);
 
-/* False unless both counters are there and fit each other. */
+/* False unless both counters exist and are consistent. */
 bool nic_received_packets(const char* device, uint64_t* unicast, uint64_t* multicast);
 
-/* Seconds since the epoch, in the 32 bits that the interfaces have. */
+/* Seconds since the epoch, in the 32 bits of the interfaces' properties. */
 uint32_t nic_now(void);
 
 #endif

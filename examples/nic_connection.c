@@ -3,7 +3,7 @@
 
 #include <string.h>
 
-/* The subtypes that the link layer discovery protocol has for a chassis and for a port. */
+/* Subtypes of a chassis and of a port in the link layer discovery protocol. */
 enum
 {
     chassis_unknown = 0,
@@ -17,7 +17,7 @@ void nic_connection_read(struct object* object, const char* device)
     char partner[sysfs_text_size];
     char port[sysfs_text_size];
     char own[sysfs_text_size];
-    /* On a link where our own bridge is the designated one, the protocol tells of no other. */
+    /* If the own bridge is the link's designated one, no other bridge is known. */
     const bool known =
         sysfs_text(device, "brport/designated_bridge", partner) &&
         sysfs_text(device, "brport/designated_port", port) &&

@@ -13,7 +13,7 @@
 
 enum
 {
-    driver_bound = 1 /* the code of this host */
+    driver_bound = 1 /* this host's code */
 };
 
 static const struct attribute counters[] = {
@@ -27,7 +27,7 @@ static const struct attribute rdma_counters[] = {
     {"RDMATxTotalPackets", "port_xmit_packets", object_put_uint64, 10},
 };
 
-/* Of data, the adapters count words. */
+/* The adapters count data in words of four bytes. */
 static const struct attribute rdma_words[] = {
     {"RDMARxTotalBytes", "port_rcv_data", object_put_uint64, 10},
     {"RDMATxTotalBytes", "port_xmit_data", object_put_uint64, 10},
@@ -81,14 +81,14 @@ void nic_partition_read(struct object* object, const char* device)
     }
     if (sysfs_join(adapters, device, "device/infiniband"))
     {
-        /* The network interface counts its adapter's ports from 0, the adapter from 1. */
+        /* dev_port counts the adapter's ports from 0, the adapter's directories from 1. */
         rdma.port = sysfs_number(device, "dev_port", 10, &rdma.port) ? rdma.port + 1 : 1;
         sysfs_each(adapters, read_adapter, &rdma);
     }
     object_put_uint32(object, "StatisticsTime", nic_now());
 }
 
-/* The location of the PCI device that the network interface stands for. */
+/* The location of the network interface's PCI device. */
 static bool find_location(const char* device, struct pci_location* location)
 {
     char link[sysfs_path_size];
@@ -97,7 +97,7 @@ static bool find_location(const char* device, struct pci_location* location)
     {
         return false;
     }
-    /* A virtual machine's adapter is one step below its PCI device. */
+    /* The device of a virtual machine's adapter is one level below its PCI device. */
     for (int steps = 0; steps < 2; ++steps)
     {
         char* slash = strrchr(path, '/');
@@ -118,7 +118,7 @@ static void put_address(struct object* object, const char* device)
     };
     char address[sysfs_text_size];
     uint64_t origin = 0;
-    /* Where the address comes from says which of the two it is. */
+    /* The address's origin decides which of the two properties it belongs to. */
     if (sysfs_text(device, "address", address) &&
         sysfs_number(device, "addr_assign_type", 10, &origin))
     {

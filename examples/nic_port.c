@@ -4,7 +4,7 @@
 
 #include <string.h>
 
-/* The codes of this host. In a byte there is room for a code of a rate, not for the rate. */
+/* This host's codes. The speed's property is a byte, so it holds a code instead of a rate. */
 enum
 {
     duplex_unknown = 0,
@@ -34,7 +34,7 @@ static const struct attribute identity[] = {
 static unsigned int speed_code(const char* device)
 {
     uint64_t speed = 0;
-    /* The kernel refuses to tell the speed of a port that is down. */
+    /* The speed of a port that is down can't be read. */
     if (sysfs_number(device, "speed", 10, &speed))
     {
         for (unsigned int i = 0; i < sizeof megabits / sizeof *megabits; ++i)

@@ -1,7 +1,7 @@
 /*
- * A published object, and which of its properties its host has changed. A value is stored only if
- * it differs from the object's own, and without a signal; object_announce then tells clients of all
- * that changed in one. So an object is filled and followed by the same code.
+ * A published object and the names of its changed properties. object_put_* stores a value only if
+ * it differs, and without a signal; object_announce announces all changes in one signal. The same
+ * code thus fills an object and updates it.
  */
 #ifndef OBJECT_H
 #define OBJECT_H
@@ -14,31 +14,31 @@
 
 enum
 {
-    object_most_changes = 31 /* more than any object here has at a time */
+    object_most_changes = 31 /* more than any object here has at once */
 };
 
 struct object
 {
     GANTRY_instance* instance;
-    const char* changed[object_most_changes + 1]; /* ended by a null, as the library wants it */
+    const char* changed[object_most_changes + 1]; /* object_announce adds the final null */
     size_t changed_count;
 };
 
-/* The creating functions of interfaces without methods, which take no table of callbacks. */
+/* The creating functions of interfaces without methods; their table is a const void*. */
 typedef void object_create(GANTRY_cpp_context* context, const void* table, const char* path,
                            void* user_private);
 
 /*
- * Publishes an object of the interface that `create` is of: at the interface's default path, or
- * below it if a name is given. False when it failed, of which the log tells.
+ * Publishes an object of `create`'s interface: at the interface's default path, or below it if
+ * `name` isn't null. False if it failed, which the library logs.
  */
 bool object_publish(struct object* object, GANTRY_cpp_context* context, object_create* create,
                     const char* interface, const char* name);
 
-/* Tells the bus that the object is there, as it now is: for one that comes behind the others. */
+/* Announces the object with its present values; for one that is published after the others. */
 void object_announce_added(struct object* object);
 
-/* Withdraws the object from the bus, which is told. */
+/* Removes the object from the bus and announces that. */
 void object_withdraw(struct object* object);
 
 /* Stores a value unless it is too large for the property. The name must outlive the announcement.
@@ -56,10 +56,10 @@ void object_put_string(struct object* object, const char* member, const char* te
 __attribute__((format(printf, 3, 4))) void
 object_put_format(struct object* object, const char* member, const char* format, ...);
 
-/* One PropertiesChanged for all that changed since the last; none if nothing did. */
+/* Sends one PropertiesChanged for all changes since the last one; none if nothing changed. */
 void object_announce(struct object* object);
 
-/* Nothing is left to announce: of an object that nobody has seen yet. */
+/* Drops the changes without a signal, for an object that no client can have seen yet. */
 void object_forget_changes(struct object* object);
 
 #endif

@@ -19,7 +19,7 @@ static const struct attribute attributes[] = {
     {"cpu_affinity", "numa_node", object_put_byte, 10},
 };
 
-/* What the database has under `key` for the device, which it knows by its modalias; or null. */
+/* The database's value of `key` for the device, looked up by its modalias; or null. */
 static const char* look_up(const struct pci* pci, const char* device, const char* key)
 {
     char modalias[sysfs_text_size];
@@ -93,9 +93,9 @@ static bool port_type(const char* device, unsigned int* type)
         pci_express = 0x10,
         size = 256,
         header = 64,
-        most_capabilities = (size - header) / 4 /* a list may run in a circle */
+        most_capabilities = (size - header) / 4 /* a faulty list may be circular */
     };
-    /* What cannot be read stays zero, and so no capability. */
+    /* Bytes that can't be read stay zero, which means no capability. */
     unsigned char configuration[size] = {0};
     if (sysfs_bytes(device, "config", configuration, size) == 0 ||
         (configuration[status] & has_capabilities) == 0)

@@ -1,5 +1,5 @@
 /*
- * Where a PCI device sits, as the kernel spells it: segment, bus, device and function,
+ * A PCI device's location as the kernel writes it: segment, bus, device and function, such as
  * 0000:00:1f.3.
  */
 #ifndef PCI_LOCATION_H
@@ -16,7 +16,7 @@ struct pci_location
     uint32_t function;
 };
 
-/* False if the address is spelled in another way, as those of other buses are. */
+/* False if the address has another format, like those of other buses. */
 bool pci_location_parse(const char* address, struct pci_location* location);
 
 #endif

@@ -6,7 +6,7 @@
 
 static const char member[] = "isready";
 
-/* A client may ask as well as look at the property. */
+/* A client may call this method instead of reading the property. */
 static void query_is_ready(GANTRY_instance* instance, bool* ready)
 {
     GANTRY_property_get_boolean(instance, member, ready, NULL);

@@ -1,7 +1,7 @@
 /*
- * Every form that a value takes between D-Bus and C, on the two sample interfaces. Each Try method
- * gives back what it is given, so its function shows one form in and out; a method and its twin of
- * message shape share one function. SetString and ChangeContainer also send a signal.
+ * Every C form of a D-Bus value, on the two sample interfaces. Each Try method returns its
+ * argument, so its function shows one form as input and output; a method and its variant that
+ * replies by message share one function. SetString and ChangeContainer also send a signal.
  */
 #define _POSIX_C_SOURCE 200809L /* strdup */
 
@@ -10,7 +10,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* What the object remembers, behind its user pointer. */
+/* The object's state, which its user pointer points to. */
 struct state
 {
     char* text;
@@ -24,7 +24,7 @@ static struct state* state_of(GANTRY_instance* instance)
     return state;
 }
 
-/* Outputs are ours to allocate and the library's to free. Without memory they stay empty. */
+/* The callback allocates its outputs and the library frees them. Without memory they stay empty. */
 
 static char* copy_text(const char* text)
 {
@@ -40,7 +40,7 @@ static void set_string(GANTRY_instance* instance, char* text, int* changes)
 {
     struct state* state = state_of(instance);
     free(state->text);
-    state->text = copy_text(text); /* the input is lent: keep a copy, not the pointer */
+    state->text = copy_text(text); /* the input is valid only during the call, so copy it */
     *changes = ++state->changes;
     GANTRY_signal__com_orvane_velmar_sample_gantrytest__faultAdded(instance, text);
 }
@@ -50,7 +50,7 @@ static void change_container(GANTRY_instance* instance, int* changes)
     struct state* state = state_of(instance);
     unsigned long numbers[] = {1, 2, 3};
     GANTRY_uint64_array array = {numbers, 3};
-    GANTRY_struct_quat values = {7, 70000, &array}; /* stays ours: the signal copies it */
+    GANTRY_struct_quat values = {7, 70000, &array}; /* the signal copies it */
 
     *changes = ++state->changes;
     GANTRY_signal__com_orvane_velmar_sample_gantrytest__complextypes(instance, &values,
@@ -76,7 +76,7 @@ static void try_string(GANTRY_instance* instance, char* in, char** out)
     *out = copy_text(in);
 }
 
-/* Arrays of numbers: a record and a block. An empty array is a null pointer, in and out. */
+/* Arrays of numbers: a record and its elements. An empty array is a null pointer, in and out. */
 #define TRY_ARRAY(type, element)                                                                   \
     static GANTRY_##type##_array* copy_##type##_array(const GANTRY_##type##_array* from)           \
     {                                                                                              \
@@ -178,7 +178,7 @@ static void tuple_three(GANTRY_instance* instance, unsigned short* first, unsign
     *third = 3;
 }
 
-/* Structs: a record, whose fields are released with it. One that comes in is never null. */
+/* Structs: a record, whose fields are released with it. An input is never null. */
 
 static void try_struct(GANTRY_instance* instance, GANTRY_struct_ixs* in, GANTRY_struct_ixs** out)
 {

@@ -1,7 +1,7 @@
 /*
- * Reads the machine's own description from sysfs, one value a file. A file that is missing or
- * doesn't hold what is asked for is normal: the answer is then false, and the property that would
- * have taken the value keeps its initial one.
+ * Reads the machine's description from sysfs, which has one value per file. A file that is missing
+ * or has no such value is normal: the function then returns false, and the caller leaves the
+ * property unchanged.
  */
 #ifndef SYSFS_H
 #define SYSFS_H
@@ -20,22 +20,22 @@ enum
 /* Joins two parts of a path; false if there is no room. */
 bool sysfs_join(char path[sysfs_path_size], const char* directory, const char* name);
 
-/* The file's first line, without its end. */
+/* The file's first line, without the line break. */
 bool sysfs_text(const char* directory, const char* file, char text[sysfs_text_size]);
 
-/* The file's number in these digits alone: base 10, which also allows hexadecimal ones behind 0x,
- * or base 16. */
+/* The file's number, if the first line is one: in base 10, which also allows hexadecimal digits
+ * after 0x, or in base 16. */
 bool sysfs_number(const char* directory, const char* file, int base, uint64_t* number);
 
 /* The file's first bytes, up to `most`; returns how many there were. */
 size_t sysfs_bytes(const char* directory, const char* file, void* bytes, size_t most);
 
-/* The last name in what the symbolic link points to: a device's driver, say. */
+/* The last component of a symbolic link's target, such as a device's driver. */
 bool sysfs_link_name(const char* directory, const char* link, char name[sysfs_path_size]);
 
 bool sysfs_is_directory(const char* path);
 
-/* Calls `visit` with the path and the name of each entry, in the order of their names. */
+/* Calls `visit` with the path and name of each entry, sorted by name. */
 void sysfs_each(const char* directory,
                 void (*visit)(void* data, const char* path, const char* name), void* data);
 

@@ -17,8 +17,7 @@ static const struct attribute attributes[] = {
     {"DeviceProtocol", "bDeviceProtocol", object_put_byte, 16},
 };
 
-/* The version as the device tells it, in binary coded decimals, from its spelling: " 3.20" is
- * 0x0320. */
+/* The version as a binary coded decimal, from the file's text: " 3.20" is 0x0320. */
 static bool coded_version(const char* device, uint64_t* version)
 {
     char spelling[sysfs_text_size];

@@ -1,6 +1,6 @@
 /*
- * The context as C++ code sees it: the record itself, and the typed names of its operations. Each
- * typed operation is the one of <gantry/context.h> without `cpp_`, and its log carries this name.
+ * The context in C++: its fields and its typed operations. A typed operation does what the function
+ * of <gantry/context.h> named without `cpp_` does; both log the typed name.
  */
 #pragma once
 
@@ -24,7 +24,7 @@ struct FreedObject;
 
 struct GANTRY_cpp_context
 {
-    /** One published object. Its deleter is its class's own, and so also tells the class. */
+    /** One published object. Its deleter is specific to its class and so identifies the class. */
     struct Tracked
     {
         void* object;
@@ -39,15 +39,15 @@ struct GANTRY_cpp_context
     ~GANTRY_cpp_context();
 
     /**
-     * Looks at the connection and reports to the log: is this the connection's thread, how long
-     * ago was the last check, how long are the queues. Changes nothing but last_serviced.
+     * Checks the connection and logs what is wrong: the calling thread isn't the connection's, the
+     * last check is too long ago, a queue is too long. Changes only last_serviced.
      */
     GANTRY_API void sanity_check() noexcept;
 
     sdbusplus::bus::bus bus;
     sdeventplus::Event event;
 
-    /** Null: no name chosen yet. Empty: none wanted. The text is the host's. */
+    /** Null: no name was set yet. Empty: no name is wanted. The host owns the text. */
     const char* service_name = nullptr;
 
     /** The object manager added last, unless its object was freed. Earlier ones belong to the
@@ -67,7 +67,7 @@ struct GANTRY_cpp_context
     /** Seconds of CLOCK_MONOTONIC at the last health check; 0 before the first. */
     std::int64_t last_serviced = 0;
 
-    // The health check's limits; each is still healthy itself.
+    // The health check's limits; a value equal to its limit passes.
     std::int32_t delta_log_seconds = 3;
     std::int32_t not_serviced_seconds = 60;
     std::uint64_t max_read_queue = 100;
@@ -75,11 +75,11 @@ struct GANTRY_cpp_context
 
     // The library's own.
 
-    /** A stop that no loop has answered yet. Signal handlers write it. */
+    /** A stop was requested and the outermost loop hasn't returned yet. Signal handlers set it. */
     std::atomic<bool> stopping{false};
     static_assert(std::atomic<bool>::is_always_lock_free);
 
-    /** Loops of this context on the stack: above 1 when a callback enters one. */
+    /** The number of this context's loops on the stack; above 1 when a callback entered one. */
     std::uint32_t loops = 0;
 
     /** Null until the context is freed while it is in use; then what destroys it afterwards. */

@@ -1,5 +1,5 @@
 /*
- * What the library exports, and how its C functions are linked from C++.
+ * Macros for the visibility of symbols and for C linkage in C++.
  */
 #ifndef GANTRY_EXPORT_H
 #define GANTRY_EXPORT_H

@@ -1,8 +1,8 @@
 /*
- * All that a host written in C includes.
+ * The one header that a host written in C includes.
  *
- * A host's life: GANTRY_context_set_service, one GANTRY_instantiate__* call per object, then a
- * dispatch loop. README.md has one that runs.
+ * A host calls GANTRY_context_set_service, one GANTRY_instantiate__* function per object, then a
+ * dispatch loop. README.md has a complete example.
  */
 #ifndef GANTRY_GANTRY_H
 #define GANTRY_GANTRY_H

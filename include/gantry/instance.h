@@ -1,8 +1,8 @@
 /*
- * An object as its host sees it: the first argument of each method's callback. The record belongs
- * to the object and lives exactly as long: until GANTRY_instance_free, or with its context. All
- * functions belong on the context's thread; with a null instance or a null `out` they do nothing,
- * and *out stays as it was.
+ * An instance identifies a published object to its host; it is the first argument of each method's
+ * callback. The record belongs to the object and lives as long: until GANTRY_instance_free or the
+ * end of its context. Call all functions on the context's thread. With a null instance or a null
+ * `out` they do nothing and leave *out unchanged.
  */
 #ifndef GANTRY_INSTANCE_H
 #define GANTRY_INSTANCE_H
@@ -17,43 +17,42 @@ typedef struct GANTRY_instance GANTRY_instance;
 GANTRY_API void GANTRY_instance_get_context(GANTRY_instance* instance, void** out);
 
 /*
- * Sets *out to a copy of the object's path, which is the caller's to release with
- * GANTRY_instance_path_free and outlives the object; null when memory is short.
+ * Sets *out to a copy of the object's path, or to null if memory runs out. The caller releases the
+ * copy with GANTRY_instance_path_free; it may outlive the object.
  */
 GANTRY_API void GANTRY_instance_get_path(GANTRY_instance* instance, char** out);
 
-/* Releases such a copy and sets *path to null. Null, or null in *path, is nothing to do. */
+/* Releases such a copy and sets *path to null. Does nothing if `path` or *path is null. */
 GANTRY_API void GANTRY_instance_path_free(char** path);
 
-/* Sets *out to the pointer that the host gave with the object. */
+/* Sets *out to the pointer that the host passed when it published the object. */
 GANTRY_API void GANTRY_instance_get_user_private(GANTRY_instance* instance, void** out);
 
-/* Sets *out to the name of the object's interface, which lives as long as the library. */
+/* Sets *out to the name of the object's interface, which is valid as long as the library. */
 GANTRY_API void GANTRY_instance_get_interface(GANTRY_instance* instance, const char** out);
 
 /*
- * Sets *out to the context's object of that interface at that path, or to null when there is none.
- * A null path means the oldest object of the interface; a null context the calling thread's.
+ * Sets *out to the context's object with that interface and path, or to null if there is none. A
+ * null path means the oldest object of the interface, a null context the calling thread's.
  */
 GANTRY_API void GANTRY_instance_find(GANTRY_cpp_context* context, const char* interface,
                                      const char* path, GANTRY_instance** out);
 
 /*
- * Tells the bus of an object that came after its service did: sends InterfacesAdded with all
- * properties from the object's path. Publishing alone sends nothing. `error` may be null; it gets 0
- * or a positive errno: EINVAL for a null instance, else why the signal couldn't be sent, which the
- * log tells too.
+ * Announces an object that was published after the service started: sends InterfacesAdded with all
+ * properties from the object's path. Publishing alone sends nothing. `error` may be null; *error
+ * gets 0, EINVAL for a null instance, or the positive errno of a failed send, which is also logged.
  */
 GANTRY_API void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error);
 
 /*
- * Takes one object off the bus, with its object manager and its record, sends InterfacesRemoved,
- * and sets *instance to null. Null in *instance is nothing to do.
+ * Destroys one object, its object manager and its record, sends InterfacesRemoved, and sets
+ * *instance to null. Does nothing if *instance is null.
  *
- * It may be called anywhere on the context's thread, the object's own callbacks included. Inside a
- * bus callback the object is no longer found and sends no signals by default from here on, but goes
- * itself when the callback has returned: as long the record stays valid, and the path can't be used
- * for the same interface again.
+ * It may be called anywhere on the context's thread, also from the object's own callbacks. Inside a
+ * bus callback the object disappears from GANTRY_instance_find and as default sender of signals at
+ * once, but is destroyed only after the callback returns. Until then the record stays valid and the
+ * path cannot be reused for the same interface.
  */
 GANTRY_API void GANTRY_instance_free(GANTRY_instance** instance);
 

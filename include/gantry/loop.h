@@ -1,8 +1,8 @@
 /*
  * The dispatch loops. Bus traffic is served, and callbacks run, only inside these functions, on
  * the thread that calls them, which must be the context's own. A null context means the calling
- * thread's. A failure inside a loop is logged and ends it; the context stays as it was, and a loop
- * may be entered again. GANTRY_context_stop ends any of them without a failure.
+ * thread's. A failure inside a loop is logged and ends the loop; the context is unchanged and a
+ * loop may be entered again. GANTRY_context_stop ends a loop without a failure.
  */
 #ifndef GANTRY_LOOP_H
 #define GANTRY_LOOP_H
@@ -12,42 +12,42 @@
 GANTRY_BEGIN_C
 
 /*
- * Tells the service manager READY=1, then serves the bus until it is stopped or something fails.
- * Each pass runs the health check, serves all that is ready, and sleeps until the bus has more to
- * do. Other sources of the thread's event loop wait meanwhile: a host with timers uses
- * GANTRY_dbus_sdloop. A signal whose handler interrupts the sleep and asks for no stop is a
+ * Sends READY=1 to the service manager, then serves the bus until it is stopped or fails. Each pass
+ * runs the health check, serves everything that is ready, and sleeps until the bus has more to do.
+ * Other sources of the thread's event loop don't end the sleep: a host with timers uses
+ * GANTRY_dbus_sdloop. A signal handler that interrupts the sleep without requesting a stop causes a
  * failure.
  */
 GANTRY_API void GANTRY_dbus_loop(GANTRY_cpp_context* context);
 
 /*
- * One pass for a host with a loop of its own: the health check, then all that is ready, without
- * waiting. Sends no READY=1. GANTRY_context_get_fd tells when there is more.
+ * Makes one pass, for a host with its own loop: runs the health check and serves everything that is
+ * ready, without waiting. Sends no READY=1. GANTRY_context_get_fd shows when the next pass is due.
  */
 GANTRY_API void GANTRY_dbus_loop_one_pass(GANTRY_cpp_context* context);
 
 /*
- * One health check, then the thread's default sd-event loop, with every source on it, until it is
- * stopped or something calls sd_event_exit(3) on that loop. Sends no READY=1.
+ * Runs the health check once, then the thread's default sd-event loop with every source on it,
+ * until it is stopped or something calls sd_event_exit(3) on that loop. Sends no READY=1.
  */
 GANTRY_API void GANTRY_dbus_sdloop(GANTRY_cpp_context* context);
 
 /*
- * Ends the loop that runs on the context, with those that its callbacks have entered, after the
- * work at hand: the callback that runs is finished and its reply is sent, and what else is ready
- * stays for the next loop. If none runs, the next one that is entered ends at once, before it
- * serves anything; for GANTRY_dbus_loop_one_pass that is one pass. A stop is done with when the
- * outermost loop returns, and any number of stops until then are one. The thread's event loop is
- * not finished: a loop may be entered again.
+ * Ends the loop that runs on the context, and the loops that its callbacks have entered. The
+ * current callback finishes and its reply is sent; everything else that is ready waits for the next
+ * loop. If no loop runs, the next one returns before it serves anything; a call of
+ * GANTRY_dbus_loop_one_pass counts as a loop. Stops are not counted: the return of the outermost
+ * loop clears them all. The thread's event loop doesn't become finished, so a loop may be entered
+ * again.
  *
- * Callable on the context's thread: from its callbacks, from those of other sources on the event
- * loop, and from signal handlers. Null means the calling thread's context; without one nothing
- * happens, and none is made. A handler that may come after GANTRY_context_free gives null. The stop
- * itself logs nothing.
+ * It may be called on the context's thread: from its callbacks, from those of other sources on the
+ * event loop, and from signal handlers. Null means the calling thread's context; if there is none,
+ * nothing happens and none is created. A handler that may run after GANTRY_context_free passes
+ * null. This function logs nothing.
  *
- * A signal that comes between a loop's look at the stop and its sleep doesn't interrupt the sleep:
- * that loop ends when something wakes it. The way without that gap is to block the signal, in
- * every thread, and to make it a source of the event loop that GANTRY_dbus_sdloop runs:
+ * A signal that arrives after a loop's last check for a stop and before its sleep doesn't interrupt
+ * the sleep: that loop ends when something else wakes it. To close this gap, block the signal in
+ * every thread and make it a source of the event loop that GANTRY_dbus_sdloop runs:
  *
  *     #include <signal.h>
  *     #include <systemd/sd-event.h>         (pkg-config --libs libdbusgantry libsystemd)
@@ -63,22 +63,21 @@ GANTRY_API void GANTRY_dbus_sdloop(GANTRY_cpp_context* context);
  *     sd_event_add_signal(event, NULL, SIGTERM, on_term, NULL);
  *     GANTRY_dbus_sdloop(NULL);
  *
- * (GANTRY_dbus_loop sleeps through such a source.) A host with a loop of its own unblocks the
- * signal in ppoll(2) alone.
+ * (Such a source doesn't wake GANTRY_dbus_loop.) A host with its own loop unblocks the signal only
+ * in ppoll(2).
  */
 GANTRY_API void GANTRY_context_stop(GANTRY_cpp_context* context);
 
 /*
- * Sets *out to a descriptor that polls readable (POLLIN) when a GANTRY_dbus_loop_one_pass has
- * something to do: its bus, or another source of the thread's event loop. -1 if there is no
- * context and none can be made. The descriptor is the event loop's: not to be read or closed, and
- * valid as long as the context. `out` must not be null.
+ * Sets *out to a descriptor that polls readable (POLLIN) when GANTRY_dbus_loop_one_pass has
+ * something to do on the bus or on another source of the thread's event loop; to -1 if there is no
+ * context and none can be created. The event loop owns the descriptor: don't read or close it. It
+ * is valid as long as the context. `out` must not be null.
  *
- * It shows what has come in since the last pass, and nothing else. So a pass comes first: before
- * the first poll, and before the next one if anything was done outside of a pass (a call or signal
- * sent, a property set, an object published, a source added), as the connection may be left with
- * something to send, or with messages that it has read already. So it is after a pass that was
- * stopped or failed.
+ * The descriptor shows only what has arrived since the last pass. Therefore make a pass before the
+ * first poll, after a pass that was stopped or failed, and after anything done outside of a pass (a
+ * call or signal sent, a property set, an object published, a source added): the connection may
+ * have something left to send, or messages that it has already read.
  */
 GANTRY_API void GANTRY_context_get_fd(GANTRY_cpp_context* context, int* out);
 

@@ -1,14 +1,14 @@
 /*
- * What a C++ host needs of <gantry/property.h>: for single properties it has the accessors of the
- * generated class.
+ * Announcing several properties from C++. A C++ host sets and gets single properties through the
+ * accessors of the generated class.
  */
 #pragma once
 
 #include <gantry/property.h>
 
 /**
- * GANTRY_property_announce for an object's `inst`, which throws as the object's setters do: what a
- * getter throws that the signal asks for its value, and SdBusError when it can't be sent. Gives the
- * errno of the first name that was left out, or 0; EINVAL for a null instance.
+ * GANTRY_property_announce for an object's `inst`. Returns 0, the errno of the first skipped name,
+ * or EINVAL for a null instance. Throws what a getter throws when the signal reads its value, and
+ * SdBusError if the signal can't be sent.
  */
 GANTRY_API int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* members);

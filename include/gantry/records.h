@@ -1,9 +1,9 @@
 /*
- * Arrays as they cross to a host: a block of elements and their number. An empty array is a null
- * pointer wherever a pointer to a record stands, so a host expects null for every array, and may
- * give null for every one. A record that a callback receives is lent to it for the call. One that
- * it stores in an output becomes the library's: the record, its block and each text in it come from
- * malloc() and the like, and the library releases them.
+ * Arrays in C: a pointer to the elements and their number. An empty array is a null pointer in
+ * place of the pointer to the record, so a host must accept null for every array and may pass null
+ * for every array. A record that a callback receives is valid during the call. The library takes
+ * ownership of a record that a callback stores in an output: the record, its elements and each text
+ * in it must come from malloc() or the like, and the library releases them with free().
  */
 #ifndef GANTRY_RECORDS_H
 #define GANTRY_RECORDS_H
@@ -30,7 +30,7 @@ GANTRY_ARRAY_RECORD(uint64, unsigned long)
 GANTRY_ARRAY_RECORD(double, double)
 GANTRY_ARRAY_RECORD(string, char*)
 
-/* An array of arrays; a null item is an empty one. */
+/* An array of arrays; a null item is an empty array. */
 GANTRY_ARRAY_RECORD(uint32_array, GANTRY_uint32_array*)
 
 #undef GANTRY_ARRAY_RECORD

@@ -1,6 +1,6 @@
 /*
- * The ten basic types as they cross between C and D-Bus: values to try a host with, and values in
- * the log. <gantry/types.hpp> has what moves them to and from messages.
+ * The ten basic types in C and D-Bus, with functions that log values and make test values.
+ * <gantry/types.hpp> reads them from messages and appends them to messages.
  */
 #ifndef GANTRY_TYPES_H
 #define GANTRY_TYPES_H
@@ -13,7 +13,7 @@
 
 GANTRY_BEGIN_C
 
-/* Each type by its name and its C value. D-Bus letters: y b n q i u x t d. */
+/* Each type by its name and its C type. D-Bus letters: y b n q i u x t d. */
 #define GANTRY_FIXED_SIZE_TYPES(X)                                                                 \
     X(byte, unsigned char)                                                                         \
     X(boolean, bool)                                                                               \
@@ -26,9 +26,9 @@ GANTRY_BEGIN_C
     X(double, double)
 
 /*
- * GANTRY_<type>_c_debug logs a value at trace level under a name; a null name or value logs
- * nothing. GANTRY_<type>_c_skeleton makes a repeatable value from a name, which may be null, and
- * a seed.
+ * GANTRY_<type>_c_debug logs a value with a name at trace level; if either pointer is null it logs
+ * nothing. GANTRY_<type>_c_skeleton makes a repeatable value from a name, which may be null, and a
+ * seed.
  */
 #define GANTRY_DECLARE_TYPE(type, value)                                                           \
     GANTRY_API void GANTRY_##type##_c_debug(const char* name, value* logged);                      \
@@ -36,8 +36,8 @@ GANTRY_BEGIN_C
 GANTRY_FIXED_SIZE_TYPES(GANTRY_DECLARE_TYPE)
 #undef GANTRY_DECLARE_TYPE
 
-/* The same for strings (D-Bus s). The skeleton's text is the caller's to free(); null when memory
- * is short. */
+/* The same for strings (D-Bus s). The caller releases the skeleton's text with free(); it is null
+ * if memory runs out. */
 GANTRY_API void GANTRY_string_c_debug(const char* name, char** logged);
 GANTRY_API char* GANTRY_string_c_skeleton(const char* name, int seed);
 

@@ -1,10 +1,10 @@
 /*
- * The ten basic types between a message and C values, for C++ code that serves methods itself.
+ * Moves the ten basic types between messages and C values, for C++ code that serves methods itself.
  *
- * GANTRY_<type>_parse_parameter reads the message's next value into *out; it throws SdBusError when
- * that is another type or there is none. A string is a heap copy, the caller's to release with
- * GANTRY_string_free. GANTRY_<type>_reply_append appends *value; a null string, or a null `value`
- * of one, is the empty string. Nothing here takes a null `out`, or a null `value` of another type.
+ * GANTRY_<type>_parse_parameter reads the message's next value into *out; it throws SdBusError if
+ * that value has another type or there is none. A string is a heap copy that the caller releases
+ * with GANTRY_string_free. GANTRY_<type>_reply_append appends the value that its argument points
+ * to; a null string, or a null pointer to one, is the empty string. No other pointer may be null.
  */
 #pragma once
 
@@ -23,11 +23,11 @@ GANTRY_FIXED_SIZE_TYPES(GANTRY_DECLARE_TYPE)
 GANTRY_DECLARE_TYPE(string, char*)
 #undef GANTRY_DECLARE_TYPE
 
-/** A strdup() copy of the text, the caller's. Throws std::bad_alloc. */
+/** A strdup() copy of the text, owned by the caller. Throws std::bad_alloc. */
 GANTRY_API char* GANTRY_string_cpp_to_c(std::string& text);
 
 /** The text; empty when the argument or what it points to is null. */
 GANTRY_API std::string GANTRY_string_c_to_cpp(char** text);
 
-/** Frees *text and sets it to null. Null, or null in *text, is nothing to do. */
+/** Frees *text and sets it to null. Does nothing if `text` or *text is null. */
 GANTRY_API void GANTRY_string_free(char** text);

@@ -1,5 +1,5 @@
-// A stand-in for the platform's data store: a registry in memory, by key, with the latest
-// operations beside it. One lock guards both.
+// A stand-in for the platform's data store: a registry in memory by key, and a history of the
+// latest operations. One lock guards both.
 #include "tallybook.hpp"
 
 #include <deque>
@@ -76,7 +76,7 @@ class Registry
     std::deque<Operation> history_;
 };
 
-// Never destroyed: an object on the bus may outlive this library's static storage.
+// Never destroyed, because an object on the bus may outlive this library's static objects.
 Registry& registry()
 {
     static auto* const instance = new Registry;
@@ -99,7 +99,7 @@ void remove(const std::string& key) noexcept
     }
     catch (const std::exception&) // NOLINT(bugprone-empty-catch)
     {
-        // Out of memory for the history. The key itself is gone, which is what was asked for.
+        // No memory for the history. The key itself has been removed, as requested.
     }
 }
 
@@ -122,6 +122,6 @@ void clear() noexcept
 
 int tallybook_caller_id(void)
 {
-    // The store keeps 16 bits of it.
+    // The store keeps only 16 bits.
     return static_cast<int>(static_cast<unsigned short>(getpid()));
 }

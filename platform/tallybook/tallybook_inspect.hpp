@@ -1,5 +1,5 @@
-// A look into the stand-in store, for tests and for a developer in a debugger. The real store has
-// nothing of this; code of the library stays away from it.
+// Inspects the stand-in store, for tests and debuggers. The real store doesn't have these
+// functions, so the library must not use them.
 #pragma once
 
 #include <cstddef>
@@ -28,20 +28,20 @@ struct Operation
     };
 
     Kind kind = Kind::set_key;
-    Entry entry; // of a removal the key alone
+    Entry entry; // for a removal only the key
 
     bool operator==(const Operation&) const = default;
 };
 
 inline constexpr std::size_t history_limit = 256;
 
-// What is registered now, by key.
+/** The present registrations, sorted by key. */
 __attribute__((visibility("default"))) std::vector<Entry> entries();
 
-// The latest operations, at most history_limit, oldest first; no-ops included.
+/** The latest operations, at most history_limit, oldest first, including those without effect. */
 __attribute__((visibility("default"))) std::vector<Operation> history();
 
-// Empties both.
+/** Removes all registrations and the history. */
 __attribute__((visibility("default"))) void clear() noexcept;
 
 } // namespace Tallybook

@@ -1,6 +1,6 @@
-// A stand-in for the platform's log service: each message is formatted on the stack and leaves for
-// standard error in one write(2). No lock, no allocation and no state but the threshold, so it can
-// be called from anywhere, a library's destructor included.
+// A stand-in for the platform's log service: it formats each message on the stack and writes it to
+// standard error with one write(2). It has no lock, no allocation and no state but the threshold,
+// so it can be called from anywhere, including a library's destructor.
 #include "tallylog.h"
 
 #include <array>
@@ -35,7 +35,7 @@ int read_threshold() noexcept
     return error == std::errc{} && rest == end ? value : default_threshold;
 }
 
-// The syslog priority of a level: the three in use, and the ones between them by neighbourhood.
+/** The syslog priority of a level. Levels 1, 2 and 9 are in use; the others are interpolated. */
 char priority(int level) noexcept
 {
     if (level <= 1)
@@ -58,7 +58,7 @@ bool is_control(char byte) noexcept
     return (byte >= 0 && byte < ' ') || byte == '\x7f';
 }
 
-// Where to cut so that no UTF-8 sequence is torn: moves back to the start of the one at `size`.
+/** The last place up to `size` where the text can be cut without splitting a UTF-8 sequence. */
 std::size_t cut_before(std::span<const char> text, std::size_t size) noexcept
 {
     constexpr std::size_t longest_sequence = 4;
@@ -91,7 +91,7 @@ int write_all(std::span<const char> line) noexcept
 
 int log_line(int level, const char* format, std::va_list values) noexcept
 {
-    // PIPE_BUF is what a pipe takes without mixing it with other writers' bytes.
+    // A pipe takes up to PIPE_BUF bytes without interleaving those of other writers.
     std::array<char, PIPE_BUF> line; // NOLINT(*-member-init): filled below
     line[0] = '<';
     line[1] = priority(level);

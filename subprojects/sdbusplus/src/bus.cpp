@@ -1,4 +1,4 @@
-// Opening and letting go of connections.
+// Opening and releasing connections.
 
 #include "sdbusplus/bus.hpp"
 
@@ -18,7 +18,7 @@ std::string read_unique_name(SdBusInterface* intf, sd_bus* b)
     {
         return {};
     }
-    // The pointer tells success: no string can be made of a null one, and std::string says so.
+    // On failure the pointer stays null, and std::string's constructor throws.
     const char* name = nullptr;
     intf->sd_bus_get_unique_name(b, &name);
     return std::string(name);

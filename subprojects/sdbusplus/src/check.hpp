@@ -1,4 +1,4 @@
-// How a negative result of sd-bus becomes an exception.
+// Turns a negative result of sd-bus into an exception.
 #pragma once
 
 #include "sdbusplus/exception.hpp"
@@ -6,7 +6,7 @@
 namespace sdbusplus
 {
 
-/** Passes a result on, or throws SdBusError for the negative one of `call`. */
+/** Returns the result of `call`, or throws SdBusError if it is negative. */
 inline int check(int result, const char* call)
 {
     if (result < 0)

@@ -1,4 +1,4 @@
-// The texts of a failed call, put together once, when it is thrown.
+// The texts of a failed call, composed once, when the error is constructed.
 
 #include "sdbusplus/exception.hpp"
 
@@ -36,7 +36,7 @@ class Mapped
         intf->sd_bus_error_free(&mapped);
     }
 
-    // sd-bus maps 0 to no error at all.
+    // sd-bus maps 0 to no error, without name and message.
     const char* name() const
     {
         return mapped.name ? mapped.name : SD_BUS_ERROR_FAILED;

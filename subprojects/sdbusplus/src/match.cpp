@@ -1,4 +1,4 @@
-// The way from sd-bus's plain callback to the held std::function.
+// Forwards sd-bus's plain callback to the match's std::function.
 
 #include "sdbusplus/bus/match.hpp"
 #include "sdbusplus/message.hpp"

@@ -1,4 +1,4 @@
-// What a message does besides carrying values: make the reply, go out.
+// A message's functions other than reading and appending: its bus, its reply, sending it.
 
 #include "sdbusplus/message.hpp"
 

@@ -1,4 +1,4 @@
-// The steps of a read, each one call into sd-bus and the name under which it fails.
+// The steps of a read, each one sd-bus call and the call's name in errors.
 
 #include "sdbusplus/message/read.hpp"
 
@@ -27,7 +27,7 @@ const Container set_container{
     "sd_bus_message_exit_container emplace_container",
 };
 
-// Members and entries are counted by the signature: only an array is asked for its end.
+// The signature fixes the number of members in these; only an array needs at_end.
 
 const Container tuple_container{
     SD_BUS_TYPE_STRUCT,
@@ -100,14 +100,14 @@ void Reader::skip_variant() const
 bool Reader::block(char type, std::size_t width, const void*& data, std::size_t& count) const
 {
     std::size_t size = 0;
-    // sd-bus undoes what a failing one has done.
+    // If this call fails, sd-bus restores the read position.
     if (intf->sd_bus_message_read_array(m, type, &data, &size) < 0)
     {
         return false;
     }
     if (size % width != 0)
     {
-        // The array ends inside an element. By elements it could not be left.
+        // The array ends inside an element; reading it by elements would fail at its exit.
         check(-EBUSY, vector_container.exit);
     }
     count = size / width;

@@ -1,11 +1,11 @@
-// The one way to libsystemd.
+// The instance that forwards to libsystemd.
 
 #include "sdbusplus/sdbus.hpp"
 
 namespace sdbusplus
 {
 
-// Trivially destroyed, so a thread that ends late in the process's life still finds it.
+// Trivially destructible, so a thread that exits after static destruction can still use it.
 constinit SdBusImpl sdbus_impl;
 
 } // namespace sdbusplus

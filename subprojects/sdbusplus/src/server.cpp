@@ -1,3 +1,5 @@
+// The part of serve() that doesn't depend on the body's type.
+
 #include "sdbusplus/sdbuspp_support/server.hpp"
 #include "sdbusplus/exception.hpp"
 #include "sdbusplus/server/transaction.hpp"

@@ -1,4 +1,4 @@
-// The thread's transaction is a number, cheap enough to be set at each property of a GetAll.
+// The thread's transaction id is a number, which is cheap to set for each property of a GetAll.
 
 #include "sdbusplus/server/transaction.hpp"
 
@@ -20,10 +20,10 @@ struct Transaction
     uint64_t cookie;
 };
 
-// At a fixed place behind the thread pointer: no call to find it at each property.
+// At a fixed offset from the thread pointer, so that no call is needed to find it.
 [[gnu::tls_model("initial-exec")]] constinit thread_local Transaction current{};
 
-/** A reply under construction has no cookie of its own yet: it stands for the call it answers. */
+/** The call's cookie, which is the reply cookie of a reply under construction. */
 uint64_t call_cookie(SdBusInterface* intf, sd_bus_message* m)
 {
     uint64_t cookie = 0;
@@ -34,7 +34,7 @@ uint64_t call_cookie(SdBusInterface* intf, sd_bus_message* m)
     return cookie;
 }
 
-/** Unique names are a few bytes that differ at the end, too short for more than this. */
+/** A simple hash suffices: unique names are a few bytes that differ at the end. */
 uint64_t name_hash(const char* name)
 {
     uint64_t hash = 0;
@@ -45,14 +45,14 @@ uint64_t name_hash(const char* name)
     return hash;
 }
 
-/** Out of set_id's way, which seldom gets here. */
+/** Not inlined, because set_id seldom calls it. */
 [[gnu::noinline]] void begin(SdBusInterface* intf, sd_bus_message* m, sd_bus* bus, uint64_t cookie)
 {
     const char* name = nullptr;
     intf->sd_bus_get_unique_name(bus, &name);
 
-    // Cookies count up per connection, so an odd multiplier spreads them and no two of one
-    // connection collide.
+    // Cookies count up per connection. An odd multiplier spreads them without collisions within a
+    // connection.
     constexpr uint64_t spread = 0x9e3779b97f4a7c15;
     current = {name_hash(name) ^ (cookie * spread), m, bus, cookie};
 }
@@ -65,7 +65,7 @@ void set_id(const message::message& m) noexcept
     sd_bus* bus = intf->sd_bus_message_get_bus(m.get());
     const uint64_t cookie = call_cookie(intf, m.get());
 
-    // The getters of a GetAll all have the one reply under construction.
+    // All getters of a GetAll get the same reply under construction.
     const Transaction& last = current;
     if (m.get() != last.message || bus != last.bus || cookie != last.cookie)
     {

@@ -1,4 +1,4 @@
-// References on a loop, and running it.
+// Taking and releasing references on a loop, and running it.
 
 #include "sdeventplus/event.hpp"
 

@@ -1,4 +1,4 @@
-// The one way to libsystemd.
+// The instance that forwards to libsystemd.
 
 #include "sdeventplus/internal/sdevent.hpp"
 

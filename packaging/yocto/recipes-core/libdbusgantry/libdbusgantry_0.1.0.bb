@@ -3,7 +3,7 @@ DESCRIPTION = "A shared library whose hosts publish hardware-inventory objects o
 LICENSE = "Apache-2.0"
 LIC_FILES_CHKSUM = "file://${COMMON_LICENSE_DIR}/Apache-2.0;md5=89aea4e17d99a7cacdbeed46a0096b10"
 
-# The tree that this recipe lies in.
+# The source tree that contains this recipe.
 inherit externalsrc meson pkgconfig systemd
 EXTERNALSRC = "${THISDIR}/../../../.."
 
@@ -13,7 +13,7 @@ DEPENDS = "systemd expat-native"
 EXTRA_OEMESON = "-Dtests=false -Dbench=false"
 
 # Without "real-sdbusplus" the stand-ins below subprojects/ are built in. Without "stand-ins" the
-# image has to bring libtallylog.so.0 and libtallybook.so.0 itself: name their recipe in DEPENDS.
+# image must provide libtallylog.so.0 and libtallybook.so.0 itself: name their recipe in DEPENDS.
 PACKAGECONFIG ??= "inventoryd stand-ins"
 PACKAGECONFIG[docs] = "-Ddocs=true,-Ddocs=false"
 PACKAGECONFIG[inventoryd] = "-Dexamples=true -Dsystemd=enabled,-Dexamples=false -Dsystemd=disabled"

@@ -1,4 +1,4 @@
-// One reference on a connection, together with the way to give it back: a connection that others
+// A bus holds one reference on a connection and knows how to release it: a connection that others
 // may share is left open, a private one is flushed and closed.
 #pragma once
 
@@ -24,7 +24,7 @@ namespace details
 {
 class bus_friend;
 
-/** How a bus lets go of its connection. */
+/** Releases a bus's reference on its connection. */
 class BusDeleter
 {
   public:
@@ -49,13 +49,13 @@ class BusDeleter
 struct bus
 {
     /**
-     * Takes a further reference, given back with sd_bus_unref. Null makes a bus without connection.
-     * Reading the unique name waits for the connection's greeting to be done. Throws
+     * Takes a further reference and releases it with sd_bus_unref. Null makes a bus without
+     * connection. Reading the unique name waits for the reply to the connection's Hello. Throws
      * std::logic_error if the connection has no unique name.
      */
     explicit bus(busp_t b, SdBusInterface* intf = &sdbus_impl);
 
-    /** As above, but takes over the caller's reference, which is given back even if this throws. */
+    /** As above, but takes over the caller's reference, and releases it even if this throws. */
     bus(busp_t b, std::false_type);
 
     bus(bus&&) = default;
@@ -73,7 +73,7 @@ struct bus
     }
 
     /**
-     * A signal from `objpath`, to be filled and sent. Throws SdBusError with
+     * Makes a signal from `objpath`, which the caller fills and sends. Throws SdBusError with
      * "sd_bus_message_new_signal".
      */
     message::message new_signal(const char* objpath, const char* interf, const char* member) const;
@@ -91,21 +91,21 @@ struct bus
 };
 
 /**
- * The calling thread's shared connection to the system bus, left open for its other holders. A
- * connection that can't be opened makes a bus without connection.
+ * The calling thread's shared connection to the system bus; its release leaves it open. Returns a
+ * bus without connection if it can't be opened.
  */
 bus new_default_system();
 
 /**
- * A private connection to the system bus, flushed and closed in the end. A connection that can't be
- * opened makes a bus without connection.
+ * A private connection to the system bus; its release flushes and closes it. Returns a bus without
+ * connection if it can't be opened.
  */
 bus new_system();
 
 namespace details
 {
 
-/** Gives the sd_bus to the few that pass it on to sd-bus calls. */
+/** Gives access to the sd_bus, for calls of sd-bus. */
 class bus_friend
 {
   public:

@@ -1,5 +1,5 @@
-// Failures that can be told to a D-Bus client: each has an error name, a description for people and
-// an errno. What this layer itself throws is an internal_exception.
+// Failures that can be sent to a D-Bus client: each has an error name, a readable description and
+// an errno. Those that this layer throws are internal_exceptions.
 #pragma once
 
 #include "sdbusplus/sdbus.hpp"
@@ -34,7 +34,7 @@ struct exception : public std::exception
     }
 };
 
-/** Base of the failures that arise in this layer. */
+/** Base of the failures in this layer. */
 struct internal_exception : public exception
 {
 };
@@ -44,12 +44,12 @@ class SdBusError final : public internal_exception
 {
   public:
     /**
-     * `error` is the positive errno, `prefix` names the failed call; sd-bus maps the errno to the
-     * error name and its message.
+     * `error` is the positive errno and `prefix` the name of the failed call; sd-bus maps the errno
+     * to the error name and message.
      */
     SdBusError(int error, const char* prefix, SdBusInterface* intf = &sdbus_impl);
 
-    // A move is a copy, so that an error that was moved from still has its texts.
+    // There is no move: a moved-from error would lose its texts.
     SdBusError(const SdBusError&) noexcept = default;
     SdBusError& operator=(const SdBusError&) noexcept = default;
     ~SdBusError() override = default;

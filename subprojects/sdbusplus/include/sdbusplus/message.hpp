@@ -1,5 +1,6 @@
-// One reference on a message, to be read from its start on or, while it is under construction, to
-// be filled and sent. sd-bus keeps the reading position, so two of these on one message share it.
+// A message holds one reference on an sd-bus message. It is read from its start or, while under
+// construction, filled and sent. sd-bus keeps the read position, so all holders of a message share
+// it.
 #pragma once
 
 #include "sdbusplus/message/append.hpp"
@@ -72,32 +73,32 @@ class message
         return reference != nullptr;
     }
 
-    /** The message itself, lent for as long as this object holds it. */
+    /** The sd-bus message, valid as long as this object holds it. */
     msgp_t get() const noexcept
     {
         return reference.get();
     }
 
     /**
-     * The connection that the message came in on or will go out on, with a reference of its own.
+     * The connection that the message arrived on or will be sent on, with its own reference.
      */
     bus::bus get_bus() const;
 
-    /** Throws SdBusError with "sd_bus_message_get_cookie" for a message that was not sent yet. */
+    /** Throws SdBusError with "sd_bus_message_get_cookie" if the message was not sent yet. */
     uint64_t get_cookie() const;
 
     /**
-     * Reads the next values, all of them or none: each argument is set once all have been read.
-     * Throws SdBusError naming the first call that failed.
+     * Reads the next values and sets the arguments only after all have been read. Throws SdBusError
+     * naming the first call that failed.
      */
-    template <typename... Ts>
+    template <class... Ts>
     void read(Ts&... values)
     {
         std::tie(values...) = read_values<Ts...>(interface(), get());
     }
 
-    /** Reads the next values and returns them, several as a tuple. Throws like read. */
-    template <typename... Ts>
+    /** Reads the next values and returns them, more than one as a tuple. Throws like read. */
+    template <class... Ts>
     auto unpack()
     {
         if constexpr (sizeof...(Ts) == 1)
@@ -111,17 +112,17 @@ class message
     }
 
     /**
-     * Appends the values one behind the other; that one could not be appended shows when the
-     * message is sent. Throws std::bad_variant_access for a variant without a value.
+     * Appends the values in order. If one can't be appended, sending the message fails. Throws
+     * std::bad_variant_access for a variant without a value.
      */
-    template <typename... Ts>
+    template <class... Ts>
     void append(const Ts&... values)
     {
         sdbusplus::message::append(interface(), get(), values...);
     }
 
     /**
-     * A reply to this call, to be filled and sent. Throws SdBusError with
+     * Makes a reply to this call, which the caller fills and sends. Throws SdBusError with
      * "sd_bus_message_new_method_return".
      */
     message new_method_return();

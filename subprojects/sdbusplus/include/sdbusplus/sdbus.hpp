@@ -1,6 +1,5 @@
-// The seam between this layer and libsystemd: one virtual function per sd_bus_* call, so that a
-// test can stand in for the bus. Whoever holds a bus or a message also holds the interface to reach
-// it by.
+// The interface between this layer and libsystemd: one virtual function per sd_bus_* call, so that
+// a test can replace the bus. Each bus and message holds the interface that its calls go through.
 #pragma once
 
 #include <systemd/sd-bus.h>
@@ -66,7 +65,7 @@ class SdBusInterface
     ~SdBusInterface() = default;
 };
 
-/** Passes every call on to libsystemd. */
+/** Forwards every call to libsystemd. */
 class SdBusImpl : public SdBusInterface
 {
   public:

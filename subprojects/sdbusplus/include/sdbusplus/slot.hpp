@@ -1,5 +1,5 @@
-// A slot keeps one registration on a connection alive: an object manager, a match. No larger than
-// the pointer that sd-bus hands out, and it may hold none, as when the registration failed.
+// A slot keeps one registration on a connection alive, of an object manager or a match. It is as
+// large as sd-bus's pointer, and empty if the registration failed.
 #pragma once
 
 #include "sdbusplus/sdbus.hpp"

@@ -1,5 +1,5 @@
-// The rows of an sd-bus member table as constant expressions. sd-bus keeps the table's address, so
-// a table is a static array.
+// Constant expressions for the rows of an sd-bus member table. sd-bus keeps the table's address, so
+// a table must be a static array.
 #pragma once
 
 #include <systemd/sd-bus.h>
@@ -13,7 +13,7 @@ namespace vtable
 
 using vtable_t = sd_bus_vtable;
 
-/** The flags share a word with the row's type and have its other 56 bits. */
+/** The flags occupy 56 bits of a word; the row's type has the other 8. */
 constexpr uint64_t flag_bits = (uint64_t{1} << 56) - 1;
 
 /** Opens every table. */

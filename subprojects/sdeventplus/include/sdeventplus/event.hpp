@@ -1,4 +1,5 @@
-// One reference on an sd_event loop. Copies share the loop; the last reference frees it.
+// An Event holds one reference on an sd_event loop. Copies share the loop; the last reference frees
+// it.
 #pragma once
 
 #include "sdeventplus/internal/sdevent.hpp"
@@ -27,17 +28,17 @@ class Event
           const internal::SdEvent* sdevent = &internal::sdevent_impl);
 
     /**
-     * The calling thread's default loop, made on first use. Throws SdEventError if sd-event gives
-     * none.
+     * The calling thread's default loop, created at first use. Throws SdEventError if sd-event
+     * fails.
      */
     static Event get_default(const internal::SdEvent* sdevent = &internal::sdevent_impl);
 
-    /** The loop itself, lent for as long as this object holds it. */
+    /** The sd-event loop, valid as long as this object holds it. */
     sd_event* get() const;
 
     /**
-     * Waits up to `timeout`, or without limit if there is none, and dispatches at most one source.
-     * The result is positive if one was dispatched and 0 if none was. Throws SdEventError.
+     * Waits up to `timeout`, or without limit if it is empty, and dispatches at most one source.
+     * Returns a positive number if one was dispatched and 0 if none was. Throws SdEventError.
      */
     int run(std::optional<SdEventDuration> timeout) const;
 

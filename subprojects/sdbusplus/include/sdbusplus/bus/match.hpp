@@ -1,5 +1,5 @@
-// A match is a subscription: for as long as it lives, each message on the connection that fits its
-// rule is handed to its callback from within the dispatch loop.
+// A match is a subscription: as long as it exists, the dispatch loop calls its callback with each
+// message on the connection that fits its rule.
 #pragma once
 
 #include "sdbusplus/bus.hpp"
@@ -21,8 +21,8 @@ struct match
     using callback_t = std::function<void(message::message&)>;
 
     /**
-     * A rule that the connection refuses is no error: the callback is never called. What the
-     * callback throws leaves sd-bus's dispatching by the way it came.
+     * A rule that the connection refuses is not an error: the callback is then never called. An
+     * exception from the callback propagates through sd-bus's dispatching.
      */
     match(bus& b, const char* rule, callback_t callback);
 
@@ -36,7 +36,7 @@ struct match
     ~match() = default;
 
   private:
-    // The callback goes before the slot. It is on the heap because sd-bus keeps its address.
+    // Destroyed after `held`. The callback is on the heap because sd-bus keeps its address.
     slot_t registration;
     std::unique_ptr<callback_t> held;
 };

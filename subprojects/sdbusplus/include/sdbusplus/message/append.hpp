@@ -1,5 +1,5 @@
-// Appending mirrors reading, with the difference that no call's result is looked at: a message that
-// could not be filled is refused by sd-bus when it is sent.
+// Appending mirrors reading, except that the calls' results are ignored: if a value can't be
+// appended, sd-bus refuses to send the message.
 #pragma once
 
 #include "sdbusplus/message/types.hpp"
@@ -21,7 +21,7 @@ namespace message
 namespace details
 {
 
-/** The end of a message that is being filled. */
+/** Appends to a message under construction. */
 class Writer
 {
   public:
@@ -66,24 +66,24 @@ inline void append_value(const Writer& to, bool value)
     to.basic(SD_BUS_TYPE_BOOLEAN, &wide);
 }
 
-// A D-Bus string has no zero bytes: the text ends at the first one.
+// A D-Bus string can't contain a zero byte, so the text ends at the first one.
 inline void append_value(const Writer& to, const std::string& value)
 {
     to.basic(SD_BUS_TYPE_STRING, value.c_str());
 }
 
-template <typename T>
+template <class T>
 void append_value(const Writer& to, const std::vector<T>& value);
-template <typename T>
+template <class T>
 void append_value(const Writer& to, const std::set<T>& value);
-template <typename K, typename V>
+template <class K, class V>
 void append_value(const Writer& to, const std::map<K, V>& value);
-template <typename... Ts>
+template <class... Ts>
 void append_value(const Writer& to, const std::tuple<Ts...>& value);
-template <typename... Ts>
+template <class... Ts>
 void append_value(const Writer& to, const std::variant<Ts...>& value);
 
-template <typename K, typename V>
+template <class K, class V>
 void append_value(const Writer& to, const std::pair<const K, V>& entry)
 {
     to.open(SD_BUS_TYPE_DICT_ENTRY, types::type_id<K, V>.data());
@@ -92,7 +92,7 @@ void append_value(const Writer& to, const std::pair<const K, V>& entry)
     to.close();
 }
 
-template <typename Elements>
+template <class Elements>
 void append_array(const Writer& to, const Elements& elements)
 {
     to.open(SD_BUS_TYPE_ARRAY, types::type_id<typename Elements::value_type>.data());
@@ -103,7 +103,7 @@ void append_array(const Writer& to, const Elements& elements)
     to.close();
 }
 
-template <typename T>
+template <class T>
 void append_value(const Writer& to, const std::vector<T>& value)
 {
     if constexpr (types::Number<T>)
@@ -116,19 +116,19 @@ void append_value(const Writer& to, const std::vector<T>& value)
     }
 }
 
-template <typename T>
+template <class T>
 void append_value(const Writer& to, const std::set<T>& value)
 {
     append_array(to, value);
 }
 
-template <typename K, typename V>
+template <class K, class V>
 void append_value(const Writer& to, const std::map<K, V>& value)
 {
     append_array(to, value);
 }
 
-template <typename... Ts>
+template <class... Ts>
 void append_value(const Writer& to, const std::tuple<Ts...>& value)
 {
     to.open(SD_BUS_TYPE_STRUCT, types::type_id<Ts...>.data());
@@ -136,11 +136,11 @@ void append_value(const Writer& to, const std::tuple<Ts...>& value)
     to.close();
 }
 
-template <typename... Ts>
+template <class... Ts>
 void append_value(const Writer& to, const std::variant<Ts...>& value)
 {
     std::visit(
-        [&]<typename T>(const T& alternative)
+        [&]<class T>(const T& alternative)
         {
             to.open(SD_BUS_TYPE_VARIANT, types::type_id<T>.data());
             append_value(to, alternative);
@@ -152,10 +152,10 @@ void append_value(const Writer& to, const std::variant<Ts...>& value)
 } // namespace details
 
 /**
- * Appends the values to `m` one behind the other. Throws std::bad_variant_access, with nothing of
- * that variant appended, for a variant without a value.
+ * Appends the values to `m` in order. For a variant without a value it appends nothing and throws
+ * std::bad_variant_access.
  */
-template <typename... Ts>
+template <class... Ts>
 void append(SdBusInterface* intf, sd_bus_message* m, const Ts&... values)
 {
     const details::Writer to(intf, m);

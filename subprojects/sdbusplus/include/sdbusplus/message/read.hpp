@@ -1,6 +1,6 @@
-// Reading walks the message once, in step with the type that is being filled. The first call into
-// sd-bus that fails ends the walk with an SdBusError that names the call. Templates only spell out
-// the walk; each step of it is a plain function.
+// Reading walks through the message once, guided by the C++ type that is filled. The first sd-bus
+// call that fails ends the walk with an SdBusError that names the call. The templates only order
+// the steps; each step is a plain function.
 #pragma once
 
 #include "sdbusplus/message/types.hpp"
@@ -22,7 +22,7 @@ namespace message
 namespace details
 {
 
-/** A kind of container as sd-bus enters it, and the names under which its calls fail. */
+/** A kind of container: its sd-bus type, and the names of its calls in errors. */
 struct Container
 {
     char type;
@@ -32,12 +32,12 @@ struct Container
 };
 
 extern const Container vector_container;
-extern const Container set_container; // also std::map: both keep what came first
+extern const Container set_container; // also std::map: both keep the first of equal elements
 extern const Container tuple_container;
 extern const Container pair_container;
 extern const Container variant_container;
 
-/** Where a read stands. sd-bus keeps the position inside the message. */
+/** Reads the next value of a message. sd-bus keeps the position inside the message. */
 class Reader
 {
   public:
@@ -48,21 +48,22 @@ class Reader
     void number(char type, void* value) const;
     bool boolean() const;
 
-    /** The text lies in the message and lives as long as it. */
+    /** The text is part of the message and valid as long as it. */
     const char* string() const;
 
     void enter(const Container& container, const char* contents) const;
     bool at_end(const Container& container) const;
     void exit(const Container& container) const;
 
-    /** Whether the next value is a variant of just these contents. */
+    /** Whether the next value is a variant with exactly these contents. */
     bool is_variant(const char* contents) const;
     void skip_variant() const;
 
     /**
-     * An array of numbers of `width` bytes as one block, which lies in the message. sd-bus has none
-     * for a sender of the other byte order, nor where a call would fail. The position is then still
-     * before the array, and reading by elements succeeds or fails at the call that is at fault.
+     * Gets an array of numbers of `width` bytes as one block, which is part of the message. Returns
+     * false if sd-bus has no block: the sender's byte order differs, or a call would fail. The
+     * position is then still before the array, so the caller reads it by elements, which succeeds
+     * or fails at the call concerned.
      */
     bool block(char type, std::size_t width, const void*& data, std::size_t& count) const;
 
@@ -71,7 +72,7 @@ class Reader
     sd_bus_message* m;
 };
 
-// Each of these fills a fresh value: zero, empty, or the default of a variant.
+// The value that each function fills is fresh: zero, empty, or a variant's default.
 
 template <types::Number T>
 void read_value(const Reader& from, T& value)
@@ -89,19 +90,19 @@ inline void read_value(const Reader& from, std::string& value)
     value = from.string();
 }
 
-template <typename T>
+template <class T>
 void read_value(const Reader& from, std::vector<T>& value);
-template <typename T>
+template <class T>
 void read_value(const Reader& from, std::set<T>& value);
-template <typename K, typename V>
+template <class K, class V>
 void read_value(const Reader& from, std::map<K, V>& value);
-template <typename... Ts>
+template <class... Ts>
 void read_value(const Reader& from, std::tuple<Ts...>& value);
-template <typename... Ts>
+template <class... Ts>
 void read_value(const Reader& from, std::variant<Ts...>& value);
 
-/** Enters an array, calls `element` once per element, and leaves it. */
-template <typename Element>
+/** Enters an array, calls `element` once per element, and exits it. */
+template <class Element>
 void read_array(const Reader& from, const Container& container, const char* contents,
                 const Element& element)
 {
@@ -113,7 +114,7 @@ void read_array(const Reader& from, const Container& container, const char* cont
     from.exit(container);
 }
 
-template <typename T>
+template <class T>
 void read_value(const Reader& from, std::vector<T>& value)
 {
     if constexpr (types::Number<T>)
@@ -141,7 +142,7 @@ void read_value(const Reader& from, std::vector<T>& value)
                });
 }
 
-template <typename T>
+template <class T>
 void read_value(const Reader& from, std::set<T>& value)
 {
     read_array(from, set_container, types::type_id<T>.data(),
@@ -153,7 +154,7 @@ void read_value(const Reader& from, std::set<T>& value)
                });
 }
 
-template <typename K, typename V>
+template <class K, class V>
 void read_value(const Reader& from, std::map<K, V>& value)
 {
     read_array(from, set_container, types::type_id<std::pair<const K, V>>.data(),
@@ -169,7 +170,7 @@ void read_value(const Reader& from, std::map<K, V>& value)
                });
 }
 
-template <typename... Ts>
+template <class... Ts>
 void read_value(const Reader& from, std::tuple<Ts...>& value)
 {
     from.enter(tuple_container, types::type_id<Ts...>.data());
@@ -178,7 +179,7 @@ void read_value(const Reader& from, std::tuple<Ts...>& value)
 }
 
 /** Reads the alternative T if the variant holds one. */
-template <typename T, typename Variant>
+template <class T, class Variant>
 bool read_alternative(const Reader& from, Variant& value)
 {
     constexpr const char* contents = types::type_id<T>.data();
@@ -194,10 +195,10 @@ bool read_alternative(const Reader& from, Variant& value)
     return true;
 }
 
-template <typename... Ts>
+template <class... Ts>
 void read_value(const Reader& from, std::variant<Ts...>& value)
 {
-    // A content that is none of the alternatives is passed over and counts as the default.
+    // Contents that match no alternative are skipped and read as the default.
     if (!(read_alternative<Ts>(from, value) || ...))
     {
         from.skip_variant();
@@ -208,10 +209,10 @@ void read_value(const Reader& from, std::variant<Ts...>& value)
 } // namespace details
 
 /**
- * Reads the next values of `m` into fresh variables and hands them back together. Throws SdBusError
- * naming the first call that failed; the message stays where that call left it.
+ * Reads the next values of `m` and returns them. Throws SdBusError naming the first call that
+ * failed; the read position stays where that call left it.
  */
-template <typename... Ts>
+template <class... Ts>
 std::tuple<Ts...> read_values(SdBusInterface* intf, sd_bus_message* m)
 {
     std::tuple<Ts...> values{};

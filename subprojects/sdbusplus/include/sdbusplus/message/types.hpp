@@ -1,5 +1,5 @@
-// Each C++ type that can travel has one D-Bus signature, put together by the compiler. The declared
-// type alone decides: nothing is looked at when a message is read or filled.
+// Each C++ type that a message can carry has one D-Bus signature, which the compiler assembles from
+// the declared type alone. Nothing is computed when a message is read or filled.
 #pragma once
 
 #include <algorithm>
@@ -24,7 +24,7 @@ namespace details
 
 static_assert(sizeof(int) == 4 && sizeof(long) == 8, "int is D-Bus's int32 and long its int64");
 
-/** A piece of a signature, without a terminating zero. */
+/** Joins pieces of a signature, without a terminating zero. */
 template <std::size_t... sizes>
 constexpr auto join(const std::array<char, sizes>&... pieces)
 {
@@ -34,8 +34,8 @@ constexpr auto join(const std::array<char, sizes>&... pieces)
     return joined;
 }
 
-/** The signature of one type; a type without a D-Bus form has none and does not compile. */
-template <typename T>
+/** The signature of one type; a type without a D-Bus form doesn't compile. */
+template <class T>
 struct signature;
 
 template <char c>
@@ -44,8 +44,8 @@ struct letter
     static constexpr std::array<char, 1> value{c};
 };
 
-/** The signatures of several types, one behind the other. */
-template <typename... Ts>
+/** The signatures of several types, in order. */
+template <class... Ts>
 constexpr auto contents = join(signature<Ts>::value...);
 
 // clang-format off
@@ -59,33 +59,33 @@ template <> struct signature<long> : letter<'x'> {};
 template <> struct signature<unsigned long> : letter<'t'> {};
 template <> struct signature<double> : letter<'d'> {};
 template <> struct signature<std::string> : letter<'s'> {};
-template <typename... Ts> struct signature<std::variant<Ts...>> : letter<'v'> {};
+template <class... Ts> struct signature<std::variant<Ts...>> : letter<'v'> {};
 // clang-format on
 
-template <typename T>
+template <class T>
 struct signature<std::vector<T>>
 {
     static constexpr auto value = join(letter<'a'>::value, signature<T>::value);
 };
 
-template <typename T>
+template <class T>
 struct signature<std::set<T>> : signature<std::vector<T>>
 {
 };
 
-template <typename... Ts>
+template <class... Ts>
 struct signature<std::tuple<Ts...>>
 {
     static constexpr auto value = join(letter<'('>::value, contents<Ts...>, letter<')'>::value);
 };
 
-template <typename K, typename V>
+template <class K, class V>
 struct signature<std::pair<const K, V>>
 {
     static constexpr auto value = join(letter<'{'>::value, contents<K, V>, letter<'}'>::value);
 };
 
-template <typename K, typename V>
+template <class K, class V>
 struct signature<std::map<K, V>> : signature<std::vector<std::pair<const K, V>>>
 {
 };
@@ -93,21 +93,21 @@ struct signature<std::map<K, V>> : signature<std::vector<std::pair<const K, V>>>
 } // namespace details
 
 /**
- * The signature of the types in a row, with its terminating zero: type_id<short, bool>.data() is
- * "nb". Shared by all who use it.
+ * The joined signature of the types, zero-terminated: type_id<short, bool>.data() is "nb". It
+ * exists once per list of types.
  */
-template <typename... Ts>
+template <class... Ts>
 inline constexpr auto type_id = details::join(details::contents<Ts...>, std::array<char, 1>{'\0'});
 
 /** The letter of a type whose signature is one letter. */
-template <typename T>
+template <class T>
 inline constexpr char type_letter = details::signature<T>::value.front();
 
 /**
- * A number of fixed size, which is the same in memory and on the wire; not bool, which is one byte
- * in memory and four on the wire.
+ * A number whose form in memory is its form in a message. Not bool, which has one byte in memory
+ * and four in a message.
  */
-template <typename T>
+template <class T>
 concept Number = std::is_arithmetic_v<T> && !std::is_same_v<T, bool>;
 
 } // namespace types

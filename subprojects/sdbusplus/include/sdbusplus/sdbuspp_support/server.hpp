@@ -1,6 +1,6 @@
 // What every sd-bus callback of a server class does around the class's own function: wrap the
-// message, read what comes in, call, append what goes out. A failure in this layer becomes the
-// error that the client gets; all other exceptions pass through to whoever dispatches.
+// message, read the arguments, call the function, append the results. A failure in this layer
+// becomes the client's error; all other exceptions propagate to the caller of the dispatching.
 #pragma once
 
 #include "sdbusplus/exception.hpp"
@@ -20,14 +20,14 @@ namespace sdbuspp
 namespace details
 {
 
-/** A message that the caller holds for as long as this object lives: no reference of its own. */
+/** A message without its own reference: the caller holds one as long as this object exists. */
 union Lent
 {
     Lent(sd_bus_message* msg, SdBusInterface* intf) : m(msg, intf, std::false_type{})
     {
     }
 
-    // NOLINTNEXTLINE(modernize-use-equals-default): a union's default one is deleted
+    // NOLINTNEXTLINE(modernize-use-equals-default): the default one of a union is deleted
     ~Lent()
     {
     }
@@ -35,15 +35,15 @@ union Lent
     message::message m;
 };
 
-/** serve() for a body already reduced to a function and what it works on. */
+/** serve() for a body given as a function and the object that it works on. */
 int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error,
           void (*body)(const void* what, message::message& m), const void* what);
 
 /**
- * What is the same around each function: wraps `msg`, begins its transaction, runs `body` on it,
- * and puts a failure of this layer into `error`.
+ * Wraps `msg`, begins its transaction, runs `body` on it, and puts a failure of this layer into
+ * `error`.
  */
-template <typename Body>
+template <class Body>
 int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error, const Body& body)
 {
     return serve(
@@ -52,11 +52,11 @@ int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error, const 
 }
 
 /**
- * serve() for a getter, which runs once a property of a GetAll: all of it inline, and no reference
- * on the reply, which sd-bus holds over the callback. The reference would cost more than all else
- * here: it counts on the connection too, by atomic instructions.
+ * serve() for a getter, which a GetAll runs once per property. It is inline and takes no reference
+ * on the reply, which sd-bus holds during the callback. A reference would cost more than everything
+ * else here: it also counts references on the connection, with atomic instructions.
  */
-template <typename R>
+template <class R>
 [[gnu::always_inline]] inline int serve_getter(sd_bus_message* msg, SdBusInterface* intf,
                                                sd_bus_error* error, std::function<R()>& f)
 {
@@ -76,11 +76,11 @@ template <typename R>
 } // namespace details
 
 /**
- * Serves a property. A function without argument is a getter, whose result goes into `msg`, the
- * reply under construction; a function of one argument is a setter, which gets the value in `msg`.
- * Returns 1, or what putting the failure into `error` gave.
+ * Serves a property. A function without argument is a getter, whose result is appended to `msg`,
+ * the reply under construction; a function of one argument is a setter, which gets the value in
+ * `msg`. Returns 1, or the result of putting a failure into `error`.
  */
-template <typename R, typename... Args>
+template <class R, class... Args>
 [[gnu::always_inline]] inline int property_callback(sd_bus_message* msg, SdBusInterface* intf,
                                                     sd_bus_error* error,
                                                     std::function<R(Args&&...)> f)
@@ -100,12 +100,12 @@ template <typename R, typename... Args>
 }
 
 /**
- * Serves a method: its arguments are read from `msg`, and its result is sent as the reply, which is
- * made before the function runs. With `multi_return` the result is a tuple whose members are the
- * method's separate results; without it is one value, and a tuple one struct. Returns 1, or what
- * putting the failure into `error` gave.
+ * Serves a method: reads its arguments from `msg` and sends its result as the reply, which is made
+ * before the function runs. With `multi_return` the result is a tuple whose members are the
+ * method's separate results; otherwise it is one value, and a tuple is one struct. Returns 1, or
+ * the result of putting a failure into `error`.
  */
-template <bool multi_return = false, typename R, typename... Args>
+template <bool multi_return = false, class R, class... Args>
 int method_callback(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error,
                     std::function<R(Args&&...)> f)
 {

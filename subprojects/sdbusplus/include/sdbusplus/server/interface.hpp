@@ -1,5 +1,5 @@
-// One interface of one object, published on a connection for as long as this holder lives. A
-// process has thousands of them, so it keeps no more than its slot and what a signal needs.
+// One interface of one object, published on a connection as long as this holder exists. A process
+// may have thousands, so a holder stores only its slot and what a signal needs.
 #pragma once
 
 #include "sdbusplus/bus.hpp"
@@ -18,9 +18,9 @@ namespace interface
 struct interface
 {
     /**
-     * `path` is copied; the bus, `interf` and `vtable` must outlive this object. `context` is
-     * handed to each callback of the vtable. Throws SdBusError with "sd_bus_add_object_vtable" if
-     * the connection refuses.
+     * `path` is copied; the bus, `interf` and `vtable` must outlive this object. Each callback of
+     * the vtable gets `context`. Throws SdBusError with "sd_bus_add_object_vtable" if the
+     * connection refuses.
      */
     interface(bus_t& b, const char* path, const char* interf, const sd_bus_vtable* vtable,
               void* context);
@@ -31,7 +31,7 @@ struct interface
     ~interface();
 
     /**
-     * A signal of this interface, to be filled and sent. Throws SdBusError with
+     * Makes a signal of this interface, which the caller fills and sends. Throws SdBusError with
      * "sd_bus_message_new_signal".
      */
     message::message new_signal(const char* member) const;

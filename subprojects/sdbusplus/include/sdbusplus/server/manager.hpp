@@ -11,7 +11,7 @@ namespace server
 namespace manager
 {
 
-/** Registered while it lives. A registration that the connection refuses is no error. */
+/** Registered as long as it exists. A refusal by the connection is not an error. */
 struct manager
 {
     manager(bus::bus& b, const char* path)

@@ -1,5 +1,5 @@
-// A transaction is one call and all that is done for it. Its id is the same for the call and for
-// the reply to it, and it stays the thread's until the next call comes in.
+// A transaction is one call and everything done for it. The call and its reply have the same id,
+// which remains the thread's until the next call arrives.
 #pragma once
 
 #include "sdbusplus/message.hpp"

@@ -1,5 +1,5 @@
-// The seam between the event objects and libsystemd: one virtual function per sd_event_* call, so
-// that a test can stand in for the event loop.
+// The interface between the event objects and libsystemd: one virtual function per sd_event_* call,
+// so that a test can replace the event loop.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -26,7 +26,7 @@ class SdEvent
     ~SdEvent() = default;
 };
 
-/** Passes every call on to libsystemd. */
+/** Forwards every call to libsystemd. */
 class SdEventImpl final : public SdEvent
 {
   public:

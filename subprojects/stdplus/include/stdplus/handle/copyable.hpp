@@ -1,5 +1,5 @@
-// A copyable handle is a managed handle over something reference counted: each copy takes a
-// reference of its own, and each releases its own.
+// A copyable handle is a managed handle to something reference-counted: each copy takes and
+// releases its own reference.
 #pragma once
 
 #include "stdplus/handle/managed.hpp"
@@ -11,13 +11,13 @@
 namespace stdplus
 {
 
-/** T is the raw value, Args what taking and releasing a reference need besides the value. */
-template <typename T, typename... Args>
+/** T is the raw value, Args what `ref` and `drop` need besides the value. */
+template <class T, class... Args>
 struct Copyable
 {
     /**
-     * Takes references with `ref`, whose result is the value that the copy then owns, and releases
-     * them with `drop`.
+     * Takes references with `ref`, which returns the value that the copy owns, and releases them
+     * with `drop`.
      */
     template <void (*drop)(T&&, Args&...), T (*ref)(const T&, Args&...)>
     class Handle : public Managed<T, Args...>::template Handle<drop>
@@ -26,7 +26,7 @@ struct Copyable
 
       public:
         /** Takes over the value's reference; empty if there is none. */
-        template <typename... Vs>
+        template <class... Vs>
         explicit Handle(std::optional<T> value, Vs&&... vs) :
             Base(std::move(value), std::forward<Vs>(vs)...)
         {

@@ -1,5 +1,5 @@
-// A managed handle owns one raw value (a pointer, a descriptor) together with whatever its release
-// needs, and releases it exactly once. A moved-from handle is empty and releases nothing.
+// A managed handle owns one raw value (a pointer, a descriptor) and what its release needs, and
+// releases the value exactly once. A moved-from handle is empty and releases nothing.
 #pragma once
 
 #include <optional>
@@ -11,18 +11,18 @@ namespace stdplus
 {
 
 /** T is the raw value, Args what its release needs besides the value. */
-template <typename T, typename... Args>
+template <class T, class... Args>
 struct Managed
 {
     static_assert(std::is_trivially_copyable_v<T>, "a raw handle is copied like a pointer");
 
-    /** Owns a value and gives it to `drop` when the handle ends, is reset or is assigned over. */
+    /** Owns a value and passes it to `drop` when the handle is destroyed, reset or assigned. */
     template <void (*drop)(T&&, Args&...)>
     class Handle
     {
       public:
         /** Takes over the value's reference; empty if there is none. */
-        template <typename... Vs>
+        template <class... Vs>
         explicit Handle(std::optional<T> value, Vs&&... vs) :
             data(std::forward<Vs>(vs)...), held(std::move(value))
         {
@@ -63,7 +63,7 @@ struct Managed
             return held.value();
         }
 
-        /** Gives the value and the duty to release it to the caller. */
+        /** Transfers the value to the caller, who must release it. */
         [[nodiscard]] std::optional<T> release() noexcept
         {
             return std::exchange(held, std::nullopt);
