@@ -100,10 +100,9 @@ void call(GANTRY_instance* /*instance*/)
 }
 
 template <int... slots>
-constexpr std::array<void (*)(GANTRY_instance*), sizeof...(slots)>
-functions(std::integer_sequence<int, slots...> /*all*/)
+constexpr auto functions(std::integer_sequence<int, slots...> /*all*/)
 {
-    return {call<slots>...};
+    return std::array{call<slots>...};
 }
 
 constexpr auto table_of_host = functions(std::make_integer_sequence<int, 64>());
@@ -124,22 +123,13 @@ class Catalogue : public Served
         object = {service, '/' + std::regex_replace(interface, std::regex("\\."), "/")};
         const std::string function =
             "GANTRY_instantiate__" + std::regex_replace(interface, std::regex("\\."), "_");
-        using Instantiate = void(GANTRY_cpp_context*, const void*, const char*, void*);
         const auto instantiate =
-            reinterpret_cast<Instantiate*>(dlsym(RTLD_DEFAULT, function.c_str()));
+            reinterpret_cast<void (*)(GANTRY_cpp_context*, const void*, const char*, void*)>(
+                dlsym(RTLD_DEFAULT, function.c_str()));
         ASSERT_NE(instantiate, nullptr) << function;
         instantiate(context, &table_of_host, nullptr, nullptr);
         GANTRY_instance_find(context, interface.c_str(), nullptr, &instance);
         ASSERT_NE(instance, nullptr);
-
-        for (Member& member : table)
-        {
-            if (member["access"] == "readwrite") // sd-bus lets nobody unprivileged write
-            {
-                member["org.freedesktop.systemd1.Privileged"] = "true";
-            }
-        }
-        EXPECT_EQ(lines(read_members(client.introspect(object), interface)), lines(table));
 
         auto expected = client.get_all(object, interface.c_str());
         std::string changes;
@@ -154,9 +144,13 @@ class Catalogue : public Served
             }
             else if (member["kind"] == "property")
             {
+                // sd-bus lets nobody unprivileged write.
+                member["org.freedesktop.systemd1.Privileged"] =
+                    member["access"] == "readwrite" ? "true" : "";
                 changes += expect_property(member, number++, expected[member["name"]]);
             }
         }
+        EXPECT_EQ(lines(read_members(client.introspect(object), interface)), lines(table));
         EXPECT_EQ(client.get_all(object, interface.c_str()), expected);
         EXPECT_EQ(announced(), changes);
         EXPECT_EQ(logged(2), "");
@@ -165,13 +159,12 @@ class Catalogue : public Served
   private:
     void expect_slot(Member& method, int slot)
     {
-        const auto call = [&](auto... zeros)
-        {
-            return client.call(object, interface.c_str(), method["name"].c_str(),
-                               method["in"].c_str(), zeros...);
-        };
+        const char* name = method["name"].c_str();
+        const char* in = method["in"].c_str();
         const support::Reply reply =
-            method["in"] == "d" ? call(0.0) : call(0L, 0L, 0L, 0L, 0L, 0L, 0L, 0L);
+            method["in"] == "d"
+                ? client.call(object, interface.c_str(), name, in, 0.0)
+                : client.call(object, interface.c_str(), name, in, 0L, 0L, 0L, 0L, 0L, 0L, 0L, 0L);
         EXPECT_TRUE(is_zero(reply.text, method["out"])) << reply.text;
         EXPECT_EQ(std::exchange(called, -1), slot);
     }
@@ -183,8 +176,6 @@ class Catalogue : public Served
     {
         const std::string& type = property["type"];
         const std::string& initial = property["com.orvane.gantry.Initial"];
-        const std::string digits = std::to_string(number);
-        const std::string quoted = '"' + digits + '"';
         const char* name = property["name"].c_str();
         EXPECT_TRUE(initial.empty()
                         ? is_zero(value, type)
@@ -192,13 +183,12 @@ class Catalogue : public Served
             << value;
         EXPECT_EQ(client.get(object, interface.c_str(), name).text, value);
 
+        const std::string digits = std::to_string(number);
         int error = EINVAL;
         const auto set = [&](auto setter, auto to)
         {
-            if (error == EINVAL) // of a setter for another type
-            {
-                setter(instance, name, to, false, &error);
-            }
+            // That of another type gives EINVAL.
+            error == EINVAL ? setter(instance, name, to, false, &error) : void();
         };
 #define GANTRY_SET(type, value_type)                                                               \
     set(GANTRY_property_set_##type, static_cast<value_type>(number));
@@ -209,18 +199,16 @@ class Catalogue : public Served
         set(GANTRY_property_set_string, texts[0]);
         set(GANTRY_property_set_strings, &array);
         EXPECT_EQ(error == 0, type == "as" || (type.size() == 1 && type != "v"));
-        if (error != 0)
+        if (error == 0)
         {
-            return "";
+            value = type == "b"    ? "b true"
+                    : type == "s"  ? "s \"" + digits + '"'
+                    : type == "as" ? "as [\"" + digits + "\"]"
+                                   : type + ' ' + digits;
         }
-        value = type + ' ' +
-                (type == "b"    ? "true"
-                 : type == "s"  ? quoted
-                 : type == "as" ? '[' + quoted + ']'
-                                : digits);
         const bool is_constant =
             property["org.freedesktop.DBus.Property.EmitsChangedSignal"] == "const";
-        return is_constant ? "" : name + (": " + value) + '\n';
+        return is_constant || error != 0 ? "" : name + (": " + value) + '\n';
     }
 
     const char* path_of_table;
