@@ -94,7 +94,8 @@ template <class Record>
 Record* make_record(std::initializer_list<Element<Record>> elements)
 {
     // Of no elements it is a block all the same.
-    auto* data = static_cast<Element<Record>*>(calloc(elements.size(), sizeof(Element<Record>)));
+    auto* data = static_cast<Element<Record>*>(
+        calloc(1, std::span(elements.begin(), elements.size()).size_bytes()));
     std::copy(elements.begin(), elements.end(), data);
     return allocate<Record>(data, elements.size());
 }
