@@ -50,7 +50,7 @@ TEST_F(Utf8, AgreesWithSdBusAtAllEdges)
     for (const char lead :
          "\x41\x7F\x80\xC1\xC2\xDF\xE0\xE1\xEC\xED\xEE\xEF\xF0\xF1\xF3\xF4\xF5\xFF")
     {
-        for (std::size_t rest = 0; rest < 15 * 15 * 15; ++rest)
+        for (std::size_t rest = 0; rest < edges.size() * 225; ++rest)
         {
             const char text[] = {lead, edges[rest / 225], edges[rest / 15 % 15], edges[rest % 15],
                                  '\0'};
