@@ -1,0 +1,357 @@
+// From a call on the bus to the function in a host's table and back, in both shapes of method: what
+// each side sees, who releases what and when, and what is left of a call that goes wrong. That each
+// method has its slot, and outputs that start at zero, is tested with the tables.
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+#include <new>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <dlfcn.h>
+
+#include <gantry/gantry.h>
+
+#include <com/orvane/velmar/sample/gantrytest/gantry_server.hpp>
+
+#include "src/served.hpp"
+#include "src/stand_in.hpp"
+
+namespace
+{
+
+stand_in::Script send;
+
+// What was sent, and which of the blocks that a host's function has named were freed.
+std::string events;
+
+using Name = std::pair<const void*, std::string>;
+std::vector<Name> named;
+bool has_names = false;
+
+void note_free(const void* block)
+{
+    const auto found = std::ranges::find(named, block, &Name::first);
+    if (found != named.end())
+    {
+        events += found->second + ' ';
+        named.erase(found);
+        has_names = !named.empty();
+    }
+}
+
+} // namespace
+
+int sd_bus_send(sd_bus* bus, sd_bus_message* message, uint64_t* cookie)
+{
+    auto& script = send.for_library(__builtin_return_address(0));
+    events += &script == &send ? "sent " : "";
+    return script.next_or("sd_bus_send", sd_bus_send, bus, message, cookie);
+}
+
+// Called before a sanitizer is ready for code of its own.
+__attribute__((no_sanitize("address", "undefined"))) void free(void* block) noexcept
+{
+    using Free = void(void*);
+    static constinit Free* hidden = nullptr;
+    static constinit bool has_looked = false;
+    if (!std::exchange(has_looked, true))
+    {
+        hidden = reinterpret_cast<Free*>(dlsym(RTLD_NEXT, "free"));
+    }
+    if (hidden == nullptr)
+    {
+        return; // The look-up itself frees the text of an earlier one's error; that one is kept.
+    }
+    if (has_names)
+    {
+        note_free(block);
+    }
+    hidden(block);
+}
+
+namespace
+{
+
+// Records as a host may build them, of blocks that free() takes.
+template <class Record, class... Fields>
+Record* allocate(Fields... fields)
+{
+    return new (calloc(1, sizeof(Record))) Record{fields...};
+}
+
+template <class Record>
+using Element = std::remove_pointer_t<decltype(Record::data)>;
+template <class Record>
+Record* make_record(std::initializer_list<Element<Record>> elements)
+{
+    // Of no elements it is a block all the same.
+    auto* data = static_cast<Element<Record>*>(
+        calloc(1, std::span(elements.begin(), elements.size()).size_bytes()));
+    std::copy(elements.begin(), elements.end(), data);
+    return allocate<Record>(data, elements.size());
+}
+
+using Bytes = GANTRY_byte_array;
+using Numbers = GANTRY_int16_array;
+using Texts = GANTRY_string_array;
+using Row = GANTRY_uint32_array;
+using Rows = GANTRY_uint32_array_array;
+using Ananas = GANTRY_struct_ananas;
+
+// Values as a host's function sees them.
+std::string shown(long number)
+{
+    return std::to_string(number);
+}
+
+std::string shown(const char* text)
+{
+    return text == nullptr ? "null" : '"' + std::string(text) + '"';
+}
+
+template <class Record>
+auto shown(const Record* record) -> decltype(record->data, std::string())
+{
+    std::string text;
+    for (unsigned long index = 0; record != nullptr && index < record->count; ++index)
+    {
+        text += (index == 0 ? "" : " ") + shown(record->data[index]);
+    }
+    return record == nullptr ? "null" : '[' + text + ']';
+}
+
+template <class Struct>
+auto shown(const Struct* values) -> decltype(values->field3, std::string())
+{
+    return shown(values->field1) + ' ' + shown(values->field2) + ' ' + shown(values->field3);
+}
+
+// Looks at its input and gives the result that a test has made, which the library releases.
+std::string seen;
+void* next = nullptr;
+
+template <class Value>
+void exchange(GANTRY_instance* /*instance*/, Value in, Value* out)
+{
+    seen = shown(in);
+    *out = static_cast<Value>(std::exchange(next, nullptr));
+}
+
+class MethodDispatch : public Served
+{
+  protected:
+    using Table = GANTRY_table__com_orvane_velmar_sample_gantrytest;
+
+    MethodDispatch()
+    {
+        publish(&table);
+    }
+
+    // One more object, which the calls go to from here on.
+    void publish(const Table* its_table)
+    {
+        object = {service, "/object" + std::to_string(context->tracker.size())};
+        GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(context, its_table,
+                                                                object.path.c_str(), nullptr);
+    }
+
+    // The reply, or "no reply" when a call is left without one and the service goes on.
+    template <class... Args>
+    std::string call(const std::string& method, const char* types, Args... args)
+    {
+        logged();
+        events.clear();
+        named.clear();
+        const auto pending = client.start(object, "com.orvane.velmar.sample.gantrytest",
+                                          method.c_str(), types, args...);
+        client.settle(service);
+        return pending.reply().text;
+    }
+
+    Table table{};
+    support::Object object;
+};
+
+const std::string ended =
+    "\\n\n2 EXCEPTION gantrycommon.GANTRY_dbus_loop_one_pass: std::exception\\n\n";
+
+// A method of reply shape and its twin of message shape, with their operations' names.
+const std::pair<std::string, std::string> both_shapes[] = {{"Try_string", "tryString"},
+                                                           {"Try_string_D", "tryStringD"}};
+
+// A method and its twin see and give the same, where the host makes the result anew.
+#define EXPECT_BOTH(method, suffix, expected_seen, reply, made, ...)                               \
+    for (const char* shape : {method, method suffix})                                              \
+    {                                                                                              \
+        next = (made);                                                                             \
+        EXPECT_EQ(call(shape, __VA_ARGS__), reply) << shape;                                       \
+        EXPECT_EQ(std::exchange(seen, {}), expected_seen) << shape;                                \
+    }
+
+TEST_F(MethodDispatch, RepliesZerosWithoutAFunction)
+{
+    const auto expect_zeros = [this](const std::string& logged_first)
+    {
+        for (const auto& [method, operation] : both_shapes)
+        {
+            const std::string place = " gantry_server." + operation + ": ";
+            EXPECT_EQ(call(method, "s", "text"), "s \"\"");
+            EXPECT_EQ(told(), (logged_first.empty() ? "" : "1" + place + logged_first + '\n') +
+                                  "9" + place + "not calling callback\n");
+        }
+    };
+    expect_zeros("");
+    publish(nullptr);
+    expect_zeros("inst->table is NULL");
+    auto& record = newest<GANTRY_com_orvane_velmar_sample_gantrytest::gantrytest>().inst;
+    auto* const instance = std::exchange(record, nullptr);
+    expect_zeros("inst is NULL");
+    record = instance;
+}
+
+TEST_F(MethodDispatch, LendsInputsAndTakesWhateverAHostLeavesInOutputs)
+{
+    table.Try_byte = table.Try_byte_D = [](GANTRY_instance*, unsigned char in, unsigned char* out)
+    { *out = in + 1; };
+    table.Try_string = table.Try_string_D = exchange;
+    table.Try_array = table.Try_array_D = exchange;
+    table.TrySet = table.TrySetD = exchange;
+    table.TryArrayString = table.TryArrayStringD = exchange;
+    table.TryArrayArray = table.TryArrayArrayD = exchange;
+    table.TryStruct = table.TryStructD = exchange;
+    table.TryStructArray = table.TryStructArrayD = exchange;
+
+    EXPECT_BOTH("Try_byte", "_D", "", "y 255", nullptr, "y", 254)
+    EXPECT_BOTH("Try_string", "_D", "\"text\"", "s \"a\uFFFD\"", strdup("a\xFF"), "s", "text")
+    EXPECT_BOTH("Try_array", "_D", "[255 0 1]", "ay [0, 255]", make_record<Bytes>({0, 255}), "ay",
+                3, 255, 0, 1)
+    EXPECT_BOTH("Try_array", "_D", "[1]", "ay []", make_record<Bytes>({}), "ay", 1, 1)
+    EXPECT_BOTH("TrySet", "D", "[-32768 -1 1 3]", "an [-1, 1, 3]",
+                make_record<Numbers>({3, 1, 3, -1}), "an", 5, 3, -1, 1, 3, -32768)
+    EXPECT_BOTH("TrySet", "D", "null", "an []", allocate<Numbers>(nullptr, 1UL), "an", 0)
+    EXPECT_BOTH("TryArrayString", "D", "[\"b\" \"\" \"b\"]", "as [\"\", \"\uFFFD\"]",
+                make_record<Texts>({nullptr, strdup("\xFF")}), "as", 3, "b", "", "b")
+    EXPECT_BOTH("TryArrayArray", "D", "[[1 2] null [3]]", "aau [[], [1], [], []]",
+                make_record<Rows>({nullptr, make_record<Row>({1U}), make_record<Row>({}),
+                                   allocate<Row>(nullptr, 1UL)}),
+                "aau", 3, 2, 1, 2, 0, 1, 3)
+    EXPECT_BOTH("TryStruct", "D", "-1 -9223372036854775807 \"a\"", "(ixs) (-5, -6, \"\")",
+                allocate<GANTRY_struct_ixs>(-5, -6L, nullptr), "(ixs)", -1, -INT64_MAX, "a")
+    EXPECT_BOTH("TryStructArray", "D", "[2 1] null [\"\"]", "(ananas) ([2], [], [\"\uFFFD\"])",
+                allocate<Ananas>(make_record<Numbers>({2}), allocate<Numbers>(nullptr, 1UL),
+                                 make_record<Texts>({strdup("\xFF")})),
+                "(ananas)", 2, 2, 1, 0, 1, "")
+    EXPECT_BOTH("TryStructArray", "D", "null null null", "(ananas) ([], [], [])", nullptr,
+                "(ananas)", 0, 0, 0)
+
+    // A host may shorten a record too: what is gone then is the host's to free.
+    table.TryArrayString = table.TryArrayStringD = [](GANTRY_instance*, Texts* in, Texts**)
+    { free(std::exchange(in->data[--in->count], nullptr)); };
+    EXPECT_BOTH("TryArrayString", "D", "", "as []", nullptr, "as", 2, "a", "b")
+}
+
+// Names the blocks of a host's record.
+void name_blocks(const Ananas* record, const std::string& as)
+{
+    const auto& [numbers, more, texts] = *record;
+    has_names = true;
+    named.insert(named.end(), {{record, as},
+                               {numbers, as + '1'},
+                               {numbers->data, as + "1.data"},
+                               {more, as + '2'},
+                               {texts, as + '3'},
+                               {texts->data, as + "3.data"},
+                               {texts->data[0], as + "3[0]"},
+                               {texts->data[1], as + "3[1]"}});
+}
+
+TEST_F(MethodDispatch, ReleasesInputsAndThenOutputs)
+{
+    static bool throws = false;
+    table.TryStructArray = table.TryStructArrayD = [](GANTRY_instance*, Ananas* in, Ananas** out)
+    {
+        name_blocks(in, "in");
+        *out = allocate<Ananas>(make_record<Numbers>({1}), make_record<Numbers>({2}),
+                                make_record<Texts>({strdup("a"), strdup("b")}));
+        name_blocks(*out, "out");
+        throws ? throw std::runtime_error("host's own") : 0;
+    };
+    const std::string released = "in1.data in1 in2 in3[0] in3[1] in3.data in3 in "
+                                 "out1.data out1 out2 out3[0] out3[1] out3.data out3 out ";
+    const std::string reply = "(ananas) ([1], [2], [\"a\", \"b\"])";
+    for (const auto& [method, does_throw, expected, trace] :
+         {std::tuple{"TryStructArray", false, reply, released + "sent "},
+          {"TryStructArrayD", false, reply, "sent " + released},
+          {"TryStructArray", true, "no reply", released},
+          {"TryStructArrayD", true, "no reply", released}})
+    {
+        throws = does_throw;
+        EXPECT_EQ(call(method, "(ananas)", 1, 3, 1, 4, 2, "c", "d"), expected);
+        EXPECT_EQ(events, trace) << method << throws;
+    }
+}
+
+TEST_F(MethodDispatch, GivesAndReleasesTextsInTheOrderOfTheArguments)
+{
+    GANTRY_table__com_orvane_velmar_system_NicSlot slot{};
+    slot.TriggerAdapterCoreDump = [](GANTRY_instance*, char* a, unsigned char b, char* c, char* d,
+                                     char* e, char* f, char* g, unsigned char h, int* status,
+                                     char** message)
+    {
+        *status = b * 1000 + h;
+        *message = strdup("out");
+        for (char* text : {a, c, d, e, f, g, *message})
+        {
+            named.emplace_back(text, text);
+            has_names = true;
+        }
+    };
+    GANTRY_instantiate__com_orvane_velmar_system_NicSlot(context, &slot, "/slot", nullptr);
+    events.clear();
+    EXPECT_EQ(client
+                  .call({service, "/slot"}, "com.orvane.velmar.system.NicSlot",
+                        "TriggerAdapterCoreDump", "sysssssy", "a", 2, "c", "d", "e", "f", "g", 255)
+                  .text,
+              "is 2255, \"out\"");
+    EXPECT_EQ(events, "a c d e f g out sent ");
+}
+
+TEST_F(MethodDispatch, EndsTheLoopWhenTheHostThrows)
+{
+    table.Try_string = table.Try_string_D = [](GANTRY_instance*, char* in, char**)
+    { *in == '4' ? throw 42 : throw std::runtime_error("host's own"); };
+    for (const auto& [method, operation] : both_shapes)
+    {
+        EXPECT_EQ(call(method, "s", "text"), "no reply");
+        EXPECT_EQ(told(), "2 EXCEPTION gantry_server." + operation + ": host's own" + ended);
+        EXPECT_EQ(call("Deferred", ""), "i 0");
+        // What is no std::exception goes through the loop, untold.
+        EXPECT_THROW(call(method, "s", "42"), int);
+        EXPECT_EQ(told(), "");
+        EXPECT_EQ(call("Deferred", ""), "i 0");
+    }
+}
+
+TEST_F(MethodDispatch, TellsTheClientOfAReplyThatIsNotSentInReplyShapeOnly)
+{
+    const std::string error = "org.freedesktop.DBus.Error.IOError: ";
+    send = {-EIO};
+    EXPECT_EQ(call("Try_string", "s", ""), "error " + error + "sd_bus_send: Input/output error");
+    EXPECT_EQ(events, "sent ");
+    send = {-EIO};
+    EXPECT_EQ(call("Try_string_D", "s", ""), "no reply");
+    EXPECT_EQ(logged(2), "2 EXCEPTION gantry_server.tryStringD: sd_bus_send: " + error +
+                             "Input/output error" + ended);
+    EXPECT_EQ(call("Try_string_D", "s", ""), "s \"\"");
+}
+
+} // namespace
