@@ -1,253 +1,482 @@
-// Properties of every type, on the class that the generator makes of the table next to this test:
-// setters and what they send, and what a client is told.
-#include <array>
+// Properties: set and read by hosts in C and in C++, by name, and by hostile clients; what is
+// announced, and what the data store is told. And the basic types by themselves.
 #include <cerrno>
+#include <climits>
 #include <cmath>
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <limits>
+#include <functional>
+#include <new>
+#include <set>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include <com/orvane/velmar/test/AllTypes/gantry_server.hpp>
+#include <gantry/gantry.h>
+
+#include <com/orvane/velmar/hwi/HWIOemFruCustomData/gantry_server.hpp>
+#include <com/orvane/velmar/sample/gantrytest/gantry_server.hpp>
+#include <com/orvane/velmar/system/BLT/server.hpp>
+#include <gantry/property.hpp>
+#include <gantry/types.hpp>
 #include <sdbusplus/exception.hpp>
+#include <tallybook.hpp>
 
 #include "src/served.hpp"
+#include "support/render.hpp"
+
+// What the data store was told, and that sd-bus read PropString to announce it, a line each.
+static std::string trace;
+static bool store_is_full = false;
+
+void Tallybook::set_key(const std::string& key, const std::string& class_name,
+                        const std::string& object_path, unsigned short caller_id)
+{
+    trace += key + ' ' + class_name + ' ' + object_path + ' ' + std::to_string(caller_id) + '\n';
+    if (store_is_full)
+    {
+        throw std::runtime_error("store is full");
+    }
+}
+
+void Tallybook::remove(const std::string& key) noexcept
+{
+    trace += "remove " + key + '\n';
+}
+
+int tallybook_caller_id(void)
+{
+    return 0x1'0007; // the store takes 16 bits of it
+}
 
 namespace
 {
 
-using sdbusplus::server::com::orvane::velmar::test::AllTypes;
+using GANTRY_com_orvane_velmar_hwi_HWIOemFruCustomData::HWIOemFruCustomData;
+using GANTRY_com_orvane_velmar_sample_gantrytest::gantrytest;
+using sdbusplus::exception::SdBusError;
+using sdbusplus::server::com::orvane::velmar::system::BLT;
 using Texts = std::vector<std::string>;
 
-constexpr const char* interface = AllTypes::interface;
-constexpr const char* properties = "org.freedesktop.DBus.Properties";
-constexpr const char* path = "/com/orvane/velmar/test/AllTypes";
+constexpr const char* interface = gantrytest::interface;
+const std::string bad = "N\xE4he\xFF";
+const std::string repaired = "\"N\uFFFDhe\uFFFD\"";
+
+// One whose getter of PropString is the test's.
+struct Own : gantrytest
+{
+    using gantrytest::gantrytest;
+    using gantrytest::propString;
+    std::string propString() const override
+    {
+        on_get();
+        return gantrytest::propString();
+    }
+    inline static std::function<void()> on_get;
+};
+static_assert(sizeof(Own) == sizeof(gantrytest));
 
 class Property : public Served
 {
   protected:
-    AllTypes& instantiate()
+    Property()
     {
-        GANTRY_instantiate__com_orvane_velmar_test_AllTypes(context, nullptr, nullptr, nullptr);
-        return newest<GANTRY_com_orvane_velmar_test_AllTypes::AllTypes>();
+        GANTRY_instantiate__com_orvane_velmar_hwi_HWIOemFruCustomData(context, nullptr, "/fru",
+                                                                      nullptr);
+        fru = &newest<HWIOemFruCustomData>();
+        GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(context, nullptr, "/sample",
+                                                                nullptr);
+        // Only a derived class has such a getter, so the object is made anew in its place.
+        auto& published = newest<gantrytest>();
+        instance = std::exchange(published.inst, nullptr);
+        published.~gantrytest();
+        server = new (&published) Own(context->bus, "/sample");
+        server->inst = instance;
+        Own::on_get = [] { trace += "read\n"; };
+        trace.clear();
     }
 
-    std::string get(const char* property)
+    // What a function of <gantry/property.h> reports.
+    template <class... Parameters, class... Arguments>
+    static int error_of(void (*function)(Parameters...), Arguments... arguments)
     {
-        return client.get(all_types, interface, property).text;
+        int error = -1;
+        function(arguments..., &error);
+        return error;
     }
 
-    const support::Object all_types{service, path};
-};
-
-// The three accessors of a property, which share a name.
-template <class Type>
-struct Accessors
-{
-    Type (AllTypes::*get)() const;
-    Type (AllTypes::*set)(Type, bool);
-    Type (AllTypes::*set_and_announce)(Type);
-};
-
-// A change to each of two values; the first is announced each time, but never twice, and the other
-// never, with skipSignal.
-template <class Type>
-void set_both_ways(AllTypes& object, const Accessors<Type>& property, const Type& one,
-                   const Type& other)
-{
-    const auto expect_stored = [&](const Type& returned, const Type& value)
+    static int announce(GANTRY_instance* of, const std::vector<const char*>& members)
     {
-        EXPECT_EQ(returned, value);
-        EXPECT_EQ((object.*property.get)(), value);
-    };
-    expect_stored((object.*property.set)(one, false), one);
-    expect_stored((object.*property.set)(one, false), one);
-    expect_stored((object.*property.set)(other, true), other);
-    expect_stored((object.*property.set)(other, false), other); // too late to announce it
-    expect_stored((object.*property.set_and_announce)(one), one);
-    expect_stored((object.*property.set_and_announce)(one), one);
+        return error_of(GANTRY_property_announce, of, members.data());
+    }
+
+    template <class Type>
+    void expect_access(void (*set)(GANTRY_instance*, const char*, Type, bool, int*),
+                       void (*get)(GANTRY_instance*, const char*, Type*, int*),
+                       const std::string& member, Type one, Type other, const char* on_the_bus)
+    {
+        Type value{};
+        EXPECT_EQ(error_of(set, instance, member.c_str(), one, false), 0);
+        set(instance, member.c_str(), one, false, nullptr); // is no change
+        set(instance, member.c_str(), other, true, nullptr);
+        EXPECT_EQ(announced(), member + ": " + on_the_bus + '\n');
+        EXPECT_EQ(error_of(get, instance, member.c_str(), &value), 0);
+        EXPECT_EQ(error_of(get, instance, member.c_str(), nullptr), EINVAL);
+        for (const char* name : {"PropByte", "PropBoolean", "PropInt16", "PropUInt16", "PropInt32",
+                                 "PropUInt32", "PropInt64", "PropUInt64", "PropDouble",
+                                 "PropString", "PropArray1", "Nothing", "propByte", ""})
+        {
+            if (name != member)
+            {
+                const int expected = *name == 'P' ? EINVAL : ENOENT;
+                EXPECT_EQ(error_of(set, instance, name, one, false), expected) << member << name;
+                EXPECT_EQ(error_of(get, instance, name, &value), expected) << member << name;
+            }
+        }
+        EXPECT_EQ(error_of(get, instance, nullptr, &value), ENOENT);
+        EXPECT_EQ(error_of(get, nullptr, member.c_str(), &value), EINVAL);
+        EXPECT_EQ(value, other) << member;
+    }
+
+    Own* server = nullptr;
+    GANTRY_instance* instance = nullptr;
+    HWIOemFruCustomData* fru = nullptr;
+    const support::Object sample{service, "/sample"};
+};
+
+TEST_F(Property, OfEachTypeIsOpenToItsOwnFunctionsAlone)
+{
+#define EXPECT_ACCESS(type, ...)                                                                   \
+    expect_access<decltype(GANTRY_##type##_c_skeleton("", 0))>(                                    \
+        GANTRY_property_set_##type, GANTRY_property_get_##type, __VA_ARGS__)
+    EXPECT_ACCESS(byte, "PropByte", 1, 255, "y 1");
+    EXPECT_ACCESS(boolean, "PropBoolean", true, false, "b true");
+    EXPECT_ACCESS(int16, "PropInt16", SHRT_MIN, 7, "n -32768");
+    EXPECT_ACCESS(uint16, "PropUInt16", USHRT_MAX, 1, "q 65535");
+    EXPECT_ACCESS(int32, "PropInt32", INT_MIN, 3, "i -2147483648");
+    EXPECT_ACCESS(uint32, "PropUInt32", UINT_MAX, 1, "u 4294967295");
+    EXPECT_ACCESS(int64, "PropInt64", INT64_MIN, 4, "x -9223372036854775808");
+    EXPECT_ACCESS(uint64, "PropUInt64", UINT64_MAX, 1, "t 18446744073709551615");
+    EXPECT_ACCESS(double, "PropDouble", 0.25, -8.5, "d 0.25");
+
+    const std::string longer = "a longer text than fits into the object";
+    for (const char* value : {longer.c_str(), static_cast<const char*>(nullptr)})
+    {
+        char* text = nullptr;
+        GANTRY_property_set_string(instance, "PropString", "skipped", true, nullptr);
+        GANTRY_property_set_string(instance, "PropString", value, false, nullptr);
+        GANTRY_property_get_string(instance, "PropString", &text, nullptr);
+        EXPECT_EQ(announced(), "PropString: s \"" + std::string(text) + "\"\n");
+        EXPECT_EQ(text, value != nullptr ? longer : "");
+        GANTRY_string_free(&text);
+        EXPECT_EQ(error_of(GANTRY_property_set_string, instance, "PropByte", value, false), EINVAL);
+    }
+
+    char one[] = "one";
+    char* texts[] = {one, nullptr};
+    const GANTRY_string_array record{static_cast<char**>(texts), 2};
+    GANTRY_string_array* strings = nullptr;
+    GANTRY_property_set_strings(fru->inst, "BoardCustomData", &record, false, nullptr);
+    GANTRY_property_get_strings(fru->inst, "BoardCustomData", &strings, nullptr);
+    ASSERT_NE(strings, nullptr);
+    EXPECT_EQ(Texts(strings->data, strings->data + strings->count), (Texts{"one", ""}));
+    GANTRY_strings_free(&strings);
+    GANTRY_strings_free(&strings);
+    GANTRY_strings_free(nullptr);
+    GANTRY_property_set_strings(fru->inst, "BoardCustomData", nullptr, false, nullptr);
+    strings = const_cast<GANTRY_string_array*>(&record);
+    GANTRY_property_get_strings(fru->inst, "BoardCustomData", &strings, nullptr);
+    EXPECT_EQ(strings, nullptr);
+    EXPECT_EQ(announced(), "BoardCustomData: as [\"one\", \"\"]\nBoardCustomData: as []\n");
+    for (auto* of : {instance, static_cast<GANTRY_instance*>(nullptr)})
+    {
+        EXPECT_EQ(error_of(GANTRY_property_set_strings, of, "PropString", &record, false), EINVAL);
+        EXPECT_EQ(error_of(GANTRY_property_get_strings, of, "PropString", &strings), EINVAL);
+    }
 }
 
-#define ACCESSORS(Type, name)                                                                      \
-    Accessors<Type>                                                                                \
-    {                                                                                              \
-        &AllTypes::name, &AllTypes::name, &AllTypes::name                                          \
-    }
-
-TEST_F(Property, OfEachTypeAnnouncesChangesAlone)
+TEST_F(Property, LetsNothingThrownIntoAHostInC)
 {
-    AllTypes& object = instantiate();
-    EXPECT_EQ(announced(), ""); // initial values are no change
-    const auto expect_announced = [this](const std::string& change)
-    { EXPECT_EQ(announced(), change + '\n' + change + '\n'); };
-
-    set_both_ways<bool>(object, ACCESSORS(bool, flag), false, true);
-    expect_announced("Flag: b false");
-    set_both_ways<unsigned char>(object, ACCESSORS(unsigned char, byte), 0, 254);
-    expect_announced("Byte: y 0");
-    set_both_ways<short>(object, ACCESSORS(short, int16), -1, 1);
-    expect_announced("Int16: n -1");
-    set_both_ways<unsigned short>(object, ACCESSORS(unsigned short, uInt16), 1, 257);
-    expect_announced("UInt16: q 1");
-    set_both_ways<unsigned int>(object, ACCESSORS(unsigned int, uInt32), 1, 65537);
-    expect_announced("UInt32: u 1");
-    set_both_ways<unsigned long>(object, ACCESSORS(unsigned long, uInt64), 1, 4294967297);
-    expect_announced("UInt64: t 1");
-    set_both_ways<double>(object, ACCESSORS(double, real), 1.5, 0.0);
-    expect_announced("Real: d 1.5");
-    set_both_ways<std::string>(object, ACCESSORS(std::string, text), "longer than a word, so heap",
-                               "");
-    expect_announced("Text: s \"longer than a word, so heap\"");
-    set_both_ways<Texts>(object, ACCESSORS(Texts, texts), {"a", "b"}, {"a"});
-    expect_announced("Texts: as [\"a\", \"b\"]");
-    // Clients are told that this one is constant, and sd-bus holds the signal back.
-    set_both_ways<std::string>(object, ACCESSORS(std::string, serialText), "S1", "S2");
+    const char* const members[] = {"PropString", nullptr};
+    const std::pair<std::function<void()>, std::pair<int, std::string>> failures[] = {
+        {[] { throw std::runtime_error("no luck"); }, {EIO, "no luck"}},
+        {[] { throw std::bad_alloc(); }, {ENOMEM, "std::bad_alloc"}},
+        {[] { throw 42; }, {EIO, "exception of unknown type"}},
+        // It becomes sd-bus's own error, whose errno comes back.
+        {[] { throw SdBusError(EBUSY, "text"); },
+         {EBUSY, "text: System.Error.EBUSY: Device or resource busy"}},
+    };
+    for (const auto& [on_get, told] : failures)
+    {
+        const auto& [expected, text] = told;
+        Own::on_get = on_get;
+        char* read = const_cast<char*>(text.c_str()); // which is to stay
+        logged();
+        EXPECT_EQ(error_of(GANTRY_property_get_string, instance, "PropString", &read), expected);
+        EXPECT_EQ(read, text.c_str());
+        EXPECT_EQ(support::captured_log::count(text + "\n", "property_get"), 1U);
+        EXPECT_EQ(announce(instance, {"PropString", nullptr}), expected);
+        EXPECT_EQ(error_of(GANTRY_instance_announce_added, instance), expected);
+        // What isn't sd-bus's own comes out as it was thrown.
+        for (const char* function : {"GANTRY_property_announce", "GANTRY_instance_announce_added"})
+        {
+            EXPECT_EQ(support::captured_log::count(text + "\n", function), expected != EBUSY);
+        }
+        EXPECT_ANY_THROW(GANTRY_cpp_property_announce(instance, members));
+        // A setter's own signal that can't be sent is not reported, and the value is stored.
+        const char* value = text.c_str();
+        EXPECT_EQ(error_of(GANTRY_property_set_string, instance, "PropString", value, false),
+                  expected == EBUSY ? 0 : expected);
+        EXPECT_EQ(server->gantrytest::propString(), text);
+        // With the announcement skipped no getter runs.
+        EXPECT_EQ(error_of(GANTRY_property_set_string, instance, "PropString", "", true), 0);
+    }
+    EXPECT_EQ(client.get(sample, interface, "PropString").text,
+              "error System.Error.EBUSY: text: Device or resource busy");
+    Own::on_get = [] {};
     EXPECT_EQ(announced(), "");
-    EXPECT_EQ(get("Serial_Text"), "s \"S1\"");
+}
+
+TEST_F(Property, IsAnnouncedWithOthersInOneSignalOrLeftOut)
+{
+    server->propByte(3, true);
+    EXPECT_EQ(announce(instance, {"PropString", "PropByte", "PropString", nullptr}), 0);
+    EXPECT_EQ(sent(), "/sample PropertiesChanged sa{sv}as \"" + std::string(interface) +
+                          "\", {\"PropString\": <s \"\">, \"PropByte\": <y 3>}, []\n");
+    std::vector<const char*> many(1000, "PropByte");
+    many.push_back(nullptr);
+    EXPECT_EQ(announce(instance, many), 0);
+    EXPECT_EQ(announced(), "PropByte: y 3\n");
+
+    // The error of the first that is left out.
+    GANTRY_instantiate__com_orvane_velmar_system_NicPartition(context, nullptr, "/nic", nullptr);
+    GANTRY_instance_find(context, "com.orvane.velmar.system.NicPartition", nullptr, &instance);
+    logged();
+    EXPECT_EQ(announce(instance, {"RDMAOSDriver", "Nothing", "FQDD", nullptr}), EINVAL);
+    EXPECT_EQ(announce(instance, {"Nothing", "RDMAOSDriver", "FQDD", nullptr}), ENOENT);
+    const std::string lines = logged(2);
+    EXPECT_NE(lines.find("property [RDMAOSDriver] never announces a change\n"), std::string::npos);
+    EXPECT_NE(lines.find("there is no property [Nothing]\n"), std::string::npos);
+    EXPECT_EQ(announced(), "FQDD: s \"\"\nFQDD: s \"\"\n");
+    EXPECT_EQ(announce(instance, {"RDMAOSDriver", nullptr}), EINVAL);
+    EXPECT_EQ(announce(instance, {nullptr}), 0);
+    EXPECT_EQ(announce(instance, {}), 0);
+    EXPECT_EQ(announce(nullptr, {}), EINVAL);
+    // A class without properties.
+    GANTRY_instantiate__com_orvane_velmar_sample_async(context, nullptr, "/async", nullptr);
+    GANTRY_instance_find(context, "com.orvane.velmar.sample.async", nullptr, &instance);
+    EXPECT_EQ(announce(instance, {"PropByte", nullptr}), ENOENT);
+    EXPECT_EQ(error_of(GANTRY_property_set_byte, instance, "PropByte", '1', false), ENOENT);
+    EXPECT_EQ(announced(), "");
 }
 
 TEST_F(Property, ComparesAsItsTypeDoes)
 {
-    AllTypes& object = instantiate();
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    EXPECT_TRUE(std::isnan(object.real(nan)));
-    EXPECT_TRUE(std::isnan(object.real(nan)));
-    EXPECT_EQ(announced(), "Real: d nan\nReal: d nan\n");
-    object.real(0.0);
-    EXPECT_FALSE(std::signbit(object.real(-0.0)));
-    EXPECT_FALSE(std::signbit(object.real()));
-    EXPECT_EQ(announced(), "Real: d 0\n");
-
+    EXPECT_TRUE(std::isnan(server->propDouble(NAN)));
+    server->propDouble(NAN);
+    server->propDouble(0.0);
+    EXPECT_FALSE(std::signbit(server->propDouble(-0.0)));
+    EXPECT_EQ(announced(), "PropDouble: d nan\nPropDouble: d nan\nPropDouble: d 0\n");
     // All bytes count, though the bus sees those before the first zero.
-    object.text(std::string("a\0b", 3));
-    EXPECT_EQ(object.text(std::string("a\0c", 3)), std::string("a\0c", 3));
-    object.text("a");
-    EXPECT_EQ(announced(), "Text: s \"a\"\nText: s \"a\"\nText: s \"a\"\n");
-}
-
-// Which slot of the virtual table a pointer to a virtual member function stands for.
-template <class Function>
-std::size_t slot(Function function)
-{
-    std::array<std::uintptr_t, 2> words{};
-    static_assert(sizeof function == sizeof words);
-    std::memcpy(words.data(), &function, sizeof words);
-    return words[0] / sizeof(void*); // an offset, with a flag in the lowest bit
-}
-
-TEST_F(Property, AccessorsAreVirtualInTheOrderOfTheTable)
-{
-    // Behind the destructor's two.
-    const auto slots = [](const auto& property) {
-        return std::array{slot(property.get), slot(property.set), slot(property.set_and_announce)};
-    };
-    EXPECT_EQ(slots(ACCESSORS(bool, flag)), (std::array<std::size_t, 3>{2, 3, 4}));
-    EXPECT_EQ(slots(ACCESSORS(unsigned char, byte)), (std::array<std::size_t, 3>{5, 6, 7}));
-    EXPECT_EQ(slots(ACCESSORS(std::string, serialText)), (std::array<std::size_t, 3>{35, 36, 37}));
-
-    struct Overriding : AllTypes
+    for (const auto& text : {std::string("a\0b", 3), std::string("a\0c", 3), std::string("a")})
     {
-        using AllTypes::AllTypes;
-        using AllTypes::byte;
-        unsigned char byte() const override
-        {
-            return 9;
-        }
-        unsigned char byte(unsigned char value, bool skipSignal) override
-        {
-            EXPECT_FALSE(skipSignal);
-            return AllTypes::byte(static_cast<unsigned char>(value + 1), skipSignal);
-        }
-    };
-    Overriding object(context->bus, path);
-    EXPECT_EQ(object.byte(1), 2);
-    EXPECT_EQ(get("Byte"), "y 9");
-    EXPECT_EQ(client.get_all(all_types, interface).at("Byte"), "y 9");
-    EXPECT_EQ(announced(), "Byte: y 9\n");
+        EXPECT_EQ(server->propString(text), text);
+        EXPECT_EQ(announced(), "PropString: s \"a\"\n");
+    }
 }
 
-TEST_F(Property, IsReadByClientsAndWrittenByNone)
+TEST_F(Property, ByNameIsTakenOnlyWithItsExactNameAndType)
 {
-    AllTypes& object = instantiate();
-    const support::Properties initial{
-        {"Flag", "b true"},         {"Byte", "y 255"},
-        {"Int16", "n -32768"},      {"UInt16", "q 65535"},
-        {"UInt32", "u 4294967295"}, {"UInt64", "t 18446744073709551615"},
-        {"Int32", "i -2147483648"}, {"Int64", "x -9223372036854775807"},
-        {"Real", "d -0.5"},         {"Text", "s \"\\\"made\\\"\""},
-        {"Texts", "as []"},         {"Serial_Text", "s \"\""},
-    };
-    EXPECT_EQ(client.get_all(all_types, interface), initial);
+    BLT blt(context->bus, "/blt");
+    Texts names{"FQDD",
+                "fqd",
+                "fqdd ",
+                "firmwareVersion",
+                "",
+                std::string("fqdd\0", 5),
+                std::string(256, 'x'),
+                std::string(260, 'f')};
+    for (int byte = 0; byte < 256; ++byte)
+    {
+        names.emplace_back(4, static_cast<char>(byte)); // as long as fqdd; some share its slot
+    }
+    for (const std::string& name : names)
+    {
+        EXPECT_EQ(blt.getPropertyByName(name), BLT::PropertyVariant{""}) << name;
+        EXPECT_NO_THROW(blt.setPropertyByName(name, "new")) << name;
+        EXPECT_NO_THROW(blt.setPropertyByName(name, 7UL)) << name;
+    }
+    EXPECT_THROW(blt.setPropertyByName("Version", "4"), std::bad_variant_access);
+    EXPECT_THROW(blt.setPropertyByName("Key", 4UL), std::bad_variant_access);
+    server->setPropertyByName("PropInt64", 5L, true);
+    EXPECT_EQ(server->propInt64(), 5);
+    EXPECT_EQ(announced(), "");
+    Own::on_get = [] { throw 42; };
+    EXPECT_THROW(server->getPropertyByName("PropString"), int); // the override's
 
-    const auto expect_error = [](const support::Reply& reply, const std::string& error)
-    { EXPECT_EQ(reply.error_name, "org.freedesktop.DBus.Error." + error); };
-    expect_error(client.get(all_types, interface, "uInt16"), "UnknownProperty");
-    expect_error(client.get(all_types, "com.orvane.velmar.test.Other", "UInt16"),
-                 "UnknownProperty");
-    expect_error(client.get({service, "/com/orvane/velmar/test"}, interface, "UInt16"),
-                 "UnknownObject");
-    expect_error(client.call(all_types, properties, "GetAll", "s", "com.example.Other"),
-                 "UnknownInterface");
-    expect_error(client.set(all_types, interface, "UInt16", "q", 8), "PropertyReadOnly");
-    expect_error(client.set(all_types, interface, "UInt16", "s", "8"), "PropertyReadOnly");
-    expect_error(client.set(all_types, interface, "Other", "s", "8"), "UnknownProperty");
-    EXPECT_EQ(object.uInt16(), 65535);
+    struct Thrower
+    {
+        operator std::set<int>() const
+        {
+            throw 1;
+        }
+    };
+    gantrytest::PropertyVariant valueless;
+    EXPECT_THROW(valueless.emplace<std::set<int>>(Thrower{}), int);
+    EXPECT_THROW(server->setPropertyByName("PropBoolean", valueless), std::bad_variant_access);
+}
+
+TEST_F(Property, OfTheDataStoreIsToldAtEachSetBehindItsAnnouncement)
+{
+    const auto expect_told = [](const std::string& key, bool is_changed)
+    {
+        EXPECT_EQ(std::exchange(trace, {}),
+                  (is_changed ? "read\n" : "") + key + " Gantrytest /sample 7\n");
+    };
+    const auto write = [this](const char* key)
+    { return client.set(sample, interface, "PropString", "s", key).ok(); };
+    server->propString("a");
+    expect_told("a", true);
+    server->propString("a", false);
+    expect_told("a", false);
+    server->setPropertyByName("PropString", std::string("b"), true);
+    expect_told("b", false);
+    EXPECT_TRUE(write("b"));
+    expect_told("b", false);
+    EXPECT_TRUE(write("c"));
+    expect_told("c", true);
+    EXPECT_FALSE(client.set(sample, interface, "PropString", "i", 1).ok());
+    EXPECT_EQ(trace, "");
+
+    // What fails in the store is stored and announced by then.
+    store_is_full = true;
+    EXPECT_THROW(server->propString("d"), std::runtime_error);
+    expect_told("d", true);
+    logged();
+    EXPECT_FALSE(write("e"));
+    EXPECT_EQ(logged(2), "2 EXCEPTION gantrycommon.GANTRY_dbus_loop_one_pass: store is full\\n\n");
+    expect_told("e", true);
+    store_is_full = false;
+    GANTRY_context_free(&context);
+    EXPECT_EQ(trace, "remove e\n");
+}
+
+// The soak has clients write each property in its own type.
+TEST_F(Property, IsNotWrittenByClientsInAnotherType)
+{
+    const auto before = client.get_all(sample, interface);
+    const auto expect_refused = [&](const char* member, const char* type, auto... value)
+    {
+        EXPECT_FALSE(client.set(sample, interface, member, type, value...).ok()) << member;
+        EXPECT_EQ(client.get_all(sample, interface), before) << member;
+    };
+    for (const auto& [member, value] : before)
+    {
+        expect_refused(member.c_str(), "o", "/x");
+        expect_refused(member.c_str(), "aav", 1, 1, "y", 1);
+    }
+    expect_refused("PropInt16", "q", 1);
+    expect_refused("PropNestedArray1", "ay", 1, 1);
+    expect_refused("PropDict2", "a{s(nxi)}", 0);
+    expect_refused("propByte", "y", 1);
     EXPECT_EQ(announced(), "");
 }
 
-TEST_F(Property, AGettersBusErrorIsTheClients)
+TEST_F(Property, LeavesAsUtf8AndStaysAsItWasGiven)
 {
-    struct Failing : AllTypes
-    {
-        using AllTypes::AllTypes;
-        using AllTypes::text;
-        std::string text() const override
-        {
-            throw sdbusplus::exception::SdBusError(EBUSY, "fan");
-        }
-    };
-    Failing object(context->bus, path);
-    const support::Reply reply = client.get(all_types, interface, "Text");
-    EXPECT_EQ(reply.error_name, "System.Error.EBUSY");
-    EXPECT_EQ(reply.error_message, "fan: Device or resource busy");
-    EXPECT_EQ(client.call(all_types, properties, "GetAll", "s", interface).text, reply.text);
-    EXPECT_EQ(get("Byte"), "y 255");
-
-    object.text("new"); // stored, though nobody can be told
-    EXPECT_EQ(object.AllTypes::text(), "new");
-    EXPECT_EQ(announced(), "");
-    EXPECT_EQ(logged(2), "");
+    server->propString(bad);
+    server->propDict1({{1, bad}, {2, std::string("a\0b", 3)}});
+    // Two keys that become one: the first stays.
+    server->propDict2({{"k\xFD", {1, 1, 1}}, {"k\xFE", {2, 2, 2}}});
+    server->recursionTest2({{bad, bad}, {"n", short{1}}});
+    fru->boardCustomData({"\U0001F600 \u20AC", bad});
+    EXPECT_EQ(announced(), "PropString: s " + repaired + '\n' +                            //
+                               "PropDict1: a{qs} {1: " + repaired + ", 2: \"a\"}\n" +      //
+                               "PropDict2: a{s(nix)} {\"k\uFFFD\": (1, 1, 1)}\n" +         //
+                               "RecursionTest2: a{sv} {" + repaired + ": <s " + repaired + //
+                               ">, \"n\": <n 1>}\n" +                                      //
+                               "BoardCustomData: as [\"\U0001F600 \u20AC\", " + repaired + "]\n");
+    EXPECT_EQ(server->propString(), bad);
+    EXPECT_EQ(server->propDict2().size(), 2U);
 }
 
-TEST_F(Property, TextLeavesAsTheBusTakesIt)
+// A value in the log, and through a message.
+template <class Value>
+void expect_value(support::Client& client, const std::string& type, Value value,
+                  void (*debug)(const char*, Value*),
+                  void (*append)(sdbusplus::message::message&, Value*),
+                  void (*parse)(sdbusplus::message::message&, Value*), const std::string& in_log,
+                  const std::string& in_message)
 {
-    AllTypes& object = instantiate();
-    // An object manager above tells the values too.
-    GANTRY_instantiate__com_orvane_velmar_test_AllTypes(context, nullptr, "/com/orvane", nullptr);
-    const std::string latin1 = "N\xE4herungssensor";
-    const Texts texts{"fine", "\xFF\xFF", "\U0001F600 \u20AC"};
-    EXPECT_EQ(object.text(latin1), latin1);
-    EXPECT_EQ(object.texts(texts), texts);
-    EXPECT_EQ(object.text(), latin1);
-    EXPECT_EQ(object.texts(), texts);
+    logged();
+    debug(nullptr, &value);
+    debug("name", nullptr);
+    debug("name", &value);
+    EXPECT_EQ(logged(), "9 gantrycommon.GANTRY_" + type + "_c_debug: name=" + in_log + '\n');
 
-    const std::string text_on_bus = "s \"N\uFFFDherungssensor\"";
-    const std::string texts_on_bus = "as [\"fine\", \"\uFFFD\uFFFD\", \"\U0001F600 \u20AC\"]";
-    EXPECT_EQ(announced(), "Text: " + text_on_bus + "\nTexts: " + texts_on_bus + '\n');
-    EXPECT_EQ(get("Text"), text_on_bus);
-    EXPECT_EQ(get("Texts"), texts_on_bus);
-    const auto all = client.get_all(all_types, interface);
-    EXPECT_EQ(all.at("Text"), text_on_bus);
-    EXPECT_EQ(all.at("Texts"), texts_on_bus);
-    EXPECT_EQ(client.managed_objects({service, "/com/orvane"}).at(path).at(interface), all);
+    sdbusplus::message::message message(client.new_signal(nullptr, "/a", "a.b", "c").get());
+    append(message, &value);
+    sd_bus_message_seal(message.get(), 1, 0);
+    EXPECT_EQ(support::render(message.get()), in_message);
+    Value read{};
+    parse(message, &read);
+    if constexpr (std::is_arithmetic_v<Value>)
+    {
+        EXPECT_EQ(read, value);
+    }
+    else
+    {
+        EXPECT_EQ("s \"" + std::string(read) + '"', in_message);
+        GANTRY_string_free(&read);
+        EXPECT_EQ(read, nullptr);
+    }
+    value = read;
+    EXPECT_THROW(parse(message, &read), SdBusError); // at the end
+    EXPECT_EQ(read, value);
+}
 
-    const std::string valid = "gr\u00FC\u00DFe \U0001F4BE \U0010FFFD";
-    object.text(valid);
-    EXPECT_EQ(get("Text"), "s \"" + valid + '"');
+TEST(BasicType, HasItsFormsInTheLogAndInMessages)
+{
+    support::Client client;
+#define EXPECT_VALUE(type, value, ...)                                                             \
+    expect_value<decltype(GANTRY_##type##_c_skeleton("", 0))>(                                     \
+        client, #type, value, GANTRY_##type##_c_debug, GANTRY_##type##_reply_append,               \
+        GANTRY_##type##_parse_parameter, __VA_ARGS__)
+#define EXPECT_SKELETON(type, letter, name, seed, text)                                            \
+    EXPECT_VALUE(type, GANTRY_##type##_c_skeleton(name, seed), text, letter " " text)
+    EXPECT_VALUE(byte, 0x1F, "31 (.)", "y 31");
+    EXPECT_VALUE(byte, 0x20, "32 ( )", "y 32");
+    EXPECT_VALUE(byte, 0x7E, "126 (~)", "y 126");
+    EXPECT_VALUE(byte, GANTRY_byte_c_skeleton(nullptr, 0x17F), "127 (.)", "y 127");
+    EXPECT_SKELETON(boolean, "b", "", 127, "false");
+    EXPECT_SKELETON(boolean, "b", nullptr, 128, "true");
+    EXPECT_SKELETON(double, "d", "a\xFF", -1, "303.25");
+    // A name's bytes are never negative, and each doubles what came before at the type's width.
+    constexpr int seed = INT_MIN + 0x2000'7000;
+    EXPECT_VALUE(byte, GANTRY_byte_c_skeleton("a\xFF", seed), "193 (.)", "y 193");
+    EXPECT_SKELETON(int16, "n", "a\xFF", seed, "-15935");
+    EXPECT_SKELETON(uint16, "q", "a\xFF", seed, "49601");
+    EXPECT_SKELETON(int32, "i", "a\xFF", seed, "-2147368511");
+    EXPECT_SKELETON(uint32, "u", "a\xFF", seed, "2147598785");
+    EXPECT_SKELETON(int64, "x", "a\xFF", seed, "-6442335807");
+    EXPECT_SKELETON(uint64, "t", "a\xFF", seed, "18446744067267215809");
+
+    std::string broken = bad;
+    EXPECT_VALUE(string, broken.data(), '[' + bad + ']', "s " + repaired);
+    EXPECT_EQ(broken, bad);
+    EXPECT_VALUE(string, nullptr, "NULL", "s \"\"");
+    for (const auto& [name, expected] :
+         {std::pair{static_cast<const char*>(nullptr), "string"}, {"%s", "string for %s -5"}})
+    {
+        const std::string skeleton = std::string("skeleton ") + expected;
+        char* text = GANTRY_string_c_skeleton(name, -5);
+        EXPECT_VALUE(string, text, '[' + skeleton + ']', "s \"" + skeleton + '"');
+        GANTRY_string_free(&text);
+        GANTRY_string_free(&text);
+    }
+    GANTRY_string_free(nullptr);
 }
 
 } // namespace

@@ -1,0 +1,318 @@
+// Objects from their publication to their end: the name and path that each gets, how it is found
+// and announced, and what goes when it is freed, also inside its own callback.
+#include <cerrno>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <malloc.h>
+#include <systemd/sd-event.h>
+
+#include <gantry/gantry.h>
+
+#include "src/served.hpp"
+#include "support/open_fds.hpp"
+#include "support/private_bus.hpp"
+
+namespace
+{
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Key;
+using testing::SizeIs;
+
+constexpr const char* async = "com.orvane.velmar.sample.async";
+constexpr const char* gantrytest = "com.orvane.velmar.sample.gantrytest";
+
+struct Class
+{
+    const char* interface;
+    void (*instantiate)(GANTRY_cpp_context*, const void*, const char*, void*);
+};
+constexpr Class blt{"com.orvane.velmar.system.BLT",
+                    GANTRY_instantiate__com_orvane_velmar_system_BLT};
+constexpr Class usb{"com.orvane.velmar.system.USB",
+                    GANTRY_instantiate__com_orvane_velmar_system_USB};
+const std::string blt_log = "GANTRY_instantiate__com_orvane_velmar_system_BLT: ";
+
+class Object : public Served
+{
+  protected:
+    GANTRY_instance* find(const char* interface, const char* path = nullptr)
+    {
+        auto* found = reinterpret_cast<GANTRY_instance*>(this); // which is not to stay
+        GANTRY_instance_find(context, interface, path, &found);
+        return found;
+    }
+
+    GANTRY_instance* add(const Class& of, const char* path = nullptr)
+    {
+        of.instantiate(context, nullptr, path, nullptr);
+        return find(of.interface, path);
+    }
+
+    bool serves(const char* path, const char* interface)
+    {
+        return client.get({service, path}, interface, "Key").ok();
+    }
+
+    bool has_manager(const char* path)
+    {
+        return client
+            .call({service, path}, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects")
+            .ok();
+    }
+};
+
+TEST_F(Object, ClaimsANameOnlyAsTheFirstAndWhenNoneIsChosen)
+{
+    add(blt, "/chosen");
+    EXPECT_FALSE(client.name_has_owner(blt.interface));
+    context->service_name = nullptr;
+    logged();
+    add(blt);
+    const auto traced = support::captured_log::lines(9);
+    for (const char* text : {"inst->path=[/com/orvane/velmar/system/BLT]",
+                             "service_name=[com.orvane.velmar.system.BLT]", "leave"})
+    {
+        EXPECT_THAT(traced, Contains(blt_log + text));
+    }
+    usb.instantiate(nullptr, nullptr, "/usb", nullptr); // null is the thread's own context
+    EXPECT_TRUE(serves("/com/orvane/velmar/system/BLT", blt.interface));
+    EXPECT_TRUE(serves("/usb", usb.interface));
+    EXPECT_EQ(client.name_owner(blt.interface), service);
+    EXPECT_FALSE(client.name_has_owner(usb.interface));
+    EXPECT_EQ(sent(), ""); // no InterfacesAdded
+}
+
+TEST_F(Object, UnderARefusedNameLeavesNothingAndTheNextDoesNotAskAgain)
+{
+    context->service_name = nullptr;
+    client.request_name(blt.interface); // and keeps it
+    EXPECT_EQ(add(blt, "/blt"), nullptr);
+    EXPECT_THAT(logged(2), HasSubstr(blt_log + "sd_bus_request_name: "));
+    EXPECT_FALSE(has_manager("/blt"));
+    EXPECT_NE(add(usb), nullptr);
+    EXPECT_FALSE(client.name_has_owner(usb.interface));
+    EXPECT_THAT(context->tracker, SizeIs(1));
+}
+
+TEST_F(Object, AtARefusedPathLeavesTheOthersAsTheyAre)
+{
+    add(blt, "/taken");
+    for (const auto& [path, error] :
+         {std::pair{"/taken", "FileExists"}, {"no/path", "InvalidArgs"}, {"", "InvalidArgs"}})
+    {
+        add(blt, path);
+        EXPECT_THAT(logged(2), HasSubstr(std::string("org.freedesktop.DBus.Error.") + error));
+        EXPECT_THAT(context->tracker, SizeIs(1));
+        EXPECT_TRUE(serves("/taken", blt.interface));
+    }
+    EXPECT_NE(add(blt, "/free"), nullptr);
+
+    GANTRY_context_free(&context);
+    support::bus().kill();
+    blt.instantiate(nullptr, nullptr, nullptr, nullptr);
+    EXPECT_THAT(logged(), HasSubstr(blt_log + "vctx is NULL\n"));
+    support::bus().restart();
+}
+
+TEST_F(Object, IsFoundByItsInterfaceAndPathTheOldestFirst)
+{
+    std::string path = "/1";
+    auto* first = add(usb, path.c_str());
+    path = "/-"; // the object has a copy
+    auto* second = add(usb, "/2");
+    auto* third = add(blt, "/1");
+    EXPECT_EQ(find(usb.interface), first);
+    EXPECT_EQ(find(usb.interface, "/2"), second);
+    EXPECT_EQ(find(blt.interface, "/1"), third);
+    for (const auto& [interface, at] :
+         {std::pair{blt.interface, "/2"}, {usb.interface, "/"}, {async, nullptr}, {nullptr, "/1"}})
+    {
+        EXPECT_EQ(find(interface, at), nullptr) << at;
+    }
+    GANTRY_instance_find(context, usb.interface, nullptr, nullptr);
+    GANTRY_instance_free(&first);
+    GANTRY_instance_find(nullptr, usb.interface, nullptr, &first); // the thread's own context
+    EXPECT_EQ(first, second);
+
+    // A path is the caller's copy, and an interface outlives the object.
+    char* copy = nullptr;
+    GANTRY_instance_get_path(second, &copy);
+    *copy = '-';
+    GANTRY_instance_path_free(&copy);
+    EXPECT_EQ(copy, nullptr);
+    EXPECT_EQ(find(usb.interface, "/2"), second);
+}
+
+TEST_F(Object, IsAnnouncedOnRequestAndRemovedOnce)
+{
+    auto* plugged = add(usb, "/u");
+    int error = -1;
+    GANTRY_instance_announce_added(plugged, &error);
+    EXPECT_EQ(error, 0);
+    EXPECT_THAT(sent(), testing::MatchesRegex("/u InterfacesAdded .*system.USB.*Key.*\n"));
+    GANTRY_instance_announce_added(nullptr, &error);
+    EXPECT_EQ(error, EINVAL);
+
+    logged();
+    GANTRY_instance_free(&plugged);
+    GANTRY_instance_free(&plugged);
+    GANTRY_instance_free(nullptr);
+    EXPECT_EQ(sent(),
+              "/u InterfacesRemoved oas \"/u\", [\"" + std::string(usb.interface) + "\"]\n");
+    EXPECT_FALSE(serves("/u", usb.interface));
+    EXPECT_NE(add(usb, "/u"), nullptr); // the path is free again
+    EXPECT_EQ(logged(2), "");
+}
+
+// An object manager is held by the context when it is the newest, else by the connection.
+TEST_F(Object, TakesItsOwnObjectManagerAlongAndNoOther)
+{
+    for (const bool newest : {false, true})
+    {
+        auto* one = add(usb, "/m");
+        auto* other = add(blt, "/m");
+        auto* below = add(usb, "/m/below");
+        if (newest)
+        {
+            GANTRY_instance_free(&other);
+            // The other interface stays, and so does an object manager for it.
+            EXPECT_THAT(client.managed_objects({service, "/m"}), ElementsAre(Key("/m/below")));
+            other = add(blt, "/m");
+        }
+        GANTRY_instance_free(&one);
+        EXPECT_TRUE(has_manager("/m"));
+        EXPECT_TRUE(serves("/m", blt.interface));
+        GANTRY_instance_free(&other);
+        EXPECT_FALSE(has_manager("/m"));
+        EXPECT_TRUE(has_manager("/m/below"));
+        GANTRY_instance_free(&below);
+        EXPECT_FALSE(has_manager("/m/below"));
+    }
+}
+
+// Slots are memory of the connection's, and objects keep the connection open: a leak checker sees
+// neither.
+TEST_F(Object, LeavesNoMemoryBehindAndNoConnectionOpen)
+{
+    GANTRY_context_free(&context);
+    const auto fds = support::open_fds();
+    make();
+    add(blt, "/stays");
+    std::size_t used = 0;
+    for (int time = 0; time < 600; ++time)
+    {
+        used = time == 100 ? mallinfo2().uordblks : used;
+        for (auto* added : {add(usb, "/1"), add(usb, "/2"), add(blt, "/1")})
+        {
+            GANTRY_instance_free(&added);
+        }
+        support::captured_log::clear();
+    }
+    EXPECT_LT(mallinfo2().uordblks, used + 5'000);
+    GANTRY_context_free(&context);
+    EXPECT_EQ(support::open_fds(), fds);
+}
+
+bool makes_pass = false;
+bool is_ended = false;
+
+// Objects of this class alone tell the log.
+std::size_t destroyed()
+{
+    return support::captured_log::count("destructor called, DAL true");
+}
+
+void free_itself(GANTRY_instance* instance, char** out)
+{
+    for (auto* freed : {instance, instance}) // the second is nothing more to do
+    {
+        GANTRY_instance_free(&freed);
+    }
+    if (makes_pass)
+    {
+        GANTRY_dbus_loop_one_pass(nullptr);
+        EXPECT_EQ(destroyed(), 0U);
+    }
+    const char* interface = nullptr;
+    GANTRY_instance_get_interface(instance, &interface);
+    GANTRY_instance_get_path(instance, out);
+    GANTRY_instance_find(nullptr, interface, *out, &instance);
+    EXPECT_EQ(instance, nullptr);
+}
+
+void end_loop(GANTRY_instance* /*instance*/, char* /*in*/, char** /*out*/)
+{
+    EXPECT_EQ(destroyed(), 1U);
+    is_ended = true;
+    GANTRY_context_stop(nullptr);
+}
+
+const GANTRY_table__com_orvane_velmar_sample_async message{free_itself, nullptr};
+const GANTRY_table__com_orvane_velmar_sample_async end{nullptr, end_loop};
+
+class FreedInItsCallback : public Object
+{
+  protected:
+    void publish()
+    {
+        make();
+        reply.GetString = free_itself;
+        GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(context, &reply, "/reply", nullptr);
+        GANTRY_instantiate__com_orvane_velmar_sample_async(context, &message, "/message", nullptr);
+        GANTRY_instantiate__com_orvane_velmar_sample_async(context, &end, "/end", nullptr);
+        makes_pass = is_ended = false;
+        logged();
+    }
+
+    GANTRY_table__com_orvane_velmar_sample_gantrytest reply{};
+};
+
+TEST_F(FreedInItsCallback, GoesWhenTheCallbackHasReturnedToAnyLoop)
+{
+    void (*const hosts_own)(GANTRY_cpp_context*) = [](GANTRY_cpp_context* of)
+    { sd_event_run(of->event.get(), 1'000); };
+    for (auto* loop : {GANTRY_dbus_loop, GANTRY_dbus_loop_one_pass, GANTRY_dbus_sdloop, hosts_own})
+    {
+        publish();
+        support::Client caller{[&] { is_ended ? static_cast<void>(0) : loop(context); }};
+        // All in the queue before the first is served.
+        auto first = caller.start({service, "/reply"}, gantrytest, "GetString");
+        auto second = caller.start({service, "/message"}, async, "NoParam");
+        auto again = caller.start({service, "/reply"}, gantrytest, "GetString");
+        auto last = caller.start({service, "/end"}, async, "OneParam", "s", "");
+        sd_bus_flush(caller.bus());
+        EXPECT_EQ(caller.wait(std::move(first)).text, "s \"/reply\"");
+        EXPECT_EQ(caller.wait(std::move(second)).text, "s \"/message\"");
+        EXPECT_THAT(caller.wait(std::move(again)).error_name, HasSubstr("Error.Unknown"));
+        EXPECT_TRUE(caller.wait(std::move(last)).ok());
+    }
+}
+
+// Inside of a host's own event loop, or when that never runs again.
+TEST_F(FreedInItsCallback, GoesWithTheNextPassBehindItOrWithItsContext)
+{
+    publish();
+    support::Client outside{[this] { sd_bus_process(GANTRY_get_sd_bus(context->bus), nullptr); }};
+    makes_pass = true; // which comes too early
+    EXPECT_TRUE(outside.call({service, "/reply"}, gantrytest, "GetString").ok());
+    EXPECT_TRUE(outside.call({service, "/message"}, async, "NoParam").ok());
+    GANTRY_dbus_loop_one_pass(context);
+    EXPECT_EQ(context->leaving, nullptr);
+    EXPECT_EQ(destroyed(), 1U);
+
+    makes_pass = false;
+    GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(context, &reply, "/last", nullptr);
+    EXPECT_TRUE(outside.call({service, "/last"}, gantrytest, "GetString").ok());
+    EXPECT_EQ(destroyed(), 1U);
+    auto* event = sd_event_ref(context->event.get());
+    GANTRY_context_free(&context);
+    EXPECT_EQ(destroyed(), 2U);
+    EXPECT_EQ(sd_event_run(event, 1), 0);
+    sd_event_unref(event);
+}
+
+} // namespace
