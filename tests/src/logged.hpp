@@ -22,27 +22,30 @@ inline std::string shown(const support::LogMessage& message)
     return line + '\n';
 }
 
-// Takes what was logged since the last time, of the levels up to `level`.
-inline std::string logged(int level = 9)
+// Takes what was logged since the last time and keeps what is wanted.
+template <class Wanted>
+std::string taken(const Wanted& wanted)
 {
     std::string lines;
     for (const auto& message : support::captured_log::messages())
     {
-        lines += message.level <= level ? shown(message) : "";
+        lines += wanted(message) ? shown(message) : "";
     }
     support::captured_log::clear();
     return lines;
 }
 
-// Of that, what was logged for generated code, and every exception.
+// Of the levels up to `level`.
+inline std::string logged(int level = 9)
+{
+    return taken([=](const auto& message) { return message.level <= level; });
+}
+
+// What was logged for generated code, and every exception.
 inline std::string told()
 {
-    std::string lines;
-    for (const auto& message : support::captured_log::messages())
-    {
-        const bool generated = message.file == "gantry_server" || message.file == "server";
-        lines += generated || message.exception ? shown(message) : "";
-    }
-    support::captured_log::clear();
-    return lines;
+    return taken(
+        [](const auto& message) {
+            return message.exception || message.file == "gantry_server" || message.file == "server";
+        });
 }

@@ -1,10 +1,8 @@
 #include "support/captured_log.hpp"
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <mutex>
 #include <utility>
 
@@ -29,27 +27,7 @@ Store& store()
     return *instance;
 }
 
-std::string formatted(const char* format, std::va_list values)
-{
-    char* text = nullptr;
-    const int size = vasprintf(&text, format, values);
-    std::string result = size < 0 ? "(bad format)" : text;
-    std::free(size < 0 ? nullptr : text);
-    return result;
-}
-
 } // namespace
-
-std::ostream& operator<<(std::ostream& out, const LogMessage& message)
-{
-    out << '[' << message.level << " 0x" << std::hex << message.mask << std::dec << "] ";
-    if (!message.file.empty())
-    {
-        out << (message.exception ? "EXCEPTION " : "") << message.file << '.' << message.line << '.'
-            << message.function << ": ";
-    }
-    return out << message.message;
-}
 
 std::vector<LogMessage> captured_log::messages()
 {
@@ -63,25 +41,15 @@ void captured_log::clear()
     store().messages.clear();
 }
 
-std::vector<std::string> captured_log::lines(int level)
-{
-    std::vector<std::string> result;
-    for (const LogMessage& entry : messages())
-    {
-        if (entry.level == level)
-        {
-            result.push_back(entry.function + ": " + entry.message);
-        }
-    }
-    return result;
-}
-
 std::size_t captured_log::count(std::string_view message, std::string_view function)
 {
-    const auto all = messages();
-    const auto matches = [&](const LogMessage& entry)
-    { return entry.message == message && (function.empty() || entry.function == function); };
-    return static_cast<std::size_t>(std::ranges::count_if(all, matches));
+    std::size_t found = 0;
+    for (const LogMessage& entry : messages())
+    {
+        found +=
+            entry.message == message && (function.empty() || entry.function == function) ? 1 : 0;
+    }
+    return found;
 }
 
 } // namespace support
@@ -94,11 +62,14 @@ extern "C" int tallylog_printf(int level, int mask, const char* format, ...)
     support::LogMessage message;
     message.level = level;
     message.mask = mask;
+    std::string_view rest(format);
+    if (rest.starts_with("EXCEPTION %s.%d.%s: "))
+    {
+        message.exception = true;
+        rest.remove_prefix(exception.size());
+    }
     std::va_list values;
     va_start(values, format);
-    std::string_view rest(format);
-    message.exception = rest.starts_with("EXCEPTION %s.%d.%s: ");
-    rest.remove_prefix(message.exception ? exception.size() : 0);
     if (rest.starts_with(location))
     {
         rest.remove_prefix(location.size());
@@ -106,16 +77,20 @@ extern "C" int tallylog_printf(int level, int mask, const char* format, ...)
         message.line = va_arg(values, int);
         message.function = va_arg(values, const char*);
     }
-    message.message = support::formatted(rest.data(), values);
+    char* text = nullptr;
+    const bool good = vasprintf(&text, rest.data(), values) >= 0;
+    message.message = good ? text : "(bad format)";
+    std::free(good ? text : nullptr);
     va_end(values);
 
-    support::Store& log = support::store();
-    const std::scoped_lock lock(log.mutex);
+    const std::scoped_lock lock(support::store().mutex);
     static const bool echo = std::getenv("TEST_LOG_ECHO") != nullptr;
     if (echo)
     {
-        std::cerr << message << '\n';
+        std::fprintf(stderr, "[%d 0x%x] %s%s.%d.%s: %s\n", level, static_cast<unsigned>(mask),
+                     message.exception ? "EXCEPTION " : "", message.file.c_str(), message.line,
+                     message.function.c_str(), message.message.c_str());
     }
-    log.messages.push_back(std::move(message));
+    support::store().messages.push_back(std::move(message));
     return 0;
 }

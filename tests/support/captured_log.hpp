@@ -7,7 +7,6 @@
 #pragma once
 
 #include <cstddef>
-#include <iosfwd>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,17 +25,12 @@ struct LogMessage
     std::string message; // the text behind the prefix; all of it without one
 };
 
-std::ostream& operator<<(std::ostream& out, const LogMessage& message);
-
 namespace captured_log
 {
 
 // Everything logged since the last clear(), oldest first.
 std::vector<LogMessage> messages();
 void clear();
-
-// The messages of one level as "function: message", oldest first; for ElementsAre and the like.
-std::vector<std::string> lines(int level);
 
 // How many messages have this text behind the prefix, of this function unless it is empty.
 std::size_t count(std::string_view message, std::string_view function = {});

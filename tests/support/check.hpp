@@ -1,4 +1,4 @@
-// A failed sd-bus call ends the test with its name.
+// A failed call ends the test with its name.
 #pragma once
 
 #include <system_error>
@@ -8,11 +8,7 @@ namespace support
 
 inline int check(int result, const char* call)
 {
-    if (result < 0)
-    {
-        throw std::system_error(-result, std::generic_category(), call);
-    }
-    return result;
+    return result >= 0 ? result : throw std::system_error(-result, std::generic_category(), call);
 }
 
 } // namespace support

@@ -11,9 +11,9 @@
 
 #include <chrono>
 #include <functional>
-#include <iosfwd>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -66,9 +66,14 @@ struct Reply
     {
         return state == State::reply;
     }
+    friend std::ostream& operator<<(std::ostream& out, const Reply& reply)
+    {
+        return out << reply.text;
+    }
 };
 
-std::ostream& operator<<(std::ostream& out, const Reply& reply);
+using Properties = std::map<std::string, std::string>; // name to value, such as `s "text"`
+using ManagedObjects = std::map<std::string, std::map<std::string, Properties>>;
 
 struct Signal
 {
@@ -76,23 +81,18 @@ struct Signal
     std::string path;
     std::string interface;
     std::string member;
-    std::string body; // rendered
-    // Of org.freedesktop.DBus.Properties.PropertiesChanged alone:
-    std::string changed_interface;
-    std::map<std::string, std::string> changed; // name to value, such as `s "text"`
-    std::vector<std::string> invalidated;
+    std::string body;   // rendered
+    Properties changed; // of PropertiesChanged alone
+
+    friend std::ostream& operator<<(std::ostream& out, const Signal& signal)
+    {
+        return out << signal.path << ' ' << signal.member << ' ' << signal.body;
+    }
 };
-
-std::ostream& operator<<(std::ostream& out, const Signal& signal);
-
-using Properties = std::map<std::string, std::string>;                           // name to value
-using ManagedObjects = std::map<std::string, std::map<std::string, Properties>>; // path, interface
 
 class Client
 {
   public:
-    using Pump = std::function<void()>;
-
     // A call that was sent and may be answered later. Dropping it drops the interest in the reply.
     class Pending
     {
@@ -114,9 +114,7 @@ class Client
     };
 
     // Connects to $DBUS_SYSTEM_BUS_ADDRESS.
-    explicit Client(Pump pump = {});
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
+    explicit Client(std::function<void()> pump = {});
 
     // Calls a method and waits for the reply, until the deadline. `types` and `args` are those of
     // sd_bus_message_append: C strings, integers promoted as for printf.
@@ -142,7 +140,6 @@ class Client
 
     // Takes turns until the condition holds; false when the deadline came first.
     bool wait_for(const std::function<bool()>& condition);
-    // Takes this many turns.
     void turns(int count);
 
     // A round trip to the service behind all that was sent before: when it returns, the service
@@ -160,8 +157,7 @@ class Client
         return call(object, "org.freedesktop.DBus.Properties", "Set", "ssv", interface, property,
                     type, args...);
     }
-    // These throw std::runtime_error with the reply's text when it is no success; use call() to
-    // look into a failure.
+    // These throw std::runtime_error with the reply's text when it is no success.
     Properties get_all(const Object& object, const char* interface);
     ManagedObjects managed_objects(const Object& object);
     std::string introspect(const Object& object);
@@ -173,7 +169,6 @@ class Client
     {
         return signals_;
     }
-    // Those of one member, for instance "PropertiesChanged".
     [[nodiscard]] std::vector<Signal> signals(std::string_view member) const;
     void clear_signals() noexcept
     {
@@ -192,10 +187,12 @@ class Client
     void send(Message message);
 
     void request_name(const char* name);
-    // Whether the name has an owner, by the daemon's word.
-    bool name_has_owner(const char* name);
-    // The unique name that owns a name; empty when none does.
+    // By the daemon's word; empty when the name has no owner.
     std::string name_owner(const char* name);
+    bool name_has_owner(const char* name)
+    {
+        return !name_owner(name).empty();
+    }
 
     [[nodiscard]] std::string unique_name() const;
     [[nodiscard]] sd_bus* bus() const noexcept
@@ -207,15 +204,11 @@ class Client
     template <typename... Args>
     static Message append(Message message, const char* types, Args... args)
     {
-        if (*types != '\0')
-        {
-            check(sd_bus_message_append(message.get(), types, args...), "sd_bus_message_append");
-        }
+        check(*types == '\0' ? 0 : sd_bus_message_append(message.get(), types, args...), types);
         return message;
     }
-    void turn();
 
-    Pump pump_;
+    std::function<void()> pump_;
     std::vector<Signal> signals_;
     std::unique_ptr<sd_bus, Release<sd_bus_flush_close_unref>> bus_;
 };

@@ -6,13 +6,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "support/check.hpp"
 #include "support/temp_dir.hpp"
 
 namespace support
@@ -21,20 +21,16 @@ namespace support
 class NotifySocket
 {
   public:
-    // Binds the socket and sets $NOTIFY_SOCKET for this process; throws std::system_error.
+    // Sets $NOTIFY_SOCKET for this process.
     NotifySocket()
     {
         const std::string path = dir_.path() / "notify";
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
+        sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
         path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        if (bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
-        {
-            throw std::system_error(errno, std::generic_category(), path);
-        }
+        const auto* const any = reinterpret_cast<const sockaddr*>(&address);
+        check(bind(fd_, any, sizeof(address)) < 0 ? -errno : 0, "bind");
         setenv("NOTIFY_SOCKET", path.c_str(), 1);
     }
-    // Unsets $NOTIFY_SOCKET.
     ~NotifySocket()
     {
         unsetenv("NOTIFY_SOCKET");

@@ -11,16 +11,15 @@
 namespace support
 {
 
-// Descriptor to what it stands for, such as "socket:[4711]". Compare two of them with EXPECT_EQ.
-// The descriptor that reads the directory is among them, the same each time if none leaked.
-inline std::map<int, std::string> open_fds()
+// Descriptor to what it stands for, such as "socket:[4711]". The descriptor that reads the
+// directory is among them, the same each time if none leaked.
+inline std::map<std::string, std::string> open_fds()
 {
-    std::map<int, std::string> result;
+    std::map<std::string, std::string> result;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
     {
         std::error_code ignored;
-        result[std::stoi(entry.path().filename().string())] =
-            std::filesystem::read_symlink(entry.path(), ignored).string();
+        result[entry.path()] = std::filesystem::read_symlink(entry.path(), ignored);
     }
     return result;
 }

@@ -1,55 +1,66 @@
-// A message bus of the test's own. It stands in for the system bus: same kind of daemon, a policy
-// that allows everything, and DBUS_SYSTEM_BUS_ADDRESS pointing at it, so that whatever the code
-// under test opens as "the system bus" is this one.
+// A message bus of the test's own, with a policy that allows everything. It stands in for the
+// system bus: DBUS_SYSTEM_BUS_ADDRESS points at it, so that whatever the code under test opens as
+// "the system bus" is this one.
 //
 // test_main.cpp runs one for the whole program; support::bus() hands it out.
 #pragma once
 
-#include <memory>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
 #include <string>
 
-#include <sys/types.h>
+#include "support/program.hpp"
+#include "support/temp_dir.hpp"
 
 namespace support
 {
 
-class TempDir;
-
 class PrivateBus
 {
   public:
-    // Starts the daemon, waits until it listens and sets DBUS_SYSTEM_BUS_ADDRESS. Call it on the
-    // main thread before other threads start: the environment is not thread-safe, and the daemon
-    // is killed when the thread that started it ends. Throws std::runtime_error when there is no
-    // dbus-daemon or it does not come up.
-    PrivateBus();
-    // Ends the daemon and removes the directory.
-    ~PrivateBus();
-    PrivateBus(const PrivateBus&) = delete;
-    PrivateBus& operator=(const PrivateBus&) = delete;
-
-    // Ends the daemon; every connection to it breaks, and new ones are refused.
-    void kill() noexcept;
-    // Starts a daemon at the same address again, ending the old one if it runs.
-    void restart();
-
-    [[nodiscard]] const std::string& address() const noexcept
+    // Starts the daemon. Call it on the main thread before other threads start: the environment is
+    // not thread-safe, and the daemon is killed when the thread that started it ends.
+    PrivateBus()
     {
-        return address_;
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + socket_).c_str(), 1);
+        restart();
     }
 
-    [[nodiscard]] pid_t pid() const noexcept
+    // Ends the daemon; every connection to it breaks, and new ones are refused.
+    void kill() noexcept
     {
-        return pid_;
+        daemon_.reset();
+    }
+    // Starts a daemon at the same address again, ending the old one if it runs, and waits until it
+    // listens.
+    void restart()
+    {
+        kill();
+        // A killed daemon leaves its socket behind, which would be in the next one's way.
+        std::filesystem::remove(socket_);
+        // The session bus has no limit that a test comes near.
+        daemon_.emplace("dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog",
+                        "--print-address=1", ("--address=unix:path=" + socket_).c_str());
+        if (daemon_->line().empty())
+        {
+            throw std::runtime_error("the private bus did not start");
+        }
+    }
+
+    [[nodiscard]] pid_t pid() const
+    {
+        return daemon_.value().pid();
     }
 
   private:
-    const std::unique_ptr<TempDir> dir_;
-    std::string address_;
-    pid_t pid_ = -1;
+    TempDir dir_;
+    const std::string socket_ = dir_.path() / "bus";
+    std::optional<Program> daemon_;
 };
 
-// The bus that test_main.cpp started. Throws std::logic_error in a program with another main.
+// The bus of test_main.cpp.
 PrivateBus& bus();
 
 } // namespace support

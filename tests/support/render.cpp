@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
+#include <map>
 #include <string_view>
 
 #include "support/check.hpp"
@@ -15,28 +16,13 @@ namespace
 
 std::string quoted(std::string_view text)
 {
-    constexpr std::string_view hex = "0123456789abcdef";
     std::string result = "\"";
     for (const char byte : text)
     {
-        const auto value = static_cast<unsigned char>(byte);
-        if (byte == '\n')
-        {
-            result += "\\n";
-        }
-        else if (value < 0x20U || value == 0x7fU)
-        {
-            result += "\\x";
-            result += hex[value >> 4U];
-            result += hex[value & 0xfU];
-        }
-        else
-        {
-            result += byte == '"' || byte == '\\' ? "\\" : "";
-            result += byte;
-        }
+        result += byte == '"' || byte == '\\' || byte == '\n' ? "\\" : "";
+        result += byte == '\n' ? 'n' : byte;
     }
-    return result += '"';
+    return result + '"';
 }
 
 template <typename T>
@@ -50,31 +36,22 @@ std::string number(sd_bus_message* message, char type)
 
 std::string basic(sd_bus_message* message, char type)
 {
-    switch (type)
+    static const std::map<char, std::string (*)(sd_bus_message*, char)> numbers{
+        {'y', number<std::uint8_t>}, {'n', number<std::int16_t>},  {'q', number<std::uint16_t>},
+        {'i', number<std::int32_t>}, {'u', number<std::uint32_t>}, {'x', number<std::int64_t>},
+        {'d', number<double>},       {'t', number<std::uint64_t>},
+    };
+    if (const auto found = numbers.find(type); found != numbers.end())
     {
-    case SD_BUS_TYPE_BYTE:
-        return number<std::uint8_t>(message, type);
-    case SD_BUS_TYPE_BOOLEAN:
-        return number<int>(message, type) == "0" ? "false" : "true";
-    case SD_BUS_TYPE_INT16:
-        return number<std::int16_t>(message, type);
-    case SD_BUS_TYPE_UINT16:
-        return number<std::uint16_t>(message, type);
-    case SD_BUS_TYPE_INT32:
-        return number<std::int32_t>(message, type);
-    case SD_BUS_TYPE_UINT32:
-        return number<std::uint32_t>(message, type);
-    case SD_BUS_TYPE_INT64:
-        return number<std::int64_t>(message, type);
-    case SD_BUS_TYPE_UINT64:
-        return number<std::uint64_t>(message, type);
-    case SD_BUS_TYPE_DOUBLE:
-        return number<double>(message, type);
-    default:
-        const char* text = nullptr;
-        check(sd_bus_message_read_basic(message, type, &text), "sd_bus_message_read_basic");
-        return quoted(text);
+        return found->second(message, type);
     }
+    if (type == SD_BUS_TYPE_BOOLEAN)
+    {
+        return number<int>(message, type) == "0" ? "false" : "true";
+    }
+    const char* text = nullptr;
+    check(sd_bus_message_read_basic(message, type, &text), "sd_bus_message_read_basic");
+    return quoted(text);
 }
 
 // The values up to the end of the container that is entered, or of the body.
@@ -84,38 +61,8 @@ std::string sequence(sd_bus_message* message, std::string_view separator = ", ")
     for (std::string_view before;
          check(sd_bus_message_at_end(message, 0), "sd_bus_message_at_end") == 0; before = separator)
     {
-        result += before;
-        result += render_next(message);
+        result.append(before).append(render_next(message));
     }
-    return result;
-}
-
-std::string container(sd_bus_message* message, char type, const char* contents, bool unwrap_variant)
-{
-    check(sd_bus_message_enter_container(message, type, contents),
-          "sd_bus_message_enter_container");
-    std::string result;
-    switch (type)
-    {
-    case SD_BUS_TYPE_ARRAY:
-        result = *contents == SD_BUS_TYPE_DICT_ENTRY_BEGIN ? '{' + sequence(message) + '}'
-                                                           : '[' + sequence(message) + ']';
-        break;
-    case SD_BUS_TYPE_STRUCT:
-        result = '(' + sequence(message) + ')';
-        break;
-    case SD_BUS_TYPE_DICT_ENTRY:
-        result = sequence(message, ": ");
-        break;
-    default:
-        result = std::string(contents) + ' ' + sequence(message);
-        if (!unwrap_variant)
-        {
-            result = '<' + result + '>';
-        }
-        break;
-    }
-    check(sd_bus_message_exit_container(message), "sd_bus_message_exit_container");
     return result;
 }
 
@@ -126,21 +73,33 @@ std::string render_next(sd_bus_message* message, bool unwrap_variant)
     char type = 0;
     const char* contents = nullptr;
     check(sd_bus_message_peek_type(message, &type, &contents), "sd_bus_message_peek_type");
-    return contents == nullptr ? basic(message, type)
-                               : container(message, type, contents, unwrap_variant);
+    if (contents == nullptr)
+    {
+        return basic(message, type);
+    }
+    check(sd_bus_message_enter_container(message, type, contents),
+          "sd_bus_message_enter_container");
+    std::string result = type == SD_BUS_TYPE_VARIANT ? std::string(contents) + ' ' : "";
+    result += sequence(message, type == SD_BUS_TYPE_DICT_ENTRY ? ": " : ", ");
+    check(sd_bus_message_exit_container(message), "sd_bus_message_exit_container");
+    switch (type)
+    {
+    case SD_BUS_TYPE_ARRAY:
+        return *contents == SD_BUS_TYPE_DICT_ENTRY_BEGIN ? '{' + result + '}' : '[' + result + ']';
+    case SD_BUS_TYPE_STRUCT:
+        return '(' + result + ')';
+    case SD_BUS_TYPE_VARIANT:
+        return unwrap_variant ? result : '<' + result + '>';
+    default:
+        return result;
+    }
 }
 
 std::string render(sd_bus_message* message)
 {
     check(sd_bus_message_rewind(message, 1), "sd_bus_message_rewind");
-    const std::string_view signature = sd_bus_message_get_signature(message, 1);
-    if (signature.empty())
-    {
-        return {};
-    }
-    std::string result(signature);
-    result += ' ';
-    result += sequence(message);
+    const std::string signature = sd_bus_message_get_signature(message, 1);
+    const std::string result = signature.empty() ? "" : signature + ' ' + sequence(message);
     check(sd_bus_message_rewind(message, 1), "sd_bus_message_rewind");
     return result;
 }

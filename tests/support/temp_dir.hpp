@@ -2,9 +2,9 @@
 // Its path is kept short, since socket addresses must fit sockaddr_un.
 #pragma once
 
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 
@@ -14,15 +14,10 @@ namespace support
 class TempDir
 {
   public:
-    // Throws std::system_error when no directory can be made.
     TempDir()
     {
         std::string name = "/tmp/gantry-XXXXXX";
-        if (mkdtemp(name.data()) == nullptr)
-        {
-            throw std::system_error(errno, std::generic_category(), "mkdtemp");
-        }
-        path_ = name;
+        path_ = mkdtemp(name.data()) != nullptr ? name : throw std::runtime_error(name);
     }
     ~TempDir()
     {
