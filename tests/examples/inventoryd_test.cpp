@@ -20,7 +20,6 @@
 #include <iterator>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -160,7 +159,7 @@ struct Inventoryd : testing::Test
     pid_t pid = -1;
 };
 
-TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAlone)
+TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAloneAndARefreshOneSignal)
 {
     const std::string pci = "bus/pci/devices/0001:a2:1f.3";
     write_lines(pci,
@@ -183,10 +182,11 @@ TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAlone)
     link("class/net/eth0.1/device", pci);
     link("class/net/eth1/device", "devices/0000:00:04.0/virtio1");
     link("class/net/usb0/device", "devices/0000:00:05.0/2-1/2-1:1.0");
-    write_lines(
-        "class/net/eth0.1",
-        "operstate=up; dev_port=1; statistics/rx_dropped=4294967296; "
-        "statistics/rx_bytes=18446744073709551615; statistics/tx_bytes=18446744073709551616");
+    write_lines("class/net/eth0.1",
+                "operstate=up; dev_port=1; statistics/rx_dropped=4294967296; "
+                "statistics/rx_bytes=18446744073709551615; "
+                "statistics/tx_bytes=18446744073709551616; brport/designated_bridge=own; "
+                "brport/designated_port=9; brport/bridge/bridge/bridge_id=own");
     write_lines("class/net/eth1/statistics", "rx_packets=3; multicast=4");
     write("class/net/bonding_masters", "\n");
     start();
@@ -207,26 +207,19 @@ TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAlone)
            "PCIDevice=u 31; RDMARxTotalBytes=t 40; RDMATxTotalPackets=t 0");
     expect("system.NicPartition/eth1", "PCIDevice=u 4; LanUnicastPktRXCount=t 0");
     expect("system.NicPartition/usb0", "PCIDevice=u 0");
+    expect("system.NicConnectionView/eth0_2e1", "ChassisId=s \"\"");
     EXPECT_EQ(client.introspect(at("system.USB")).find("_3a"), std::string::npos) << "not a device";
-}
 
-TEST_F(Inventoryd, ARefreshAnnouncesWhatChangedInOneSignalAnObject)
-{
-    write_lines("class/net/eth0", "brport/designated_bridge=own; brport/designated_port=9; "
-                                  "brport/bridge/bridge/bridge_id=own");
-    start();
-    expect("system.NicConnectionView/eth0", "ChassisId=s \"\"");
-    write_lines("class/net/eth0", "operstate=down; brport/designated_bridge=other");
+    write_lines("class/net/eth0.1", "operstate=down; brport/designated_bridge=other");
     // The time of a reading changes with each, so a signal without it would be a second one.
-    const auto port = signals("PropertiesChanged", at("system.NicPort/eth0"), 2);
-    EXPECT_EQ(port.front().changed.count("StatisticsTime") +
-                  port.back().changed.count("StatisticsTime"),
-              2);
-    const auto partner = signals("PropertiesChanged", at("system.NicConnectionView/eth0"), 1);
+    const auto port = signals("PropertiesChanged", at("system.NicPort/eth0_2e1"), 2);
+    EXPECT_TRUE(port.at(0).changed.contains("StatisticsTime"));
+    EXPECT_TRUE(port.at(1).changed.contains("StatisticsTime"));
+    const auto partner = signals("PropertiesChanged", at("system.NicConnectionView/eth0_2e1"), 1);
     EXPECT_EQ(
         partner.at(0).changed,
         values("ChassisId=s \"other\"; ChassisIdSubType=q 4; PortId=s \"9\"; PortIdSubType=q 7"));
-    expect("system.NicPort/eth0", "LinkStatus=y 2");
+    expect("system.NicPort/eth0_2e1", "LinkStatus=y 2");
 }
 
 // What the kernel tells of an interface, or a bridge of its port.
@@ -246,7 +239,7 @@ TEST_F(Inventoryd, InterfacesThatComeAndGoAreAnnouncedOnceAndLostMessagesMadeGoo
     const auto tell = [&](const std::string& datagram)
     { ASSERT_EQ(send(pair[0], datagram.data(), datagram.size(), 0), std::ssize(datagram)); };
     const auto veth0 = at("system.NicPort/veth0");
-    // What isn't well-formed, isn't for us, or tells of an interface that has gone already.
+    // Not well-formed, not for us, or of an interface that has gone already.
     tell("short");
     tell(number(0, sizeof(nlmsghdr)));
     tell(message(RTM_NEWLINK, "lo"));
@@ -257,12 +250,10 @@ TEST_F(Inventoryd, InterfacesThatComeAndGoAreAnnouncedOnceAndLostMessagesMadeGoo
     tell(message(RTM_NEWLINK, "gone"));
     tell(message(RTM_NEWLINK, std::string(100, 'x')));
     write("class/net/veth0/operstate", "up\n");
-    const auto begin = std::chrono::steady_clock::now();
     tell(message(RTM_NEWLINK, "veth0"));
     tell(message(RTM_NEWLINK, "veth0"));
     EXPECT_THAT(signals("InterfacesAdded", veth0, 1).at(0).body,
                 testing::HasSubstr("\"LinkStatus\": <y 1>"));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s) << "not at the next refresh";
     EXPECT_EQ(client.signals("InterfacesAdded").size(), 3);
     expect("system.NicController", "PortsCount=y 2");
 

@@ -34,8 +34,8 @@ const Target sample{{service, path}, gantrytest};
 const Target other{{service, "/com/orvane/velmar/sample/async"}, "com.orvane.velmar.sample.async"};
 const Target properties{{service, path}, "org.freedesktop.DBus.Properties"};
 const Target minimal{{inventory, "/com/orvane/velmar/HWInventory"}, inventory};
-const Target slot{{inventory, "/com/orvane/velmar/system/NicSlot/1"},
-                  "com.orvane.velmar.system.NicSlot"};
+constexpr const char* nic_slot = "com.orvane.velmar.system.NicSlot";
+const Target slot{{inventory, "/com/orvane/velmar/system/NicSlot/1"}, nic_slot};
 
 struct Hosts : testing::Test
 {
@@ -168,8 +168,6 @@ void Hosts::walk()
     write("PropDict2", "a{s(nix)} {" + quoted + ": (1, 2, 3)}", "a{s(nix)}", 1, t, 1, 2, three);
     write("PropNestedSet2", "a(nix) [(1, 2, 3)]", "a(nix)", 2, 1, 2, three, 1, 2, three);
     write("PropVariant2", "v <(nix) (1, 2, 3)>", "v", "(nix)", 1, 2, three);
-    write("RecursionTest1", "((y(qu))i(xt)) ((" + n + ", (2, 3)), 4, (3, 3))", "((y(qu))i(xt))",
-          small, 2, 3, 4, three, three);
     write("RecursionTest2", "a{sv} {\"key\": <s " + quoted + ">}", "a{sv}", 1, "key", "s", t);
     call(properties, "GetAll", StartsWith("a{sv} {\"PropByte\": <y " + n), "s", gantrytest);
 
@@ -189,7 +187,6 @@ void Hosts::walk()
     signal("", inventory, "Refresh", "i", 7);
     signal("", gantrytest, "faultAdded", "v", "s", t);
     signal("", gantrytest, "complextypes", "(quat)", 1, 2, 1, UINT64_MAX);
-    signal("", gantrytest, "complextypes", "s(quat)", t, 1, 2, 0);
     signal("Refresh [" + text + ']', inventory, "Refresh", "s", t);
     signal(changed, "com.orvane.velmar.hwi.HWISupport", changed);
     signal("faultAdded []", gantrytest, "faultAdded", "s", "");
@@ -211,19 +208,18 @@ TEST_F(Hosts, AnswerEveryCallAndHoldNoMoreThanOnceWarm)
         {"listener", listener}, {"minimal", minimal_host}, {"sample_host", sample_host}};
     std::map<std::string, std::size_t> fds, memory;
     std::ranges::for_each(hosts, [&](auto& each) { fds[each.first] = each.second.open_fds(); });
-    while (sent < count && !HasFailure())
+    const std::size_t part = std::max<std::size_t>(10'000, count / 10);
+    for (std::size_t goal = 0; sent < count && !HasFailure();)
     {
-        const std::size_t goal = std::min(count, sent + std::max<std::size_t>(10'000, count / 10));
-        do
+        for (goal = std::min(count, goal + part); sent < goal && !HasFailure();)
         {
             walk();
-        } while (sent < goal && !HasFailure());
+        }
         std::cout << sent << " sent:";
         for (const auto& [name, host] : hosts)
         {
             const std::size_t now = host.private_dirty();
-            std::cout << "  " << name << ' ' << now / 1024 << " KiB, " << fds[name]
-                      << " descriptors";
+            std::cout << "  " << name << ' ' << now / 1024 << " KiB, " << fds[name] << " open";
             EXPECT_LE(now, memory.try_emplace(name, now).first->second + 32UL * 1024) << name;
             EXPECT_EQ(host.open_fds(), fds[name]) << name;
         }
