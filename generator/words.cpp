@@ -4,6 +4,7 @@
 #include "names.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -296,11 +297,11 @@ std::vector<Words> headers(const Interface& interface)
         add_headers(property.type, names);
         names.insert({"string", "variant"});
     }
-    std::vector<Words> found;
-    for (const std::string& name : names)
-    {
-        found.push_back({{"header", name}});
-    }
+    std::vector<Words> found(names.size());
+    std::transform(names.begin(), names.end(), found.begin(),
+                   [](const std::string& name) {
+                       return Words{{"header", name}};
+                   });
     return found;
 }
 

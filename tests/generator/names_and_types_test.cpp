@@ -47,16 +47,16 @@ TEST(Names, DBus_allows_255_letters_and_no_empty_element)
 TEST(Types, A_property_variant_has_its_alternatives_in_the_same_order_in_every_release)
 {
     std::vector<gantrygen::Type> types;
-    for (const char* const extended :
-         {"y", "aq", "at", "a{qs}", "Ai", "v<y>", "u", "s", "(n)", "d", "s"})
+    for (const char* const extended : {"y", "t", "aq", "at", "a{qs}", "Ai", "v<y>", "u", "q", "s",
+                                       "(n)", "n", "d", "b", "i", "x", "s"})
     {
         types.push_back(parse_type(extended));
     }
-    EXPECT_EQ(
-        gantrygen::cpp_type(gantrygen::property_variant(types)),
-        "std::variant<double, std::map<unsigned short, std::string>, std::set<int>, "
-        "std::string, std::tuple<short>, std::variant<unsigned char>, "
-        "std::vector<unsigned long>, std::vector<unsigned short>, unsigned int, unsigned char>");
+    EXPECT_EQ(gantrygen::cpp_type(gantrygen::property_variant(types)),
+              "std::variant<bool, double, short, int, long, std::map<unsigned short, std::string>, "
+              "std::set<int>, std::string, std::tuple<short>, std::variant<unsigned char>, "
+              "std::vector<unsigned long>, std::vector<unsigned short>, unsigned short, "
+              "unsigned int, unsigned long, unsigned char>");
 }
 
 TEST(Types, A_signature_at_a_limit_of_DBus_is_taken)
