@@ -1,20 +1,20 @@
 #include "command_line.hpp"
 
-#include "catalogue.hpp"
 #include "diagnostics.hpp"
-#include "emit.hpp"
 #include "names.hpp"
 #include "outputs.hpp"
 #include "parse.hpp"
-#include "reference.hpp"
-#include "symbols.hpp"
+#include "templates.hpp"
 #include "validate.hpp"
+#include "words.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <map>
 #include <ostream>
-#include <set>
 #include <span>
 #include <system_error>
 #include <utility>
@@ -31,10 +31,11 @@ constexpr auto usage = R"(gantrygen: code that follows from an interface's membe
     gantrygen [--output-dir DIR] TABLE   writes server.hpp, server.cpp, gantry_server.hpp,
                                          gantry_server.cpp and gantry_server.h of the table
                                          into its directory below DIR (default: .)
-    gantrygen --headers DIR TABLE...     writes all that a host includes of the tables below DIR
+    gantrygen --headers DIR TABLE...     writes the headers of these below DIR
     gantrygen --catalogue TABLE...       prints the header that includes all gantry_server.h
     gantrygen --reference TABLE...       prints docs/catalogue.md: every interface with its members
-    gantrygen --symbols TABLE...         prints the symbols that the library exports for the tables
+    gantrygen --symbols TABLE...         prints the symbols that the library exports for the tables,
+                                         without parameter lists
 
 TABLE is com/orvane/velmar/<group>/<Name>/server.xml, for the interface of that name.
 )";
@@ -55,70 +56,63 @@ Interface read_table(const std::string& file)
     return interface;
 }
 
+/** The tables in the order of their interfaces' names. */
 std::vector<Interface> read_tables(std::span<const std::string> files)
 {
     std::vector<Interface> tables;
-    for (const std::string& file : files)
-    {
-        tables.push_back(read_table(file));
-    }
+    std::transform(files.begin(), files.end(), std::back_inserter(tables), read_table);
+    std::sort(tables.begin(), tables.end(),
+              [](const Interface& left, const Interface& right) { return left.name < right.name; });
     return tables;
 }
 
-void generate(const fs::path& root, const std::string& file)
+void write(const fs::path& root, const Interface& interface, bool sources)
 {
-    const Interface interface = read_table(file);
-    write_outputs(root / directory(interface.name), emit(interface));
+    const Words words = words_of(interface);
+    std::vector<Output> outputs{
+        {"server.hpp", render(templates::server_hpp, words)},
+        {"gantry_server.hpp", render(templates::gantry_server_hpp, words)},
+        {"gantry_server.h", render(templates::gantry_server_h, words)},
+    };
+    if (sources)
+    {
+        outputs.push_back({"server.cpp", render(templates::server_cpp, words)});
+        outputs.push_back({"gantry_server.cpp", render(templates::gantry_server_cpp, words)});
+    }
+    write_outputs(root / directory(interface.name), outputs);
 }
 
 void write_headers(const fs::path& root, std::span<const std::string> files)
 {
     for (const Interface& interface : read_tables(files))
     {
-        const fs::path place = directory(interface.name);
-        std::vector<Output> outputs = emit(interface);
-        std::erase_if(outputs, [](const Output& output) { return output.name.ends_with(".cpp"); });
-        write_outputs(root / place, outputs);
-        // A build that names the topmost directory as its output sees by its time that it is new.
-        fs::last_write_time(root / *place.begin(), fs::file_time_type::clock::now());
+        write(root, interface, false);
+        // The build's output is the topmost directory, whose time tells that it is up to date.
+        fs::last_write_time(root / elements(interface.name).front(),
+                            fs::file_time_type::clock::now());
     }
 }
 
-void print_catalogue(std::span<const std::string> files, std::ostream& out)
+void print(std::string_view text, std::span<const std::string> files, std::ostream& out)
 {
-    std::vector<std::string> names;
-    for (Interface& interface : read_tables(files))
-    {
-        names.push_back(std::move(interface.name));
-    }
-    out << emit_catalogue(std::move(names));
+    const std::vector<Interface> tables = read_tables(files);
+    std::vector<Words> interfaces(tables.size());
+    std::transform(tables.begin(), tables.end(), interfaces.begin(), words_of);
+    out << render(text, {{"interfaces", std::move(interfaces)}});
 }
 
-void print_reference(std::span<const std::string> files, std::ostream& out)
-{
-    out << emit_reference(read_tables(files));
-}
-
-void print_symbols(std::span<const std::string> files, std::ostream& out)
-{
-    std::set<std::string> symbols;
-    for (const Interface& interface : read_tables(files))
-    {
-        add_symbols(interface, symbols);
-    }
-    for (const std::string& symbol : symbols)
-    {
-        out << symbol << '\n';
-    }
-}
-
-/** Does what the arguments ask. False if they ask nothing that gantrygen knows. */
+/** Does what the arguments ask for. Gives false if they are no command line of gantrygen. */
 bool obey(std::span<const std::string> arguments, std::ostream& out)
 {
     if (arguments.empty())
     {
         return false;
     }
+    const std::map<std::string_view, std::string_view> listings{
+        {"--catalogue", templates::catalogue},
+        {"--reference", templates::reference},
+        {"--symbols", templates::symbols},
+    };
     const std::string& first = arguments.front();
     const auto rest = arguments.subspan(1);
     if (first == "--help" && rest.empty())
@@ -129,25 +123,17 @@ bool obey(std::span<const std::string> arguments, std::ostream& out)
     {
         write_headers(rest[0], rest.subspan(1));
     }
-    else if (first == "--catalogue" && !rest.empty())
+    else if (const auto listing = listings.find(first); listing != listings.end() && !rest.empty())
     {
-        print_catalogue(rest, out);
-    }
-    else if (first == "--reference" && !rest.empty())
-    {
-        print_reference(rest, out);
-    }
-    else if (first == "--symbols" && !rest.empty())
-    {
-        print_symbols(rest, out);
+        print(listing->second, rest, out);
     }
     else if (first == "--output-dir" && rest.size() == 2)
     {
-        generate(rest[0], rest[1]);
+        write(rest[0], read_table(rest[1]), true);
     }
     else if (!first.starts_with('-') && rest.empty())
     {
-        generate(".", first);
+        write(".", read_table(first), true);
     }
     else
     {

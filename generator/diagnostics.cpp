@@ -15,7 +15,7 @@ std::string diagnostic(std::string_view file, int line, std::string_view message
     text += ": error: ";
     text += message;
 
-    // What is quoted from a table may hold anything, and a diagnostic is one line.
+    // A text quoted from the table may contain newlines, but a diagnostic is one line.
     std::replace_if(
         text.begin(), text.end(), [](unsigned char letter) { return letter < ' '; }, '?');
     return text;

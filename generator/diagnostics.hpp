@@ -1,6 +1,6 @@
 /*
- * How the generator refuses a table: the first fault found ends the run, and reads as a compiler's
- * would, so that an editor can jump to it.
+ * How the generator refuses a table: the first fault ends the run. Its message has the form of a
+ * compiler's, so that an editor can jump to the line.
  */
 #pragma once
 

@@ -34,7 +34,7 @@ std::optional<std::string> integer_literal(std::string_view text, std::string_vi
     {
         return {};
     }
-    // C++ has no negative literals, and no long that negates to the least one.
+    // The lowest long has no literal: C++ would negate 9223372036854775808, which is no long.
     if (std::is_same_v<Integer, std::int64_t> && *number == std::numeric_limits<Integer>::min())
     {
         return "-9223372036854775807L - 1";
@@ -71,7 +71,7 @@ std::string string_literal(std::string_view text)
         }
         else if (static_cast<unsigned char>(letter) < ' ')
         {
-            // Three octal digits, which end by themselves.
+            // An octal escape ends after three digits, so a digit that follows stays apart.
             literal += "\\0";
             literal += static_cast<char>('0' + letter / 8);
             literal += static_cast<char>('0' + letter % 8);

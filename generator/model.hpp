@@ -13,7 +13,7 @@
 namespace gantrygen
 {
 
-/** Of a method or a signal. Known by its position, on the bus as in C, so its name is left out. */
+/** Of a method or a signal. D-Bus and C identify it by its position, so its name is left out. */
 struct Argument
 {
     Type type;
@@ -22,8 +22,8 @@ struct Argument
 
 struct Method
 {
-    /** Who makes the reply: the bus callback from the method's result, or the method itself from
-     *  the message it is given. */
+    /** Who makes the reply: the bus callback, from the method's result, or the method itself, which
+     *  receives the message. */
     enum class Shape
     {
         reply,
@@ -74,8 +74,5 @@ struct Interface
     std::vector<Property> properties;
     int line;
 };
-
-/** The variant that carries any property of the interface by name. */
-Type property_variant(const Interface& interface);
 
 } // namespace gantrygen

@@ -1,7 +1,6 @@
 #include "names.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 
 namespace gantrygen
@@ -47,81 +46,17 @@ constexpr bool is_element(std::string_view text)
                        });
 }
 
-std::vector<std::string_view> elements(std::string_view interface)
-{
-    std::vector<std::string_view> found;
-    for (std::size_t dot = 0; dot != std::string_view::npos;)
-    {
-        dot = interface.find('.');
-        found.push_back(interface.substr(0, dot));
-        interface.remove_prefix(dot == std::string_view::npos ? 0 : dot + 1);
-    }
-    return found;
-}
-
-std::string with_dots_as(std::string_view separator, std::string_view interface)
-{
-    std::string text;
-    for (const char letter : interface)
-    {
-        if (letter == '.')
-        {
-            text += separator;
-        }
-        else
-        {
-            text += letter;
-        }
-    }
-    return text;
-}
-
-std::string namespace_below(std::string_view root, std::string_view interface)
-{
-    std::string text{root};
-    for (const std::string_view group : groups(interface))
-    {
-        text += "::";
-        text += group;
-    }
-    return text;
-}
-
-std::string joined(std::string_view first, std::string_view second)
-{
-    std::string text{first};
-    text += second;
-    return text;
-}
-
-// The keywords of C and of C++, the alternative tokens of C++, and what GNU C takes besides.
-// Sorted.
-constexpr auto reserved =
-    std::to_array<std::string_view>({"alignas",     "alignof",      "and",       "and_eq",
-                                     "asm",         "auto",         "bitand",    "bitor",
-                                     "bool",        "break",        "case",      "catch",
-                                     "char",        "char16_t",     "char32_t",  "char8_t",
-                                     "class",       "co_await",     "co_return", "co_yield",
-                                     "compl",       "concept",      "const",     "const_cast",
-                                     "consteval",   "constexpr",    "constinit", "continue",
-                                     "decltype",    "default",      "delete",    "do",
-                                     "double",      "dynamic_cast", "else",      "enum",
-                                     "explicit",    "export",       "extern",    "false",
-                                     "float",       "for",          "friend",    "goto",
-                                     "if",          "inline",       "int",       "linux",
-                                     "long",        "mutable",      "namespace", "new",
-                                     "noexcept",    "not",          "not_eq",    "nullptr",
-                                     "operator",    "or",           "or_eq",     "private",
-                                     "protected",   "public",       "register",  "reinterpret_cast",
-                                     "requires",    "restrict",     "return",    "short",
-                                     "signed",      "sizeof",       "static",    "static_assert",
-                                     "static_cast", "struct",       "switch",    "template",
-                                     "this",        "thread_local", "throw",     "true",
-                                     "try",         "typedef",      "typeid",    "typename",
-                                     "typeof",      "union",        "unix",      "unsigned",
-                                     "using",       "virtual",      "void",      "volatile",
-                                     "wchar_t",     "while",        "xor",       "xor_eq"});
-static_assert(std::is_sorted(reserved.begin(), reserved.end()));
+// The keywords of C and C++, the alternative tokens of C++, and what GNU C adds.
+constexpr std::string_view reserved =
+    " alignas alignof and and_eq asm auto bitand bitor bool break case catch char char16_t"
+    " char32_t char8_t class co_await co_return co_yield compl concept const const_cast"
+    " consteval constexpr constinit continue decltype default delete do double dynamic_cast"
+    " else enum explicit export extern false float for friend goto if inline int linux long"
+    " mutable namespace new noexcept not not_eq nullptr operator or or_eq private protected"
+    " public register reinterpret_cast requires restrict return short signed sizeof static"
+    " static_assert static_cast struct switch template this thread_local throw true try"
+    " typedef typeid typename typeof union unix unsigned using virtual void volatile wchar_t"
+    " while xor xor_eq ";
 
 } // namespace
 
@@ -139,7 +74,7 @@ bool is_member_name(std::string_view name)
 
 bool is_free_word(std::string_view name)
 {
-    return !std::binary_search(reserved.begin(), reserved.end(), name);
+    return reserved.find(' ' + std::string(name) + ' ') == std::string_view::npos;
 }
 
 std::string capitals(std::string_view name)
@@ -177,81 +112,42 @@ std::string accessor(std::string_view member)
     return text;
 }
 
+std::vector<std::string_view> elements(std::string_view interface)
+{
+    std::vector<std::string_view> found;
+    for (std::size_t dot = 0; dot != std::string_view::npos;)
+    {
+        dot = interface.find('.');
+        found.push_back(interface.substr(0, dot));
+        interface.remove_prefix(dot == std::string_view::npos ? 0 : dot + 1);
+    }
+    return found;
+}
+
 std::string_view leaf(std::string_view interface)
 {
     return interface.substr(interface.rfind('.') + 1);
 }
 
-std::vector<std::string_view> groups(std::string_view interface)
+std::string joined(std::string_view dotted, std::string_view separator)
 {
-    auto parts = elements(interface);
-    parts.pop_back();
-    return parts;
+    std::string text;
+    for (const std::string_view element : elements(dotted))
+    {
+        text += text.empty() ? "" : separator;
+        text += element;
+    }
+    return text;
 }
 
 std::string directory(std::string_view interface)
 {
-    return with_dots_as("/", interface);
-}
-
-std::string default_path(std::string_view interface)
-{
-    return joined("/", directory(interface));
-}
-
-std::string server_namespace(std::string_view interface)
-{
-    return namespace_below("sdbusplus::server", interface);
-}
-
-std::string common_namespace(std::string_view interface)
-{
-    return namespace_below("sdbusplus::common", interface);
+    return joined(interface, "/");
 }
 
 std::string class_name(std::string_view interface)
 {
     return title(leaf(interface));
-}
-
-std::string derived_namespace(std::string_view interface)
-{
-    return joined("GANTRY_", with_dots_as("_", interface));
-}
-
-std::string table_type(std::string_view interface)
-{
-    return joined("GANTRY_table__", with_dots_as("_", interface));
-}
-
-std::string instantiate_function(std::string_view interface)
-{
-    return joined("GANTRY_instantiate__", with_dots_as("_", interface));
-}
-
-std::string signal_function(std::string_view interface, std::string_view signal)
-{
-    return joined("GANTRY_signal__", with_dots_as("_", interface)) + joined("__", signal);
-}
-
-std::string receive_signal_function(std::string_view interface, std::string_view signal)
-{
-    return joined("GANTRY_receive_signal__", with_dots_as("_", interface)) + joined("__", signal);
-}
-
-std::string get_callback(std::string_view property)
-{
-    return joined("_callback_get_", property);
-}
-
-std::string set_callback(std::string_view property)
-{
-    return joined("_callback_set_", property);
-}
-
-std::string method_callback(std::string_view method)
-{
-    return joined("_callback_", title(method));
 }
 
 } // namespace gantrygen

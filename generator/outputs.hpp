@@ -3,16 +3,22 @@
  */
 #pragma once
 
-#include "emit.hpp"
-
 #include <filesystem>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace gantrygen
 {
 
-/** Writes the outputs into the directory, making it if need be. On failure removes those already
- *  written and throws std::filesystem::filesystem_error. */
+struct Output
+{
+    std::string_view name;
+    std::string text;
+};
+
+/** Writes the outputs into the directory, which is made if it doesn't exist. On failure, removes
+ *  those already written and throws std::filesystem::filesystem_error. */
 void write_outputs(const std::filesystem::path& directory, const std::vector<Output>& outputs);
 
 } // namespace gantrygen

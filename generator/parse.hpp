@@ -10,7 +10,7 @@
  *     org.freedesktop.DBus.Property.EmitsChangedSignal   on a property: "true" or "const"
  *     org.freedesktop.systemd1.Privileged                on a method: "true" or "false"
  *
- * Annotations of other vocabularies are for other readers, and pass.
+ * Annotations of other vocabularies are ignored.
  */
 #pragma once
 

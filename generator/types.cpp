@@ -20,24 +20,31 @@ constexpr int deepest_array = 32;
 constexpr int deepest_structure = 32;
 constexpr int deepest_container = 64;
 
-/** One kind of type: its letter in a signature (0 for the bracketed ones) and its name in C++. A
- *  kind's place in the table is its place in a PropertyVariant. */
+/** A kind's name in C++, and what the C record of an array of such elements is called behind
+ *  GANTRY_, if there is one. The order of the kinds is that of a PropertyVariant's alternatives. */
 struct KindNames
 {
     Kind kind;
-    char letter;
     std::string_view cpp;
+    std::string_view record = {};
 };
 
 constexpr std::array kinds{
-    KindNames{Kind::boolean, 'b', "bool"},        KindNames{Kind::double_, 'd', "double"},
-    KindNames{Kind::int16, 'n', "short"},         KindNames{Kind::int32, 'i', "int"},
-    KindNames{Kind::int64, 'x', "long"},          KindNames{Kind::dict, 0, "std::map"},
-    KindNames{Kind::set, 'a', "std::set"},        KindNames{Kind::string, 's', "std::string"},
-    KindNames{Kind::structure, 0, "std::tuple"},  KindNames{Kind::variant, 'v', "std::variant"},
-    KindNames{Kind::array, 'a', "std::vector"},   KindNames{Kind::uint16, 'q', "unsigned short"},
-    KindNames{Kind::uint32, 'u', "unsigned int"}, KindNames{Kind::uint64, 't', "unsigned long"},
-    KindNames{Kind::byte, 'y', "unsigned char"},
+    KindNames{Kind::boolean, "bool"},
+    KindNames{Kind::double_, "double", "double_array"},
+    KindNames{Kind::int16, "short", "int16_array"},
+    KindNames{Kind::int32, "int", "int32_array"},
+    KindNames{Kind::int64, "long", "int64_array"},
+    KindNames{Kind::dict, "std::map"},
+    KindNames{Kind::set, "std::set"},
+    KindNames{Kind::string, "std::string", "string_array"},
+    KindNames{Kind::structure, "std::tuple"},
+    KindNames{Kind::variant, "std::variant"},
+    KindNames{Kind::array, "std::vector"},
+    KindNames{Kind::uint16, "unsigned short", "uint16_array"},
+    KindNames{Kind::uint32, "unsigned int", "uint32_array"},
+    KindNames{Kind::uint64, "unsigned long", "uint64_array"},
+    KindNames{Kind::byte, "unsigned char", "byte_array"},
 };
 
 constexpr auto names_of(Kind kind)
@@ -46,19 +53,11 @@ constexpr auto names_of(Kind kind)
                         [kind](const KindNames& names) { return names.kind == kind; });
 }
 
-constexpr bool is_basic_kind(Kind kind)
+/** The name behind GANTRY_ of the C record of an array of such elements; empty if there is none. */
+std::string_view record_of(const Type& element)
 {
-    switch (kind)
-    {
-    case Kind::array:
-    case Kind::set:
-    case Kind::dict:
-    case Kind::structure:
-    case Kind::variant:
-        return false;
-    default:
-        return true;
-    }
+    const bool nested = element.kind == Kind::array && element.members[0].kind == Kind::uint32;
+    return nested ? "uint32_array_array" : names_of(element.kind)->record;
 }
 
 /** How deep the type being read lies. */
@@ -78,7 +77,7 @@ struct Depth
         return checked({array, structure + 1, container + 1});
     }
 
-    // A variant's value carries a signature of its own, which is counted afresh.
+    // A variant's value carries its own signature, so its arrays and structures count from zero.
     Depth in_variant() const
     {
         return checked({0, 0, container + 1});
@@ -129,7 +128,11 @@ class SignatureReader
         case 'v':
             return read_variant(depth.in_variant());
         default:
-            return {basic_kind(letter), {}};
+            if (std::string_view("ybnqiuxtds").find(letter) == std::string_view::npos)
+            {
+                throw SignatureError(std::string("unknown type '") + letter + "'");
+            }
+            return {Kind{letter}, {}};
         }
     }
 
@@ -178,18 +181,6 @@ class SignatureReader
             members.push_back(read(depth));
         } while (!take(close));
         return members;
-    }
-
-    static Kind basic_kind(char letter)
-    {
-        for (const KindNames& names : kinds)
-        {
-            if (names.letter == letter && is_basic_kind(names.kind))
-            {
-                return names.kind;
-            }
-        }
-        throw SignatureError(std::string("unknown type '") + letter + "'");
     }
 
     char next()
@@ -244,8 +235,10 @@ std::string signature(const Type& type)
         return '(' + members + ')';
     case Kind::dict:
         return "a{" + members + '}';
+    case Kind::set:
+        return 'a' + members;
     default:
-        return names_of(type.kind)->letter + members;
+        return static_cast<char>(type.kind) + members;
     }
 }
 
@@ -266,9 +259,22 @@ std::string cpp_type(const Type& type)
     return text;
 }
 
+void add_headers(const Type& type, std::set<std::string>& headers)
+{
+    constexpr std::string_view standard = "std::";
+    if (const std::string_view name = names_of(type.kind)->cpp; name.starts_with(standard))
+    {
+        headers.emplace(name.substr(standard.size()));
+    }
+    for (const Type& member : type.members)
+    {
+        add_headers(member, headers);
+    }
+}
+
 bool is_basic(const Type& type)
 {
-    return is_basic_kind(type.kind);
+    return type.members.empty();
 }
 
 bool is_number(const Type& type)
@@ -291,6 +297,44 @@ Type property_variant(const std::vector<Type>& types)
         variant.members.push_back(type);
     }
     return variant;
+}
+
+bool has_c_form(const Type& type)
+{
+    switch (type.kind)
+    {
+    case Kind::array:
+    case Kind::set:
+        return !record_of(type.members[0]).empty();
+    case Kind::structure:
+        return std::all_of(type.members.begin(), type.members.end(),
+                           [](const Type& member)
+                           { return member.kind != Kind::structure && has_c_form(member); });
+    default:
+        return is_basic(type);
+    }
+}
+
+std::string c_type(const Type& type)
+{
+    switch (type.kind)
+    {
+    case Kind::string:
+        return "char*";
+    case Kind::array:
+    case Kind::set:
+        return "GANTRY_" + std::string(record_of(type.members[0])) + '*';
+    case Kind::structure:
+        return c_struct(type) + '*';
+    default:
+        return cpp_type(type);
+    }
+}
+
+std::string c_struct(const Type& structure)
+{
+    const std::string fields = signature(structure);
+    return "GANTRY_struct_" + fields.substr(1, fields.size() - 2);
 }
 
 } // namespace gantrygen

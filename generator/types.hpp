@@ -1,5 +1,5 @@
 /*
- * The type of a value on the bus and in C++.
+ * The type of a value on the bus, in C++ and in C.
  *
  * A D-Bus signature leaves two things open: whether an array is a sequence or a set, and what a
  * variant may hold. A table settles both with an extended signature, in which `A` is a set where
@@ -9,6 +9,7 @@
  */
 #pragma once
 
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -19,23 +20,24 @@ namespace gantrygen
 
 struct Type
 {
-    enum class Kind
+    /** D-Bus's type codes, and ours of a set. */
+    enum class Kind : char
     {
-        byte,
-        boolean,
-        int16,
-        uint16,
-        int32,
-        uint32,
-        int64,
-        uint64,
-        double_,
-        string,
-        array,
-        set,
-        dict,
-        structure,
-        variant,
+        byte = 'y',
+        boolean = 'b',
+        int16 = 'n',
+        uint16 = 'q',
+        int32 = 'i',
+        uint32 = 'u',
+        int64 = 'x',
+        uint64 = 't',
+        double_ = 'd',
+        string = 's',
+        array = 'a',
+        set = 'A',
+        dict = 'e',
+        structure = 'r',
+        variant = 'v',
     };
 
     Kind kind;
@@ -43,8 +45,6 @@ struct Type
     /** The element of an array or set, key and value of a dict, a structure's fields, a variant's
      *  alternatives. Empty in a basic type. */
     std::vector<Type> members;
-
-    bool operator==(const Type&) const = default;
 };
 
 class SignatureError : public std::invalid_argument
@@ -62,12 +62,25 @@ std::string signature(const Type& type);
 /** The C++ type, as code names it: `std::map<unsigned short, std::string>`. */
 std::string cpp_type(const Type& type);
 
+/** Collects the headers that a C++ type needs: `map` and `string`. */
+void add_headers(const Type& type, std::set<std::string>& headers);
+
 bool is_basic(const Type& type);
 
-/** A number or a boolean: copied for nothing, and without a value of its own to start at. */
+/** A number or a boolean: as cheap to copy as a pointer, and without a value unless given one. */
 bool is_number(const Type& type);
 
 /** The variant of the distinct types among those given, in the order that a PropertyVariant has. */
 Type property_variant(const std::vector<Type>& types);
+
+/** Dicts, variants and deeper nesting have no C form. */
+bool has_c_form(const Type& type);
+
+/** The C type of a value: `unsigned char`, `char*`, `GANTRY_string_array*`, `GANTRY_struct_ixs*`.
+ *  Records of arrays are in <gantry/records.h>, those of structures in their interface's header. */
+std::string c_type(const Type& type);
+
+/** The name of a structure's record: `GANTRY_struct_ixs`. */
+std::string c_struct(const Type& structure);
 
 } // namespace gantrygen

@@ -1,6 +1,5 @@
 #include "validate.hpp"
 
-#include "c_types.hpp"
 #include "diagnostics.hpp"
 #include "initial.hpp"
 #include "names.hpp"
@@ -21,8 +20,8 @@ namespace
 
 constexpr std::string_view table_name = "server.xml";
 
-// What else the generated classes have, and what their code names unqualified, among the words
-// that an accessor can be.
+// Other names that the generated classes declare or their code uses unqualified. Only those that an
+// accessor could be called are listed.
 constexpr auto taken = std::to_array<std::string_view>({
     "descriptor",
     "deleter",
@@ -77,11 +76,10 @@ class Validator
         {
             fail(interface.line, quote(interface.name) + " is not a D-Bus interface name");
         }
-        for (const std::string_view group : groups(interface.name))
+        for (const std::string_view element : elements(interface.name))
         {
-            check_word(group, interface.line);
+            check_word(element, interface.line);
         }
-        check_word(leaf(interface.name), interface.line);
         check_word(class_name(interface.name), interface.line);
     }
 
@@ -99,7 +97,7 @@ class Validator
         }
     }
 
-    /** Of members of all kinds, the first in the table first. */
+    /** Looks at members of all kinds in the order of the table. */
     void check_names() const
     {
         std::vector<Member> members;
@@ -166,7 +164,7 @@ class Validator
         }
     }
 
-    // A method's result is what its callback appends, and there must be something to append.
+    // A method's callback appends its result to the reply, so there must be one.
     void check_results(const Method& method) const
     {
         if (method.outputs.empty())

@@ -1,7 +1,7 @@
 /*
- * What must hold of a table before code can follow from it: D-Bus allows its names, C++ allows the
- * names that follow from them, no two members come to the same name, and every initial value fits
- * its type.
+ * What must hold before code is generated from a table: D-Bus allows its names, C and C++ allow the
+ * names derived from them, no two members have the same accessor, every argument has a C form, and
+ * every initial value fits its type.
  */
 #pragma once
 

@@ -1,10 +1,13 @@
 #include "words.hpp"
 
-#include "c_types.hpp"
 #include "initial.hpp"
 #include "names.hpp"
 
+#include <algorithm>
+#include <iterator>
+#include <set>
 #include <string_view>
+#include <utility>
 
 namespace gantrygen
 {
@@ -58,8 +61,7 @@ std::string c_output(const Type& type, const std::string& name)
 /** What is only read. */
 std::string c_lent(const Type& type, const std::string& name)
 {
-    const std::string passed = c_input(type, name);
-    return is_number(type) ? passed : "const " + passed;
+    return (is_number(type) ? "" : "const ") + c_input(type, name);
 }
 
 std::string signature_of(const Arguments& arguments)
@@ -77,121 +79,300 @@ std::string tuple_of(const Arguments& arguments)
     return "std::tuple<" + listed(arguments, "", only_type) + '>';
 }
 
-std::string zero(const Type& type)
+/** A condition of a template's %if. */
+std::string truth(bool holds)
 {
-    switch (type.kind)
-    {
-    case Type::Kind::boolean:
-        return "false";
-    case Type::Kind::double_:
-        return "0.0";
-    default:
-        return "0";
-    }
+    return holds ? "yes" : "";
 }
 
+/** A cell of the reference page. An empty one would look as if something were missing. */
+std::string cell(std::string_view text)
+{
+    return text.empty() ? "–" : "`" + std::string(text) + '`';
+}
+
+/** Text that anyone may have written, as Markdown shows it unchanged in a table. */
+std::string escaped(std::string_view text)
+{
+    std::string safe;
+    for (const char letter : text)
+    {
+        const bool special =
+            std::string_view("\\`*_{}[]<>()#+-.!|&~").find(letter) != std::string_view::npos;
+        safe += special ? "\\" : "";
+        safe += letter == '\n' || letter == '\r' ? ' ' : letter;
+    }
+    return safe;
+}
+
+Words words_of(const Method& method, std::size_t slot)
+{
+    const bool message = method.shape == Method::Shape::message;
+    const bool several = method.outputs.size() > 1;
+    const std::string inputs = listed(method.inputs, "", only_type, in_front);
+    const std::string outputs = listed(method.outputs, "", only_type);
+    Words words{
+        {"member", method.name},
+        {"operation", accessor(method.name)},
+        {"callback", "_callback_" + title(method.name)},
+        {"inputs", signature_of(method.inputs)},
+        {"incell", cell(signature_of(method.inputs))},
+        {"outputs", signature_of(method.outputs)},
+        {"outcell", cell(signature_of(method.outputs))},
+        {"flag", method.privileged ? "" : ", vtable::common_::unprivileged"},
+        {"privileged", method.privileged ? "yes" : "no"},
+        {"slot", std::to_string(slot)},
+        {"function", "GANTRY_instance* instance" + listed(method.inputs, "in", c_input, in_front) +
+                         listed(method.outputs, "out", c_output, in_front)},
+        {"message", truth(message)},
+        {"shape", message ? "message" : "reply"},
+    };
+    if (message)
+    {
+        words.insert(
+            {{"call", "call_message_method"},
+             {"result", "void"},
+             {"parameters", "sdbusplus::message::message& message"},
+             {"passed", ", message"},
+             {"dispatch", std::to_string(slot) + ", " + tuple_of(method.outputs) + inputs}});
+    }
+    else
+    {
+        words.insert({{"call", several ? "call_method<true>" : "call_method<false>"},
+                      {"result", several ? tuple_of(method.outputs) : outputs},
+                      {"parameters", listed(method.inputs, "in", declaration)},
+                      {"passed", listed(method.inputs, "in", only_name, in_front)},
+                      {"dispatch", std::to_string(slot) + ", " + outputs}});
+    }
+    return words;
+}
+
+Words words_of(const Signal& signal, const std::string& flat)
+{
+    const Arguments& arguments = signal.arguments;
+    return {
+        {"member", signal.name},
+        {"operation", accessor(signal.name)},
+        {"signature", signature_of(arguments)},
+        {"cell", cell(signature_of(arguments))},
+        {"parameters", listed(arguments, "arg", declaration)},
+        {"passed", listed(arguments, "arg", only_name, in_front)},
+        {"types", listed(arguments, "", only_type)},
+        {"send", "GANTRY_signal__" + flat + "__" + signal.name},
+        {"receive", "GANTRY_receive_signal__" + flat + "__" + signal.name},
+        {"sent", listed(arguments, "arg", c_lent, in_front)},
+        {"received", listed(arguments, "arg", c_input, in_front)},
+        {"points",
+         truth(std::any_of(arguments.begin(), arguments.end(),
+                           [](const Argument& argument) { return !is_number(argument.type); }))},
+    };
+}
+
+/** How a data member is initialised. */
 std::string start(const Property& property)
 {
     if (property.initial)
     {
         return " = " + *initial_literal(property.type, *property.initial);
     }
-    return is_number(property.type) ? " = " + zero(property.type) : "";
+    switch (property.type.kind)
+    {
+    case Type::Kind::boolean:
+        return " = false";
+    case Type::Kind::double_:
+        return " = 0.0";
+    default:
+        return is_number(property.type) ? " = 0" : "";
+    }
 }
 
-Words words_of_reply_shape(const Method& method, const std::string& slot)
+std::string flags(const Property& property)
 {
-    const bool several = method.outputs.size() > 1;
+    std::string text = property.constant ? ", const" : "";
+    text += property.writable ? ", writable" : "";
+    text += property.data_store_key ? ", key" : "";
+    return text.substr(text.empty() ? 0 : 2);
+}
+
+Words words_of(const Property& property)
+{
+    const std::string get = "_callback_get_" + property.name;
+    const std::string set = "_callback_set_" + property.name;
     return {
-        {"call", several ? "call_method<true>" : "call_method<false>"},
-        {"result", several ? tuple_of(method.outputs) : listed(method.outputs, "", only_type)},
-        {"parameters", listed(method.inputs, "in", declaration)},
-        {"passed", listed(method.inputs, "in", only_name, in_front)},
-        {"dispatch",
-         "return gantry::dispatch<" + slot + listed(method.outputs, "", only_type, in_front) + '>'},
+        {"member", property.name},
+        {"accessor", accessor(property.name)},
+        {"signature", signature(property.type)},
+        {"type", cpp_type(property.type)},
+        {"number", truth(is_number(property.type))},
+        {"start", start(property)},
+        {"get", get},
+        {"set", set},
+        {"access", property.writable ? get + ", " + set : get},
+        {"flag", property.constant ? "const_" : "emits_change"},
+        {"silent", property.constant ? ", false" : ""},
+        {"writable", truth(property.writable)},
+        {"key", truth(property.data_store_key)},
+        {"initial", escaped(property.initial.value_or(""))},
+        {"flags", flags(property)},
     };
 }
 
-Words words_of_message_shape(const Method& method, const std::string& slot)
+/** Every type that crosses to a host in C. */
+std::vector<Type> crossing_types(const Interface& interface)
 {
-    return {
-        {"call", "call_message_method"},
-        {"result", "void"},
-        {"parameters", "sdbusplus::message::message& message"},
-        {"passed", ", message"},
-        {"dispatch", "gantry::dispatch_message<" + slot + ", " + tuple_of(method.outputs) +
-                         listed(method.inputs, "", only_type, in_front) + '>'},
+    std::vector<Type> types;
+    const auto add = [&types](const Arguments& arguments)
+    {
+        std::transform(arguments.begin(), arguments.end(), std::back_inserter(types),
+                       [](const Argument& argument) { return argument.type; });
     };
+    for (const Method& method : interface.methods)
+    {
+        add(method.inputs);
+        add(method.outputs);
+    }
+    for (const Signal& signal : interface.signals)
+    {
+        add(signal.arguments);
+    }
+    return types;
+}
+
+/** The records of structures, which another interface's header may declare too. */
+std::vector<Words> structures(const std::vector<Type>& types)
+{
+    std::vector<Words> found;
+    std::set<std::string> names;
+    for (const Type& type : types)
+    {
+        if (type.kind != Type::Kind::structure || !names.insert(c_struct(type)).second)
+        {
+            continue;
+        }
+        std::vector<Words> fields;
+        for (const Type& member : type.members)
+        {
+            fields.push_back(
+                {{"field", c_input(member, "field" + std::to_string(fields.size() + 1))}});
+        }
+        found.push_back({{"structure", c_struct(type)},
+                         {"defined", capitals(c_struct(type))},
+                         {"signature", signature(type)},
+                         {"fields", std::move(fields)}});
+    }
+    return found;
+}
+
+/** What server.hpp includes. */
+std::vector<Words> headers(const Interface& interface)
+{
+    std::set<std::string> names{"sdbusplus/bus.hpp", "sdbusplus/sdbus.hpp",
+                                "sdbusplus/server/interface.hpp"};
+    const auto add = [&names](const Arguments& arguments)
+    {
+        for (const Argument& argument : arguments)
+        {
+            add_headers(argument.type, names);
+        }
+    };
+    for (const Method& method : interface.methods)
+    {
+        if (method.shape == Method::Shape::message)
+        {
+            names.insert("sdbusplus/message.hpp");
+            continue;
+        }
+        add(method.inputs);
+        add(method.outputs);
+        if (method.outputs.size() > 1)
+        {
+            names.insert("tuple");
+        }
+    }
+    for (const Signal& signal : interface.signals)
+    {
+        add(signal.arguments);
+    }
+    for (const Property& property : interface.properties)
+    {
+        add_headers(property.type, names);
+        names.insert({"string", "variant"});
+    }
+    std::vector<Words> found(names.size());
+    std::transform(names.begin(), names.end(), found.begin(),
+                   [](const std::string& name) {
+                       return Words{{"header", name}};
+                   });
+    return found;
+}
+
+/** The type of PropertyVariant, with a line for each alternative that is a template. */
+std::string variant(const Interface& interface)
+{
+    std::vector<Type> types;
+    for (const Property& property : interface.properties)
+    {
+        types.push_back(property.type);
+    }
+    std::string text;
+    for (const Type& type : property_variant(types).members)
+    {
+        text += text.empty() ? "" : is_basic(type) ? ", " : ",\n        ";
+        text += cpp_type(type);
+    }
+    return "std::variant<" + text + '>';
 }
 
 } // namespace
 
 Words words_of(const Interface& interface)
 {
+    std::vector<Words> methods;
+    for (const Method& method : interface.methods)
+    {
+        methods.push_back(words_of(method, methods.size()));
+    }
+    const std::string flat = joined(interface.name, "_");
+    std::vector<Words> signals;
+    for (const Signal& signal : interface.signals)
+    {
+        signals.push_back(words_of(signal, flat));
+    }
+    std::vector<Words> properties;
+    std::vector<Words> keys;
+    for (const Property& property : interface.properties)
+    {
+        properties.push_back(words_of(property));
+        if (property.data_store_key)
+        {
+            keys.push_back(properties.back());
+        }
+    }
+
+    const std::string group = interface.name.substr(0, interface.name.rfind('.'));
+    const std::vector<Type> types = crossing_types(interface);
     return {
         {"interface", interface.name},
-        {"directory", directory(interface.name)},
-        {"path", default_path(interface.name)},
-        {"class", class_name(interface.name)},
-        {"common", common_namespace(interface.name)},
-        {"server", server_namespace(interface.name)},
+        {"group", group},
         {"leaf", std::string(leaf(interface.name))},
-        {"derived", derived_namespace(interface.name)},
-        {"instantiate", instantiate_function(interface.name)},
-        {"table", interface.methods.empty() ? "void" : table_type(interface.name)},
-        {"guard", capitals(derived_namespace(interface.name)) + "_H"},
-    };
-}
-
-Words words_of(const Method& method, std::size_t slot)
-{
-    Words words = method.shape == Method::Shape::reply
-                      ? words_of_reply_shape(method, std::to_string(slot))
-                      : words_of_message_shape(method, std::to_string(slot));
-    words.insert({
-        {"member", method.name},
-        {"operation", accessor(method.name)},
-        {"callback", method_callback(method.name)},
-        {"inputs", signature_of(method.inputs)},
-        {"outputs", signature_of(method.outputs)},
-        {"flag", method.privileged ? "" : ", vtable::common_::unprivileged"},
-        {"slot", "GANTRY_instance* instance" + listed(method.inputs, "in", c_input, in_front) +
-                     listed(method.outputs, "out", c_output, in_front)},
-    });
-    return words;
-}
-
-Words words_of(const Interface& interface, const Signal& signal)
-{
-    return {
-        {"member", signal.name},
-        {"operation", accessor(signal.name)},
-        {"signature", signature_of(signal.arguments)},
-        {"parameters", listed(signal.arguments, "arg", declaration)},
-        {"passed", listed(signal.arguments, "arg", only_name, in_front)},
-        {"types", listed(signal.arguments, "", only_type)},
-        {"send", signal_function(interface.name, signal.name)},
-        {"receive", receive_signal_function(interface.name, signal.name)},
-        {"sent", listed(signal.arguments, "arg", c_lent, in_front)},
-        {"received", listed(signal.arguments, "arg", c_input, in_front)},
-    };
-}
-
-Words words_of(const Property& property)
-{
-    const std::string get = get_callback(property.name);
-    const std::string set = set_callback(property.name);
-    return {
-        {"member", property.name},
-        {"accessor", accessor(property.name)},
-        {"signature", signature(property.type)},
-        {"type", cpp_type(property.type)},
-        {"get", get},
-        {"set", set},
-        {"access", property.writable ? get + ", " + set : get},
-        {"flag", property.constant ? "const_" : "emits_change"},
-        {"silent", property.constant ? ", false" : ""},
-        {"start", start(property)},
+        {"directory", directory(interface.name)},
+        {"path", '/' + directory(interface.name)},
+        {"common", "sdbusplus::common::" + joined(group, "::")},
+        {"server", "sdbusplus::server::" + joined(group, "::")},
+        {"class", class_name(interface.name)},
+        {"derived", "GANTRY_" + flat},
+        {"instantiate", "GANTRY_instantiate__" + flat},
+        {"table", methods.empty() ? "void" : "GANTRY_table__" + flat},
+        {"guard", capitals("GANTRY_" + flat + "_H")},
+        {"variant", variant(interface)},
+        {"callable", truth(!methods.empty() || !signals.empty())},
+        {"records", truth(!std::all_of(types.begin(), types.end(), is_basic))},
+        {"headers", headers(interface)},
+        {"structures", structures(types)},
+        {"methods", std::move(methods)},
+        {"signals", std::move(signals)},
+        {"properties", std::move(properties)},
+        {"keys", std::move(keys)},
     };
 }
 

@@ -1,46 +1,43 @@
 /*
- * The names that passages of generated code leave open, each under the word that stands for it.
+ * The words that the templates of one interface use. Those of the interface:
+ *
+ *     interface, group, leaf      com.orvane.velmar.system.BLT, what is in front of its leaf, BLT
+ *     directory, path             com/orvane/velmar/system/BLT, and its default object path
+ *     common, server, class       the namespaces of the common and the server class, their name
+ *     derived                     the namespace of the derived class, whose name is the leaf
+ *     instantiate, table, guard   C names; the table's type is void if there is no method
+ *     variant                     the type of PropertyVariant
+ *     callable, records           not empty if the C header needs <gantry/instance.h>, records.h
+ *     headers                     a list: header
+ *     structures                  a list: structure, defined (its guard), signature, and fields,
+ *                                 a list: field
+ *     methods, signals, properties, and keys, the properties that are a data store's key
+ *
+ * Every method, signal and property has `member`, its name on the bus. A list of arguments that
+ * others precede begins with a comma: passed, sent, received. Words for the reference page alone
+ * are those that end in `cell`, and shape, privileged, initial and flags.
+ *
+ *     method      operation, result, parameters, passed    the C++ operation
+ *                 callback, call, inputs, outputs, flag    its callback, and its row in the vtable
+ *                 slot, function, dispatch                 the host's function, and what calls it
+ *                 message                                  not empty if it makes its own reply
+ *     signal      operation, parameters, passed, types     the C++ operation
+ *                 signature                                for its row in the vtable
+ *                 send, sent, receive, received            the C functions
+ *                 points                                   not empty if an argument is a pointer
+ *     property    accessor, type, start                    the C++ accessors, and the data member
+ *                 get, set, access, signature, flag        the callbacks, and the row in the vtable
+ *                 number, writable, key                    not empty if it is that
  */
 #pragma once
 
 #include "model.hpp"
-
-#include <cstddef>
-#include <map>
-#include <string>
-#include <vector>
+#include "template.hpp"
 
 namespace gantrygen
 {
 
-using Words = std::map<std::string, std::string, std::less<>>;
-
-/**
- * $interface, $directory, $path (the default one), $class, $common and $server (the namespaces of
- * the two classes), $leaf, $derived (the namespace of that class), $instantiate, $table (the type
- * of the C table; void if the interface has no methods), $guard.
- */
+/** The words of a valid table (validate.hpp). */
 Words words_of(const Interface& interface);
-
-/**
- * $member, $operation, $callback, $inputs and $outputs (the signatures), $flag (of its row, behind
- * a comma), $call (what the callback calls), $result, $parameters and $passed (of the C++
- * operation, the last behind a comma), $dispatch (what the override does), $slot (the parameters of
- * the host's function).
- */
-Words words_of(const Method& method, std::size_t slot);
-
-/**
- * $member, $operation, $signature, $parameters and $passed (of the emitting operation), $types (its
- * values'), $send and $receive (the exported functions), $sent and $received (their C parameters,
- * behind a comma).
- */
-Words words_of(const Interface& interface, const Signal& signal);
-
-/**
- * $member, $accessor, $signature, $type, $get and $set (the callbacks), $access (the callbacks of
- * its row), $flag, $start (how its data member is initialised).
- */
-Words words_of(const Property& property);
 
 } // namespace gantrygen

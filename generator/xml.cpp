@@ -23,8 +23,8 @@ struct ParserFree
 };
 
 /**
- * Builds the tree from expat's events. The handlers are called through C frames, so a fault that
- * they find is kept, and thrown once expat has returned.
+ * Builds the tree from expat's events. The handlers are called through C frames and must not throw,
+ * so a fault that they find is stored and thrown when expat has returned.
  */
 class TreeBuilder
 {

@@ -1,7 +1,6 @@
 /*
- * An XML document as a tree of elements, each with its line. A table has no text of its own, so
- * the tree has none either: text between elements is a fault. Comments and the doctype are passed
- * over.
+ * An XML document as a tree of elements, each with its line. Tables contain no text, so text
+ * between elements is an error. Comments and the doctype are ignored.
  */
 #pragma once
 

@@ -1,0 +1,229 @@
+#include "templates.hpp"
+
+namespace gantrygen::templates
+{
+
+const std::string_view gantry_server_hpp = R"(
+// Made by gantrygen from $directory/server.xml. Changes belong there.
+#pragma once
+
+#include <$directory/gantry_server.h>
+#include <$directory/server.hpp>
+
+struct GANTRY_instance;
+
+namespace gantry
+{
+struct Descriptor;
+} // namespace gantry
+
+namespace $derived
+{
+
+class GANTRY_API $leaf : public $server::$class
+{
+  public:
+    $leaf(sdbusplus::bus::bus& bus, const char* path);
+    $leaf(const $leaf&) = delete;
+    $leaf($leaf&&) = delete;
+    $leaf& operator=(const $leaf&) = delete;
+    $leaf& operator=($leaf&&) = delete;
+    ~$leaf() override;
+
+%if methods
+%each methods
+    $result $operation($parameters) override;
+%end
+
+%end
+    /** What the frame knows of this class. */
+    GANTRY_HIDDEN static const gantry::Descriptor descriptor;
+
+    /** The record that joins this object to its host. */
+    GANTRY_instance* inst = nullptr;
+};
+
+} // namespace $derived
+)";
+
+const std::string_view gantry_server_cpp = R"(
+// Made by gantrygen from $directory/server.xml. Changes belong there.
+#include <$directory/gantry_server.hpp>
+
+#include "object.hpp"
+%if methods
+#include "method_dispatch.hpp"
+%end
+%if signals
+#include "signal.hpp"
+%end
+
+namespace
+{
+
+using $derived::$leaf;
+
+constexpr char source_stem[] = "gantry_server";
+
+void deleter(void* object)
+{
+    gantry::delete_object(object, $leaf::descriptor);
+}
+
+} // namespace
+
+namespace $derived
+{
+
+$leaf::$leaf(sdbusplus::bus::bus& bus, const char* path) :
+    $server::$class(bus, path)
+{
+}
+
+$leaf::~$leaf()
+{
+    gantry::release_record(inst);
+}
+
+%each methods
+$result $leaf::$operation($parameters)
+{
+%if message
+    gantry::dispatch_message<$dispatch>(
+        GANTRY_HERE, inst$passed);
+%else
+    return gantry::dispatch<$dispatch>(GANTRY_HERE, inst$passed);
+%end
+}
+
+%end
+const gantry::Descriptor $leaf::descriptor{
+    .interface = interface,
+    .path = "$path",
+    .vtable = _vtable,
+%if properties
+    .properties = &properties,
+%else
+    .properties = nullptr,
+%end
+    .create = gantry::create<$leaf>,
+    .instance_of = gantry::instance_of<$leaf>,
+    .delete_as_class = gantry::delete_as_class<$leaf>,
+    .deleter = deleter,
+};
+
+} // namespace $derived
+
+void $instantiate(
+    GANTRY_cpp_context* context, const $table* table,
+    const char* path, void* user_private)
+{
+    gantry::instantiate(GANTRY_HERE, $leaf::descriptor, context, table, path, user_private);
+}
+%each signals
+
+void $send(
+    GANTRY_instance* instance$sent)
+{
+    gantry::send_signal<$leaf>(
+        GANTRY_HERE, $leaf::descriptor, instance, &$leaf::$operation$passed);
+}
+
+void $receive(
+    GANTRY_cpp_context* context, void (*callback)(GANTRY_cpp_context* context$received))
+{
+    gantry::receive_signal<$types>(GANTRY_HERE, context, "$member", callback);
+}
+%end
+)";
+
+const std::string_view gantry_server_h = R"(
+/* Made by gantrygen from $directory/server.xml. Changes belong there. */
+#ifndef $guard
+#define $guard
+
+#include <gantry/context.h>
+%if callable
+#include <gantry/instance.h>
+%end
+%if records
+#include <gantry/records.h>
+%end
+
+GANTRY_BEGIN_C
+
+%each structures
+#ifndef $defined
+#define $defined
+/* $signature. Passed by pointer; a null pointer stands for zeros and empty values. */
+typedef struct $structure
+{
+%each fields
+    $field;
+%end
+} $structure;
+#endif
+
+%end
+%if methods
+/*
+ * The host's callbacks for $interface, one a method.
+ * They run on the context's thread, inside the dispatch loop. Inputs are valid only during the
+ * call. Outputs start at zero or null. What a callback stores in them must come from malloc() or a
+ * function like it, and the library frees it. A null callback replies with the zeros: 0, false,
+ * empty.
+ */
+typedef struct $table
+{
+%each methods
+    void (*$member)($function);
+%end
+} $table;
+
+%end
+/*
+ * Publishes an object of $interface.
+ * A null `context` means the calling thread's.
+%if methods
+ * `table` is kept by pointer, so it must outlive the object; null means null callbacks.
+%else
+ * `table` is stored but never read, because the interface has no methods; pass null.
+%end
+ * `path` is copied; null means "$path".
+ * `user_private` is kept for the host. A failure is only logged.
+ */
+GANTRY_API void $instantiate(
+    GANTRY_cpp_context* context, const $table* table,
+    const char* path, void* user_private);
+
+%each signals
+/*
+ * Sends the signal $member from the object of `instance`. A null `instance`
+ * means the first object of the interface on the calling thread's context.
+%if points
+ * What the arguments point to is only read; a null pointer means an empty value.
+%end
+ * A failure is only logged.
+ */
+GANTRY_API void $send(
+    GANTRY_instance* instance$sent);
+
+/*
+ * Calls `callback` for every signal named $member that arrives, from any sender,
+ * object and interface, until the context is freed. `callback` must not be null. It runs on the
+ * context's thread, inside the dispatch loop.
+%if points
+ * What its arguments point to is valid only during the call.
+%end
+ * A null `context` means the calling thread's. A failure is only logged.
+ */
+GANTRY_API void $receive(
+    GANTRY_cpp_context* context, void (*callback)(GANTRY_cpp_context* context$received));
+
+%end
+GANTRY_END_C
+
+#endif
+)";
+
+} // namespace gantrygen::templates

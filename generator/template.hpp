@@ -1,0 +1,34 @@
+/*
+ * Generated text comes from templates, each the whole text of one output:
+ *
+ *     $word           the word's text, or the number of members if the word is a list
+ *     %each LIST      repeats the lines up to %end for each member; the member's words hide outer
+ *                     words of the same name
+ *     %if WORD        keeps the lines up to %else or %end if the word's text or list isn't empty
+ *
+ * A word is lower-case letters. A directive takes a whole line and leaves nothing in the output.
+ */
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace gantrygen
+{
+
+struct Word;
+using Words = std::map<std::string, Word, std::less<>>;
+
+struct Word : std::variant<std::string, std::vector<Words>>
+{
+    using variant::variant;
+};
+
+/** The template with these words in it. A newline that opens the template is left out. */
+std::string render(std::string_view text, const Words& words);
+
+} // namespace gantrygen

@@ -1,0 +1,32 @@
+/*
+ * The templates of all that gantrygen writes (template.hpp tells their form, words.hpp the words).
+ * Generated code has no logic of its own: it names members, types and callbacks to the frame.
+ */
+#pragma once
+
+#include <string_view>
+
+namespace gantrygen::templates
+{
+
+/** Of one interface: the common class and the server class, */
+extern const std::string_view server_hpp;
+extern const std::string_view server_cpp;
+
+/** the derived class and the exported C functions, */
+extern const std::string_view gantry_server_hpp;
+extern const std::string_view gantry_server_cpp;
+
+/** what a host in C calls. */
+extern const std::string_view gantry_server_h;
+
+/** Of several interfaces: <gantry/catalogue.h>, */
+extern const std::string_view catalogue;
+
+/** docs/catalogue.md, */
+extern const std::string_view reference;
+
+/** the exported symbols without parameter lists, a line for each overload. */
+extern const std::string_view symbols;
+
+} // namespace gantrygen::templates

@@ -1,0 +1,210 @@
+// gantrygen run on tables: bad ones, which it refuses with one line, and those of the project.
+#include "command_line.hpp"
+#include "support/temp_dir.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+const fs::path source_root = SOURCE_ROOT;
+
+// Gives the exit status and all that is printed.
+std::pair<int, std::string> gantrygen_run(const std::vector<std::string>& arguments)
+{
+    std::ostringstream text;
+    const int status = gantrygen::run(arguments, text, text);
+    return {status, text.str()};
+}
+
+// A table of the interface com.orvane.velmar.system.Test, in its place.
+struct Table
+{
+    explicit Table(const std::string& text)
+    {
+        fs::create_directories(path.parent_path());
+        std::ofstream(path) << text;
+    }
+
+    support::TempDir root;
+    fs::path path = root.path() / "com/orvane/velmar/system/Test/server.xml";
+    fs::path output = root.path() / "out";
+};
+
+std::pair<int, std::string> generate(const Table& table)
+{
+    return gantrygen_run({"--output-dir", table.output.string(), table.path.string()});
+}
+
+// Whole lines, of which the first is the table's third.
+std::string with_members(const std::string& members)
+{
+    return "<node>\n<interface name='com.orvane.velmar.system.Test'>\n" + members +
+           "</interface>\n</node>\n";
+}
+
+std::string property(const std::string& name, const std::string& type = "y",
+                     const std::string& inside = "")
+{
+    return "<property name='" + name + "' type='" + type + "' access='read'>\n" + inside +
+           "</property>\n";
+}
+
+std::string method(const std::string& inside)
+{
+    return "<method name='A'>\n" + inside + "</method>\n";
+}
+
+std::string note(const std::string& name, const std::string& value)
+{
+    return "<annotation name='" + name + "' value='" + value + "'/>\n";
+}
+
+// A table, the line of its fault, and what is said of it.
+using Fault = std::tuple<std::string, int, std::string>;
+
+void expect_refused(const std::string& text, int line, const std::string& message)
+{
+    const Table table(text);
+    const auto [status, printed] = generate(table);
+    EXPECT_EQ(status, 1) << text;
+    EXPECT_EQ(printed,
+              table.path.string() + ':' + std::to_string(line) + ": error: " + message + '\n');
+    EXPECT_FALSE(fs::exists(table.output)) << text;
+}
+
+TEST(Bad_table, No_table_of_its_place_is_refused_with_its_line)
+{
+    const Fault faults[] = {
+        {"", 1, "no element found"},
+        {"<node>\n<interface>text\n</interface></node>", 2, "text where only elements may stand"},
+        {"<interface name='a.B'/>", 1, "expected a <node> element, found <interface>"},
+        {"<node/>", 1, "no interface"},
+        {"<node>\n<interface/>\n<interface/></node>", 3, "second interface: a table holds one"},
+        {"<node>\n<interface/></node>", 2, "<interface> without 'name'"},
+        {"<node><interface name='a-b.C'/></node>", 1, "'a-b.C' is not a D-Bus interface name"},
+        {"<node><interface name='switch.C'/></node>", 1, "'switch' is a reserved word"},
+        {"<node><interface name='a.Test'/></node>", 1, "the table of a.Test is a/Test/server.xml"},
+    };
+    for (const auto& [text, line, message] : faults)
+    {
+        expect_refused(text, line, message);
+    }
+    EXPECT_EQ(gantrygen_run({"no/such/server.xml"}).second,
+              "no/such/server.xml: error: No such file or directory\n");
+}
+
+TEST(Bad_table, A_member_that_no_code_can_follow_from_is_refused_with_its_line)
+{
+    const std::string changes = "org.freedesktop.DBus.Property.EmitsChangedSignal";
+    const std::string privileged = "org.freedesktop.systemd1.Privileged";
+    const std::string type = "com.orvane.gantry.Type";
+    const std::string initial = "com.orvane.gantry.Initial";
+    const std::string key = note("com.orvane.gantry.DataStore", "key");
+    const Fault faults[] = {
+        // Elements and attributes.
+        {property("A", "y", "<arg/>"), 4, "unexpected element <arg> in <property>"},
+        {"<method name='A' a=''/>", 3, "unknown attribute 'a' of <method>"},
+        {"<property name='A' type='y' access='w'/>", 3,
+         "a property's access is \"read\" or \"readwrite\", not 'w'"},
+        {method("<arg direction='x'/>"), 4, "a method's argument is \"in\" or \"out\", not 'x'"},
+        {"<signal name='A'>\n<arg direction='in'/></signal>", 4, "a signal's argument is \"out\""},
+        // Names.
+        {property("A&#10;B"), 3, "'A?B' is not a D-Bus member name"},
+        {property("_1"), 3, "'1' is not a name in C or C++"},
+        {property("Restrict"), 3, "'restrict' is a reserved word"},
+        {property("Interface"), 3,
+         "'Interface' has the accessor 'interface', which is something else in its class"},
+        {"<signal name='A'/>\n" + property("A"), 4, "'A' is a member already, on line 3"},
+        {"<signal name='Try_byte'/>\n<method name='TryByte'/>\n", 4,
+         "'TryByte' has the accessor 'tryByte' of 'Try_byte' on line 3"},
+        // Types.
+        {property("A", "ai", note(type, "Au")), 4, "'Au' comes to the signature 'au', not 'ai'"},
+        {method("<arg type='a{sy}'/>"), 4, "'a{sy}' has no C form"},
+        {method("<arg type='ab' direction='out'/>"), 4, "'ab' has no C form"},
+        {"<signal name='A'>\n<arg type='(y(y))'/></signal>", 4, "'(y(y))' has no C form"},
+        {method("<arg type='y'/>"), 3, "'A' has no result"},
+        {property("A", ""), 3, "bad signature '': ends within a type"},
+        {property("A", "h"), 3, "bad signature 'h': unknown type 'h'"},
+        {property("A", "yy"), 3, "bad signature 'yy': more than one complete type"},
+        {property("A", "v"), 3, "bad signature 'v': a variant needs its alternatives: v<...>"},
+        {property("A", "a{ays}"), 3,
+         "bad signature 'a{ays}': the key of a dict is not a basic type"},
+        {property("A", "a{sss}"), 3, "bad signature 'a{sss}': expected '}'"},
+        {property("A", "v&lt;aiAi>"), 3,
+         "bad signature 'v<aiAi>': two alternatives of a variant have the same signature"},
+        // Annotations.
+        {property("A", "as", note(initial, "1")), 3, "'1' is no initial value for 'as'"},
+        {property("A", "y", key), 3, "a key of the data store is a string"},
+        {property("A", "s", key) + property("B", "s", key), 6, "second key of the data store"},
+        {method(note(initial, "1")), 4, "unknown annotation '" + initial + "' on a <method>"},
+        {method(note("x", "") + note("x", "")), 5, "second annotation 'x'"},
+        {method(note(privileged, "yes")), 4, "'yes' is no value of '" + privileged + "' here"},
+        {note(changes, "const"), 3, "'" + changes + "' belongs on a property"},
+    };
+    for (const auto& [members, line, message] : faults)
+    {
+        expect_refused(with_members(members), line, message);
+    }
+}
+
+TEST(Good_table, What_is_for_other_readers_and_another_way_to_its_place_change_nothing)
+{
+    const Table table("<?xml version='1.0'?>\n<!DOCTYPE node PUBLIC 'a' 'b'>\n<!-- x -->\n" +
+                      with_members(note("org.example.Owner", "nobody") + property("A")));
+    const fs::path roundabout = table.path.parent_path() / "../Test/./server.xml";
+    EXPECT_EQ(gantrygen_run({"--symbols", fs::proximate(roundabout).string()}).first, 0);
+}
+
+TEST(Output, A_failure_leaves_no_half_of_it)
+{
+    const Table table(with_members(property("A")));
+    const fs::path obstacle = table.output / "com/orvane/velmar/system/Test/gantry_server.cpp";
+    fs::create_directories(obstacle);
+    EXPECT_EQ(generate(table).second, obstacle.string() + ": error: Is a directory\n");
+    const fs::directory_iterator left(obstacle.parent_path());
+    EXPECT_EQ(std::distance(begin(left), end(left)), 1);
+}
+
+TEST(Output, The_page_in_docs_says_what_the_tables_say)
+{
+    std::vector<std::string> arguments{"--reference"};
+    for (const auto& entry : fs::recursive_directory_iterator(source_root / "com"))
+    {
+        if (entry.path().filename() == "server.xml")
+        {
+            arguments.push_back(entry.path().string());
+        }
+    }
+    std::ostringstream page;
+    page << std::ifstream(source_root / "docs/catalogue.md").rdbuf();
+    EXPECT_TRUE(page.str() == gantrygen_run(arguments).second)
+        << "docs/catalogue.md is stale. To renew it:\n    gantrygen --reference $(find com -name "
+           "server.xml) > docs/catalogue.md";
+}
+
+TEST(Output, An_initial_value_cannot_break_the_page)
+{
+    const Table table(with_members(property("A", "s", note("com.orvane.gantry.Initial", "a|`b"))));
+    const std::string page = gantrygen_run({"--reference", table.path.string()}).second;
+    EXPECT_NE(page.find("| `a` | a\\|\\`b |  |\n"), std::string::npos) << page;
+}
+
+TEST(Command_line, A_mistake_is_no_success)
+{
+    EXPECT_EQ(gantrygen_run({"--symbols"}).first, 2);
+    EXPECT_EQ(gantrygen_run({"a", "b"}).first, 2);
+}
+
+} // namespace
