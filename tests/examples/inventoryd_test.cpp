@@ -122,7 +122,7 @@ struct Inventoryd : testing::Test
     int stop()
     {
         int status = 0;
-        kill(pid, SIGTERM);
+        kill(pid, HasFailure() ? SIGKILL : SIGTERM); // one that hangs may not heed SIGTERM
         waitpid(std::exchange(pid, -1), &status, 0);
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
