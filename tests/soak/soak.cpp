@@ -118,7 +118,7 @@ void Hosts::walk()
 {
     const auto small = static_cast<std::uint8_t>(++round);
     const std::string n = std::to_string(small);
-    const std::string text = std::string(round % 4 * 100, 'a') + "\u00FC" + n;
+    const std::string text = std::string(round % 4 * 100UL, 'a') + "\u00FC" + n;
     const std::string quoted = '"' + text + '"';
     const char* const t = text.c_str();
     const std::string long_text(round == 1 ? 100'000 : 1000, 'x');
