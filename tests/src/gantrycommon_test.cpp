@@ -453,11 +453,10 @@ TEST(Exceptions, ComeOutOfTheInnermostEntryIntoLibsystemdOnce)
 {
     Service service;
     const auto expect = [&](RunLoop* loop, const std::function<void()>& callback,
-                            const std::string& error, const std::vector<std::string>& log)
+                            const std::string& error, const std::string& log)
     {
         EXPECT_EQ(service.serve(getter, loop, callback), error);
-        EXPECT_EQ(support::captured_log::lines(2), log);
-        support::captured_log::clear();
+        EXPECT_EQ(logged(2), log);
     };
     const auto announce = [&](const std::function<void()>& callback)
     {
@@ -471,24 +470,35 @@ TEST(Exceptions, ComeOutOfTheInnermostEntryIntoLibsystemdOnce)
                                        "PropByte", nullptr);
         throw std::logic_error("second");
     };
-    const std::string pass = "GANTRY_dbus_loop_one_pass: ";
-    const std::string ended = pass + "no such luck\n";
-    const std::string dropped = "take: no such luck\n";
+    const auto exception = [](const char* place, const char* what)
+    { return std::string("2 EXCEPTION ") + place + ": " + what + "\\n\n"; };
+    const char* const pass = "gantrycommon.GANTRY_dbus_loop_one_pass";
+    const std::string ended = exception(pass, "no such luck");
+    const std::string dropped = exception("edges.take", "no such luck");
     const auto own_thread = [] { Service().serve(getter, host_loop, fail); };
 
-    expect(one_pass.run, [] { throw std::bad_alloc(); },
-           "error org.freedesktop.DBus.Error.NoMemory: Cannot allocate memory",
-           {pass + "std::bad_alloc\n"});
-    expect(one_pass.run, [&] { announce(fail); }, io_reply, {ended});
-    expect(one_pass.run, [&] { announce(nullptr), fail(); }, io_reply, {ended});
-    expect(one_pass.run, [&] { EXPECT_THROW(announce(fail), std::runtime_error); }, "", {});
-    expect(one_pass.run, emit_and_fail, io_reply, {"take: second\n", ended});
-    expect(one_pass.run, [] { run_error = -EBUSY, fail(); }, io_reply,
-           {"~Carrier: no such luck\n", pass + "sd_event_run: Device or resource busy\n"});
-    expect(one_pass.run, [&] { std::thread(own_thread).join(); }, "", {dropped});
-    expect(host_loop, fail, io_reply, {dropped});
-    expect(host_loop, [] { throw 42; }, io_reply, {"take: exception of unknown type\n"});
-    expect(one_pass.run, nullptr, "", {});
+    expect(
+        one_pass.run, [] { throw std::bad_alloc(); },
+        "error org.freedesktop.DBus.Error.NoMemory: Cannot allocate memory",
+        exception(pass, "std::bad_alloc"));
+    expect(
+        one_pass.run, [&] { announce(fail); }, io_reply, ended);
+    expect(
+        one_pass.run, [&] { announce(nullptr), fail(); }, io_reply, ended);
+    expect(
+        one_pass.run, [&] { EXPECT_THROW(announce(fail), std::runtime_error); }, "", "");
+    expect(one_pass.run, emit_and_fail, io_reply, exception("edges.take", "second") + ended);
+    expect(
+        one_pass.run, [] { run_error = -EBUSY, fail(); }, io_reply,
+        exception("edges.~Carrier", "no such luck") +
+            exception(pass, "sd_event_run: Device or resource busy"));
+    expect(
+        one_pass.run, [&] { std::thread(own_thread).join(); }, "", dropped);
+    expect(host_loop, fail, io_reply, dropped);
+    expect(
+        host_loop, [] { throw 42; }, io_reply,
+        exception("edges.take", "exception of unknown type"));
+    expect(one_pass.run, nullptr, "", "");
 }
 
 TEST(HostsOwnLoop, DestroysAContextFreedInACallbackInItsNextRun)

@@ -5,10 +5,11 @@
 
 #include "support/private_bus.hpp"
 
+static support::PrivateBus* the_bus = nullptr;
+
 support::PrivateBus& support::bus()
 {
-    static PrivateBus the_bus;
-    return the_bus;
+    return *the_bus;
 }
 
 int main(int argc, char** argv)
@@ -16,6 +17,8 @@ int main(int argc, char** argv)
     testing::InitGoogleMock(&argc, argv);
     // A test run under a service manager must not speak for its service.
     unsetenv("NOTIFY_SOCKET");
-    support::bus();
+    // Not a static object: the exit of a death test's child would end the parent's daemon.
+    support::PrivateBus bus;
+    the_bus = &bus;
     return RUN_ALL_TESTS();
 }
