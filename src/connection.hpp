@@ -1,21 +1,56 @@
 /*
  * A context's connection: the one way to it is GANTRY_get_sd_bus, and here is what several parts of
- * the library ask of it.
+ * the library do with it.
  */
 #pragma once
 
 #include <gantry/context.hpp>
 
+#include <cerrno>
+
 namespace gantry
 {
 
-/**
- * Requests a well-known name: it replaces another owner, may be replaced, and doesn't queue. Throws
- * SdBusError when the bus refuses.
+/** Repeats a call that waits for the bus for as long as signals interrupt it. Returns its result.
  */
-void request_name(GANTRY_cpp_context& context, const char* name);
+template <class Call>
+int uninterrupted(const Call& call)
+{
+    int result = 0;
+    do
+    {
+        result = call();
+    } while (result == -EINTR);
+    return result;
+}
+
+/**
+ * Requests a well-known name: it replaces another owner, may be replaced, and doesn't queue.
+ * Returns a negative errno when the bus refuses; -EALREADY if the connection had the name before.
+ */
+int request_name(GANTRY_cpp_context& context, const char* name);
+
+/** Throws SdBusError if the connection can't be served, because it was closed or because it isn't
+ *  attached to the context's event loop. */
+void check_connection(GANTRY_cpp_context& context);
 
 /** Whether a callback of the connection is running. */
 bool is_in_callback(GANTRY_cpp_context& context) noexcept;
+
+/**
+ * Present while sd-bus makes a signal of properties' values, for which it runs their getters. A
+ * getter may have another such signal made, and then sd-bus no longer knows that the first getter
+ * is running; is_in_callback() does.
+ */
+class InAnnouncement
+{
+  public:
+    InAnnouncement() noexcept;
+    ~InAnnouncement();
+    InAnnouncement(const InAnnouncement&) = delete;
+    InAnnouncement(InAnnouncement&&) = delete;
+    InAnnouncement& operator=(const InAnnouncement&) = delete;
+    InAnnouncement& operator=(InAnnouncement&&) = delete;
+};
 
 } // namespace gantry

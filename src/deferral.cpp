@@ -1,6 +1,7 @@
 #include "deferral.hpp"
 
 #include "connection.hpp"
+#include "edges.hpp"
 #include "log.hpp"
 
 #include <systemd/sd-event.h>
@@ -19,6 +20,7 @@ void destroy_freed(GANTRY_cpp_context& context) noexcept
     {
         return;
     }
+    const NoCancellation no_cancellation;
     destroy_freed_objects(context);
     if (context.freed != nullptr && context.loops == 0)
     {

@@ -1,6 +1,7 @@
 #include "edges.hpp"
 
 #include <cxxabi.h>
+#include <pthread.h>
 
 #include <cerrno>
 #include <new>
@@ -125,6 +126,16 @@ __attribute__((no_sanitize("null"))) void at_host_edge(const Place& place, int* 
     {
         *error = result;
     }
+}
+
+NoCancellation::NoCancellation() noexcept
+{
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+}
+
+NoCancellation::~NoCancellation()
+{
+    pthread_setcancelstate(before, nullptr);
 }
 
 void throw_if_failed(int result, const char* call)

@@ -105,6 +105,22 @@ inline int as_handled(int /*error*/) noexcept
     return 1;
 }
 
+/** Disables the thread's cancellation for as long as it lives: a cancellation that a destructor or
+ *  another noexcept function acted on would abort the process. */
+class NoCancellation
+{
+  public:
+    NoCancellation() noexcept;
+    ~NoCancellation();
+    NoCancellation(const NoCancellation&) = delete;
+    NoCancellation(NoCancellation&&) = delete;
+    NoCancellation& operator=(const NoCancellation&) = delete;
+    NoCancellation& operator=(NoCancellation&&) = delete;
+
+  private:
+    int before = 0;
+};
+
 /** Type-erased, non-owning reference to a callable that returns int, so that at_host_edge() is
  *  compiled only once. */
 class CallReference

@@ -1,10 +1,12 @@
 /*
- * Values for the bus: the same value, with every text in it repaired to UTF-8. A value of a type
- * without text is returned as it is, and valid text costs only the check.
+ * Values for the bus: the same value, with every text in it repaired to UTF-8, if a message can
+ * hold it. A value of a type without text is returned as it is, and valid text costs only the
+ * check.
  */
 #pragma once
 
 #include "utf8.hpp"
+#include "wire_size.hpp"
 
 #include <map>
 #include <set>
@@ -99,11 +101,12 @@ void repair(std::variant<Alternatives...>& value)
     }
 }
 
-/** The value, repaired for the bus. */
+/** The value, repaired for the bus. Throws SdBusError if it doesn't fit into a message. */
 template <class Type>
 Type for_bus(Type value)
 {
     repair_part(value);
+    check_wire_size(value);
     return value;
 }
 

@@ -5,6 +5,7 @@
  * All traffic is processed by the sd-event loop that the context attached its connection to. Each
  * run of it enters libsystemd, so an exception that a bus callback threw comes out of that run.
  */
+#include "connection.hpp"
 #include "deferral.hpp"
 #include "edges.hpp"
 #include "for_bus.hpp"
@@ -36,17 +37,32 @@ constexpr char source_stem[] = "gantrycommon";
 
 using Timeout = std::optional<std::chrono::duration<unsigned long, std::ratio<1, 1000000>>>;
 
-/** One run of the event loop. Returns more than 0 if it dispatched something. */
-int run(sdeventplus::Event& event, Timeout timeout)
+/** Whether something called for the event loop's exit. Stores the exit code, which is 0 else. */
+bool is_exiting(GANTRY_cpp_context& context, int& code)
 {
-    return gantry::Carrier::enter([&event, timeout] { return event.run(timeout); });
+    code = 0;
+    return sd_event_get_exit_code(context.event.get(), &code) >= 0;
+}
+
+/** One run of the event loop. Returns more than 0 if it dispatched something, and throws if the
+ *  connection can't be served any more. */
+int run(GANTRY_cpp_context& context, Timeout timeout)
+{
+    const int dispatched =
+        gantry::Carrier::enter([&context, timeout] { return context.event.run(timeout); });
+    // An event loop that exits closes its connections.
+    if (int code = 0; !is_exiting(context, code))
+    {
+        gantry::check_connection(context);
+    }
+    return dispatched;
 }
 
 /** Serves all that is ready, or until a stop, and doesn't block. */
 void drain(GANTRY_cpp_context& context)
 {
     constexpr Timeout at_once{std::chrono::microseconds{1}};
-    while (!context.stopping && run(context.event, at_once) > 0)
+    while (!context.stopping && run(context, at_once) > 0)
     {
     }
 }
@@ -61,14 +77,14 @@ int loop(GANTRY_cpp_context& context)
     sd_event* event = context.event.get();
     while (!context.stopping)
     {
-        run(context.event, std::nullopt);
+        run(context, std::nullopt);
         if (sd_event_get_state(event) == SD_EVENT_FINISHED)
         {
             break;
         }
     }
     int code = 0;
-    sd_event_get_exit_code(event, &code);
+    is_exiting(context, code);
     if (code < 0)
     {
         throw std::system_error(-code, std::generic_category(), "sd_event_loop");

@@ -34,10 +34,18 @@ pthread_once_t key_once = PTHREAD_ONCE_INIT;
 pthread_key_t context_key;
 std::atomic<bool> key_valid{false};
 
-/** The key's destructor, in the thread that exits. */
-void destroy_at_thread_exit(void* context)
+/**
+ * The key's destructor, in the thread that exits. If the thread ended inside a callback, the frames
+ * of sd-bus never returned and keep their references, so the connection is closed here: else its
+ * name would stay owned, and calls would wait for their timeout.
+ */
+void destroy_at_thread_exit(void* data)
 {
-    delete static_cast<GANTRY_cpp_context*>(context);
+    auto* context = static_cast<GANTRY_cpp_context*>(data);
+    sd_bus* abandoned =
+        gantry::is_in_callback(*context) ? sd_bus_ref(GANTRY_get_sd_bus(context->bus)) : nullptr;
+    delete context;
+    sd_bus_close_unref(abandoned);
 }
 
 void create_key()
@@ -56,17 +64,10 @@ void create_key()
     std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
-// POSIX leaves pthread_getspecific out of what a signal handler may call; glibc allows it, and it
-// is a load from the thread's descriptor.
-GANTRY_cpp_context* own_context() noexcept
-{
-    return key_valid ? static_cast<GANTRY_cpp_context*>(pthread_getspecific(context_key)) : nullptr;
-}
-
 /** Deletes a context, after its thread's key has dropped it. */
 void destroy(GANTRY_cpp_context* context) noexcept
 {
-    if (context != nullptr && own_context() == context)
+    if (context != nullptr && gantry::own_context() == context)
     {
         pthread_setspecific(context_key, nullptr);
     }
@@ -75,7 +76,8 @@ void destroy(GANTRY_cpp_context* context) noexcept
 
 void flush(sd_bus* bus)
 {
-    gantry::throw_if_failed(sd_bus_flush(bus), "sd_bus_flush");
+    gantry::throw_if_failed(gantry::uninterrupted([bus] { return sd_bus_flush(bus); }),
+                            "sd_bus_flush");
 }
 
 /** Whether the connection can be used. Logs for `place` if it can't. */
@@ -103,7 +105,7 @@ try
         GANTRY_LOG(gantry::log::fault, "key is not valid");
         return;
     }
-    if (GANTRY_cpp_context* existing = own_context())
+    if (GANTRY_cpp_context* existing = gantry::own_context())
     {
         if (existing->freed == nullptr)
         {
@@ -141,7 +143,17 @@ catch (const std::exception& error)
 /** Opens the connection that GANTRY_use_default selects. */
 sdbusplus::bus::bus open_bus()
 {
-    return GANTRY_use_default ? sdbusplus::bus::new_default_system() : sdbusplus::bus::new_system();
+    sd_bus* opened = nullptr;
+    GANTRY_use_default ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
+    // The bus object reads the connection's unique name, which waits for the bus. That wait isn't
+    // repeated if a signal interrupts it, so the wait is made here.
+    sd_id128_t ignored;
+    gantry::uninterrupted([&] { return sd_bus_get_bus_id(opened, &ignored); });
+
+    sdbusplus::bus::bus bus(opened, std::false_type{});
+    // A private connection is closed with its last use; a shared one is left to its other users.
+    bus.set_should_close(!GANTRY_use_default);
+    return bus;
 }
 
 /** Deletes the key when the library is unloaded. Contexts of live threads stay as they are. */
@@ -169,12 +181,19 @@ GANTRY_cpp_context::GANTRY_cpp_context() :
     // A connection that failed to open fails here.
     sd_bus* connection = GANTRY_get_sd_bus(bus);
     flush(connection);
-    sd_bus_attach_event(connection, event.get(), SD_EVENT_PRIORITY_NORMAL);
+    const int result = sd_bus_attach_event(connection, event.get(), SD_EVENT_PRIORITY_NORMAL);
+    if (sd_bus_get_event(connection) != event.get())
+    {
+        GANTRY_LOG(gantry::log::failed, "sd_bus_attach_event failed, rv=%d", result);
+    }
 }
 
 GANTRY_cpp_context::~GANTRY_cpp_context()
 {
+    const gantry::NoCancellation no_cancellation;
     running = false;
+    sd_event_source_disable_unref(noted);
+    sd_event_source_disable_unref(minute);
     sd_event_source_disable_unref(deferral);
     gantry::destroy_freed_objects(*this);
     while (!tracker.empty())
@@ -199,6 +218,7 @@ void GANTRY_cpp_context::sanity_check() noexcept
     using gantry::log::fault;
     using gantry::log::trace;
 
+    const gantry::NoCancellation no_cancellation;
     const pid_t caller = gettid();
     sd_bus* connection = GANTRY_get_sd_bus(bus);
 
@@ -354,7 +374,7 @@ try
         GANTRY_LOG(gantry::log::trace, "service_name=[%s]", name);
         if (*name != '\0')
         {
-            gantry::request_name(*context, name);
+            gantry::throw_if_failed(gantry::request_name(*context, name), "sd_bus_request_name");
         }
     }
     GANTRY_LOG(gantry::log::trace, "leave");
@@ -404,12 +424,19 @@ void GANTRY_context_stop(GANTRY_cpp_context* context)
 {
     if (context == nullptr)
     {
-        context = own_context();
+        context = gantry::own_context();
     }
     if (context != nullptr)
     {
         context->stopping = true;
     }
+}
+
+// POSIX leaves pthread_getspecific out of what a signal handler may call; glibc allows it, and it
+// is a load from the thread's descriptor.
+GANTRY_cpp_context* gantry::own_context() noexcept
+{
+    return key_valid ? static_cast<GANTRY_cpp_context*>(pthread_getspecific(context_key)) : nullptr;
 }
 
 GANTRY_cpp_context* gantry::resolve(const Place& place, GANTRY_cpp_context* context)

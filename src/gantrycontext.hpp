@@ -1,5 +1,5 @@
 /*
- * The context that a null argument of the host's means.
+ * The calling thread's context, which a null argument of the host's means.
  */
 #pragma once
 
@@ -15,5 +15,8 @@ namespace gantry
  * is none.
  */
 GANTRY_cpp_context* resolve(const Place& place, GANTRY_cpp_context* context);
+
+/** The calling thread's context, or null: none is made. For signal handlers too. */
+GANTRY_cpp_context* own_context() noexcept;
 
 } // namespace gantry

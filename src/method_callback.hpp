@@ -18,6 +18,16 @@
 namespace gantry
 {
 
+/** Thrown when the client's error is set already; `result` is what sd-bus is to get. */
+struct ErrorIsSet
+{
+    int result;
+};
+
+/** Sets a failure as the client's error. Its text may come from a host, so it is repaired. */
+int set_error(sdbusplus::SdBusInterface* bus, sd_bus_error* error,
+              const sdbusplus::exception::SdBusError& failure);
+
 /** at_bus_edge() for a method's callback, with a handler for SdBusError inside it. */
 template <class Call>
 int at_method_edge(sdbusplus::SdBusInterface* bus, sd_bus_error* error, const Call& call)
@@ -31,7 +41,11 @@ int at_method_edge(sdbusplus::SdBusInterface* bus, sd_bus_error* error, const Ca
             }
             catch (const sdbusplus::exception::SdBusError& failure)
             {
-                return bus->sd_bus_error_set(error, failure.name(), failure.description());
+                return set_error(bus, error, failure);
+            }
+            catch (const ErrorIsSet& set)
+            {
+                return set.result;
             }
         },
         as_handled);
@@ -47,10 +61,20 @@ struct Call
 {
     Object& object;
     Method<Result, Arguments...> method;
+    sdbusplus::SdBusInterface* bus;
+    sd_bus_error* error;
 
     Result operator()(Arguments&&... arguments) const
     {
-        return for_bus((object.*method)(std::move(arguments)...));
+        try
+        {
+            return for_bus((object.*method)(std::move(arguments)...));
+        }
+        catch (const sdbusplus::exception::SdBusError& failure)
+        {
+            // sdbusplus would set it, with its text as it is.
+            throw ErrorIsSet{set_error(bus, error, failure)};
+        }
     }
 };
 
@@ -60,7 +84,7 @@ template <bool multiple_results, class Result, class... Arguments>
                                          sdbusplus::SdBusInterface* bus, sd_bus_error* error,
                                          Method<Result, Arguments...> method)
 {
-    const Call<Result, Arguments...> call{object, method};
+    const Call<Result, Arguments...> call{object, method, bus, error};
     return at_method_edge(bus, error,
                           [&]
                           {

@@ -7,7 +7,8 @@
  *
  * A missing record, table or function is logged, and the outputs stay zero. A std::exception is
  * logged here, and a bare std::exception is thrown in its place: it ends the dispatch loop, and the
- * client gets no reply.
+ * client gets no reply. Only what the client itself caused is thrown as it is and becomes its
+ * error: arguments that can't be read, and results that are too large to be sent.
  */
 #pragma once
 
@@ -18,6 +19,7 @@
 
 #include <exception>
 #include <optional>
+#include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
 
 namespace gantry
@@ -155,6 +157,9 @@ template <std::size_t slot, class Outputs, class... Inputs>
 void dispatch_message(const Place& place, GANTRY_instance* instance,
                       sdbusplus::message::message& message)
 {
+    // Whether an SdBusError is one that the client gets: its arguments can't be read, or the
+    // results can't be sent. Any other ends the loop.
+    bool is_for_client = true;
     try
     {
         const auto function = find_function(place, instance, slot);
@@ -164,19 +169,27 @@ void dispatch_message(const Place& place, GANTRY_instance* instance,
         SlotCall<std::tuple<Inputs...>, Outputs> call;
         std::apply([&](auto&... input) { (read_argument<Inputs>(message, input), ...); },
                    call.inputs.forms);
+        is_for_client = false;
         call.run(place, instance, function);
         reply.emplace(message.new_method_return());
+        is_for_client = true;
         [&]<class... Types>(std::type_identity<std::tuple<Types...>>)
         {
             std::apply([&](auto&... output)
                        { (reply->append(for_bus(read_form<Types>(output))), ...); },
                        call.outputs.forms);
         }(std::type_identity<Outputs>{});
+        is_for_client = false;
         reply->method_return();
     }
     catch (const std::exception& failure)
     {
-        throw give_up(place, failure);
+        const auto given_up = give_up(place, failure);
+        if (is_for_client && dynamic_cast<const sdbusplus::exception::SdBusError*>(&failure))
+        {
+            throw;
+        }
+        throw given_up;
     }
 }
 

@@ -167,9 +167,20 @@ try
         GANTRY_LOG_AT(place, log::trace, "setting the service_name");
         context->service_name = descriptor.interface;
         GANTRY_LOG_AT(place, log::trace, "service_name=[%s]", context->service_name);
-        request_name(*context, context->service_name);
+        // An earlier context of the thread's may have got it on the same connection.
+        const int result = request_name(*context, context->service_name);
+        throw_if_failed(result == -EALREADY ? 0 : result, "sd_bus_request_name");
     }
     instance->manager = add_object_manager(*context, instance->path);
+    struct RemoveManager
+    {
+        GANTRY_cpp_context& context;
+        sd_bus_slot* slot;
+        ~RemoveManager()
+        {
+            remove_object_manager(context, slot);
+        }
+    } manager{*context, instance->manager};
 
     auto& classes = context->classes;
     if (std::find(classes.begin(), classes.end(), &descriptor) == classes.end())
@@ -181,6 +192,7 @@ try
     static_cast<void>(instance.release());
     context->tracker.push_back({object.get(), descriptor.deleter});
     static_cast<void>(object.release());
+    manager.slot = nullptr;
     GANTRY_LOG_AT(place, log::trace, "leave");
 }
 catch (const std::exception& error)
@@ -230,6 +242,7 @@ void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error)
         {
             return EINVAL;
         }
+        const gantry::InAnnouncement announcing;
         // sd-bus runs the getters, hence the carrier.
         const int result = gantry::Carrier::enter(
             [instance]
@@ -251,6 +264,7 @@ void GANTRY_instance_free(GANTRY_instance** instance)
     {
         return;
     }
+    const gantry::NoCancellation no_cancellation;
     auto& freed = *std::exchange(*instance, nullptr);
     auto& context = *freed.vctx;
     auto& tracker = context.tracker;

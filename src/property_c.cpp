@@ -10,6 +10,7 @@
  * announces a change. So names are checked first, and such a one is left out. Since equal names
  * have the same row, the names that remain fit into an array on the stack.
  */
+#include "announcement.hpp"
 #include "c_form.hpp"
 #include "edges.hpp"
 #include "object.hpp"
@@ -228,14 +229,7 @@ int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* m
     }
     names[count] = nullptr;
 
-    // sd-bus runs the getters, hence the carrier.
-    const int result = gantry::Carrier::enter(
-        [&]
-        {
-            return sd_bus_emit_properties_changed_strv(GANTRY_get_sd_bus(instance->vctx->bus),
-                                                       instance->path, descriptor.interface, names);
-        });
-    gantry::throw_if_failed(result, "sd_bus_emit_properties_changed_strv");
+    gantry::announce(*instance->vctx, instance->path, descriptor.interface, names);
     return error;
 }
 

@@ -25,7 +25,8 @@ using Passed = std::conditional_t<std::is_scalar_v<Type>, Type, Type&>;
 /**
  * The body of a property's two-argument setter: an equal value changes nothing; another one is
  * stored, and then announced under the member name unless `skip_signal`. Returns the stored value.
- * Throws what a getter throws that the announcement runs; the value is stored then.
+ * Throws SdBusError with EMSGSIZE, and stores nothing, if no message can hold the value. Throws
+ * what a getter throws that the announcement runs; the value is stored then.
  */
 template <class Type>
 Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,

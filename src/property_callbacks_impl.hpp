@@ -4,10 +4,12 @@
  */
 #pragma once
 
+#include "announcement.hpp"
 #include "edges.hpp"
 #include "for_bus.hpp"
 #include "property_callbacks.hpp"
 
+#include <cerrno>
 #include <functional>
 #include <sdbusplus/sdbuspp_support/server.hpp>
 #include <utility>
@@ -15,18 +17,13 @@
 namespace gantry
 {
 
-/** Announces a change. sd-bus runs the property's getter for it, hence the carrier. */
-inline void announce(sdbusplus::server::interface::interface& interface, const char* member)
-{
-    Carrier::enter([&interface, member] { interface.property_changed(member); });
-}
-
 template <class Type>
 Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,
          sdbusplus::server::interface::interface& interface, const char* member)
 {
     if (stored != value)
     {
+        check_wire_size(value);
         stored = std::move(value);
         if (!skip_signal)
         {
@@ -83,8 +80,12 @@ int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusIn
     return at_bus_edge(
         [&]
         {
-            return sdbusplus::sdbuspp::property_callback(reply, bus, error,
-                                                         std::function<Type()>(std::cref(get)));
+            const int result = sdbusplus::sdbuspp::property_callback(
+                reply, bus, error, std::function<Type()>(std::cref(get)));
+            // sdbusplus doesn't examine the results of appending, but sd-bus appends nothing more
+            // to a message once an append to it has failed, as for lack of memory.
+            const int appended = sd_bus_message_append(reply, "");
+            return appended < 0 ? -ENOMEM : result;
         },
         as_error);
 }

@@ -1,5 +1,9 @@
 #include "signal.hpp"
 
+#include <systemd/sd-event.h>
+
+#include <cstdint>
+#include <ctime>
 #include <string>
 
 namespace gantry
@@ -44,6 +48,41 @@ const GANTRY_instance* find_sender(const Place& place, const Descriptor& descrip
         return nullptr;
     }
     return instance;
+}
+
+namespace
+{
+
+constexpr char source_stem[] = "signal";
+
+int end_minute(sd_event_source* /*source*/, std::uint64_t /*time*/, void* data)
+{
+    constexpr unsigned logged = 9;
+    auto& context = *static_cast<GANTRY_cpp_context*>(data);
+    if (context.unreadable > logged)
+    {
+        GANTRY_LOG(log::failed, "%u more signals could not be read", context.unreadable - logged);
+    }
+    context.unreadable = 0;
+    context.minute = sd_event_source_disable_unref(context.minute);
+    return 0;
+}
+
+} // namespace
+
+void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char* what)
+{
+    constexpr std::uint64_t minute = 60'000'000;
+    if (++context.unreadable < 10)
+    {
+        GANTRY_LOG_EXCEPTION_AT(place, what);
+    }
+    if (context.minute == nullptr &&
+        sd_event_add_time_relative(context.event.get(), &context.minute, CLOCK_MONOTONIC, minute, 0,
+                                   end_minute, &context) < 0)
+    {
+        context.unreadable = 0; // no end of the minute would come
+    }
 }
 
 void subscribe(GANTRY_cpp_context& context, const char* member,

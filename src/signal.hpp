@@ -64,11 +64,15 @@ catch (const std::exception& failure)
 void subscribe(GANTRY_cpp_context& context, const char* member,
                std::function<void(sdbusplus::message::message&)> arrival);
 
+/** Logs that a signal can't be read. Since anyone can send such signals, only the first nine of a
+ *  minute have a line each; the others are counted, and one line has their number. */
+void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char* what);
+
 /** Reads a signal's values. Returns false, and logs it, if they have other types than the table's.
  */
 template <class... Values>
-bool read_signal(const Place& place, sdbusplus::message::message& message,
-                 CForms<Values...>& values)
+bool read_signal(const Place& place, GANTRY_cpp_context& context,
+                 sdbusplus::message::message& message, CForms<Values...>& values)
 try
 {
     std::apply([&](auto&... form) { (read_argument<Values>(message, form), ...); }, values.forms);
@@ -76,7 +80,7 @@ try
 }
 catch (const sdbusplus::exception::SdBusError& failure)
 {
-    GANTRY_LOG_EXCEPTION_AT(place, failure.what());
+    log_unreadable(place, context, failure.what());
     return false;
 }
 
@@ -109,7 +113,7 @@ try
                       {
                           GANTRY_LOG_AT(arrival, log::trace, "enter lambda");
                           CForms<Values...> values;
-                          if (read_signal(arrival, message, values))
+                          if (read_signal(arrival, *context, message, values))
                           {
                               std::apply([&](auto... form) { callback(context, form...); },
                                          values.forms);

@@ -91,6 +91,13 @@ struct GANTRY_cpp_context
     /** The event source that destroys what was freed; null before the first use. */
     sd_event_source* deferral = nullptr;
 
+    /** The event source that sends the changes noted while the bus doesn't read; null without. */
+    sd_event_source* noted = nullptr;
+
+    /** Signals that could not be read in the present minute, and the timer that ends it. */
+    unsigned unreadable = 0;
+    sd_event_source* minute = nullptr;
+
     /** The classes that have had objects here, to find one by its interface name. */
     std::vector<const gantry::Descriptor*> classes;
 };

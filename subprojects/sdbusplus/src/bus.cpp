@@ -26,16 +26,16 @@ std::string read_unique_name(SdBusInterface* intf, sd_bus* b)
 
 } // namespace
 
-bus::bus(busp_t b, SdBusInterface* i, details::BusDeleter::Release release) :
-    intf(i), connection(b, details::BusDeleter(i, release)), unique_name(read_unique_name(i, b))
+bus::bus(busp_t b, SdBusInterface* i, std::false_type) :
+    intf(i), connection(b, details::BusDeleter{i}), unique_name(read_unique_name(i, b))
 {
 }
 
-bus::bus(busp_t b, SdBusInterface* i) : bus(i->sd_bus_ref(b), i, &SdBusInterface::sd_bus_unref)
+bus::bus(busp_t b, SdBusInterface* i) : bus(i->sd_bus_ref(b), i, std::false_type{})
 {
 }
 
-bus::bus(busp_t b, std::false_type) : bus(b, &sdbus_impl, &SdBusInterface::sd_bus_unref)
+bus::bus(busp_t b, std::false_type held) : bus(b, &sdbus_impl, held)
 {
 }
 
@@ -51,14 +51,16 @@ bus new_default_system()
 {
     sd_bus* b = nullptr;
     sd_bus_default_system(&b);
-    return bus(b, &sdbus_impl, &SdBusInterface::sd_bus_unref);
+    return bus(b, std::false_type{});
 }
 
 bus new_system()
 {
     sd_bus* b = nullptr;
     sd_bus_open_system(&b);
-    return bus(b, &sdbus_impl, &SdBusInterface::sd_bus_flush_close_unref);
+    bus opened(b, std::false_type{});
+    opened.set_should_close(true);
+    return opened;
 }
 
 } // namespace bus

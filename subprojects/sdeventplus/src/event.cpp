@@ -44,7 +44,11 @@ sd_event* Event::get() const
 
 int Event::run(std::optional<SdEventDuration> timeout) const
 {
-    const uint64_t usec = timeout ? timeout->count() : UINT64_MAX;
+    // Where the kernel or libsystemd has no epoll_pwait2, a wait of less than a millisecond takes a
+    // whole one, with a timer armed: that is a sleep, where the caller asked for next to none.
+    constexpr uint64_t shortest_wait = 1000;
+    uint64_t usec = timeout ? timeout->count() : UINT64_MAX;
+    usec = usec < shortest_wait ? 0 : usec;
     return check(sdevent->sd_event_run(get(), usec), "sd_event_run");
 }
 

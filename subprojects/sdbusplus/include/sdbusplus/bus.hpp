@@ -25,23 +25,15 @@ namespace details
 class bus_friend;
 
 /** Releases a bus's reference on its connection. */
-class BusDeleter
+struct BusDeleter
 {
-  public:
-    using Release = sd_bus* (SdBusInterface::*)(sd_bus*);
-
-    BusDeleter(SdBusInterface* i, Release r) : intf(i), release(r)
-    {
-    }
-
     void operator()(sd_bus* b) const
     {
         (intf->*release)(b);
     }
 
-  private:
     SdBusInterface* intf;
-    Release release;
+    sd_bus* (SdBusInterface::*release)(sd_bus*) = &SdBusInterface::sd_bus_unref;
 };
 
 } // namespace details
@@ -79,11 +71,16 @@ struct bus
     message::message new_signal(const char* objpath, const char* interf, const char* member) const;
 
     friend class details::bus_friend;
-    friend bus new_default_system();
-    friend bus new_system();
+
+    /** Whether the release flushes and closes the connection; initially it doesn't. */
+    void set_should_close(bool should_close)
+    {
+        connection.get_deleter().release = should_close ? &SdBusInterface::sd_bus_flush_close_unref
+                                                        : &SdBusInterface::sd_bus_unref;
+    }
 
   private:
-    bus(busp_t b, SdBusInterface* intf, details::BusDeleter::Release release);
+    bus(busp_t b, SdBusInterface* intf, std::false_type);
 
     SdBusInterface* intf;
     std::unique_ptr<sd_bus, details::BusDeleter> connection;

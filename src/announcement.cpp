@@ -1,0 +1,152 @@
+#include "announcement.hpp"
+
+#include "connection.hpp"
+#include "edges.hpp"
+#include "gantrycontext.hpp"
+
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <sdbusplus/message.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace gantry
+{
+namespace
+{
+
+constexpr char source_stem[] = "announcement";
+
+/** Changes that wait for the bus to read: for an object's path and interface, the members. Owned by
+ *  the event source that has them sent. */
+struct NotedChanges
+{
+    GANTRY_cpp_context& context;
+    std::map<std::pair<std::string, std::string>, std::vector<std::string>> members{};
+};
+
+std::uint64_t queued_messages(sd_bus* bus)
+{
+    std::uint64_t queued = 0;
+    sd_bus_get_n_queued_write(bus, &queued);
+    return queued;
+}
+
+int emit(sd_bus* bus, const char* path, const char* interface, char** members)
+{
+    const InAnnouncement announcing;
+    // sd-bus runs the getters, hence the carrier.
+    return Carrier::enter(
+        [=] { return sd_bus_emit_properties_changed_strv(bus, path, interface, members); });
+}
+
+/** Announces what was noted. An object that was freed meanwhile has nothing to announce. */
+void send(NotedChanges& noted)
+{
+    auto& context = noted.context;
+    const auto changes = std::move(noted.members);
+    // What changes from here on, in a getter say, is announced or noted anew.
+    context.noted = sd_event_source_disable_unref(context.noted);
+    for (const auto& [object, members] : changes)
+    {
+        std::vector<char*> names;
+        for (const auto& member : members)
+        {
+            names.push_back(const_cast<char*>(member.c_str())); // sd-bus only reads it
+        }
+        names.push_back(nullptr);
+        emit(GANTRY_get_sd_bus(context.bus), object.first.c_str(), object.second.c_str(),
+             names.data());
+    }
+}
+
+/** sd-event calls it after every iteration that dispatched something, which writing to the bus is.
+ */
+int on_progress(sd_event_source* /*source*/, void* data)
+{
+    auto& noted = *static_cast<NotedChanges*>(data);
+    return at_bus_edge(
+        [&noted]
+        {
+            if (queued_messages(GANTRY_get_sd_bus(noted.context.bus)) < relieved_queue)
+            {
+                send(noted);
+            }
+            return 0;
+        },
+        as_handled);
+}
+
+/** Whether changes are to be noted. Has them sent later, when this is the first. */
+bool is_stalled(GANTRY_cpp_context& context)
+{
+    if (context.noted != nullptr)
+    {
+        return true;
+    }
+    const auto queued = queued_messages(GANTRY_get_sd_bus(context.bus));
+    if (queued < stalled_queue)
+    {
+        return false;
+    }
+    auto noted = std::make_unique<NotedChanges>(context);
+    if (sd_event_add_post(context.event.get(), &context.noted, on_progress, noted.get()) < 0)
+    {
+        return false;
+    }
+    sd_event_source_set_destroy_callback(context.noted, [](void* owned)
+                                         { delete static_cast<NotedChanges*>(owned); });
+    static_cast<void>(noted.release());
+    GANTRY_LOG(log::fault, "changes wait, dbus has %lu messages in write queue", queued);
+    return true;
+}
+
+void note(GANTRY_cpp_context& context, const char* path, const char* interface, const char* member)
+{
+    auto& noted = *static_cast<NotedChanges*>(sd_event_source_get_userdata(context.noted));
+    auto& members = noted.members[{path, interface}];
+    if (std::find(members.begin(), members.end(), member) == members.end())
+    {
+        members.emplace_back(member);
+    }
+}
+
+} // namespace
+
+void announce(sdbusplus::server::interface::interface& interface, const char* member)
+{
+    auto* context = own_context();
+    if (context != nullptr &&
+        GANTRY_get_sd_bus(interface.bus()) == GANTRY_get_sd_bus(context->bus) &&
+        is_stalled(*context))
+    {
+        // A message of the interface has its name, which the interface itself gives to nobody.
+        auto named = interface.new_signal(member);
+        note(*context, interface.path().c_str(), sd_bus_message_get_interface(named.get()), member);
+        return;
+    }
+    const InAnnouncement announcing;
+    // sd-bus runs the property's getter, hence the carrier.
+    Carrier::enter([&interface, member] { interface.property_changed(member); });
+}
+
+void announce(GANTRY_cpp_context& context, const char* path, const char* interface, char** members)
+{
+    if (is_stalled(context))
+    {
+        for (; *members != nullptr; ++members)
+        {
+            note(context, path, interface, *members);
+        }
+        return;
+    }
+    throw_if_failed(emit(GANTRY_get_sd_bus(context.bus), path, interface, members),
+                    "sd_bus_emit_properties_changed_strv");
+}
+
+} // namespace gantry
