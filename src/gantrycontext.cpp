@@ -67,6 +67,7 @@ void create_key()
 /** Deletes a context, after its thread's key has dropped it. */
 void destroy(GANTRY_cpp_context* context) noexcept
 {
+    const gantry::NoCancellation no_cancellation;
     if (context != nullptr && gantry::own_context() == context)
     {
         pthread_setspecific(context_key, nullptr);
@@ -120,6 +121,7 @@ try
         destroy(existing);
     }
 
+    const gantry::NoCancellation no_cancellation; // what is made here may have to be destroyed
     auto context = std::make_unique<GANTRY_cpp_context>();
     sd_bus* bus = GANTRY_get_sd_bus(context->bus);
     flush(bus);
@@ -190,7 +192,6 @@ GANTRY_cpp_context::GANTRY_cpp_context() :
 
 GANTRY_cpp_context::~GANTRY_cpp_context()
 {
-    const gantry::NoCancellation no_cancellation;
     running = false;
     sd_event_source_disable_unref(noted);
     sd_event_source_disable_unref(minute);

@@ -1,0 +1,378 @@
+// What breaks around a host: the bus, its daemon, another client, a thread. Each ends in a log line
+// or an error, and the host goes on or learns that it can't.
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <dlfcn.h>
+#include <elf.h>
+#include <gmock/gmock.h>
+#include <link.h>
+#include <pthread.h>
+#include <sys/time.h>
+#include <systemd/sd-event.h>
+
+#include <gantry/gantry.h>
+
+#include <com/orvane/velmar/sample/gantrytest/gantry_server.hpp>
+#include <sdbusplus/exception.hpp>
+
+#include "src/served.hpp"
+#include "src/stand_in.hpp"
+#include "support/open_fds.hpp"
+#include "support/private_bus.hpp"
+
+static stand_in::Script attach_event;
+int sd_bus_attach_event(sd_bus* bus, sd_event* event, int priority)
+{
+    return attach_event.next_or("sd_bus_attach_event", sd_bus_attach_event, bus, event, priority);
+}
+
+// The library's minutes take 200 milliseconds.
+int sd_event_add_time_relative(sd_event* event, sd_event_source** source, clockid_t clock,
+                               std::uint64_t time, std::uint64_t accuracy,
+                               sd_event_time_handler_t callback, void* data)
+{
+    auto* real = stand_in::hidden<decltype(sd_event_add_time_relative)>(__func__);
+    return real(event, source, clock, time / 300, accuracy, callback, data);
+}
+
+namespace
+{
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+using Sample = GANTRY_com_orvane_velmar_sample_gantrytest::gantrytest;
+
+constexpr const char* sample = "com.orvane.velmar.sample.gantrytest";
+constexpr const char* async = "com.orvane.velmar.sample.async";
+constexpr const char* fru = "com.orvane.velmar.hwi.HWIOemFruCustomData";
+
+using Loop = void (*)(GANTRY_cpp_context*);
+constexpr Loop loops[] = {GANTRY_dbus_loop, GANTRY_dbus_loop_one_pass, GANTRY_dbus_sdloop};
+
+// An object whose getters and methods a test may replace.
+struct Own : Sample
+{
+    using Sample::propByte;
+    using Sample::Sample;
+
+    unsigned char propByte() const override
+    {
+        const auto once = std::exchange(in_getter, nullptr);
+        return once ? once() : Sample::propByte();
+    }
+    std::string tryString(std::string value) override
+    {
+        return in_method ? in_method() : Sample::tryString(std::move(value));
+    }
+
+    mutable std::function<unsigned char()> in_getter;
+    std::function<std::string()> in_method;
+};
+
+class Surroundings : public Served
+{
+  protected:
+    Own& own(const char* path = "/own")
+    {
+        auto* object = new Own(context->bus, path);
+        context->tracker.push_back({object, [](void* o) { delete static_cast<Own*>(o); }});
+        return *object;
+    }
+
+    GANTRY_instance*
+    publish(const char* interface, const char* path,
+            decltype(GANTRY_instantiate__com_orvane_velmar_system_BLT)* instantiate)
+    {
+        instantiate(context, nullptr, path, nullptr);
+        GANTRY_instance* published = nullptr;
+        GANTRY_instance_find(context, interface, path, &published);
+        return published;
+    }
+};
+
+TEST_F(Surroundings, LostBusEndsEachLoopAndANewContextServesAgain)
+{
+    std::size_t descriptors = 0;
+    for (int round = 0; round < 12; ++round)
+    {
+        GANTRY_use_default = round % 2 == 0;
+        make();
+        own().propByte(7);
+        support::bus().kill();
+        for (const Loop loop : {loops[round / 2 % 3], loops[1]})
+        {
+            loop(context);
+            EXPECT_THAT(logged(2), AllOf(StartsWith("2 EXCEPTION gantrycommon.GANTRY_dbus_"),
+                                         HasSubstr("not connected")));
+        }
+        support::bus().restart();
+        make();
+        own().propByte(7);
+        support::Client again{[this] { GANTRY_dbus_loop_one_pass(context); }};
+        EXPECT_EQ(again.get({service, "/own"}, sample, "PropByte").text, "y 7");
+        descriptors = round < 2 ? support::open_fd_count() : descriptors;
+        EXPECT_EQ(support::open_fd_count(), descriptors) << round;
+    }
+    GANTRY_use_default = true;
+}
+
+TEST_F(Surroundings, ContextWithoutItsEventLoopSaysSoInTheLogAndToItsLoops)
+{
+    attach_event = {-ENOMEM};
+    make();
+    GANTRY_context_free(&context);
+    attach_event = {-ENOMEM};
+    GANTRY_context_new(&context);
+    EXPECT_THAT(logged(2), HasSubstr("sd_bus_attach_event failed, rv=-12"));
+    for (const Loop loop : loops)
+    {
+        // Something else on the event loop ends a run of it.
+        sd_event_source* other = nullptr;
+        const auto nothing = [](sd_event_source* /*source*/, void* /*data*/) { return 0; };
+        sd_event_add_defer(context->event.get(), &other, nothing, nullptr);
+        loop(context);
+        sd_event_source_unref(other);
+        EXPECT_THAT(logged(2), HasSubstr("EXCEPTION gantrycommon.GANTRY_dbus_"));
+    }
+}
+
+TEST_F(Surroundings, UnreadableArgumentsAreTheClientsErrorInBothShapes)
+{
+    publish(async, "/async",
+            [](auto* c, auto*, auto* p, auto* u)
+            { GANTRY_instantiate__com_orvane_velmar_sample_async(c, nullptr, p, u); });
+    own();
+    // sd-bus sends no noncharacter, a bus passes it on.
+    const auto call = [&](const char* path, const char* interface, const char* member)
+    {
+        auto message = client.new_call({service, path}, interface, member);
+        char* text = nullptr;
+        sd_bus_message_append_string_space(message.get(), 3, &text);
+        std::memcpy(text, "\xEF\xBF\xBF", 3);
+        return client.wait(client.start(std::move(message)));
+    };
+    const auto reply_shape = call("/own", sample, "Try_string");
+    EXPECT_EQ(call("/async", async, "OneParam").text, reply_shape.text);
+    EXPECT_THAT(reply_shape.text, StartsWith("error "));
+    EXPECT_THAT(logged(2), AllOf(HasSubstr("EXCEPTION gantry_server.oneParam: "),
+                                 testing::Not(HasSubstr("gantrycommon"))));
+}
+
+TEST_F(Surroundings, TooLargeForAMessageIsRefusedWhereItIsStoredOrReturned)
+{
+    auto* object =
+        publish(fru, "/fru",
+                [](auto* c, auto*, auto* p, auto* u) {
+                    GANTRY_instantiate__com_orvane_velmar_hwi_HWIOemFruCustomData(c, nullptr, p, u);
+                });
+    std::string text(16U << 20U, 'x');
+    std::vector<char*> texts(4, text.data());
+    const GANTRY_string_array array{texts.data(), texts.size()};
+    int error = -1;
+    GANTRY_property_set_strings(object, "BoardCustomData", &array, false, &error);
+    EXPECT_EQ(error, EMSGSIZE);
+    EXPECT_THAT(logged(2), HasSubstr("EXCEPTION property_c."));
+    texts.pop_back();
+    const GANTRY_string_array fits{texts.data(), texts.size()};
+    GANTRY_property_set_strings(object, "BoardCustomData", &fits, true, &error);
+    EXPECT_EQ(error, 0);
+
+    auto& sample_object = own();
+    EXPECT_THROW(sample_object.propString(std::string(128U << 20U, 'x')),
+                 sdbusplus::exception::SdBusError);
+    sample_object.in_method = [] { return std::string(128U << 20U, 'x'); };
+    EXPECT_THAT(client.call({service, "/own"}, sample, "Try_string", "s", "").text,
+                HasSubstr("Message too long"));
+    sample_object.in_method = [] { return std::string("small"); };
+    EXPECT_EQ(client.call({service, "/own"}, sample, "Try_string", "s", "").text, "s \"small\"");
+}
+
+TEST_F(Surroundings, AnErrorsTextIsRepairedForItsClient)
+{
+    own().in_method = []() -> std::string
+    { throw sdbusplus::exception::SdBusError(EBUSY, "\xFF"); };
+    EXPECT_THAT(client.call({service, "/own"}, sample, "Try_string", "s", "").text,
+                AllOf(StartsWith("error "), HasSubstr("\xEF\xBF\xBD: Device or resource busy")));
+}
+
+TEST_F(Surroundings, SignalsDoNotInterruptTheStart)
+{
+    struct sigaction action
+    {
+    };
+    action.sa_handler = [](int) {}; // and no SA_RESTART
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval often{{0, 100}, {0, 100}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    char name[] = "com.example.Interrupted";
+    for (int round = 0; round < 100; ++round)
+    {
+        GANTRY_use_default = round % 2 == 0;
+        GANTRY_context_free(&context);
+        GANTRY_context_new(&context);
+        ASSERT_NE(context, nullptr) << logged(2);
+        round % 4 < 2 ? GANTRY_context_set_service(context, name) : void();
+        EXPECT_NE(publish("com.orvane.velmar.system.BLT", "/blt",
+                          GANTRY_instantiate__com_orvane_velmar_system_BLT),
+                  nullptr);
+        EXPECT_EQ(logged(2), "");
+    }
+    setitimer(ITIMER_REAL, &static_cast<const itimerval&>(itimerval{}), nullptr);
+    GANTRY_use_default = true;
+}
+
+TEST_F(Surroundings, PendingCancellationWaitsForTheDestruction)
+{
+    bool freed = false;
+    std::thread thread(
+        [&freed]
+        {
+            GANTRY_cpp_context* own = nullptr;
+            GANTRY_use_default = false; // whose connection is closed
+            GANTRY_context_new(&own);
+            GANTRY_use_default = true;
+            pthread_cancel(pthread_self());
+            own->sanity_check();
+            GANTRY_context_free(&own);
+            freed = true;
+            pthread_testcancel();
+        });
+    thread.join();
+    EXPECT_TRUE(freed);
+}
+
+TEST_F(Surroundings, ThreadThatEndsInsideACallbackReleasesItsNameAndItsCaller)
+{
+    client.call({service, "/"}, "org.freedesktop.DBus.Peer", "Ping");
+    const auto descriptors = support::open_fd_count();
+    std::thread thread(
+        []
+        {
+            GANTRY_cpp_context* ending = nullptr;
+            GANTRY_context_new(&ending);
+            char name[] = "com.example.Ending";
+            GANTRY_context_set_service(ending, name);
+            auto* object = new Own(ending->bus, "/own");
+            ending->tracker.push_back({object, [](void* o) { delete static_cast<Own*>(o); }});
+            object->in_method = []() -> std::string { pthread_exit(nullptr); };
+            GANTRY_dbus_loop(ending);
+        });
+    EXPECT_TRUE(client.wait_for([this] { return client.name_has_owner("com.example.Ending"); }));
+    EXPECT_THAT(client.call({"com.example.Ending", "/own"}, sample, "Try_string", "s", "").text,
+                HasSubstr("NoReply"));
+    thread.join();
+    EXPECT_FALSE(client.name_has_owner("com.example.Ending"));
+    // The frames of sd-event never returned either, and keep the event loop: its epoll and timer.
+    EXPECT_LE(support::open_fd_count(), descriptors + 2);
+}
+
+TEST_F(Surroundings, LibraryStaysLoaded)
+{
+    link_map* loaded = nullptr;
+    dlinfo(dlopen("libdbusgantry.so.0", RTLD_LAZY | RTLD_NOLOAD), RTLD_DI_LINKMAP, &loaded);
+    const auto* entry = loaded->l_ld;
+    while (entry->d_tag != DT_NULL && entry->d_tag != DT_FLAGS_1)
+    {
+        ++entry;
+    }
+    EXPECT_NE(entry->d_un.d_val & DF_1_NODELETE, 0U);
+}
+
+TEST_F(Surroundings, ContextFreedInAGetterBehindANestedAnnouncementOutlivesIt)
+{
+    auto& object = own();
+    bool was_alive = false;
+    object.in_getter = [&]() -> unsigned char
+    {
+        object.propString("announced inside"); // sd-bus forgets this getter here
+        auto* freed = context;
+        GANTRY_context_free(&context);
+        was_alive = freed->tracker.size() == 1;
+        return 1;
+    };
+    object.propByte(1, false);
+    EXPECT_TRUE(was_alive);
+    GANTRY_context_new(&context);
+    EXPECT_TRUE(context->tracker.empty());
+}
+
+TEST_F(Surroundings, ASecondContextOnTheSameConnectionHasItsFirstObject)
+{
+    sd_bus* held = nullptr; // the host's own, so the connection keeps the name
+    sd_bus_default_system(&held);
+    for (int round = 0; round < 2; ++round)
+    {
+        GANTRY_context_free(&context);
+        GANTRY_context_new(&context);
+        EXPECT_NE(publish("com.orvane.velmar.system.BLT", "/blt",
+                          GANTRY_instantiate__com_orvane_velmar_system_BLT),
+                  nullptr)
+            << logged(2);
+    }
+    sd_bus_unref(held);
+}
+
+TEST_F(Surroundings, ARefusedObjectLeavesNoObjectManager)
+{
+    auto* blt = publish("com.orvane.velmar.system.BLT", "/blt",
+                        GANTRY_instantiate__com_orvane_velmar_system_BLT);
+    GANTRY_instantiate__com_orvane_velmar_system_BLT(context, nullptr, "/blt", nullptr);
+    EXPECT_THAT(logged(2), HasSubstr("EXCEPTION"));
+    EXPECT_NO_THROW(client.managed_objects({service, "/blt"}));
+    GANTRY_instance_free(&blt);
+    EXPECT_THROW(client.managed_objects({service, "/blt"}), std::runtime_error);
+}
+
+TEST_F(Surroundings, AStalledDaemonCostsNoMoreThanTheLastValues)
+{
+    auto& object = own();
+    auto* bus = GANTRY_get_sd_bus(context->bus);
+    client.settle(service);
+    kill(support::bus().pid(), SIGSTOP);
+    std::uint64_t queued = 0;
+    for (int change = 0; change < 30'000; ++change)
+    {
+        object.propInt32(change, false);
+        object.propString(std::to_string(change), false);
+    }
+    sd_bus_get_n_queued_write(bus, &queued);
+    EXPECT_LE(queued, 10'000U);
+    EXPECT_EQ(logged(2), "1 announcement.is_stalled: changes wait, dbus has 10000 messages in "
+                         "write queue\n");
+    client.clear_signals();
+    kill(support::bus().pid(), SIGCONT);
+    EXPECT_TRUE(client.wait_for([&] { return sd_bus_get_n_queued_write(bus, &queued), !queued; }));
+    client.settle(service);
+    const auto last = client.signals("PropertiesChanged").back();
+    EXPECT_EQ(last.changed.at("PropInt32"), "i 29999");
+    EXPECT_EQ(last.changed.at("PropString"), "s \"29999\"");
+    EXPECT_EQ(client.get({service, "/own"}, sample, "PropInt32").text, "i 29999");
+}
+
+TEST_F(Surroundings, HostileSignalsDoNotFillTheLog)
+{
+    GANTRY_receive_signal__com_orvane_velmar_sample_gantrytest__faultAdded(
+        context, [](GANTRY_cpp_context*, char*) {});
+    for (int count = 0; count < 30; ++count)
+    {
+        client.emit(nullptr, "/", sample, "faultAdded", "i", 1);
+    }
+    client.settle(service);
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    client.settle(service);
+    const auto lines = logged(2);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 10) << lines;
+    EXPECT_THAT(lines, testing::EndsWith("end_minute: 21 more signals could not be read\n"));
+}
+
+} // namespace
