@@ -10,6 +10,7 @@
  * unchanged:
  *
  *     EINVAL   the property has another type; the instance or `out` is null
+ *     EMSGSIZE no message can hold the value: an array has at most 64 MiB, a text less than 128 MiB
  *     ENOENT   the object has no property of that name, or the name is null
  *     ENOMEM   memory ran out; a setter that announces may have stored the value
  *     another  a getter that the announcement runs threw, and the value is stored; or, only for
