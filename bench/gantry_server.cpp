@@ -1,7 +1,9 @@
 /*
  * The same objects as raw_server's, on the library.
  *
- *     gantry_server COUNT    prints "ready" when COUNT NicPort objects are served
+ *     gantry_server COUNT [SERVICE]    prints "ready" when COUNT NicPort objects are served; under
+ *                                      GANTRY_dbus_loop, or with a name to serve under
+ *                                      GANTRY_dbus_sdloop
  */
 #include <com/orvane/velmar/system/NicPort/gantry_server.hpp>
 #include <com/orvane/velmar/system/QSFPD/gantry_server.hpp>
@@ -23,7 +25,9 @@ int main(int argc, char** argv)
     {
         return 1;
     }
-    GANTRY_context_set_service(context, "com.orvane.velmar.bench.gantry");
+    const char* service = argc > 2 ? argv[2] : nullptr;
+    GANTRY_context_set_service(context,
+                               service != nullptr ? service : "com.orvane.velmar.bench.gantry");
     for (long number = 0; number < count; ++number)
     {
         char path[64];
@@ -41,6 +45,6 @@ int main(int argc, char** argv)
     module->vendorSN("0123456789", true);
     std::puts("ready");
     std::fflush(stdout);
-    GANTRY_dbus_loop(context);
+    service != nullptr ? GANTRY_dbus_sdloop(context) : GANTRY_dbus_loop(context);
     return 1;
 }

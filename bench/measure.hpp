@@ -36,33 +36,20 @@ inline void check(int result, const char* call)
     }
 }
 
-/**
- * Where processes run: the servers that are measured share a processor, on which client and bus are
- * not.
- */
-enum class Processor : unsigned int
+/** Keeps this process on the one processor that bus, client and servers share. */
+inline void stay_on_one_processor()
 {
-    servers = 0,
-    others = 1,
-};
-
-/** Keeps this process on one processor, if there are two. */
-inline void stay_on(Processor processor)
-{
-    if (sysconf(_SC_NPROCESSORS_ONLN) > 1)
-    {
-        cpu_set_t set;
-        CPU_ZERO(&set);
-        CPU_SET(static_cast<unsigned int>(processor), &set);
-        sched_setaffinity(0, sizeof set, &set);
-    }
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(0U, &set);
+    sched_setaffinity(0, sizeof set, &set);
 }
 
 /** A child process that says on its standard output when it is ready; ends with this object. */
 class Process
 {
   public:
-    explicit Process(std::vector<std::string> arguments, Processor processor = Processor::servers)
+    explicit Process(std::vector<std::string> arguments)
     {
         std::array<int, 2> pipe_ends{};
         check(pipe(pipe_ends.data()) < 0 ? -errno : 0, "pipe");
@@ -70,8 +57,8 @@ class Process
         check(pid < 0 ? -errno : 0, "fork");
         if (pid == 0)
         {
+            stay_on_one_processor();
             dup2(pipe_ends[1], STDOUT_FILENO);
-            stay_on(processor);
             std::vector<char*> argv;
             argv.reserve(arguments.size() + 1);
             for (auto& argument : arguments)
@@ -141,12 +128,11 @@ class PrivateBus
     PrivateBus()
     {
         setenv("DBUS_SYSTEM_BUS_ADDRESS", daemon.said.c_str(), 1);
-        stay_on(Processor::others);
+        stay_on_one_processor();
     }
 
   private:
-    Process daemon{{"dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address"},
-                   Processor::others};
+    Process daemon{{"dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address"}};
 };
 
 inline double median(std::vector<double> values)

@@ -140,13 +140,6 @@ int main(int argc, char** argv)
     add_qsfpd(bus);
     puts("ready");
     fflush(stdout);
-    for (;;)
-    {
-        int result = 0;
-        while ((result = sd_event_run(event, 1)) > 0)
-        {
-        }
-        check(result, "sd_event_run");
-        check(sd_bus_wait(bus, UINT64_MAX), "sd_bus_wait");
-    }
+    check(sd_event_loop(event), "sd_event_loop");
+    return 1;
 }

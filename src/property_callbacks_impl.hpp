@@ -72,6 +72,17 @@ struct Set
     }
 };
 
+/**
+ * Whether an append to the message has failed, as for lack of memory: sdbusplus doesn't examine
+ * that, but sd-bus then refuses every further append with ESTALE. A getter's message has an open
+ * variant, which refuses a second value with another error, so nothing is appended here.
+ */
+inline bool has_failed(sd_bus_message* reply)
+{
+    constexpr unsigned char second = 0;
+    return sd_bus_message_append_basic(reply, SD_BUS_TYPE_BYTE, &second) == -ESTALE;
+}
+
 template <class Type>
 int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusInterface* bus,
                  sd_bus_error* error, Getter<Type> getter)
@@ -82,10 +93,7 @@ int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusIn
         {
             const int result = sdbusplus::sdbuspp::property_callback(
                 reply, bus, error, std::function<Type()>(std::cref(get)));
-            // sdbusplus doesn't examine the results of appending, but sd-bus appends nothing more
-            // to a message once an append to it has failed, as for lack of memory.
-            const int appended = sd_bus_message_append(reply, "");
-            return appended < 0 ? -ENOMEM : result;
+            return has_failed(reply) ? -ENOMEM : result;
         },
         as_error);
 }
