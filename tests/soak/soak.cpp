@@ -83,9 +83,8 @@ struct Hosts : testing::Test
     {
         call(sample, member, "i " + std::to_string(++changes), types, args...);
         await_replies();
-        EXPECT_EQ(testing::PrintToString(client.signals()),
-                  "{ " + path + ' ' + signal + " }");
-        client.clear_signals();
+        EXPECT_EQ(testing::PrintToString(client.signals()), "{ " + path + ' ' + signal + " }");
+        client.signals().clear();
         lines += line + '\n';
     }
 

@@ -11,8 +11,11 @@
 
 #include <gantry/context.hpp>
 
-#include "src/logged.hpp"
+#include "support/captured_log.hpp"
 #include "support/client.hpp"
+
+using support::logged;
+using support::told;
 
 class Served : public testing::Test
 {
@@ -49,15 +52,17 @@ class Served : public testing::Test
     {
         client.settle(service);
         std::string lines;
-        for (const support::Signal& signal : client.signals("PropertiesChanged"))
+        for (const support::Signal& signal : client.signals())
         {
-            EXPECT_TRUE(signal.body.ends_with(", []")) << signal; // none is invalidated
+            // None is invalidated.
+            EXPECT_EQ(signal.body.ends_with(", []"), signal.member == "PropertiesChanged")
+                << signal;
             for (const auto& [member, value] : signal.changed)
             {
                 lines += member + ": " + value + '\n';
             }
         }
-        client.clear_signals();
+        client.signals().clear();
         return lines;
     }
 
@@ -73,7 +78,7 @@ class Served : public testing::Test
                 lines += signal.path + ' ' + signal.member + ' ' + signal.body + '\n';
             }
         }
-        client.clear_signals();
+        client.signals().clear();
         return lines;
     }
 
