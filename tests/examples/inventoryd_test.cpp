@@ -101,7 +101,7 @@ struct Inventoryd : testing::Test
             setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
             setenv("LISTEN_FDS", netlink < 0 ? "0" : "1", 1);
         };
-        host.emplace(pass_socket, INVENTORYD, sys.c_str());
+        host.emplace(std::vector{INVENTORYD, sys.c_str()}, pass_socket);
         close(netlink);
         EXPECT_TRUE(is_told("READY=1"));
     }
@@ -140,7 +140,7 @@ struct Inventoryd : testing::Test
     }
 
     const support::TempDir directory;
-    const std::filesystem::path sys = directory.path();
+    const std::filesystem::path sys = directory.path;
     support::NotifySocket manager;
     support::Client client;
     std::optional<support::Program> host;

@@ -84,11 +84,5 @@ class Served : public testing::Test
 
     GANTRY_cpp_context* context = nullptr;
     std::string service;
-    support::Client client{[this]
-                           {
-                               if (context != nullptr)
-                               {
-                                   GANTRY_dbus_loop_one_pass(context);
-                               }
-                           }};
+    support::Client client{[this] { context ? GANTRY_dbus_loop_one_pass(context) : void(); }};
 };

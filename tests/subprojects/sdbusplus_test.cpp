@@ -10,8 +10,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <map>
 #include <set>
 
@@ -26,12 +24,11 @@ using support::Client;
 template <typename... Args>
 message sealed(Client& client, std::uint64_t cookie, const char* types, Args... args)
 {
-    sd_bus_message* made = nullptr;
-    sd_bus_message_new_method_call(client.bus(), &made, "a.Service", "/a", "a.B", "C");
-    message m(made, &sdbusplus::sdbus_impl, std::false_type{});
-    support::check(sd_bus_message_append(made, types, args...));
-    sd_bus_message_seal(made, cookie, 0);
-    return m;
+    sd_bus_message* m = nullptr;
+    sd_bus_message_new_method_call(client.bus(), &m, "a.Service", "/a", "a.B", "C");
+    support::check(sd_bus_message_append(m, types, args...));
+    sd_bus_message_seal(m, cookie, 0);
+    return message(m, &sdbusplus::sdbus_impl, std::false_type{});
 }
 
 // Turns numbers to the bytes that go over the wire.
@@ -111,12 +108,12 @@ TEST(Message, is_read_in_both_byte_orders)
 TEST(Message, that_breaks_the_rules_fails_at_the_call_that_meets_the_break)
 {
     const std::string enter = "enter_container emplace_back_container: ";
-    const std::tuple<std::string, std::vector<unsigned int>, std::string, int> rows[] = {
-        {"au", {}, enter, EBADMSG},
-        {"au", {1U << 30U, 1}, enter, EBADMSG},
-        {"au", {100, 1, 2}, "read_basic fundamental: ", EBADMSG},
-        {"auu", {6, 1, 2, 3}, "exit_container emplace_back_container: ", EBUSY},
-        {"ai", {4, 1}, enter, ENXIO},
+    const std::tuple<std::string, std::vector<unsigned int>, std::string, std::string> rows[] = {
+        {"au", {}, enter, "Bad message"},
+        {"au", {1U << 30U, 1}, enter, "Bad message"},
+        {"au", {100, 1, 2}, "read_basic fundamental: ", "Bad message"},
+        {"auu", {6, 1, 2, 3}, "exit_container emplace_back_container: ", "Device or resource busy"},
+        {"ai", {4, 1}, enter, "No such device or address"},
     };
     for (const Wire& wire : {Wire{false}, Wire{true}})
     {
@@ -128,8 +125,7 @@ TEST(Message, that_breaks_the_rules_fails_at_the_call_that_meets_the_break)
                 body += wire(number);
             }
             std::vector<unsigned int> value;
-            EXPECT_EQ(receive(wire, signature, body, value),
-                      "sd_bus_message_" + call + std::strerror(error));
+            EXPECT_EQ(receive(wire, signature, body, value), "sd_bus_message_" + call + error);
         }
         std::variant<unsigned int> value;
         EXPECT_EQ(receive(wire, "v", "\1\1", value),
@@ -193,10 +189,10 @@ TEST(Bus, the_shared_connection_stays_open_and_a_private_one_is_flushed_and_clos
 {
     namespace bus = sdbusplus::bus;
     const bus::bus shared = bus::new_default_system();
-    static_cast<void>(
-        bus::bus(bus::details::bus_friend::get_busp(shared))); // has its own reference
+    auto* const connection = bus::details::bus_friend::get_busp(shared);
+    static_cast<void>(bus::bus(connection)); // takes a reference of its own
     EXPECT_EQ(bus::new_default_system().get_unique_name(), shared.get_unique_name());
-    EXPECT_GT(sd_bus_is_open(bus::details::bus_friend::get_busp(shared)), 0);
+    EXPECT_GT(sd_bus_is_open(connection), 0);
 
     Client listener;
     listener.subscribe("member='Last'");

@@ -24,7 +24,7 @@ class NotifySocket
     // Sets $NOTIFY_SOCKET for this process.
     NotifySocket()
     {
-        const std::string path = dir_.path() / "notify";
+        const std::string path = dir_.path / "notify";
         sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
         path.copy(address.sun_path, sizeof(address.sun_path) - 1);
         const int bound = bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
@@ -36,8 +36,7 @@ class NotifySocket
         unsetenv("NOTIFY_SOCKET");
         close(fd_);
     }
-    NotifySocket(const NotifySocket&) = delete;
-    NotifySocket& operator=(const NotifySocket&) = delete;
+    NotifySocket(NotifySocket&&) = delete;
 
     // All datagrams so far, such as "READY=1". sd_notify delivers before it returns.
     const std::vector<std::string>& received()

@@ -15,6 +15,7 @@
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -45,15 +46,11 @@ inline std::map<std::string, std::string> open_fds(const std::string& process = 
 class Program
 {
   public:
-    // With C strings as its arguments. Is looked up in $PATH.
-    template <class... Arguments>
-    explicit Program(const char* name, Arguments... arguments) : Program([] {}, name, arguments...)
+    // Is looked up in $PATH. `prepare` is called in the new process first.
+    explicit Program(
+        std::vector<const char*> command, const std::function<void()>& prepare = [] {})
     {
-    }
-    // `prepare` is called in the new process first, for the environment or descriptors.
-    template <class... Arguments>
-    Program(const std::function<void()>& prepare, const char* name, Arguments... arguments)
-    {
+        command.push_back(nullptr);
         std::array<int, 2> ends{};
         check(pipe2(ends.data(), O_CLOEXEC) < 0 ? -errno : 0);
         output_ = ends[0];
@@ -67,8 +64,8 @@ class Program
             {
                 dup2(ends[1], STDOUT_FILENO);
                 prepare();
-                execlp(name, name, arguments..., nullptr);
-                std::perror(name);
+                execvp(command[0], const_cast<char**>(command.data()));
+                std::perror(command[0]);
             }
             _exit(127);
         }
@@ -79,16 +76,13 @@ class Program
         stop(SIGKILL);
         close(output_);
     }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
+    Program(Program&&) = delete;
 
-    // Ends it and gives its exit code, or minus the signal that ended it; 0 when it was ended
-    // before.
+    // Gives its exit code, or minus the signal that ended it; 0 when it was ended before.
     int stop(int signal = SIGTERM)
     {
         int status = 0;
-        const pid_t pid = std::exchange(pid_, 0);
-        if (pid > 0)
+        if (const pid_t pid = std::exchange(pid_, 0); pid > 0)
         {
             kill(pid, signal);
             waitpid(pid, &status, 0);
@@ -100,19 +94,11 @@ class Program
     // or gone.
     std::string line()
     {
+        pollfd ready{.fd = output_, .events = POLLIN, .revents = 0};
         constexpr int timeout_ms = 30'000;
         std::string text;
-        for (char next = 0; has_read(next, timeout_ms) && next != '\n';)
-        {
-            text += next;
-        }
-        return text;
-    }
-    // All that is there of the output, without waiting for more.
-    std::string output()
-    {
-        std::string text;
-        for (char next = 0; has_read(next, 0);)
+        for (char next = 0;
+             poll(&ready, 1, timeout_ms) > 0 && read(output_, &next, 1) == 1 && next != '\n';)
         {
             text += next;
         }
@@ -140,12 +126,6 @@ class Program
     }
 
   private:
-    bool has_read(char& next, int timeout_ms) const
-    {
-        pollfd ready{.fd = output_, .events = POLLIN, .revents = 0};
-        return poll(&ready, 1, timeout_ms) > 0 && read(output_, &next, 1) == 1;
-    }
-
     pid_t pid_ = 0; // 0 when it was ended
     int output_ = -1;
 };
