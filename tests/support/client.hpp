@@ -1,12 +1,10 @@
 // A D-Bus client for a test whose service lives on the same thread. A blocking call would wait for
 // a service that cannot run, so a call is sent and then the client takes turns: one run of the
 // test's pump (a pass of the service's loop), one look at its own connection, a short sleep on it.
-// A service on another thread or process needs no pump.
+// A service on another thread or process needs no pump. `deadline` bounds each wait.
 //
-// The connection is the client's own, not the thread's default one and on no event loop. No wait is
-// without end: `deadline` bounds each. Only libsystemd is used, so a fault of the code under test
-// cannot hide in here. What sd-bus refuses is thrown as std::system_error (a broken connection is
-// ECONNRESET or ENOTCONN).
+// The connection is the client's own, on no event loop. Only libsystemd is used, so a fault of the
+// code under test cannot hide in here. What sd-bus refuses is thrown as std::system_error.
 #pragma once
 
 #include <chrono>
@@ -113,10 +111,9 @@ class Client
     // Takes turns until the condition holds; false when the deadline came first.
     bool wait_for(const std::function<bool()>& condition);
 
-    // A round trip to the service behind all that was sent before: when it returns, the service
-    // has handled every earlier call of this client, and what it had sent by then is here. So a
-    // Pending that is not done now was left unanswered, and a signal that is not in signals() was
-    // not sent. Throws std::runtime_error at the deadline.
+    // A round trip to the service behind all that was sent before. When it returns, the service has
+    // handled every earlier call of this client, and what it had sent by then is here: a call
+    // without a reply was left unanswered. Throws std::runtime_error at the deadline.
     void settle(const std::string& service);
 
     // org.freedesktop.DBus.Properties.
