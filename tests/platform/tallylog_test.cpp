@@ -71,7 +71,7 @@ TEST(Tallylog, writes_one_line_a_message_whatever_its_text_holds)
         tallylog_printf(2, 0, "%s", "größer\n\n");
         errno = ENOENT;
         const std::string format = "%m"; // not a literal: a pedantic compiler knows no %m
-        tallylog_printf(1, 0, format.c_str());
+        tallylog_printf(1, 0, format.c_str(), 0);
         close(STDERR_FILENO);
         tallylog_printf(1, 0, "lost");
         _exit(errno == ENOENT ? 0 : 1);
