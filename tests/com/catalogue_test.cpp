@@ -181,7 +181,7 @@ class Catalogue : public Served
                         ? is_zero(value, type)
                         : value == type + ' ' + (type == "s" ? '"' + initial + '"' : initial))
             << value;
-        EXPECT_EQ(client.get(object, interface.c_str(), name).text, value);
+        EXPECT_EQ(client.get(object, interface.c_str(), name).text, "v <" + value + ">");
 
         const std::string digits = std::to_string(number);
         int error = EINVAL;

@@ -2,11 +2,11 @@
 // malformed and too large. A socket pair tells it of network interfaces in the kernel's place.
 #include "support/client.hpp"
 #include "support/notify_socket.hpp"
+#include "support/program.hpp"
 #include "support/temp_dir.hpp"
 
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <systemd/sd-daemon.h>
@@ -18,6 +18,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -63,7 +64,8 @@ struct Inventoryd : testing::Test
 {
     ~Inventoryd() override
     {
-        EXPECT_TRUE(pid < 0 || stop() == 0);
+        // One that hangs may not heed SIGTERM.
+        EXPECT_TRUE(!host || host->stop(HasFailure() ? SIGKILL : SIGTERM) == 0);
     }
 
     // Written beside and moved in, as the host may read at any time.
@@ -93,16 +95,13 @@ struct Inventoryd : testing::Test
     void start(int netlink = -1)
     {
         client.subscribe();
-        pid = fork();
-        if (pid == 0)
+        const auto pass_socket = [=]
         {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
             dup2(netlink, SD_LISTEN_FDS_START);
             setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
             setenv("LISTEN_FDS", netlink < 0 ? "0" : "1", 1);
-            execl(INVENTORYD, INVENTORYD, sys.c_str(), nullptr);
-            _exit(127);
-        }
+        };
+        host.emplace(std::vector{INVENTORYD, sys.c_str()}, pass_socket);
         close(netlink);
         EXPECT_TRUE(is_told("READY=1"));
     }
@@ -110,21 +109,8 @@ struct Inventoryd : testing::Test
     // Waits until the service manager has been told this so many times.
     bool is_told(const std::string& message, int times = 1)
     {
-        const auto is_there = [&]
-        {
-            std::ranges::copy(manager.received(), std::back_inserter(told));
-            return std::ranges::count(told, message) >= times;
-        };
-        return client.wait_for(is_there);
-    }
-
-    // The exit code, or minus the signal that ended the host.
-    int stop()
-    {
-        int status = 0;
-        kill(pid, HasFailure() ? SIGKILL : SIGTERM); // one that hangs may not heed SIGTERM
-        waitpid(std::exchange(pid, -1), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+        return client.wait_for(
+            [&] { return std::ranges::count(manager.received(), message) >= times; });
     }
 
     void expect(const std::string& name, const std::string& expected)
@@ -139,11 +125,12 @@ struct Inventoryd : testing::Test
     auto signals(const char* member, const Object& object, std::size_t count)
     {
         std::vector<support::Signal> found;
-        const auto is_elsewhere = [&](const auto& signal) { return signal.path != object.path; };
         const auto are_there = [&]
         {
-            found = client.signals(member);
-            return std::erase_if(found, is_elsewhere), found.size() >= count;
+            found = client.signals();
+            std::erase_if(found, [&](const auto& signal)
+                          { return signal.member != member || signal.path != object.path; });
+            return found.size() >= count;
         };
         client.wait_for(are_there);
         client.settle(object.service);
@@ -153,11 +140,10 @@ struct Inventoryd : testing::Test
     }
 
     const support::TempDir directory;
-    const std::filesystem::path sys = directory.path();
+    const std::filesystem::path sys = directory.path;
     support::NotifySocket manager;
-    std::vector<std::string> told;
     support::Client client;
-    pid_t pid = -1;
+    std::optional<support::Program> host;
 };
 
 TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAloneAndARefreshOneSignal)
@@ -255,13 +241,14 @@ TEST_F(Inventoryd, InterfacesThatComeAndGoAreAnnouncedOnceAndLostMessagesMadeGoo
     tell(message(RTM_NEWLINK, "veth0"));
     EXPECT_THAT(signals("InterfacesAdded", veth0, 1).at(0).body,
                 testing::HasSubstr("\"LinkStatus\": <y 1>"));
-    EXPECT_EQ(client.signals("InterfacesAdded").size(), 3);
+    EXPECT_EQ(std::ranges::count(client.signals(), "InterfacesAdded", &support::Signal::member), 3);
     expect("system.NicController", "PortsCount=y 2");
 
     // The kernel tells before the directory is gone. Then the path is free again.
     tell(message(RTM_DELLINK, "veth0"));
     signals("InterfacesRemoved", veth0, 1);
-    EXPECT_EQ(client.signals("InterfacesRemoved").size(), 3);
+    EXPECT_EQ(std::ranges::count(client.signals(), "InterfacesRemoved", &support::Signal::member),
+              3);
     tell(message(RTM_NEWLINK, "veth0"));
     signals("InterfacesAdded", veth0, 2);
     signals("PropertiesChanged", at("system.NicController"), 3);
@@ -291,14 +278,14 @@ TEST_F(Inventoryd, MessagesOfTheKernelThatTheSocketHadNoRoomForAreMadeGood)
     ASSERT_EQ(send(asked, ask.data(), ask.size(), 0), std::ssize(ask));
     signals("InterfacesAdded", at("system.NicPort/lo"), 1);
 
-    kill(pid, SIGSTOP);
-    waitpid(pid, nullptr, WUNTRACED);
+    kill(host->pid(), SIGSTOP);
+    waitpid(host->pid(), nullptr, WUNTRACED);
     write("class/net/veth0/operstate", "up\n");
     for (int count = 0; count < 20; ++count)
     {
         send(asked, ask.data(), ask.size(), 0);
     }
-    kill(pid, SIGCONT);
+    kill(host->pid(), SIGCONT);
     signals("InterfacesAdded", at("system.NicPort/veth0"), 1);
     close(asked);
 }
@@ -372,14 +359,14 @@ TEST_F(Inventoryd, OnAMachineThatShowsNothingTheServiceManagerIsToldAll)
     // Its own netlink socket is in the kernel's group of links.
     std::ifstream table("/proc/net/netlink");
     const std::vector<std::string> sockets(std::istream_iterator<std::string>(table), {});
-    const std::vector own{"0"s, std::to_string(pid), "00000001"s};
+    const std::vector own{"0"s, std::to_string(host->pid()), "00000001"s};
     EXPECT_NE(std::search(sockets.begin(), sockets.end(), own.begin(), own.end()), sockets.end());
     EXPECT_TRUE(is_told("WATCHDOG=1", 3));
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(stop(), 0);
+    EXPECT_EQ(host->stop(), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 500ms) << "not at the next refresh";
     EXPECT_TRUE(is_told("STOPPING=1"));
-    EXPECT_EQ(told.front(), "READY=1");
+    EXPECT_EQ(manager.received().front(), "READY=1");
 }
 
 } // namespace

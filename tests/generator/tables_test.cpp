@@ -38,8 +38,8 @@ struct Table
     }
 
     support::TempDir root;
-    fs::path path = root.path() / "com/orvane/velmar/system/Test/server.xml";
-    fs::path output = root.path() / "out";
+    fs::path path = root.path / "com/orvane/velmar/system/Test/server.xml";
+    fs::path output = root.path / "out";
 };
 
 std::pair<int, std::string> generate(const Table& table)

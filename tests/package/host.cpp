@@ -1,31 +1,21 @@
 // A host in C++ outside the library's tree: an object by its C function, held by its class, and one
 // of a class derived from a generated one.
-#include <com/orvane/velmar/HWInventory/server.hpp>
+#include <com/orvane/velmar/hwi/HWISupport/server.hpp>
 #include <com/orvane/velmar/system/BLT/gantry_server.hpp>
 #include <gantry/context.hpp>
 #include <gantry/gantry.h>
 #include <gantry/types.hpp>
 
-namespace
-{
-
-class Inventory : public sdbusplus::server::com::orvane::velmar::HWInventory
+class Support : public sdbusplus::server::com::orvane::velmar::hwi::HWISupport
 {
   public:
-    using HWInventory::HWInventory;
+    using HWISupport::HWISupport;
 
-    int getDMStatus() override
+    bool queryIsReady() override
     {
-        return 1;
-    }
-
-    int getPopStatus() override
-    {
-        return 7;
+        return true;
     }
 };
-
-} // namespace
 
 int main()
 {
@@ -36,7 +26,7 @@ int main()
     auto* blt =
         static_cast<GANTRY_com_orvane_velmar_system_BLT::BLT*>(context->tracker.back().object);
     blt->firmwareVersion("2.19.1");
-    const Inventory inventory{context->bus, "/inventory"};
+    const Support support{context->bus, "/support"};
     GANTRY_dbus_loop(context);
     return 1;
 }

@@ -31,10 +31,10 @@ std::string writes(const char* level, const std::function<void()>& body)
     }
     close(ends[1]);
     std::string result;
-    std::array<char, 8192> record{};
+    std::string record(8192, '\0');
     for (ssize_t size = 0; (size = read(ends[0], record.data(), record.size())) > 0;)
     {
-        (result += '|').append(record.data(), static_cast<std::size_t>(size));
+        result += '|' + record.substr(0, static_cast<std::size_t>(size));
     }
     close(ends[0]);
     int status = -1;
@@ -71,7 +71,7 @@ TEST(Tallylog, writes_one_line_a_message_whatever_its_text_holds)
         tallylog_printf(2, 0, "%s", "größer\n\n");
         errno = ENOENT;
         const std::string format = "%m"; // not a literal: a pedantic compiler knows no %m
-        tallylog_printf(1, 0, format.c_str());
+        tallylog_printf(1, 0, format.c_str(), 0);
         close(STDERR_FILENO);
         tallylog_printf(1, 0, "lost");
         _exit(errno == ENOENT ? 0 : 1);
@@ -85,9 +85,8 @@ TEST(Tallylog, cuts_a_text_between_characters_at_what_a_pipe_takes_in_one_piece)
     for (std::string text; text.size() < 4; text += 'x') // each place within a sequence
     {
         std::string smiles = text;
-        while (smiles.size() < PIPE_BUF)
+        while ((smiles += "\U0001F600").size() < PIPE_BUF)
         {
-            smiles += "\U0001F600";
         }
         const auto line = writes("2", [&] { tallylog_printf(2, 0, "%s", smiles.c_str()); });
         EXPECT_LE(line.size(), PIPE_BUF + 1);

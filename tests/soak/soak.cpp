@@ -83,9 +83,8 @@ struct Hosts : testing::Test
     {
         call(sample, member, "i " + std::to_string(++changes), types, args...);
         await_replies();
-        EXPECT_EQ(testing::PrintToString(client.signals()),
-                  "{ " + path + ' ' + signal + " }");
-        client.clear_signals();
+        EXPECT_EQ(testing::PrintToString(client.signals()), "{ " + path + ' ' + signal + " }");
+        client.signals().clear();
         lines += line + '\n';
     }
 
@@ -103,10 +102,10 @@ struct Hosts : testing::Test
     // Much of what is sent is logged as wrong, and is meant to be.
     const int quiet = setenv("TALLYLOG_LEVEL", "0", 0);
     support::Client client;
-    support::Program listener{LISTENER};
+    support::Program listener{{LISTENER}};
     const std::string listening = listener.line(); // before minimal starts, and signals that
-    support::Program minimal_host{MINIMAL};
-    support::Program sample_host{SAMPLE_HOST};
+    support::Program minimal_host{{MINIMAL}};
+    support::Program sample_host{{SAMPLE_HOST}};
     std::vector<std::tuple<std::string, Reply, support::Client::Pending>> calls;
     std::string lines; // that listener has to print
     std::size_t sent = 0;
@@ -196,7 +195,10 @@ void Hosts::walk()
 
     await_replies();
     std::string heard;
-    client.wait_for([&] { return (heard += listener.output()).size() >= lines.size(); });
+    for (std::string line; heard.size() < lines.size() && !(line = listener.line()).empty();)
+    {
+        heard += line + '\n';
+    }
     EXPECT_EQ(heard, std::exchange(lines, ""));
 }
 

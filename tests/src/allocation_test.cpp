@@ -70,7 +70,7 @@ TEST_F(Allocation, FailsAndNothingComesOfIt)
         const auto pending = client.start({service, "/a"}, "com.orvane.velmar.sample.gantrytest",
                                           method, "(ananas)", 1, 2, 1, 3, 2, "a", "");
         client.settle(service);
-        return pending.reply().text;
+        return pending->text;
     };
     const auto receive = [&]
     {

@@ -26,8 +26,8 @@
 #include <com/orvane/velmar/sample/gantrytest/gantry_server.hpp>
 #include <gantry/context.hpp>
 
-#include "src/logged.hpp"
 #include "src/stand_in.hpp"
+#include "support/captured_log.hpp"
 #include "support/client.hpp"
 #include "support/notify_socket.hpp"
 
@@ -74,6 +74,7 @@ namespace
 {
 
 using support::Client;
+using support::logged;
 using support::Reply;
 using testing::EndsWith;
 using testing::IsEmpty;
@@ -306,7 +307,7 @@ TEST_P(EachLoop, EndsAfterTheCallbackThatStopsItAndServesTheRestLater)
     }
     service.provoke(method);
     service.provoke(method);
-    service.client.name_has_owner(service.name.c_str()); // behind them
+    service.client.name_owner(service.name.c_str()); // behind them
     expect_stop();
     expect_stop();
 

@@ -23,15 +23,15 @@
 
 #include <gantry/context.hpp>
 
-#include "src/logged.hpp"
 #include "src/stand_in.hpp"
+#include "support/captured_log.hpp"
 #include "support/client.hpp"
-#include "support/open_fds.hpp"
 #include "support/private_bus.hpp"
 
 namespace
 {
 
+using support::logged;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -241,7 +241,7 @@ TEST_F(Context, LeavesNothingBehindWhenItCantBeMade)
         {setspecific, {ENOMEM}, failed + "std::bad_alloc\\n\n"},
     };
     GANTRY_context_free(&context);
-    const auto descriptors = support::open_fd_count();
+    const auto descriptors = support::open_fds();
     for (const bool use_default : {true, false})
     {
         GANTRY_use_default = use_default;
@@ -263,7 +263,7 @@ TEST_F(Context, LeavesNothingBehindWhenItCantBeMade)
             // Without a unique name there is no bus object yet that would close a private connection.
             const bool closing = !use_default && &script != &get_unique_name;
             EXPECT_THAT(record, testing::Contains(closing ? closes : unrefs));
-            EXPECT_EQ(support::open_fd_count(), descriptors);
+            EXPECT_EQ(support::open_fds(), descriptors);
             EXPECT_NE(context = resolve(), nullptr); // the next use tries again
             GANTRY_context_free(&context);
         }
@@ -351,7 +351,7 @@ TEST_F(Context, RequestsTheServiceNameItIsGiven)
     // Refused for its form, and by one who doesn't allow it: at once and for good.
     set("malformed", "InvalidArgs: Invalid argument");
     const char* taken = "com.example.taken";
-    client.request_name(taken);
+    ASSERT_EQ(sd_bus_request_name(client.bus(), taken, 0), 1);
     set(taken, "FileExists: File exists");
     ASSERT_GE(sd_bus_release_name(client.bus(), taken), 0);
     EXPECT_EQ(client.name_owner(taken), "");

@@ -174,7 +174,7 @@ class MethodDispatch : public Served
         const auto pending = client.start(object, "com.orvane.velmar.sample.gantrytest",
                                           method.c_str(), types, args...);
         client.settle(service);
-        return pending.reply().text;
+        return pending->text;
     }
 
     Table table{};

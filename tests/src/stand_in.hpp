@@ -2,7 +2,6 @@
 // linker prefers them, so what the library under test calls comes to them first.
 #pragma once
 
-#include <deque>
 #include <vector>
 
 #include <dlfcn.h>
@@ -34,25 +33,20 @@ inline bool is_called_by_library(const void* return_address)
 }
 
 // The results that a stand-in gives to the next calls, before it passes calls on.
-class Script
+struct Script : std::vector<int>
 {
-  public:
-    Script& operator=(const std::vector<int>& results)
-    {
-        results_.assign(results.begin(), results.end());
-        return *this;
-    }
+    using vector::operator=;
 
     // `stand_in` is there for its type.
     template <class Function, class... Args>
     int next_or(const char* name, Function& /*stand_in*/, Args... args)
     {
-        if (results_.empty())
+        if (empty())
         {
             return hidden<Function>(name)(args...);
         }
-        const int result = results_.front();
-        results_.pop_front();
+        const int result = front();
+        erase(begin());
         return result;
     }
 
@@ -63,9 +57,6 @@ class Script
         static Script none;
         return is_called_by_library(return_address) ? *this : none;
     }
-
-  private:
-    std::deque<int> results_;
 };
 
 } // namespace stand_in

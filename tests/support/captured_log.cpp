@@ -1,96 +1,112 @@
 #include "support/captured_log.hpp"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 #include <tallylog.h>
 
-namespace support
-{
+#include "support/check.hpp"
 
 namespace
 {
 
-struct Store
+struct Line
 {
-    std::mutex mutex;
-    std::vector<LogMessage> messages;
+    int level;
+    bool is_told;
+    std::string text;
 };
 
+std::mutex mutex;
+
 // Never destroyed: a library's destructor logs after the program's own have run.
-Store& store()
+std::vector<Line>& lines()
 {
-    static auto* const instance = new Store;
+    static auto* const instance = new std::vector<Line>;
     return *instance;
+}
+
+template <class Wanted>
+std::string take(const Wanted& wanted)
+{
+    const std::scoped_lock lock(mutex);
+    std::string text;
+    for (const Line& line : std::exchange(lines(), {}))
+    {
+        text += wanted(line) ? line.text : "";
+    }
+    return text;
 }
 
 } // namespace
 
-std::vector<LogMessage> captured_log::messages()
+std::string support::logged(int level)
 {
-    const std::scoped_lock lock(store().mutex);
-    return store().messages;
+    return take([=](const Line& line) { return line.level <= level; });
 }
 
-void captured_log::clear()
+std::string support::told()
 {
-    const std::scoped_lock lock(store().mutex);
-    store().messages.clear();
+    return take([](const Line& line) { return line.is_told; });
 }
 
-std::size_t captured_log::count(std::string_view message, std::string_view function)
+std::size_t support::count_logged(std::string_view end)
 {
-    std::size_t found = 0;
-    for (const LogMessage& entry : messages())
-    {
-        found +=
-            entry.message == message && (function.empty() || entry.function == function) ? 1 : 0;
-    }
-    return found;
+    const std::scoped_lock lock(mutex);
+    return static_cast<std::size_t>(std::ranges::count_if(
+        lines(), [=](const Line& line) { return line.text.ends_with(std::string(end) + '\n'); }));
 }
-
-} // namespace support
 
 extern "C" int tallylog_printf(int level, int mask, const char* format, ...)
 {
     constexpr std::string_view exception = "EXCEPTION ";
     constexpr std::string_view location = "%s.%d.%s: ";
+    constexpr int core_mask = 0x110;
 
-    support::LogMessage message;
-    message.level = level;
-    message.mask = mask;
+    Line line{level, false, std::to_string(level) + ' '};
+    std::va_list values;
+    va_start(values, format);
     std::string_view rest(format);
     if (rest.starts_with("EXCEPTION %s.%d.%s: "))
     {
-        message.exception = true;
         rest.remove_prefix(exception.size());
+        line.is_told = true;
+        line.text += exception;
     }
-    std::va_list values;
-    va_start(values, format);
+    line.text += mask == core_mask ? "" : "(mask " + std::to_string(mask) + ") ";
     if (rest.starts_with(location))
     {
         rest.remove_prefix(location.size());
-        message.file = va_arg(values, const char*);
-        message.line = va_arg(values, int);
-        message.function = va_arg(values, const char*);
+        const std::string file = va_arg(values, const char*);
+        line.is_told |= file == "gantry_server" || file == "server";
+        line.text += va_arg(values, int) > 0 ? "" : "(no line) ";
+        line.text += file + '.' + va_arg(values, const char*) + ": ";
     }
-    char* text = nullptr;
-    const bool good = vasprintf(&text, rest.data(), values) >= 0;
-    message.message = good ? text : "(bad format)";
-    std::free(good ? text : nullptr);
+    char* message = nullptr;
+    support::check(vasprintf(&message, rest.data(), values));
     va_end(values);
+    for (const char character : std::string_view(message))
+    {
+        line.text += character == '\n' ? "\\n" : std::string(1, character);
+    }
+    line.text += '\n';
+    std::free(message);
 
-    const std::scoped_lock lock(support::store().mutex);
+    const std::scoped_lock lock(mutex);
     static const bool echo = std::getenv("TEST_LOG_ECHO") != nullptr;
     if (echo)
     {
-        std::fprintf(stderr, "[%d 0x%x] %s%s.%d.%s: %s\n", level, static_cast<unsigned>(mask),
-                     message.exception ? "EXCEPTION " : "", message.file.c_str(), message.line,
-                     message.function.c_str(), message.message.c_str());
+        va_start(values, format);
+        std::fprintf(stderr, "[%d 0x%x] ", level, static_cast<unsigned>(mask));
+        std::vfprintf(stderr, format, values);
+        std::fputc('\n', stderr);
+        va_end(values);
     }
-    support::store().messages.push_back(std::move(message));
+    lines().push_back(std::move(line));
     return 0;
 }

@@ -1,4 +1,4 @@
-// A failed call ends the test with its name.
+// A failed call ends the test with the name of the function that made it.
 #pragma once
 
 #include <system_error>
@@ -6,9 +6,9 @@
 namespace support
 {
 
-inline int check(int result, const char* call)
+inline int check(int result, const char* caller = __builtin_FUNCTION())
 {
-    return result >= 0 ? result : throw std::system_error(-result, std::generic_category(), call);
+    return result >= 0 ? result : throw std::system_error(-result, std::generic_category(), caller);
 }
 
 } // namespace support

@@ -1,9 +1,6 @@
 #include "support/client.hpp"
 
-#include <algorithm>
 #include <cstdint>
-#include <iterator>
-#include <stdexcept>
 #include <utility>
 
 #include "support/render.hpp"
@@ -15,56 +12,35 @@ namespace
 {
 
 constexpr const char* daemon_name = "org.freedesktop.DBus";
-constexpr const char* properties_interface = "org.freedesktop.DBus.Properties";
 
-// Each reads what is at the message's position, a text of any type or the contents of a variant.
-std::string read_text(sd_bus_message* message)
+std::string read_string(sd_bus_message* message)
 {
-    char type = 0;
     const char* text = nullptr;
-    sd_bus_message_peek_type(message, &type, nullptr);
-    check(sd_bus_message_read_basic(message, type, &text), "sd_bus_message_read_basic");
+    check(sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &text));
     return text;
 }
 
-void read(sd_bus_message* message, std::string& value)
+Properties read_properties(sd_bus_message* message)
 {
-    value = render_next(message, true);
-}
-
-template <typename Value>
-void read(sd_bus_message* message, std::map<std::string, Value>& dictionary)
-{
-    check(sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, nullptr), "a dictionary");
-    while (sd_bus_message_enter_container(message, SD_BUS_TYPE_DICT_ENTRY, nullptr) > 0)
+    Properties properties;
+    check(sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "{sv}"));
+    while (sd_bus_message_enter_container(message, SD_BUS_TYPE_DICT_ENTRY, "sv") > 0)
     {
-        read(message, dictionary[read_text(message)]);
+        const std::string name = read_string(message);
+        const std::string variant = render_next(message);
+        properties[name] = variant.substr(1, variant.size() - 2);
         sd_bus_message_exit_container(message);
     }
-    sd_bus_message_exit_container(message);
-}
-
-Message body(Reply reply)
-{
-    return reply.ok() ? std::move(reply.message) : throw std::runtime_error(reply.text);
+    return properties;
 }
 
 int receive_reply(sd_bus_message* message, void* user, sd_bus_error* /*error*/)
 {
     Reply& reply = *static_cast<Reply*>(user);
     reply.message.reset(sd_bus_message_ref(message));
-    if (const sd_bus_error* const error = sd_bus_message_get_error(message))
-    {
-        reply.state = Reply::State::error;
-        reply.error_name = error->name;
-        reply.error_message = error->message == nullptr ? "" : error->message;
-        reply.text = "error " + reply.error_name + ": " + reply.error_message;
-    }
-    else
-    {
-        reply.state = Reply::State::reply;
-        reply.text = render(message);
-    }
+    const sd_bus_error* const error = sd_bus_message_get_error(message);
+    reply.text = error == nullptr ? render(message)
+                                  : std::string("error ") + error->name + ": " + error->message;
     return 1;
 }
 
@@ -72,14 +48,13 @@ int receive_signal(sd_bus_message* message, void* user, sd_bus_error* /*error*/)
 {
     Signal signal{.sender = sd_bus_message_get_sender(message),
                   .path = sd_bus_message_get_path(message),
-                  .interface = sd_bus_message_get_interface(message),
                   .member = sd_bus_message_get_member(message),
                   .body = render(message),
                   .changed = {}};
     if (signal.member == "PropertiesChanged")
     {
         sd_bus_message_skip(message, "s");
-        read(message, signal.changed);
+        signal.changed = read_properties(message);
         sd_bus_message_rewind(message, 1);
     }
     if (signal.sender != daemon_name)
@@ -94,37 +69,28 @@ int receive_signal(sd_bus_message* message, void* user, sd_bus_error* /*error*/)
 Client::Client(std::function<void()> pump) : pump_(std::move(pump))
 {
     sd_bus* bus = nullptr;
-    check(sd_bus_open_system(&bus), "sd_bus_open_system");
+    check(sd_bus_open_system(&bus));
     bus_.reset(bus);
     // Answered by the daemon, which runs whatever the service does.
-    static_cast<void>(unique_name());
+    const char* name = nullptr;
+    check(sd_bus_get_unique_name(bus, &name));
 }
 
-Message Client::new_call(const Object& object, const char* interface, const char* member)
+Client::Pending Client::start(const Message& call)
 {
-    sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_method_call(bus(), &message, object.service.c_str(),
-                                         object.path.c_str(), interface, member),
-          "sd_bus_message_new_method_call");
-    return Message(message);
-}
-
-Client::Pending Client::start(Message call)
-{
-    Pending pending;
+    auto pending = std::make_unique<Reply>();
     sd_bus_slot* slot = nullptr;
     // The deadline is this client's; sd-bus is to report what the service does alone.
-    check(sd_bus_call_async(bus(), &slot, call.get(), receive_reply, pending.reply_.get(),
-                            UINT64_MAX),
-          "sd_bus_call_async");
-    pending.slot_.reset(slot);
+    check(sd_bus_call_async(bus(), &slot, call.get(), receive_reply, pending.get(), UINT64_MAX));
+    pending->slot.reset(slot);
     return pending;
 }
 
 Reply Client::wait(Pending pending)
 {
-    wait_for([&] { return pending.done(); });
-    return std::move(*pending.reply_);
+    wait_for([&] { return pending->message != nullptr; });
+    pending->slot.reset(); // which holds the address
+    return std::move(*pending);
 }
 
 bool Client::wait_for(const std::function<bool()>& condition)
@@ -136,114 +102,52 @@ bool Client::wait_for(const std::function<bool()>& condition)
         {
             return false;
         }
-        turns(1);
-    }
-    return true;
-}
-
-void Client::turns(int count)
-{
-    for (; count > 0; --count)
-    {
-        if (pump_)
-        {
-            pump_();
-        }
+        pump_ ? pump_() : void();
         bool received = false;
-        while (check(sd_bus_process(bus(), nullptr), "sd_bus_process") > 0)
+        while (check(sd_bus_process(bus(), nullptr)) > 0)
         {
             received = true;
         }
         constexpr std::uint64_t nap_us = 1'000;
         received ? 0 : sd_bus_wait(bus(), nap_us);
     }
+    return true;
 }
 
 void Client::settle(const std::string& service)
 {
     // sd-bus answers a ping on any path, and the bus keeps the order between two connections.
-    body(call({service, "/"}, "org.freedesktop.DBus.Peer", "Ping"));
-}
-
-Reply Client::get(const Object& object, const char* interface, const char* property)
-{
-    Reply reply = call(object, properties_interface, "Get", "ss", interface, property);
-    if (reply.ok())
-    {
-        reply.text = render_next(reply.message.get(), true);
-        sd_bus_message_rewind(reply.message.get(), 1);
-    }
-    return reply;
+    call({service, "/"}, "org.freedesktop.DBus.Peer", "Ping").body();
 }
 
 Properties Client::get_all(const Object& object, const char* interface)
 {
-    Properties result;
-    read(body(call(object, properties_interface, "GetAll", "s", interface)).get(), result);
-    return result;
-}
-
-ManagedObjects Client::managed_objects(const Object& object)
-{
-    ManagedObjects result;
-    read(body(call(object, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects")).get(),
-         result);
-    return result;
+    return read_properties(
+        call(object, "org.freedesktop.DBus.Properties", "GetAll", "s", interface).body());
 }
 
 std::string Client::introspect(const Object& object)
 {
-    return read_text(body(call(object, "org.freedesktop.DBus.Introspectable", "Introspect")).get());
+    return read_string(call(object, "org.freedesktop.DBus.Introspectable", "Introspect").body());
 }
 
 void Client::subscribe(const std::string& rule)
 {
-    check(sd_bus_add_match(bus(), nullptr, rule.c_str(), receive_signal, &signals_),
-          "sd_bus_add_match");
+    check(sd_bus_add_match(bus(), nullptr, rule.c_str(), receive_signal, &signals_));
 }
 
-std::vector<Signal> Client::signals(std::string_view member) const
-{
-    std::vector<Signal> result;
-    std::ranges::copy_if(signals_, std::back_inserter(result),
-                         [&](const Signal& signal) { return signal.member == member; });
-    return result;
-}
-
-Message Client::new_signal(const char* destination, const char* path, const char* interface,
-                           const char* member)
+Message Client::new_signal(const char* path, const char* interface, const char* member)
 {
     sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_signal(bus(), &message, path, interface, member),
-          "sd_bus_message_new_signal");
-    check(destination == nullptr ? 0 : sd_bus_message_set_destination(message, destination),
-          "sd_bus_message_set_destination");
+    check(sd_bus_message_new_signal(bus(), &message, path, interface, member));
     return Message(message);
-}
-
-void Client::send(Message message)
-{
-    check(sd_bus_send(bus(), message.get(), nullptr), "sd_bus_send");
-    check(sd_bus_flush(bus()), "sd_bus_flush");
-}
-
-void Client::request_name(const char* name)
-{
-    check(sd_bus_request_name(bus(), name, 0), "sd_bus_request_name");
 }
 
 std::string Client::name_owner(const char* name)
 {
     const Reply reply =
         call({daemon_name, "/org/freedesktop/DBus"}, daemon_name, "GetNameOwner", "s", name);
-    return reply.ok() ? read_text(reply.message.get()) : "";
-}
-
-std::string Client::unique_name() const
-{
-    const char* name = nullptr;
-    check(sd_bus_get_unique_name(bus(), &name), "sd_bus_get_unique_name");
-    return name;
+    return reply.ok() ? read_string(reply.message.get()) : "";
 }
 
 } // namespace support

@@ -1,12 +1,10 @@
 // A D-Bus client for a test whose service lives on the same thread. A blocking call would wait for
 // a service that cannot run, so a call is sent and then the client takes turns: one run of the
 // test's pump (a pass of the service's loop), one look at its own connection, a short sleep on it.
-// A service on another thread or process needs no pump.
+// A service on another thread or process needs no pump. `deadline` bounds each wait.
 //
-// The connection is the client's own, not the thread's default one and on no event loop. No wait is
-// without end: `deadline` bounds each. Only libsystemd is used, so a fault of the code under test
-// cannot hide in here. What sd-bus refuses is thrown as std::system_error (a broken connection is
-// ECONNRESET or ENOTCONN).
+// The connection is the client's own, on no event loop. Only libsystemd is used, so a fault of the
+// code under test cannot hide in here. What sd-bus refuses is thrown as std::system_error.
 #pragma once
 
 #include <chrono>
@@ -14,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,38 +47,27 @@ struct Object
 
 struct Reply
 {
-    enum class State
-    {
-        none, // no reply so far
-        reply,
-        error,
-    };
+    std::string text = "no reply"; // the reply rendered (render.hpp), or "error NAME: MESSAGE"
+    Message message;               // the reply or error itself, rewound; null without one
+    std::unique_ptr<sd_bus_slot, Release<sd_bus_slot_unref>> slot; // of the call
 
-    State state = State::none;
-    // The reply rendered (render.hpp); "error NAME: MESSAGE"; or "no reply".
-    std::string text = "no reply";
-    std::string error_name;
-    std::string error_message;
-    Message message; // the reply or error itself, rewound; null without one
-
-    [[nodiscard]] bool ok() const noexcept
+    [[nodiscard]] bool ok() const
     {
-        return state == State::reply;
+        return message != nullptr && sd_bus_message_is_method_error(message.get(), nullptr) == 0;
     }
-    friend std::ostream& operator<<(std::ostream& out, const Reply& reply)
+    // Throws std::runtime_error with the text when this is no success.
+    sd_bus_message* body() const
     {
-        return out << reply.text;
+        return ok() ? message.get() : throw std::runtime_error(text);
     }
 };
 
 using Properties = std::map<std::string, std::string>; // name to value, such as `s "text"`
-using ManagedObjects = std::map<std::string, std::map<std::string, Properties>>;
 
 struct Signal
 {
     std::string sender; // a unique name
     std::string path;
-    std::string interface;
     std::string member;
     std::string body;   // rendered
     Properties changed; // of PropertiesChanged alone
@@ -94,24 +82,7 @@ class Client
 {
   public:
     // A call that was sent and may be answered later. Dropping it drops the interest in the reply.
-    class Pending
-    {
-      public:
-        [[nodiscard]] bool done() const noexcept
-        {
-            return reply_->state != Reply::State::none;
-        }
-        // The reply, or State::none while there is none.
-        [[nodiscard]] const Reply& reply() const noexcept
-        {
-            return *reply_;
-        }
-
-      private:
-        friend class Client;
-        std::unique_ptr<Reply> reply_ = std::make_unique<Reply>(); // sd-bus holds its address
-        std::unique_ptr<sd_bus_slot, Release<sd_bus_slot_unref>> slot_;
-    };
+    using Pending = std::unique_ptr<Reply>; // sd-bus holds its address
 
     // Connects to $DBUS_SYSTEM_BUS_ADDRESS.
     explicit Client(std::function<void()> pump = {});
@@ -130,26 +101,26 @@ class Client
     Pending start(const Object& object, const char* interface, const char* member,
                   const char* types = "", Args... args)
     {
-        return start(append(new_call(object, interface, member), types, args...));
+        sd_bus_message* call = nullptr;
+        check(sd_bus_message_new_method_call(bus(), &call, object.service.c_str(),
+                                             object.path.c_str(), interface, member));
+        return start(append(Message(call), types, args...));
     }
-
-    // For bodies that sd_bus_message_append cannot express: build on new_call(), then start().
-    Message new_call(const Object& object, const char* interface, const char* member);
-    Pending start(Message call);
     Reply wait(Pending pending);
 
     // Takes turns until the condition holds; false when the deadline came first.
     bool wait_for(const std::function<bool()>& condition);
-    void turns(int count);
 
-    // A round trip to the service behind all that was sent before: when it returns, the service
-    // has handled every earlier call of this client, and what it had sent by then is here. So a
-    // Pending that is not done now was left unanswered, and a signal that is not in signals() was
-    // not sent. Throws std::runtime_error at the deadline.
+    // A round trip to the service behind all that was sent before. When it returns, the service has
+    // handled every earlier call of this client, and what it had sent by then is here: a call
+    // without a reply was left unanswered. Throws std::runtime_error at the deadline.
     void settle(const std::string& service);
 
-    // org.freedesktop.DBus.Properties. The reply's text is the value, such as `s "text"`.
-    Reply get(const Object& object, const char* interface, const char* property);
+    // org.freedesktop.DBus.Properties.
+    Reply get(const Object& object, const char* interface, const char* property)
+    {
+        return call(object, "org.freedesktop.DBus.Properties", "Get", "ss", interface, property);
+    }
     template <typename... Args>
     Reply set(const Object& object, const char* interface, const char* property, const char* type,
               Args... args)
@@ -159,20 +130,14 @@ class Client
     }
     // These throw std::runtime_error with the reply's text when it is no success.
     Properties get_all(const Object& object, const char* interface);
-    ManagedObjects managed_objects(const Object& object);
     std::string introspect(const Object& object);
 
     // Collects the signals of a match rule from here on. The daemon's own (NameAcquired and so on)
     // are left out. Overlapping rules collect a signal once for each.
     void subscribe(const std::string& rule = "type='signal'");
-    [[nodiscard]] const std::vector<Signal>& signals() const noexcept
+    std::vector<Signal>& signals() noexcept
     {
         return signals_;
-    }
-    [[nodiscard]] std::vector<Signal> signals(std::string_view member) const;
-    void clear_signals() noexcept
-    {
-        signals_.clear();
     }
 
     // Broadcasts a signal, or sends it to `destination` alone if that is not null, and flushes.
@@ -180,21 +145,15 @@ class Client
     void emit(const char* destination, const char* path, const char* interface, const char* member,
               const char* types = "", Args... args)
     {
-        send(append(new_signal(destination, path, interface, member), types, args...));
+        const Message signal = append(new_signal(path, interface, member), types, args...);
+        check(sd_bus_send_to(bus(), signal.get(), destination, nullptr));
+        check(sd_bus_flush(bus()));
     }
-    Message new_signal(const char* destination, const char* path, const char* interface,
-                       const char* member);
-    void send(Message message);
+    Message new_signal(const char* path, const char* interface, const char* member);
 
-    void request_name(const char* name);
     // By the daemon's word; empty when the name has no owner.
     std::string name_owner(const char* name);
-    bool name_has_owner(const char* name)
-    {
-        return !name_owner(name).empty();
-    }
-
-    [[nodiscard]] std::string unique_name() const;
+    // For calls of sd-bus that wait for the daemon alone.
     [[nodiscard]] sd_bus* bus() const noexcept
     {
         return bus_.get();
@@ -204,9 +163,10 @@ class Client
     template <typename... Args>
     static Message append(Message message, const char* types, Args... args)
     {
-        check(*types == '\0' ? 0 : sd_bus_message_append(message.get(), types, args...), types);
+        check(*types == '\0' ? 0 : sd_bus_message_append(message.get(), types, args...));
         return message;
     }
+    Pending start(const Message& call);
 
     std::function<void()> pump_;
     std::vector<Signal> signals_;

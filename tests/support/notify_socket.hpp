@@ -24,11 +24,11 @@ class NotifySocket
     // Sets $NOTIFY_SOCKET for this process.
     NotifySocket()
     {
-        const std::string path = dir_.path() / "notify";
+        const std::string path = dir_.path / "notify";
         sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
         path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        const auto* const any = reinterpret_cast<const sockaddr*>(&address);
-        check(bind(fd_, any, sizeof(address)) < 0 ? -errno : 0, "bind");
+        const int bound = bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+        check(bound < 0 ? -errno : 0);
         setenv("NOTIFY_SOCKET", path.c_str(), 1);
     }
     ~NotifySocket()
@@ -36,24 +36,22 @@ class NotifySocket
         unsetenv("NOTIFY_SOCKET");
         close(fd_);
     }
-    NotifySocket(const NotifySocket&) = delete;
-    NotifySocket& operator=(const NotifySocket&) = delete;
+    NotifySocket(NotifySocket&&) = delete;
 
-    // All datagrams that have come in, such as "READY=1", without waiting. sd_notify delivers
-    // before it returns.
-    std::vector<std::string> received()
+    // All datagrams so far, such as "READY=1". sd_notify delivers before it returns.
+    const std::vector<std::string>& received()
     {
-        std::vector<std::string> result;
         std::array<char, 4096> datagram{};
-        for (ssize_t size = 0;
-             (size = recv(fd_, datagram.data(), datagram.size(), MSG_DONTWAIT)) >= 0;)
+        ssize_t size = 0;
+        while ((size = recv(fd_, datagram.data(), datagram.size(), MSG_DONTWAIT)) >= 0)
         {
-            result.emplace_back(datagram.data(), static_cast<std::size_t>(size));
+            received_.emplace_back(datagram.data(), static_cast<std::size_t>(size));
         }
-        return result;
+        return received_;
     }
 
   private:
+    std::vector<std::string> received_;
     TempDir dir_;
     const int fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };

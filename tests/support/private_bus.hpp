@@ -41,22 +41,18 @@ class PrivateBus
         // A killed daemon leaves its socket behind, which would be in the next one's way.
         std::filesystem::remove(socket_);
         // The session bus has no limit that a test comes near.
-        daemon_.emplace("dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog",
-                        "--print-address=1", ("--address=unix:path=" + socket_).c_str());
+        const std::string address = "--address=unix:path=" + socket_;
+        daemon_.emplace(
+            std::vector{"dbus-daemon", "--session", "--print-address", address.c_str()});
         if (daemon_->line().empty())
         {
             throw std::runtime_error("the private bus did not start");
         }
     }
 
-    [[nodiscard]] pid_t pid() const
-    {
-        return daemon_.value().pid();
-    }
-
   private:
     TempDir dir_;
-    const std::string socket_ = dir_.path() / "bus";
+    const std::string socket_ = dir_.path / "bus";
     std::optional<Program> daemon_;
 };
 

@@ -1,5 +1,5 @@
-// A program as a process of its own: its standard output, and what it holds of memory and
-// descriptors.
+// A program as a process of its own: its standard output, how it ends, and what it holds of memory
+// and descriptors.
 #pragma once
 
 #include <array>
@@ -9,9 +9,13 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <functional>
+#include <map>
 #include <stdexcept>
 #include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -24,16 +28,31 @@
 namespace support
 {
 
+// What a process has open, the descriptor to what it stands for, such as "socket:[4711]". Of this
+// process, the descriptor that reads the directory is among them, the same each time if none
+// leaked.
+inline std::map<std::string, std::string> open_fds(const std::string& process = "self")
+{
+    std::map<std::string, std::string> result;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/" + process + "/fd"))
+    {
+        std::error_code ignored;
+        result[entry.path()] = std::filesystem::read_symlink(entry.path(), ignored);
+    }
+    return result;
+}
+
 // Runs as long as this object, and no longer than the thread that made it.
 class Program
 {
   public:
-    // With C strings as its arguments. Is looked up in $PATH.
-    template <class... Arguments>
-    explicit Program(const char* name, Arguments... arguments)
+    // Is looked up in $PATH. `prepare` is called in the new process first.
+    explicit Program(
+        std::vector<const char*> command, const std::function<void()>& prepare = [] {})
     {
+        command.push_back(nullptr);
         std::array<int, 2> ends{};
-        check(pipe2(ends.data(), O_CLOEXEC) < 0 ? -errno : 0, "pipe2");
+        check(pipe2(ends.data(), O_CLOEXEC) < 0 ? -errno : 0);
         output_ = ends[0];
         const pid_t parent = getpid();
         pid_ = fork();
@@ -44,8 +63,9 @@ class Program
             if (getppid() == parent)
             {
                 dup2(ends[1], STDOUT_FILENO);
-                execlp(name, name, arguments..., nullptr);
-                std::perror(name);
+                prepare();
+                execvp(command[0], const_cast<char**>(command.data()));
+                std::perror(command[0]);
             }
             _exit(127);
         }
@@ -53,32 +73,32 @@ class Program
     }
     ~Program()
     {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
+        stop(SIGKILL);
         close(output_);
     }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
+    Program(Program&&) = delete;
+
+    // Gives its exit code, or minus the signal that ended it; 0 when it was ended before.
+    int stop(int signal = SIGTERM)
+    {
+        int status = 0;
+        if (const pid_t pid = std::exchange(pid_, 0); pid > 0)
+        {
+            kill(pid, signal);
+            waitpid(pid, &status, 0);
+        }
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
 
     // The next line of the output; what there is of it when the program is silent for half a minute
     // or gone.
     std::string line()
     {
+        pollfd ready{.fd = output_, .events = POLLIN, .revents = 0};
         constexpr int timeout_ms = 30'000;
         std::string text;
-        char next = 0;
-        while (has_output(timeout_ms) && read(output_, &next, 1) == 1 && next != '\n')
-        {
-            text += next;
-        }
-        return text;
-    }
-    // All that is there of the output, without waiting for more.
-    std::string output()
-    {
-        std::string text;
-        char next = 0;
-        while (has_output(0) && read(output_, &next, 1) == 1)
+        for (char next = 0;
+             poll(&ready, 1, timeout_ms) > 0 && read(output_, &next, 1) == 1 && next != '\n';)
         {
             text += next;
         }
@@ -88,7 +108,7 @@ class Program
     // The memory that it has to itself and wrote to, in bytes.
     [[nodiscard]] std::size_t private_dirty() const
     {
-        std::ifstream rollup(proc() + "smaps_rollup");
+        std::ifstream rollup("/proc/" + std::to_string(pid_) + "/smaps_rollup");
         std::size_t kilobytes = 0;
         for (std::string word; word != "Private_Dirty:" && rollup >> word;)
         {
@@ -98,8 +118,7 @@ class Program
     }
     [[nodiscard]] std::size_t open_fds() const
     {
-        const std::filesystem::directory_iterator fds(proc() + "fd");
-        return static_cast<std::size_t>(std::distance(begin(fds), end(fds)));
+        return support::open_fds(std::to_string(pid_)).size();
     }
     [[nodiscard]] pid_t pid() const noexcept
     {
@@ -107,17 +126,7 @@ class Program
     }
 
   private:
-    [[nodiscard]] bool has_output(int timeout_ms) const
-    {
-        pollfd ready{.fd = output_, .events = POLLIN, .revents = 0};
-        return poll(&ready, 1, timeout_ms) > 0;
-    }
-    [[nodiscard]] std::string proc() const
-    {
-        return "/proc/" + std::to_string(pid_) + '/';
-    }
-
-    pid_t pid_ = -1;
+    pid_t pid_ = 0; // 0 when it was ended
     int output_ = -1;
 };
 

@@ -3,7 +3,9 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
+#include <iomanip>
 #include <map>
+#include <sstream>
 #include <string_view>
 
 #include "support/check.hpp"
@@ -14,24 +16,19 @@ namespace support
 namespace
 {
 
-std::string quoted(std::string_view text)
+template <typename T>
+T read(sd_bus_message* message, char type)
 {
-    std::string result = "\"";
-    for (const char byte : text)
-    {
-        result += byte == '"' || byte == '\\' || byte == '\n' ? "\\" : "";
-        result += byte == '\n' ? 'n' : byte;
-    }
-    return result + '"';
+    T value{};
+    check(sd_bus_message_read_basic(message, type, &value));
+    return value;
 }
 
 template <typename T>
 std::string number(sd_bus_message* message, char type)
 {
-    T value{};
-    check(sd_bus_message_read_basic(message, type, &value), "sd_bus_message_read_basic");
     std::array<char, 32> digits{};
-    return {digits.data(), std::to_chars(digits.begin(), digits.end(), value).ptr};
+    return {digits.data(), std::to_chars(digits.begin(), digits.end(), read<T>(message, type)).ptr};
 }
 
 std::string basic(sd_bus_message* message, char type)
@@ -47,19 +44,18 @@ std::string basic(sd_bus_message* message, char type)
     }
     if (type == SD_BUS_TYPE_BOOLEAN)
     {
-        return number<int>(message, type) == "0" ? "false" : "true";
+        return read<int>(message, type) == 0 ? "false" : "true";
     }
-    const char* text = nullptr;
-    check(sd_bus_message_read_basic(message, type, &text), "sd_bus_message_read_basic");
-    return quoted(text);
+    std::ostringstream text;
+    text << std::quoted(read<const char*>(message, type));
+    return text.str();
 }
 
 // The values up to the end of the container that is entered, or of the body.
 std::string sequence(sd_bus_message* message, std::string_view separator = ", ")
 {
     std::string result;
-    for (std::string_view before;
-         check(sd_bus_message_at_end(message, 0), "sd_bus_message_at_end") == 0; before = separator)
+    for (std::string_view before; check(sd_bus_message_at_end(message, 0)) == 0; before = separator)
     {
         result.append(before).append(render_next(message));
     }
@@ -68,20 +64,19 @@ std::string sequence(sd_bus_message* message, std::string_view separator = ", ")
 
 } // namespace
 
-std::string render_next(sd_bus_message* message, bool unwrap_variant)
+std::string render_next(sd_bus_message* message)
 {
     char type = 0;
     const char* contents = nullptr;
-    check(sd_bus_message_peek_type(message, &type, &contents), "sd_bus_message_peek_type");
+    check(sd_bus_message_peek_type(message, &type, &contents));
     if (contents == nullptr)
     {
         return basic(message, type);
     }
-    check(sd_bus_message_enter_container(message, type, contents),
-          "sd_bus_message_enter_container");
+    check(sd_bus_message_enter_container(message, type, contents));
     std::string result = type == SD_BUS_TYPE_VARIANT ? std::string(contents) + ' ' : "";
     result += sequence(message, type == SD_BUS_TYPE_DICT_ENTRY ? ": " : ", ");
-    check(sd_bus_message_exit_container(message), "sd_bus_message_exit_container");
+    check(sd_bus_message_exit_container(message));
     switch (type)
     {
     case SD_BUS_TYPE_ARRAY:
@@ -89,7 +84,7 @@ std::string render_next(sd_bus_message* message, bool unwrap_variant)
     case SD_BUS_TYPE_STRUCT:
         return '(' + result + ')';
     case SD_BUS_TYPE_VARIANT:
-        return unwrap_variant ? result : '<' + result + '>';
+        return '<' + result + '>';
     default:
         return result;
     }
@@ -97,10 +92,10 @@ std::string render_next(sd_bus_message* message, bool unwrap_variant)
 
 std::string render(sd_bus_message* message)
 {
-    check(sd_bus_message_rewind(message, 1), "sd_bus_message_rewind");
+    check(sd_bus_message_rewind(message, 1));
     const std::string signature = sd_bus_message_get_signature(message, 1);
     const std::string result = signature.empty() ? "" : signature + ' ' + sequence(message);
-    check(sd_bus_message_rewind(message, 1), "sd_bus_message_rewind");
+    check(sd_bus_message_rewind(message, 1));
     return result;
 }
 

@@ -11,29 +11,21 @@
 namespace support
 {
 
-class TempDir
+struct TempDir
 {
-  public:
     TempDir()
     {
         std::string name = "/tmp/gantry-XXXXXX";
-        path_ = mkdtemp(name.data()) != nullptr ? name : throw std::runtime_error(name);
+        path = mkdtemp(name.data()) != nullptr ? name : throw std::runtime_error(name);
     }
     ~TempDir()
     {
         std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
+        std::filesystem::remove_all(path, ignored);
     }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
+    TempDir(TempDir&&) = delete;
 
-    [[nodiscard]] const std::filesystem::path& path() const noexcept
-    {
-        return path_;
-    }
-
-  private:
-    std::filesystem::path path_;
+    std::filesystem::path path;
 };
 
 } // namespace support
