@@ -2,6 +2,7 @@
 // malformed and too large. A socket pair tells it of network interfaces in the kernel's place.
 #include "support/client.hpp"
 #include "support/notify_socket.hpp"
+#include "support/private_bus.hpp"
 #include "support/program.hpp"
 #include "support/temp_dir.hpp"
 
@@ -367,6 +368,15 @@ TEST_F(Inventoryd, OnAMachineThatShowsNothingTheServiceManagerIsToldAll)
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 500ms) << "not at the next refresh";
     EXPECT_TRUE(is_told("STOPPING=1"));
     EXPECT_EQ(manager.received().front(), "READY=1");
+}
+
+TEST_F(Inventoryd, EndsWithFailureWhenItsBusIsLost)
+{
+    start();
+    support::bus().kill();
+    EXPECT_EQ(host->stop(0), 1); // by itself
+    host.reset();
+    support::bus().restart();
 }
 
 } // namespace

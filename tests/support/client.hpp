@@ -106,6 +106,8 @@ class Client
                                              object.path.c_str(), interface, member));
         return start(append(Message(call), types, args...));
     }
+    // For bodies that sd_bus_message_append can't express.
+    Pending start(const Message& call);
     Reply wait(Pending pending);
 
     // Takes turns until the condition holds; false when the deadline came first.
@@ -166,8 +168,6 @@ class Client
         check(*types == '\0' ? 0 : sd_bus_message_append(message.get(), types, args...));
         return message;
     }
-    Pending start(const Message& call);
-
     std::function<void()> pump_;
     std::vector<Signal> signals_;
     std::unique_ptr<sd_bus, Release<sd_bus_flush_close_unref>> bus_;

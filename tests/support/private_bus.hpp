@@ -50,6 +50,11 @@ class PrivateBus
         }
     }
 
+    [[nodiscard]] pid_t pid() const
+    {
+        return daemon_.value().pid();
+    }
+
   private:
     TempDir dir_;
     const std::string socket_ = dir_.path / "bus";
