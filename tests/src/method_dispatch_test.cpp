@@ -22,6 +22,8 @@
 
 #include <com/orvane/velmar/sample/gantrytest/gantry_server.hpp>
 
+#include <sdbusplus/exception.hpp>
+
 #include "src/served.hpp"
 #include "src/stand_in.hpp"
 
@@ -339,6 +341,35 @@ TEST_F(MethodDispatch, EndsTheLoopWhenTheHostThrows)
         EXPECT_EQ(told(), "");
         EXPECT_EQ(call("Deferred", ""), "i 0");
     }
+}
+
+// A C++ host's class: its method of message shape throws or answers at some later time.
+struct Override : GANTRY_com_orvane_velmar_sample_gantrytest::gantrytest
+{
+    using gantrytest::gantrytest;
+    std::string tryString(std::string /*in*/) override
+    {
+        throw sdbusplus::exception::SdBusError(EBUSY, "text");
+    }
+    void tryStringD(sdbusplus::message::message& message) override
+    {
+        std::string in;
+        message.read(in);
+        in == "throw" ? static_cast<void>(tryString(in)) : void();
+    }
+};
+
+TEST_F(MethodDispatch, GivesTheClientAnOverridesSdBusErrorAndNoReplyOfItsOwn)
+{
+    Override own(context->bus, "/own");
+    object.path = "/own";
+    for (const auto& [method, operation] : both_shapes)
+    {
+        EXPECT_EQ(call(method, "s", "throw"),
+                  "error System.Error.EBUSY: text: Device or resource busy");
+    }
+    EXPECT_EQ(call("Try_string_D", "s", "later"), "no reply");
+    EXPECT_EQ(logged(2), "");
 }
 
 TEST_F(MethodDispatch, TellsTheClientOfAReplyThatIsNotSentInReplyShapeOnly)
