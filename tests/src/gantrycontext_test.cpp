@@ -23,9 +23,8 @@
 
 #include <gantry/context.hpp>
 
-#include "src/logged.hpp"
+#include "src/served.hpp"
 #include "src/stand_in.hpp"
-#include "support/client.hpp"
 #include "support/open_fds.hpp"
 #include "support/private_bus.hpp"
 
@@ -192,21 +191,13 @@ TEST(ProcessDeathTest, MakesTheKeyInTenTriesAndSaysFarewellWithOrWithoutIt)
     unsetenv("TEST_LOG_ECHO");
 }
 
-class Context : public testing::Test
+class Context : public Served
 {
   protected:
-    Context()
-    {
-        GANTRY_context_new(&context);
-        logged();
-    }
     ~Context() override
     {
-        GANTRY_context_free(&context);
         GANTRY_use_default = true;
     }
-
-    GANTRY_cpp_context* context = nullptr;
 };
 
 TEST_F(Context, LeavesNothingBehindWhenItCantBeMade)
@@ -272,7 +263,7 @@ TEST_F(Context, IsKeptWhileItsConnectionIsNotReady)
     {
         is_ready = {ready};
         GANTRY_context_set_service(nullptr, "com.example.unready");
-        EXPECT_EQ(context->service_name, nullptr);
+        EXPECT_STREQ(context->service_name, "");
         EXPECT_EQ(logged(2),
                   "2 gantrycontext.GANTRY_context_management: is_ready reported " +
                       std::string(reason) +
@@ -314,8 +305,6 @@ TEST_F(Context, BelongsToItsThreadAndGoesWithIt)
 
 TEST_F(Context, RequestsTheServiceNameItIsGiven)
 {
-    support::Client client;
-    const std::string own_name = context->bus.get_unique_name();
     const auto set = [&](const char* name, const std::string& error)
     {
         GANTRY_context_set_service(nullptr, name);
@@ -331,13 +320,13 @@ TEST_F(Context, RequestsTheServiceNameItIsGiven)
     const char* first = "com.example.first";
     set(first, "");
     set("com.example.second", "");
-    EXPECT_EQ(client.name_owner(first), own_name);
-    EXPECT_EQ(client.name_owner("com.example.second"), own_name);
+    EXPECT_EQ(client.name_owner(first), service);
+    EXPECT_EQ(client.name_owner("com.example.second"), service);
     ASSERT_EQ(sd_bus_request_name(client.bus(), first,
                                   SD_BUS_NAME_REPLACE_EXISTING | SD_BUS_NAME_ALLOW_REPLACEMENT),
               1);
     set(first, "");
-    EXPECT_EQ(client.name_owner(first), own_name);
+    EXPECT_EQ(client.name_owner(first), service);
 
     // Refused for its form, and by one who doesn't allow it: at once and for good.
     set("malformed", "InvalidArgs: Invalid argument");
