@@ -280,7 +280,7 @@ TEST_F(Property, IsAnnouncedWithOthersInOneSignalOrLeftOut)
     GANTRY_instantiate__com_orvane_velmar_sample_async(context, nullptr, "/async", nullptr);
     GANTRY_instance_find(context, "com.orvane.velmar.sample.async", nullptr, &instance);
     EXPECT_EQ(announce(instance, {"PropByte", nullptr}), ENOENT);
-    EXPECT_EQ(error_of(GANTRY_property_set_byte, instance, "PropByte", '1', false), ENOENT);
+    EXPECT_EQ(error_of(GANTRY_property_set_int32, instance, "PropInt32", 1, false), ENOENT);
     EXPECT_EQ(announced(), "");
 }
 
