@@ -26,8 +26,12 @@ constexpr char source_stem[] = "announcement";
  *  the event source that has them sent. */
 struct NotedChanges
 {
+    explicit NotedChanges(GANTRY_cpp_context& stalled) : context(stalled)
+    {
+    }
+
     GANTRY_cpp_context& context;
-    std::map<std::pair<std::string, std::string>, std::vector<std::string>> members{};
+    std::map<std::pair<std::string, std::string>, std::vector<std::string>> members;
 };
 
 std::uint64_t queued_messages(sd_bus* bus)

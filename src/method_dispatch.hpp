@@ -184,12 +184,12 @@ void dispatch_message(const Place& place, GANTRY_instance* instance,
     }
     catch (const std::exception& failure)
     {
-        const auto given_up = give_up(place, failure);
         if (is_for_client && dynamic_cast<const sdbusplus::exception::SdBusError*>(&failure))
         {
+            static_cast<void>(give_up(place, failure));
             throw;
         }
-        throw given_up;
+        throw give_up(place, failure);
     }
 }
 

@@ -4,10 +4,10 @@
  * thread's. A failure inside a loop is logged and ends the loop; the context is unchanged and a
  * loop may be entered again. GANTRY_context_stop ends a loop without a failure.
  *
- * A connection that was lost, or that couldn't be attached to the event loop, ends each of them with
- * one exception line, also when it is entered again; GANTRY_dbus_loop_one_pass logs the line on each
- * pass. The host then frees the context, makes a new one and publishes its objects again, or exits
- * with failure and is restarted.
+ * A connection that was lost, or that couldn't be attached to the event loop, ends each of them
+ * with one exception line, also when it is entered again; GANTRY_dbus_loop_one_pass logs the line
+ * on each pass. The host then frees the context, makes a new one and publishes its objects again,
+ * or exits with failure and is restarted.
  *
  * A loop on another thread than the context's fails: that thread's event loop isn't the
  * connection's, and the health check logs it. After fork() only the parent uses the context; in the

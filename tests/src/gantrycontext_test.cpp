@@ -244,7 +244,8 @@ TEST_F(Context, LeavesNothingBehindWhenItCantBeMade)
             GANTRY_context_get_user_private(nullptr, &user_private);
             EXPECT_EQ(user_private, nullptr);
             EXPECT_THAT(logged(2), AllOf(StartsWith(reason), EndsWith("private: vctx is NULL\n")));
-            // Without a unique name there is no bus object yet that would close a private connection.
+            // Without a unique name there is no bus object yet that would close a private
+            // connection.
             const bool closing = !use_default && &script != &get_unique_name;
             EXPECT_THAT(record, testing::Contains(closing ? closes : unrefs));
             EXPECT_EQ(support::open_fds(), descriptors);

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -159,7 +158,7 @@ TEST_F(Surroundings, UnreadableArgumentsAreTheClientsErrorInBothShapes)
                                        member);
         char* text = nullptr;
         sd_bus_message_append_string_space(message, 3, &text);
-        std::memcpy(text, "\xEF\xBF\xBF", 3);
+        std::copy_n("\xEF\xBF\xBF", 3, text);
         return client.wait(client.start(support::Message(message)));
     };
     const auto reply_shape = call("/own", sample, "Try_string");
