@@ -9,8 +9,8 @@
  * on each pass. The host then frees the context, makes a new one and publishes its objects again,
  * or exits with failure and is restarted.
  *
- * A loop on another thread than the context's fails: that thread's event loop isn't the
- * connection's, and the health check logs it. After fork() only the parent uses the context; in the
+ * A loop on another thread than the context's fails, since sd-event runs an event loop on its own
+ * thread alone; the health check logs it. After fork() only the parent uses the context; in the
  * child every call of sd-bus fails with ECHILD, and the child must not run a loop or free the
  * context. While a context is destroyed, the thread's cancellation is disabled. A thread that ends
  * inside a callback closes its connection. The library stays loaded after dlclose(3), since the
