@@ -1,5 +1,8 @@
 #include "method_dispatch.hpp"
 
+#include <sdbusplus/exception.hpp>
+#include <utility>
+
 namespace gantry
 {
 
@@ -22,6 +25,16 @@ std::exception give_up(const Place& place, const std::exception& failure)
 {
     GANTRY_LOG_EXCEPTION_AT(place, failure.what());
     return {};
+}
+
+void rethrow(const Place& place, const std::exception& failure, bool is_for_client)
+{
+    auto given_up = give_up(place, failure);
+    if (is_for_client && dynamic_cast<const sdbusplus::exception::SdBusError*>(&failure) != nullptr)
+    {
+        throw;
+    }
+    throw std::exception(std::move(given_up));
 }
 
 } // namespace gantry

@@ -19,7 +19,6 @@
 
 #include <exception>
 #include <optional>
-#include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
 
 namespace gantry
@@ -34,6 +33,10 @@ SlotFunction find_function(const Place& place, const GANTRY_instance* instance, 
 
 /** Logs an exception and returns the one to throw in its place. */
 std::exception give_up(const Place& place, const std::exception& failure);
+
+/** Logs the exception being handled. Throws it again if it is an SdBusError and `is_for_client`,
+ * and else what give_up() returns. */
+[[noreturn]] void rethrow(const Place& place, const std::exception& failure, bool is_for_client);
 
 /** The type that an override returns: one value, or a tuple of several. */
 template <class... Outputs>
@@ -184,12 +187,7 @@ void dispatch_message(const Place& place, GANTRY_instance* instance,
     }
     catch (const std::exception& failure)
     {
-        if (is_for_client && dynamic_cast<const sdbusplus::exception::SdBusError*>(&failure))
-        {
-            static_cast<void>(give_up(place, failure));
-            throw;
-        }
-        throw give_up(place, failure);
+        rethrow(place, failure, is_for_client);
     }
 }
 

@@ -126,12 +126,24 @@ class WireSize
     {
         if (!fits)
         {
-            throw sdbusplus::exception::SdBusError(EMSGSIZE, "sd_bus_message_append");
+            throw_too_large();
         }
+    }
+
+    [[noreturn, gnu::cold, gnu::noinline]] static void throw_too_large()
+    {
+        throw sdbusplus::exception::SdBusError(EMSGSIZE, "sd_bus_message_append");
     }
 
     std::size_t at = 0;
 };
+
+/** Walks over the value. Not inlined, so that it exists once for a type. */
+template <class Type>
+[[gnu::noinline]] void walk_wire_size(const Type& value)
+{
+    WireSize().add(value);
+}
 
 /** Throws SdBusError with EMSGSIZE if the value doesn't fit into a message. */
 template <class Type>
@@ -139,7 +151,7 @@ void check_wire_size(const Type& value)
 {
     if constexpr (!std::is_arithmetic_v<Type>)
     {
-        WireSize().add(value);
+        walk_wire_size(value);
     }
 }
 
