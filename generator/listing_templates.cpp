@@ -107,6 +107,7 @@ $instantiate
 %each methods
 $server::$class::$callback
 $derived::$leaf::$operation
+$reply
 %end
 %each signals
 $server::$class::$operation

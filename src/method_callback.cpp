@@ -6,9 +6,13 @@
 namespace gantry
 {
 
-int set_error(sdbusplus::SdBusInterface* bus, sd_bus_error* error,
+int set_error(const ServedCall& served, sdbusplus::SdBusInterface* bus, sd_bus_error* error,
               const sdbusplus::exception::SdBusError& failure)
 {
+    if (served.is_deferred)
+    {
+        return 1;
+    }
     const std::string text = for_bus(std::string(failure.description()));
     return bus->sd_bus_error_set(error, failure.name(), text.c_str());
 }
@@ -17,13 +21,13 @@ int call_object_message_method(sd_bus_message* message, Object& object,
                                sdbusplus::SdBusInterface* bus, sd_bus_error* error,
                                MessageMethod method)
 {
-    return at_method_edge(bus, error,
-                          [&]
+    return at_method_edge(message, object, bus, error,
+                          [&](ServedCall& served)
                           {
                               sdbusplus::message::message wrapped(message, bus);
                               sdbusplus::server::transaction::set_id(wrapped);
                               (object.*method)(wrapped);
-                              return 1;
+                              return served.is_taken() ? served.take(error) : 1;
                           });
 }
 

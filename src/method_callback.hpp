@@ -2,10 +2,12 @@
  * The bus callbacks of methods. In reply shape sdbusplus reads the arguments, makes the reply and
  * sends what the virtual method returns; in message shape the virtual method gets the message and
  * answers it itself. In both shapes an SdBusError becomes the client's error, and any other
- * exception is carried to the dispatch loop, without a reply.
+ * exception is carried to the dispatch loop, without a reply. The host may refuse or defer the call
+ * meanwhile (call.hpp).
  */
 #pragma once
 
+#include "call.hpp"
 #include "edges.hpp"
 #include "for_bus.hpp"
 #include "property.hpp"
@@ -18,34 +20,31 @@
 namespace gantry
 {
 
-/** Thrown when the client's error is set already; `result` is what sd-bus is to get. */
-struct ErrorIsSet
-{
-    int result;
-};
-
-/** Sets a failure as the client's error. Its text may come from a host, so it is repaired. */
-int set_error(sdbusplus::SdBusInterface* bus, sd_bus_error* error,
+/** Sets a failure as the client's error, unless the call was deferred. Its text may come from a
+ *  host, so it is repaired. */
+int set_error(const ServedCall& served, sdbusplus::SdBusInterface* bus, sd_bus_error* error,
               const sdbusplus::exception::SdBusError& failure);
 
 /** at_bus_edge() for a method's callback, with a handler for SdBusError inside it. */
 template <class Call>
-int at_method_edge(sdbusplus::SdBusInterface* bus, sd_bus_error* error, const Call& call)
+int at_method_edge(sd_bus_message* message, const Object& object, sdbusplus::SdBusInterface* bus,
+                   sd_bus_error* error, const Call& call)
 {
     return at_bus_edge(
         [&]
         {
+            ServedCall served(&object, message, ServedCall::Kind::method);
             try
             {
-                return call();
+                return call(served);
             }
             catch (const sdbusplus::exception::SdBusError& failure)
             {
-                return set_error(bus, error, failure);
+                return set_error(served, bus, error, failure);
             }
-            catch (const ErrorIsSet& set)
+            catch (const Taken& taken)
             {
-                return set.result;
+                return taken.result;
             }
         },
         as_handled);
@@ -61,6 +60,7 @@ struct Call
 {
     Object& object;
     Method<Result, Arguments...> method;
+    ServedCall& served;
     sdbusplus::SdBusInterface* bus;
     sd_bus_error* error;
 
@@ -68,12 +68,17 @@ struct Call
     {
         try
         {
-            return for_bus((object.*method)(std::move(arguments)...));
+            auto result = (object.*method)(std::move(arguments)...);
+            if (served.is_taken())
+            {
+                throw Taken{served.take(error)};
+            }
+            return for_bus(std::move(result));
         }
         catch (const sdbusplus::exception::SdBusError& failure)
         {
             // sdbusplus would set it, with its text as it is.
-            throw ErrorIsSet{set_error(bus, error, failure)};
+            throw Taken{set_error(served, bus, error, failure)};
         }
     }
 };
@@ -84,14 +89,14 @@ template <bool multiple_results, class Result, class... Arguments>
                                          sdbusplus::SdBusInterface* bus, sd_bus_error* error,
                                          Method<Result, Arguments...> method)
 {
-    const Call<Result, Arguments...> call{object, method, bus, error};
-    return at_method_edge(bus, error,
-                          [&]
-                          {
-                              return sdbusplus::sdbuspp::method_callback<multiple_results>(
-                                  message, bus, error,
-                                  std::function<Result(Arguments && ...)>(std::cref(call)));
-                          });
+    return at_method_edge(
+        message, object, bus, error,
+        [&](ServedCall& served)
+        {
+            const Call<Result, Arguments...> call{object, method, served, bus, error};
+            return sdbusplus::sdbuspp::method_callback<multiple_results>(
+                message, bus, error, std::function<Result(Arguments && ...)>(std::cref(call)));
+        });
 }
 
 /**

@@ -13,6 +13,7 @@
 #pragma once
 
 #include "c_form.hpp"
+#include "call.hpp"
 #include "for_bus.hpp"
 #include "log.hpp"
 #include "object.hpp"
@@ -171,6 +172,10 @@ void dispatch_message(const Place& place, GANTRY_instance* instance,
                    call.inputs.forms);
         is_for_client = false;
         call.run(place, instance, function);
+        if (is_taken(message.get()))
+        {
+            return;
+        }
         reply.emplace(message.new_method_return());
         is_for_client = true;
         [&]<class... Types>(std::type_identity<std::tuple<Types...>>)

@@ -3,6 +3,7 @@
 #include "connection.hpp"
 #include "edges.hpp"
 #include "gantrycontext.hpp"
+#include "open_call.hpp"
 
 #include <systemd/sd-bus.h>
 
@@ -140,6 +141,7 @@ void gantry::release_record(GANTRY_instance* instance) noexcept
 {
     if (instance != nullptr)
     {
+        close_calls(*instance->vctx, instance);
         std::free(instance->path);
         delete instance;
     }

@@ -236,5 +236,9 @@ int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* m
 void GANTRY_property_announce(GANTRY_instance* instance, const char* const* members, int* error)
 {
     gantry::at_host_edge(GANTRY_HERE, error,
-                         [&] { return GANTRY_cpp_property_announce(instance, members); });
+                         [&]
+                         {
+                             const int result = GANTRY_cpp_property_announce(instance, members);
+                             return instance != nullptr ? gantry::logged(result) : result;
+                         });
 }

@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include <gantry/call.h>
 #include <gantry/context.h>
 
 #include <sdbusplus/bus.hpp>
@@ -100,6 +101,11 @@ struct GANTRY_cpp_context
 
     /** The classes that have had objects here, to find one by its interface name. */
     std::vector<const gantry::Descriptor*> classes;
+
+    /** The calls that are answered later, newest first, their number and its limit. */
+    GANTRY_call* newest_call = nullptr;
+    std::uint32_t open_calls = 0;
+    std::uint32_t max_open_calls = 1024;
 };
 
 GANTRY_API void GANTRY_cpp_context_new(GANTRY_cpp_context** out);
