@@ -1,6 +1,7 @@
 #include "call.hpp"
 
 #include "connection.hpp"
+#include "gantrycontext.hpp"
 #include "utf8.hpp"
 
 #include <cstring>
@@ -52,8 +53,7 @@ bool is_error_name(const char* name)
 
 ServedCall::ServedCall(const void* served_object, sd_bus_message* served_message,
                        Kind its_kind) noexcept :
-    object(served_object),
-    message(served_message), kind(its_kind), outer(innermost)
+    object(served_object), message(served_message), kind(its_kind), outer(innermost)
 {
     innermost = this;
 }
@@ -85,7 +85,7 @@ bool is_taken(sd_bus_message* message) noexcept
 GANTRY_call** find_open(const Descriptor& descriptor, const char* member,
                         GANTRY_call* const* call) noexcept
 {
-    auto** place = call != nullptr ? find_open(*call) : nullptr;
+    auto** place = call != nullptr ? find_open(own_context(), *call) : nullptr;
     const bool is_of_method =
         place != nullptr && (*place)->instance->descriptor == &descriptor &&
         std::strcmp(sd_bus_message_get_member((*place)->message), member) == 0;
@@ -193,7 +193,7 @@ void GANTRY_call_refuse(GANTRY_call** call, const char* name, const char* text, 
     const auto here = GANTRY_HERE;
     const auto refuse = [=]
     {
-        auto** place = call != nullptr ? gantry::find_open(*call) : nullptr;
+        auto** place = call != nullptr ? gantry::find_open(gantry::own_context(), *call) : nullptr;
         if (place == nullptr || !gantry::is_error_name(name))
         {
             return EINVAL;

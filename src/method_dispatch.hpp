@@ -80,6 +80,7 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
                                                  &std::get<output>(outputs.forms)...);
         }
         (std::index_sequence_for<Inputs...>{}, std::index_sequence_for<Outputs...>{});
+        std::apply([this](auto&... input) { (disown(input), ...); }, inputs.forms);
     }
 
     /** The outputs' values. An array takes the storage of an input of the same type. */
@@ -93,6 +94,34 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
     }
 
   private:
+    /** An input that the host's function has handed back as an output is released as that. */
+    template <class Form>
+    void disown(Form& input)
+    {
+        if constexpr (std::is_pointer_v<Form>)
+        {
+            std::apply(
+                [&](const auto&... output)
+                {
+                    if ((is_same(input, output) || ...))
+                    {
+                        input = nullptr;
+                    }
+                },
+                outputs.forms);
+        }
+    }
+
+    template <class Output>
+    static bool is_same(const void* input, Output output)
+    {
+        if constexpr (std::is_pointer_v<Output>)
+        {
+            return input == output;
+        }
+        return false;
+    }
+
     template <class Output>
     static Output read_into(typename CForm<Output>::type form, Inputs&... values)
     {

@@ -150,7 +150,6 @@ void gantry::release_record(GANTRY_instance* instance) noexcept
 void gantry::instantiate(const Place& place, const Descriptor& descriptor,
                          GANTRY_cpp_context* context, const void* table, const char* path,
                          void* user_private)
-try
 {
     GANTRY_LOG_AT(place, log::trace, "enter");
     context = resolve(place, context);
@@ -158,48 +157,99 @@ try
     {
         return;
     }
-
-    const char* instance_path = path != nullptr ? path : descriptor.path;
-    GANTRY_LOG_AT(place, log::trace, "instance_path=[%s]", instance_path);
-    auto instance = make_record(descriptor, context, table, instance_path, user_private);
-    GANTRY_LOG_AT(place, log::trace, "inst->path=[%s]", instance->path);
-
-    if (context->service_name == nullptr)
+    context->created = nullptr;
+    const auto create = [&]
     {
-        GANTRY_LOG_AT(place, log::trace, "setting the service_name");
-        context->service_name = descriptor.interface;
-        GANTRY_LOG_AT(place, log::trace, "service_name=[%s]", context->service_name);
-        // An earlier context of the thread's may have got it on the same connection.
-        const int result = request_name(*context, context->service_name);
-        throw_if_failed(result == -EALREADY ? 0 : result, "sd_bus_request_name");
-    }
-    instance->manager = add_object_manager(*context, instance->path);
-    struct RemoveManager
-    {
-        GANTRY_cpp_context& context;
-        sd_bus_slot* slot;
-        ~RemoveManager()
+        const char* instance_path = path != nullptr ? path : descriptor.path;
+        GANTRY_LOG_AT(place, log::trace, "instance_path=[%s]", instance_path);
+        auto instance = make_record(descriptor, context, table, instance_path, user_private);
+        GANTRY_LOG_AT(place, log::trace, "inst->path=[%s]", instance->path);
+
+        if (context->service_name == nullptr)
         {
-            remove_object_manager(context, slot);
+            GANTRY_LOG_AT(place, log::trace, "setting the service_name");
+            context->service_name = descriptor.interface;
+            GANTRY_LOG_AT(place, log::trace, "service_name=[%s]", context->service_name);
+            // An earlier context of the thread's may have got it on the same connection.
+            const int result = request_name(*context, context->service_name);
+            throw_if_failed(result == -EALREADY ? 0 : result, "sd_bus_request_name");
         }
-    } manager{*context, instance->manager};
+        instance->manager = add_object_manager(*context, instance->path);
+        struct RemoveManager
+        {
+            GANTRY_cpp_context& context;
+            sd_bus_slot* slot;
+            ~RemoveManager()
+            {
+                remove_object_manager(context, slot);
+            }
+        } manager{*context, instance->manager};
 
-    auto& classes = context->classes;
-    if (std::find(classes.begin(), classes.end(), &descriptor) == classes.end())
-    {
-        classes.push_back(&descriptor);
-    }
-    std::unique_ptr<void, void (*)(void*)> object{descriptor.create(context->bus, instance.get()),
-                                                  descriptor.deleter};
-    static_cast<void>(instance.release());
-    context->tracker.push_back({object.get(), descriptor.deleter});
-    static_cast<void>(object.release());
-    manager.slot = nullptr;
-    GANTRY_LOG_AT(place, log::trace, "leave");
+        auto& classes = context->classes;
+        if (std::find(classes.begin(), classes.end(), &descriptor) == classes.end())
+        {
+            classes.push_back(&descriptor);
+        }
+        std::unique_ptr<void, void (*)(void*)> object{
+            descriptor.create(context->bus, instance.get()), descriptor.deleter};
+        auto* record = instance.release();
+        context->tracker.push_back({object.get(), descriptor.deleter});
+        static_cast<void>(object.release());
+        manager.slot = nullptr;
+        context->created = record;
+        GANTRY_LOG_AT(place, log::trace, "leave");
+        return 0;
+    };
+    at_host_edge(place, &context->create_error, create);
 }
-catch (const std::exception& error)
+
+GANTRY_instance* gantry::find_listener(const void* object)
 {
-    GANTRY_LOG_EXCEPTION_AT(place, error.what());
+    const auto* context = own_context();
+    if (context == nullptr || !context->hears_writes)
+    {
+        return nullptr;
+    }
+    const auto& tracker = context->tracker;
+    const auto tracked = std::find_if(tracker.begin(), tracker.end(),
+                                      [object](const auto& each) { return each.object == object; });
+    const auto& classes = context->classes;
+    const auto descriptor =
+        std::find_if(classes.begin(), classes.end(),
+                     [&](const auto* each)
+                     { return tracked != tracker.end() && each->deleter == tracked->deleter; });
+    auto* instance = descriptor != classes.end() ? (*descriptor)->instance_of(object) : nullptr;
+    return instance != nullptr && instance->written != nullptr ? instance : nullptr;
+}
+
+void GANTRY_instance_on_write(GANTRY_instance* instance,
+                              void (*written)(GANTRY_instance* instance, const char* property,
+                                              void* data),
+                              void* data)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (instance != nullptr)
+    {
+        instance->written = written;
+        instance->written_data = data;
+        instance->vctx->hears_writes = true;
+    }
+}
+
+void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_instance** out, int* error)
+{
+    const auto here = GANTRY_HERE;
+    const auto get = [&]
+    {
+        context = gantry::resolve(here, context);
+        *out = context != nullptr ? context->created : nullptr;
+        if (context == nullptr)
+        {
+            return gantry::logged(ENOTCONN);
+        }
+        return *out == nullptr && context->create_error == 0 ? ENOENT : context->create_error;
+    };
+    gantry::at_host_edge(here, error, get);
 }
 
 void GANTRY_instance_get_interface(GANTRY_instance* instance, const char** out)
@@ -278,6 +328,10 @@ void GANTRY_instance_free(GANTRY_instance** instance)
         return; // It was freed before, in the callback that is running.
     }
     tracker.erase(found);
+    if (context.created == &freed)
+    {
+        context.created = nullptr;
+    }
 
     Interfaces interfaces{freed};
     if (const int result = sd_bus_emit_interfaces_removed_strv(GANTRY_get_sd_bus(context.bus),

@@ -1,10 +1,6 @@
 #include "open_call.hpp"
 
-#include "gantrycontext.hpp"
-
 #include <systemd/sd-bus.h>
-
-#include <utility>
 
 namespace gantry
 {
@@ -22,9 +18,8 @@ GANTRY_call* open_call(GANTRY_cpp_context& context, GANTRY_instance* instance,
     return context.newest_call;
 }
 
-GANTRY_call** find_open(const GANTRY_call* call) noexcept
+GANTRY_call** find_open(GANTRY_cpp_context* context, const GANTRY_call* call) noexcept
 {
-    auto* context = own_context();
     if (context == nullptr || call == nullptr)
     {
         return nullptr;

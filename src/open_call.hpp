@@ -24,8 +24,8 @@ namespace gantry
 GANTRY_call* open_call(GANTRY_cpp_context& context, GANTRY_instance* instance,
                        sd_bus_message* message);
 
-/** The place of an open call in the list of the thread's context; null if it isn't there. */
-GANTRY_call** find_open(const GANTRY_call* call) noexcept;
+/** The place of an open call in the context's list; null if it isn't there. */
+GANTRY_call** find_open(GANTRY_cpp_context* context, const GANTRY_call* call) noexcept;
 
 /** A call that was taken out of the list, to be answered now. */
 class TakenCall

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "announcement.hpp"
+#include "call.hpp"
 #include "edges.hpp"
 #include "for_bus.hpp"
 #include "property_callbacks.hpp"
@@ -65,10 +66,28 @@ struct Set
 {
     Object* object;
     AnnouncingSetter<Type> setter;
+    const char* member;
+    sd_bus_message* message;
+    sd_bus_error* error;
 
     void operator()(Type&& read) const
     {
+        auto* listener = find_listener(object);
+        if (listener == nullptr)
+        {
+            (object->*setter)(std::move(read));
+            return;
+        }
+        const auto* row = listener->descriptor->properties->find(member);
+        Type former = (object->*accessors_of<Type>(*row).get)();
         (object->*setter)(std::move(read));
+        ServedCall served(object, message, ServedCall::Kind::write);
+        listener->written(listener, member, listener->written_data);
+        if (served.is_taken())
+        {
+            (object->*setter)(std::move(former));
+            throw Taken{served.take(error)};
+        }
     }
 };
 
@@ -100,14 +119,21 @@ int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusIn
 
 template <class Type>
 int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, AnnouncingSetter<Type> setter)
+                 sd_bus_error* error, const char* member, AnnouncingSetter<Type> setter)
 {
-    const Set<Type> set{&object, setter};
+    const Set<Type> set{&object, setter, member, value, error};
     return at_bus_edge(
         [&]
         {
-            return sdbusplus::sdbuspp::property_callback(
-                value, bus, error, std::function<void(Type &&)>(std::cref(set)));
+            try
+            {
+                return sdbusplus::sdbuspp::property_callback(
+                    value, bus, error, std::function<void(Type &&)>(std::cref(set)));
+            }
+            catch (const Taken& taken)
+            {
+                return taken.result;
+            }
         },
         as_error);
 }
@@ -127,4 +153,4 @@ int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterfac
 
 #define GANTRY_WRITABLE_PROPERTY(...)                                                              \
     template int set_property(sd_bus_message*, Object&, sdbusplus::SdBusInterface*, sd_bus_error*, \
-                              AnnouncingSetter<__VA_ARGS__>);
+                              const char*, AnnouncingSetter<__VA_ARGS__>);
