@@ -120,11 +120,18 @@ GANTRY_instance* find_object(const GANTRY_cpp_context& context,
     return nullptr;
 }
 
+/** Takes an object with its manager off the bus. Inside a callback for a client's write sd-bus
+ * would answer that with an error. */
+void destroy(GANTRY_instance& instance)
+{
+    remove_object_manager(*instance.vctx, instance.manager);
+    instance.descriptor->deleter(instance.the_service);
+}
+
 void delete_freed(gantry::FreedObject& freed)
 {
-    auto* instance = reinterpret_cast<GANTRY_instance*>(reinterpret_cast<char*>(&freed) -
-                                                        offsetof(GANTRY_instance, freed));
-    instance->descriptor->deleter(instance->the_service);
+    destroy(*reinterpret_cast<GANTRY_instance*>(reinterpret_cast<char*>(&freed) -
+                                                offsetof(GANTRY_instance, freed)));
 }
 
 } // namespace
@@ -341,7 +348,6 @@ void GANTRY_instance_free(GANTRY_instance** instance)
         GANTRY_LOG(gantry::log::failed, "sd_bus_emit_interfaces_removed_strv failed, rv=%d",
                    result);
     }
-    remove_object_manager(context, freed.manager);
 
     if (gantry::is_in_callback(context))
     {
@@ -350,6 +356,6 @@ void GANTRY_instance_free(GANTRY_instance** instance)
     }
     else
     {
-        freed.descriptor->deleter(freed.the_service);
+        destroy(freed);
     }
 }

@@ -51,7 +51,8 @@ GANTRY_API void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_
  * Has `written` called when a client has written one of the object's properties, even with an equal
  * value: after the value is stored and announced, before the client's reply. `property` is the
  * D-Bus name. A null `written` ends it. Inside it any function may be called, those of
- * <gantry/call.h> too, except GANTRY_call_defer. GANTRY_call_fail refuses the write: the former
+ * <gantry/call.h> too, except GANTRY_call_defer; but if it publishes an object, sd-bus gives the
+ * client an error although the value is stored. GANTRY_call_fail refuses the write: the former
  * value is stored and announced again when `written` returns, and the client gets the error.
  */
 GANTRY_API void GANTRY_instance_on_write(GANTRY_instance* instance,
