@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <random>
-#include <utility>
-#include <vector>
 
 #include <malloc.h>
 #include <unistd.h>
@@ -30,12 +27,18 @@ std::vector<GANTRY_call*> open_calls;
 std::string seen;
 int error = -1;
 
+template <class Function, class... Args>
+int errno_of(Function* function, Args... args)
+{
+    function(args..., &error);
+    return error;
+}
+
 void defer(GANTRY_instance* instance, char* /*in*/, char** out)
 {
     *out = strdup("not sent");
-    GANTRY_call* call = nullptr;
-    GANTRY_call_defer(instance, &call, &error);
-    call != nullptr ? open_calls.push_back(call) : void();
+    GANTRY_call_defer(instance, &open_calls.emplace_back(), &error);
+    error != 0 ? open_calls.pop_back() : void();
 }
 
 class Call : public Served
@@ -87,19 +90,14 @@ TEST_F(Call, RefusedReachesTheClientAsTheHostsLastErrorAndNotTheLog)
             *out = strdup("not sent");
             GANTRY_call_fail(object, "com.example.First", "first", nullptr);
             GANTRY_call_fail(object, busy, "a dump \xFF is running", nullptr);
-            GANTRY_call_fail(object, "not a name", "", &error);
+            EXPECT_EQ(errno_of(GANTRY_call_fail, object, "not a name", ""), EINVAL);
         });
     for (const char* shape : {"Try_string", "Try_string_D"})
     {
         EXPECT_EQ(start(shape)->text, "error com.example.Error.Busy: a dump \uFFFD is running");
-        EXPECT_EQ(error, EINVAL);
         EXPECT_EQ(logged(8), "");
     }
-    serve(nullptr);
-    EXPECT_EQ(start("Try_string")->text, "s \"\"");
-
-    GANTRY_call_fail(instance, busy, "", &error);
-    EXPECT_EQ(error, EINVAL);
+    EXPECT_EQ(errno_of(GANTRY_call_fail, instance, busy, ""), EINVAL);
     EXPECT_EQ(logged(8), "2 call.GANTRY_call_fail: no callback of the object is running\n");
 }
 
@@ -132,10 +130,8 @@ TEST_F(Call, DeferredIsAnsweredOnceByItsOwnMethodWhileOthersAreServed)
             GANTRY_call_fail(object, busy, "before", nullptr);
             defer(object, in, out);
             GANTRY_call* second = nullptr;
-            GANTRY_call_defer(object, &second, &error);
-            EXPECT_EQ(error, EINVAL);
-            GANTRY_call_fail(object, busy, "after", &error);
-            EXPECT_EQ(error, EINVAL);
+            EXPECT_EQ(errno_of(GANTRY_call_defer, object, &second), EINVAL);
+            EXPECT_EQ(errno_of(GANTRY_call_fail, object, busy, "after"), EINVAL);
         });
     const auto first = start("Try_string");
     const auto second = start("Try_string_D");
@@ -143,20 +139,13 @@ TEST_F(Call, DeferredIsAnsweredOnceByItsOwnMethodWhileOthersAreServed)
     EXPECT_EQ(first->text + second->text, "no replyno reply");
 
     auto* copy = open_calls[1];
-    reply(&open_calls[1], "another method's", &error);
-    EXPECT_EQ(error, EINVAL);
-    reply_d(&open_calls[1], "b\xFF", &error);
-    EXPECT_EQ(error, 0);
+    EXPECT_EQ(errno_of(reply, &open_calls[1], "another method's"), EINVAL);
+    EXPECT_EQ(errno_of(reply_d, &open_calls[1], "b\xFF"), 0);
     EXPECT_EQ(open_calls[1], nullptr);
-    for (auto** again : {&open_calls[1], &copy})
-    {
-        reply_d(again, "again", &error);
-        EXPECT_EQ(error, EINVAL);
-    }
-    GANTRY_call_refuse(&open_calls[0], "no name", "", &error);
-    EXPECT_EQ(error, EINVAL);
-    GANTRY_call_refuse(&open_calls[0], busy, "b\xFF", &error);
-    EXPECT_EQ(error, 0);
+    EXPECT_EQ(errno_of(reply_d, &open_calls[1], "again"), EINVAL);
+    EXPECT_EQ(errno_of(reply_d, &copy, "again"), EINVAL);
+    EXPECT_EQ(errno_of(GANTRY_call_refuse, &open_calls[0], "no name", ""), EINVAL);
+    EXPECT_EQ(errno_of(GANTRY_call_refuse, &open_calls[0], busy, "b\xFF"), 0);
     client.settle(service);
     EXPECT_EQ(first->text + second->text, "error com.example.Error.Busy: b\uFFFDs \"b\uFFFD\"");
     EXPECT_EQ(logged(8), "");
@@ -178,11 +167,8 @@ TEST_F(Call, DeferredNeedsNobodyToReadTheAnswer)
     }
     client.settle(service);
     ASSERT_EQ(open_calls.size(), 2U);
-    for (auto*& call : open_calls)
-    {
-        reply(&call, "a", &error);
-        EXPECT_EQ(error, 0);
-    }
+    EXPECT_EQ(errno_of(reply, &open_calls[0], "a"), 0);
+    EXPECT_EQ(errno_of(reply, &open_calls[1], "a"), 0);
 }
 
 TEST_F(Call, OverTheLimitIsRefusedAndOthersGoOn)
@@ -281,8 +267,7 @@ TEST_F(Call, WritingClientIsToldToTheHostWhichMayRefuse)
         if (std::strcmp(value, static_cast<const char*>(refused)) == 0)
         {
             GANTRY_call* call = nullptr;
-            GANTRY_call_defer(object, &call, &error);
-            EXPECT_EQ(error, EINVAL);
+            EXPECT_EQ(errno_of(GANTRY_call_defer, object, &call), EINVAL);
             GANTRY_call_fail(object, busy, "not now", nullptr);
         }
         std::strcmp(value, "free") == 0 ? GANTRY_instance_free(&object) : void();
@@ -309,15 +294,10 @@ TEST_F(Call, WithAnInputForItsOutputReleasesItOnce)
     serve([](GANTRY_instance*, char* in, char** out) { *out = in; });
     table.TryArrayString = table.TryArrayStringD = [](GANTRY_instance*, GANTRY_string_array* in,
                                                       GANTRY_string_array** out) { *out = in; };
-    for (const auto* shape : {"Try_string", "Try_string_D"})
-    {
-        EXPECT_EQ(start(shape)->text, "s \"text\"");
-    }
-    for (const auto* shape : {"TryArrayString", "TryArrayStringD"})
-    {
-        EXPECT_EQ(client.call({service, "/object"}, gantrytest, shape, "as", 1, "a").text,
-                  "as [\"a\"]");
-    }
+    EXPECT_EQ(start("Try_string")->text + start("Try_string_D")->text, "s \"text\"s \"text\"");
+    const support::Object object{service, "/object"};
+    EXPECT_EQ(client.call(object, gantrytest, "TryArrayString", "as", 1, "a").text, "as [\"a\"]");
+    EXPECT_EQ(client.call(object, gantrytest, "TryArrayStringD", "as", 1, "a").text, "as [\"a\"]");
 }
 
 TEST_F(Call, HostLearnsWhatItsMistakeWas)
@@ -334,8 +314,8 @@ TEST_F(Call, HostLearnsWhatItsMistakeWas)
               "2 gantry_server.GANTRY_reply__com_orvane_velmar_sample_gantrytest__Try_string: "
               "Invalid argument\n");
     const GANTRY_string_array absurd{&text, ULONG_MAX};
-    GANTRY_property_set_strings(instance, "PropString", &absurd, false, &error);
-    EXPECT_EQ(error, EINVAL);
+    EXPECT_EQ(errno_of(GANTRY_property_set_strings, instance, "PropString", &absurd, false),
+              EINVAL);
     EXPECT_EQ(logged(8), "");
     EXPECT_EQ(publish("/object"), nullptr);
     EXPECT_EQ(error, EEXIST);
