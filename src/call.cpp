@@ -77,6 +77,31 @@ int ServedCall::fail(const char* name, const char* text)
     return sd_bus_error_has_name(&failure, name) > 0 ? 0 : ENOMEM;
 }
 
+int at_write_edge(CallReference call)
+{
+    return at_bus_edge(
+        [&]
+        {
+            try
+            {
+                return call();
+            }
+            catch (const Taken& taken)
+            {
+                return taken.result;
+            }
+        },
+        as_error);
+}
+
+int tell_written(GANTRY_instance& listener, const char* member, sd_bus_message* message,
+                 sd_bus_error* error)
+{
+    ServedCall served(listener.the_service, message, ServedCall::Kind::write);
+    listener.written(&listener, member, listener.written_data);
+    return served.is_taken() ? served.take(error) : 0;
+}
+
 bool is_taken(sd_bus_message* message) noexcept
 {
     return innermost != nullptr && innermost->message == message && innermost->is_taken();

@@ -20,35 +20,17 @@
 namespace gantry
 {
 
-/** Sets a failure as the client's error, unless the call was deferred. Its text may come from a
- *  host, so it is repaired. */
-int set_error(const ServedCall& served, sdbusplus::SdBusInterface* bus, sd_bus_error* error,
-              const sdbusplus::exception::SdBusError& failure);
+/** at_bus_edge() for a method's callback, with handlers for SdBusError and Taken inside it. */
+int at_method_edge(const ServedCall& served, sdbusplus::SdBusInterface* bus, sd_bus_error* error,
+                   CallReference call);
 
-/** at_bus_edge() for a method's callback, with a handler for SdBusError inside it. */
-template <class Call>
-int at_method_edge(sd_bus_message* message, const Object& object, sdbusplus::SdBusInterface* bus,
-                   sd_bus_error* error, const Call& call)
-{
-    return at_bus_edge(
-        [&]
-        {
-            ServedCall served(&object, message, ServedCall::Kind::method);
-            try
-            {
-                return call(served);
-            }
-            catch (const sdbusplus::exception::SdBusError& failure)
-            {
-                return set_error(served, bus, error, failure);
-            }
-            catch (const Taken& taken)
-            {
-                return taken.result;
-            }
-        },
-        as_handled);
-}
+/** Has sdbusplus send no reply to a call that was taken. */
+[[noreturn]] void pass_taken(ServedCall& served, sd_bus_error* error);
+
+/** Has sdbusplus set no error for a failure, whose text it would set as it is. */
+[[noreturn]] void pass_failure(const ServedCall& served, sdbusplus::SdBusInterface* bus,
+                               sd_bus_error* error,
+                               const sdbusplus::exception::SdBusError& failure);
 
 template <class Result, class... Arguments>
 using Method = Result (Object::*)(Arguments...);
@@ -71,14 +53,13 @@ struct Call
             auto result = (object.*method)(std::move(arguments)...);
             if (served.is_taken())
             {
-                throw Taken{served.take(error)};
+                pass_taken(served, error);
             }
             return for_bus(std::move(result));
         }
         catch (const sdbusplus::exception::SdBusError& failure)
         {
-            // sdbusplus would set it, with its text as it is.
-            throw Taken{set_error(served, bus, error, failure)};
+            pass_failure(served, bus, error, failure);
         }
     }
 };
@@ -89,14 +70,15 @@ template <bool multiple_results, class Result, class... Arguments>
                                          sdbusplus::SdBusInterface* bus, sd_bus_error* error,
                                          Method<Result, Arguments...> method)
 {
-    return at_method_edge(
-        message, object, bus, error,
-        [&](ServedCall& served)
-        {
-            const Call<Result, Arguments...> call{object, method, served, bus, error};
-            return sdbusplus::sdbuspp::method_callback<multiple_results>(
-                message, bus, error, std::function<Result(Arguments && ...)>(std::cref(call)));
-        });
+    ServedCall served(&object, message, ServedCall::Kind::method);
+    const Call<Result, Arguments...> call{object, method, served, bus, error};
+    return at_method_edge(served, bus, error,
+                          [&]
+                          {
+                              return sdbusplus::sdbuspp::method_callback<multiple_results>(
+                                  message, bus, error,
+                                  std::function<Result(Arguments && ...)>(std::cref(call)));
+                          });
 }
 
 /**

@@ -81,12 +81,10 @@ struct Set
         const auto* row = listener->descriptor->properties->find(member);
         Type former = (object->*accessors_of<Type>(*row).get)();
         (object->*setter)(std::move(read));
-        ServedCall served(object, message, ServedCall::Kind::write);
-        listener->written(listener, member, listener->written_data);
-        if (served.is_taken())
+        if (const int refused = tell_written(*listener, member, message, error); refused < 0)
         {
             (object->*setter)(std::move(former));
-            throw Taken{served.take(error)};
+            throw Taken{refused};
         }
     }
 };
@@ -122,20 +120,12 @@ int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterfac
                  sd_bus_error* error, const char* member, AnnouncingSetter<Type> setter)
 {
     const Set<Type> set{&object, setter, member, value, error};
-    return at_bus_edge(
+    return at_write_edge(
         [&]
         {
-            try
-            {
-                return sdbusplus::sdbuspp::property_callback(
-                    value, bus, error, std::function<void(Type &&)>(std::cref(set)));
-            }
-            catch (const Taken& taken)
-            {
-                return taken.result;
-            }
-        },
-        as_error);
+            return sdbusplus::sdbuspp::property_callback(
+                value, bus, error, std::function<void(Type &&)>(std::cref(set)));
+        });
 }
 
 } // namespace gantry

@@ -237,6 +237,7 @@ TEST_F(Call, AThousandOfFourClientsAreAnsweredInAnyOrderAndLeaveNothing)
     for (int round = 0; round < 4; ++round)
     {
         std::vector<support::Client::Pending> pending;
+        pending.reserve(1000);
         for (std::size_t count = 0; count < 1000; ++count)
         {
             pending.push_back(clients[count % 4].start({service, "/object"}, gantrytest,
