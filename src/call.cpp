@@ -4,6 +4,7 @@
 #include "gantrycontext.hpp"
 #include "utf8.hpp"
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -107,14 +108,30 @@ bool is_taken(sd_bus_message* message) noexcept
     return innermost != nullptr && innermost->message == message && innermost->is_taken();
 }
 
-GANTRY_call** find_open(const Descriptor& descriptor, const char* member,
-                        GANTRY_call* const* call) noexcept
+void answer_with(const Place& place, const Descriptor& descriptor, const char* member,
+                 GANTRY_call** call, int* error, const void* values,
+                 void (*append)(const void* values, sdbusplus::message::message& reply))
 {
-    auto** place = call != nullptr ? find_open(own_context(), *call) : nullptr;
-    const bool is_of_method =
-        place != nullptr && (*place)->instance->descriptor == &descriptor &&
-        std::strcmp(sd_bus_message_get_member((*place)->message), member) == 0;
-    return is_of_method ? place : nullptr;
+    const auto answer = [&]
+    {
+        auto** open = call != nullptr ? find_open(own_context(), *call) : nullptr;
+        if (open == nullptr || (*open)->instance->descriptor != &descriptor ||
+            std::strcmp(sd_bus_message_get_member((*open)->message), member) != 0)
+        {
+            return EINVAL;
+        }
+        *call = nullptr;
+        TakenCall taken(open);
+        if (taken.wants_reply())
+        {
+            auto reply = sdbusplus::message::message(taken.message()).new_method_return();
+            append(values, reply);
+            reply.method_return();
+        }
+        taken.mark_answered();
+        return 0;
+    };
+    at_host_edge(place, error, answer);
 }
 
 } // namespace gantry

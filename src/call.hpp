@@ -19,7 +19,7 @@
 
 #include <systemd/sd-bus.h>
 
-#include <cerrno>
+#include <tuple>
 
 namespace gantry
 {
@@ -80,35 +80,24 @@ int tell_written(GANTRY_instance& listener, const char* member, sd_bus_message* 
 /** Whether the call in this message is being served and its outputs aren't the answer. */
 bool is_taken(sd_bus_message* message) noexcept;
 
-/** The place of an open call of the method; null if it isn't one. */
-GANTRY_call** find_open(const Descriptor& descriptor, const char* member,
-                        GANTRY_call* const* call) noexcept;
+/** Answers an open call of the method with what `append` adds to the reply. */
+void answer_with(const Place& place, const Descriptor& descriptor, const char* member,
+                 GANTRY_call** call, int* error, const void* values,
+                 void (*append)(const void* values, sdbusplus::message::message& reply));
 
 /** The body of an exported answering function. */
 template <class... Values, class... Forms>
 void answer(const Place& place, const Descriptor& descriptor, const char* member,
             GANTRY_call** call, int* error, Forms... forms)
 {
-    at_host_edge(place, error,
-                 [&]
-                 {
-                     auto** open = find_open(descriptor, member, call);
-                     if (open == nullptr)
-                     {
-                         return EINVAL;
-                     }
-                     *call = nullptr;
-                     TakenCall taken(open);
-                     if (taken.wants_reply())
-                     {
-                         auto reply =
-                             sdbusplus::message::message(taken.message()).new_method_return();
-                         (reply.append(for_bus(from_c<Values>(forms))), ...);
-                         reply.method_return();
-                     }
-                     taken.mark_answered();
-                     return 0;
-                 });
+    const std::tuple<Forms...> values(forms...);
+    answer_with(place, descriptor, member, call, error, &values,
+                [](const void* lent, sdbusplus::message::message& reply)
+                {
+                    std::apply([&](auto... form)
+                               { (reply.append(for_bus(from_c<Values>(form))), ...); },
+                               *static_cast<const std::tuple<Forms...>*>(lent));
+                });
 }
 
 } // namespace gantry
