@@ -228,6 +228,7 @@ TEST_F(Call, AThousandOfFourClientsAreAnsweredInAnyOrderAndLeaveNothing)
     GANTRY_set_use_default(true);
     publish("/object");
     std::vector<support::Client> clients;
+    clients.reserve(4);
     for (int count = 0; count < 4; ++count)
     {
         clients.emplace_back([this] { GANTRY_dbus_loop_one_pass(context); });
