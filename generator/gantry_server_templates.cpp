@@ -52,6 +52,7 @@ const std::string_view gantry_server_cpp = R"(
 
 #include "object.hpp"
 %if methods
+#include "call.hpp"
 #include "method_dispatch.hpp"
 %end
 %if signals
@@ -120,6 +121,14 @@ void $instantiate(
 {
     gantry::instantiate(GANTRY_HERE, $leaf::descriptor, context, table, path, user_private);
 }
+%each methods
+
+void $reply(GANTRY_call** call$replied, int* error)
+{
+    gantry::answer<$replies>(
+        GANTRY_HERE, $leaf::descriptor, "$member", call, error$answered);
+}
+%end
 %each signals
 
 void $send(
@@ -143,6 +152,9 @@ const std::string_view gantry_server_h = R"(
 #define $guard
 
 #include <gantry/context.h>
+%if methods
+#include <gantry/call.h>
+%end
 %if callable
 #include <gantry/instance.h>
 %end
@@ -179,6 +191,17 @@ typedef struct $table
     void (*$member)($function);
 %end
 } $table;
+
+/*
+ * Answers a deferred call of that method (GANTRY_call_defer) and sets *call to null. What the
+ * values point to is only read; a null pointer means an empty value. *error gets 0; EINVAL if *call
+ * isn't an open call of the method; EMSGSIZE if the values don't fit into a message, ENOMEM, or the
+ * errno of a failed send: then the client gets an error. `error` may be null.
+ */
+%each methods
+GANTRY_API void $reply(
+    GANTRY_call** call$replied, int* error);
+%end
 
 %end
 /*

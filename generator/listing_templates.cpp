@@ -32,7 +32,8 @@ C++ names).
 - **Methods** call the host's function in that slot of its C table. *Shape* says who replies with
   what the function gives: the bus callback (`reply`), or the C++ operation itself, which is given
   the message (`message`). To clients and to C hosts both are the same. *Privileged*: only
-  privileged clients may call it.
+  privileged clients may call it. A call that the host has deferred is answered by
+  `GANTRY_reply__<interface>__<Method>`, with underscores for the interface's dots.
 - **Signals** are sent and received by exported C functions. Ownership of what their arguments and
   those of methods point to is told in the header.
 
@@ -107,6 +108,7 @@ $instantiate
 %each methods
 $server::$class::$callback
 $derived::$leaf::$operation
+$reply
 %end
 %each signals
 $server::$class::$operation

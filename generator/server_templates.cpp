@@ -218,7 +218,7 @@ int $class::$set(
 {
     auto* object = static_cast<$class*>(context);
     return gantry::set_property<$type>(
-        value, *object, object->bus_interface, error, &$class::$accessor);
+        value, *object, object->bus_interface, error, "$member", &$class::$accessor);
 }
 
 %end

@@ -105,7 +105,7 @@ std::string escaped(std::string_view text)
     return safe;
 }
 
-Words words_of(const Method& method, std::size_t slot)
+Words words_of(const Method& method, const std::string& flat, std::size_t slot)
 {
     const bool message = method.shape == Method::Shape::message;
     const bool several = method.outputs.size() > 1;
@@ -124,6 +124,10 @@ Words words_of(const Method& method, std::size_t slot)
         {"slot", std::to_string(slot)},
         {"function", "GANTRY_instance* instance" + listed(method.inputs, "in", c_input, in_front) +
                          listed(method.outputs, "out", c_output, in_front)},
+        {"reply", "GANTRY_reply__" + flat + "__" + method.name},
+        {"replied", listed(method.outputs, "out", c_lent, in_front)},
+        {"replies", listed(method.outputs, "", only_type)},
+        {"answered", listed(method.outputs, "out", only_name, in_front)},
         {"message", truth(message)},
         {"shape", message ? "message" : "reply"},
     };
@@ -327,12 +331,12 @@ std::string variant(const Interface& interface)
 
 Words words_of(const Interface& interface)
 {
+    const std::string flat = joined(interface.name, "_");
     std::vector<Words> methods;
     for (const Method& method : interface.methods)
     {
-        methods.push_back(words_of(method, methods.size()));
+        methods.push_back(words_of(method, flat, methods.size()));
     }
-    const std::string flat = joined(interface.name, "_");
     std::vector<Words> signals;
     for (const Signal& signal : interface.signals)
     {

@@ -20,6 +20,8 @@
  *     method      operation, result, parameters, passed    the C++ operation
  *                 callback, call, inputs, outputs, flag    its callback, and its row in the vtable
  *                 slot, function, dispatch                 the host's function, and what calls it
+ *                 reply, replied, replies, answered        the C function that answers later: its
+ *                                                          name, parameters, and what it calls
  *                 message                                  not empty if it makes its own reply
  *     signal      operation, parameters, passed, types     the C++ operation
  *                 signature                                for its row in the vtable

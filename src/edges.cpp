@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <cstring>
 #include <new>
 #include <sdbusplus/exception.hpp>
 
@@ -120,11 +121,15 @@ __attribute__((no_sanitize("null"))) void at_host_edge(const Place& place, int* 
     }
     catch (...)
     {
-        result = current_errno(&place);
+        result = logged(current_errno(&place));
     }
     if (error != nullptr)
     {
-        *error = result;
+        *error = result < 0 ? -result : result;
+    }
+    else if (result > 0)
+    {
+        GANTRY_LOG_AT(place, log::failed, "%s", strerrordesc_np(result));
     }
 }
 

@@ -142,10 +142,16 @@ class CallReference
     int (*function)(const void* of);
 };
 
+/** The result, for at_host_edge(), of a failure that is in the log already. */
+constexpr int logged(int error) noexcept
+{
+    return -error;
+}
+
 /**
- * The edge of an exported function that reports by an errno: stores the result of `call` in *error
- * unless that is null. If `call` throws, logs the exception for `place` and stores its positive
- * errno.
+ * The edge of an exported function that reports by an errno: stores the result of `call` in *error,
+ * or, if that is null, logs it for `place`. If `call` throws, logs the exception for `place` and
+ * stores its positive errno.
  */
 void at_host_edge(const Place& place, int* error, CallReference call);
 

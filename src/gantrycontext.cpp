@@ -8,6 +8,7 @@
 #include "connection.hpp"
 #include "deferral.hpp"
 #include "edges.hpp"
+#include "open_call.hpp"
 
 #include <gantry/loop.h>
 
@@ -196,6 +197,7 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
     sd_event_source_disable_unref(noted);
     sd_event_source_disable_unref(minute);
     sd_event_source_disable_unref(deferral);
+    gantry::close_calls(*this, nullptr);
     gantry::destroy_freed_objects(*this);
     while (!tracker.empty())
     {

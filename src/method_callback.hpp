@@ -2,10 +2,12 @@
  * The bus callbacks of methods. In reply shape sdbusplus reads the arguments, makes the reply and
  * sends what the virtual method returns; in message shape the virtual method gets the message and
  * answers it itself. In both shapes an SdBusError becomes the client's error, and any other
- * exception is carried to the dispatch loop, without a reply.
+ * exception is carried to the dispatch loop, without a reply. The host may refuse or defer the call
+ * meanwhile (call.hpp).
  */
 #pragma once
 
+#include "call.hpp"
 #include "edges.hpp"
 #include "for_bus.hpp"
 #include "property.hpp"
@@ -18,38 +20,17 @@
 namespace gantry
 {
 
-/** Thrown when the client's error is set already; `result` is what sd-bus is to get. */
-struct ErrorIsSet
-{
-    int result;
-};
+/** at_bus_edge() for a method's callback, with handlers for SdBusError and Taken inside it. */
+int at_method_edge(const ServedCall& served, sdbusplus::SdBusInterface* bus, sd_bus_error* error,
+                   CallReference call);
 
-/** Sets a failure as the client's error. Its text may come from a host, so it is repaired. */
-int set_error(sdbusplus::SdBusInterface* bus, sd_bus_error* error,
-              const sdbusplus::exception::SdBusError& failure);
+/** Has sdbusplus send no reply to a call that was taken. */
+[[noreturn]] void pass_taken(ServedCall& served, sd_bus_error* error);
 
-/** at_bus_edge() for a method's callback, with a handler for SdBusError inside it. */
-template <class Call>
-int at_method_edge(sdbusplus::SdBusInterface* bus, sd_bus_error* error, const Call& call)
-{
-    return at_bus_edge(
-        [&]
-        {
-            try
-            {
-                return call();
-            }
-            catch (const sdbusplus::exception::SdBusError& failure)
-            {
-                return set_error(bus, error, failure);
-            }
-            catch (const ErrorIsSet& set)
-            {
-                return set.result;
-            }
-        },
-        as_handled);
-}
+/** Has sdbusplus set no error for a failure, whose text it would set as it is. */
+[[noreturn]] void pass_failure(const ServedCall& served, sdbusplus::SdBusInterface* bus,
+                               sd_bus_error* error,
+                               const sdbusplus::exception::SdBusError& failure);
 
 template <class Result, class... Arguments>
 using Method = Result (Object::*)(Arguments...);
@@ -61,6 +42,7 @@ struct Call
 {
     Object& object;
     Method<Result, Arguments...> method;
+    ServedCall& served;
     sdbusplus::SdBusInterface* bus;
     sd_bus_error* error;
 
@@ -68,12 +50,16 @@ struct Call
     {
         try
         {
-            return for_bus((object.*method)(std::move(arguments)...));
+            auto result = (object.*method)(std::move(arguments)...);
+            if (served.is_taken())
+            {
+                pass_taken(served, error);
+            }
+            return for_bus(std::move(result));
         }
         catch (const sdbusplus::exception::SdBusError& failure)
         {
-            // sdbusplus would set it, with its text as it is.
-            throw ErrorIsSet{set_error(bus, error, failure)};
+            pass_failure(served, bus, error, failure);
         }
     }
 };
@@ -84,8 +70,9 @@ template <bool multiple_results, class Result, class... Arguments>
                                          sdbusplus::SdBusInterface* bus, sd_bus_error* error,
                                          Method<Result, Arguments...> method)
 {
-    const Call<Result, Arguments...> call{object, method, bus, error};
-    return at_method_edge(bus, error,
+    ServedCall served(&object, message, ServedCall::Kind::method);
+    const Call<Result, Arguments...> call{object, method, served, bus, error};
+    return at_method_edge(served, bus, error,
                           [&]
                           {
                               return sdbusplus::sdbuspp::method_callback<multiple_results>(

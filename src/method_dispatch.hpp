@@ -13,6 +13,7 @@
 #pragma once
 
 #include "c_form.hpp"
+#include "call.hpp"
 #include "for_bus.hpp"
 #include "log.hpp"
 #include "object.hpp"
@@ -82,6 +83,7 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
                                                  &std::get<output>(outputs.forms)...);
         }
         (std::index_sequence_for<Inputs...>{}, std::index_sequence_for<Outputs...>{});
+        std::apply([this](auto&... input) { (disown(input), ...); }, inputs.forms);
     }
 
     /** The outputs' values. An array takes the storage of an input of the same type. */
@@ -95,6 +97,34 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
     }
 
   private:
+    /** An input that the host's function has handed back as an output is released as that. */
+    template <class Form>
+    void disown(Form& input)
+    {
+        if constexpr (std::is_pointer_v<Form>)
+        {
+            std::apply(
+                [&](const auto&... output)
+                {
+                    if ((is_same(input, output) || ...))
+                    {
+                        input = nullptr;
+                    }
+                },
+                outputs.forms);
+        }
+    }
+
+    template <class Output>
+    static bool is_same(const void* input, Output output)
+    {
+        if constexpr (std::is_pointer_v<Output>)
+        {
+            return input == output;
+        }
+        return false;
+    }
+
     template <class Output>
     static Output read_into(typename CForm<Output>::type form, Inputs&... values)
     {
@@ -174,6 +204,10 @@ void dispatch_message(const Place& place, GANTRY_instance* instance,
                    call.inputs.forms);
         is_for_client = false;
         call.run(place, instance, function);
+        if (is_taken(message.get()))
+        {
+            return;
+        }
         reply.emplace(message.new_method_return());
         is_for_client = true;
         [&]<class... Types>(std::type_identity<std::tuple<Types...>>)

@@ -3,6 +3,7 @@
 #include "connection.hpp"
 #include "edges.hpp"
 #include "gantrycontext.hpp"
+#include "open_call.hpp"
 
 #include <systemd/sd-bus.h>
 
@@ -119,11 +120,18 @@ GANTRY_instance* find_object(const GANTRY_cpp_context& context,
     return nullptr;
 }
 
+/** Takes an object with its manager off the bus. Inside a callback for a client's write sd-bus
+ * would answer that with an error. */
+void destroy(GANTRY_instance& instance)
+{
+    remove_object_manager(*instance.vctx, instance.manager);
+    instance.descriptor->deleter(instance.the_service);
+}
+
 void delete_freed(gantry::FreedObject& freed)
 {
-    auto* instance = reinterpret_cast<GANTRY_instance*>(reinterpret_cast<char*>(&freed) -
-                                                        offsetof(GANTRY_instance, freed));
-    instance->descriptor->deleter(instance->the_service);
+    destroy(*reinterpret_cast<GANTRY_instance*>(reinterpret_cast<char*>(&freed) -
+                                                offsetof(GANTRY_instance, freed)));
 }
 
 } // namespace
@@ -140,6 +148,7 @@ void gantry::release_record(GANTRY_instance* instance) noexcept
 {
     if (instance != nullptr)
     {
+        close_calls(*instance->vctx, instance);
         std::free(instance->path);
         delete instance;
     }
@@ -148,7 +157,6 @@ void gantry::release_record(GANTRY_instance* instance) noexcept
 void gantry::instantiate(const Place& place, const Descriptor& descriptor,
                          GANTRY_cpp_context* context, const void* table, const char* path,
                          void* user_private)
-try
 {
     GANTRY_LOG_AT(place, log::trace, "enter");
     context = resolve(place, context);
@@ -156,48 +164,99 @@ try
     {
         return;
     }
-
-    const char* instance_path = path != nullptr ? path : descriptor.path;
-    GANTRY_LOG_AT(place, log::trace, "instance_path=[%s]", instance_path);
-    auto instance = make_record(descriptor, context, table, instance_path, user_private);
-    GANTRY_LOG_AT(place, log::trace, "inst->path=[%s]", instance->path);
-
-    if (context->service_name == nullptr)
+    context->created = nullptr;
+    const auto create = [&]
     {
-        GANTRY_LOG_AT(place, log::trace, "setting the service_name");
-        context->service_name = descriptor.interface;
-        GANTRY_LOG_AT(place, log::trace, "service_name=[%s]", context->service_name);
-        // An earlier context of the thread's may have got it on the same connection.
-        const int result = request_name(*context, context->service_name);
-        throw_if_failed(result == -EALREADY ? 0 : result, "sd_bus_request_name");
-    }
-    instance->manager = add_object_manager(*context, instance->path);
-    struct RemoveManager
-    {
-        GANTRY_cpp_context& context;
-        sd_bus_slot* slot;
-        ~RemoveManager()
+        const char* instance_path = path != nullptr ? path : descriptor.path;
+        GANTRY_LOG_AT(place, log::trace, "instance_path=[%s]", instance_path);
+        auto instance = make_record(descriptor, context, table, instance_path, user_private);
+        GANTRY_LOG_AT(place, log::trace, "inst->path=[%s]", instance->path);
+
+        if (context->service_name == nullptr)
         {
-            remove_object_manager(context, slot);
+            GANTRY_LOG_AT(place, log::trace, "setting the service_name");
+            context->service_name = descriptor.interface;
+            GANTRY_LOG_AT(place, log::trace, "service_name=[%s]", context->service_name);
+            // An earlier context of the thread's may have got it on the same connection.
+            const int result = request_name(*context, context->service_name);
+            throw_if_failed(result == -EALREADY ? 0 : result, "sd_bus_request_name");
         }
-    } manager{*context, instance->manager};
+        instance->manager = add_object_manager(*context, instance->path);
+        struct RemoveManager
+        {
+            GANTRY_cpp_context& context;
+            sd_bus_slot* slot;
+            ~RemoveManager()
+            {
+                remove_object_manager(context, slot);
+            }
+        } manager{*context, instance->manager};
 
-    auto& classes = context->classes;
-    if (std::find(classes.begin(), classes.end(), &descriptor) == classes.end())
-    {
-        classes.push_back(&descriptor);
-    }
-    std::unique_ptr<void, void (*)(void*)> object{descriptor.create(context->bus, instance.get()),
-                                                  descriptor.deleter};
-    static_cast<void>(instance.release());
-    context->tracker.push_back({object.get(), descriptor.deleter});
-    static_cast<void>(object.release());
-    manager.slot = nullptr;
-    GANTRY_LOG_AT(place, log::trace, "leave");
+        auto& classes = context->classes;
+        if (std::find(classes.begin(), classes.end(), &descriptor) == classes.end())
+        {
+            classes.push_back(&descriptor);
+        }
+        std::unique_ptr<void, void (*)(void*)> object{
+            descriptor.create(context->bus, instance.get()), descriptor.deleter};
+        auto* record = instance.release();
+        context->tracker.push_back({object.get(), descriptor.deleter});
+        static_cast<void>(object.release());
+        manager.slot = nullptr;
+        context->created = record;
+        GANTRY_LOG_AT(place, log::trace, "leave");
+        return 0;
+    };
+    at_host_edge(place, &context->create_error, create);
 }
-catch (const std::exception& error)
+
+GANTRY_instance* gantry::find_listener(const void* object)
 {
-    GANTRY_LOG_EXCEPTION_AT(place, error.what());
+    const auto* context = own_context();
+    if (context == nullptr || !context->hears_writes)
+    {
+        return nullptr;
+    }
+    const auto& tracker = context->tracker;
+    const auto tracked = std::find_if(tracker.begin(), tracker.end(),
+                                      [object](const auto& each) { return each.object == object; });
+    const auto& classes = context->classes;
+    const auto descriptor =
+        std::find_if(classes.begin(), classes.end(),
+                     [&](const auto* each)
+                     { return tracked != tracker.end() && each->deleter == tracked->deleter; });
+    auto* instance = descriptor != classes.end() ? (*descriptor)->instance_of(object) : nullptr;
+    return instance != nullptr && instance->written != nullptr ? instance : nullptr;
+}
+
+void GANTRY_instance_on_write(GANTRY_instance* instance,
+                              void (*written)(GANTRY_instance* instance, const char* property,
+                                              void* data),
+                              void* data)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    if (instance != nullptr)
+    {
+        instance->written = written;
+        instance->written_data = data;
+        instance->vctx->hears_writes = true;
+    }
+}
+
+void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_instance** out, int* error)
+{
+    const auto here = GANTRY_HERE;
+    const auto get = [&]
+    {
+        context = gantry::resolve(here, context);
+        *out = context != nullptr ? context->created : nullptr;
+        if (context == nullptr)
+        {
+            return gantry::logged(ENOTCONN);
+        }
+        return *out == nullptr && context->create_error == 0 ? ENOENT : context->create_error;
+    };
+    gantry::at_host_edge(here, error, get);
 }
 
 void GANTRY_instance_get_interface(GANTRY_instance* instance, const char** out)
@@ -276,6 +335,10 @@ void GANTRY_instance_free(GANTRY_instance** instance)
         return; // It was freed before, in the callback that is running.
     }
     tracker.erase(found);
+    if (context.created == &freed)
+    {
+        context.created = nullptr;
+    }
 
     Interfaces interfaces{freed};
     if (const int result = sd_bus_emit_interfaces_removed_strv(GANTRY_get_sd_bus(context.bus),
@@ -285,7 +348,6 @@ void GANTRY_instance_free(GANTRY_instance** instance)
         GANTRY_LOG(gantry::log::failed, "sd_bus_emit_interfaces_removed_strv failed, rv=%d",
                    result);
     }
-    remove_object_manager(context, freed.manager);
 
     if (gantry::is_in_callback(context))
     {
@@ -294,6 +356,6 @@ void GANTRY_instance_free(GANTRY_instance** instance)
     }
     else
     {
-        freed.descriptor->deleter(freed.the_service);
+        destroy(freed);
     }
 }

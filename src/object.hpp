@@ -32,6 +32,10 @@ struct GANTRY_instance
     sd_bus_slot* manager = nullptr;
     /** Used once the object was freed inside a callback. */
     gantry::FreedObject freed{};
+
+    /** Called when a client has written a property; null for none. */
+    void (*written)(GANTRY_instance* instance, const char* property, void* data) = nullptr;
+    void* written_data = nullptr;
 };
 
 namespace gantry
@@ -87,6 +91,9 @@ void delete_as_class(void* object)
  * descriptor, no linker that folds equal functions gives two classes the same address.
  */
 void delete_object(void* object, const Descriptor& descriptor);
+
+/** The record of a published object whose host wants to hear of clients' writes; null else. */
+GANTRY_instance* find_listener(const void* object);
 
 /** Releases an object's record with the path in it; null is ignored. */
 void release_record(GANTRY_instance* instance) noexcept;

@@ -18,11 +18,15 @@
 
 #include <gantry/property.hpp>
 
+#include <systemd/sd-bus.h>
+
+#include <algorithm>
 #include <bitset>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,6 +43,9 @@ using Texts = std::vector<std::string>;
 /** The index over a class's rows allows no more. */
 constexpr std::size_t max_properties = 254;
 
+/** An array in a message has 64 MiB, and an element of it at least a byte. */
+constexpr unsigned long max_count = 64UL << 20U;
+
 /** Finds the row of a member. Returns 0, or the errno if there is none. */
 int find(const GANTRY_instance* instance, const char* member, const Row*& row)
 {
@@ -49,6 +56,72 @@ int find(const GANTRY_instance* instance, const char* member, const Row*& row)
     const auto* properties = instance->descriptor->properties;
     row = properties != nullptr && member != nullptr ? properties->find(member) : nullptr;
     return row != nullptr ? 0 : ENOENT;
+}
+
+/** Calls `use` for each property until it returns true. Returns whether it did. */
+template <class Use>
+bool for_each_property(const GANTRY_instance* instance, const Use& use)
+{
+    if (instance == nullptr)
+    {
+        return false;
+    }
+    for (const auto* row = instance->descriptor->vtable; row->type != _SD_BUS_VTABLE_END; ++row)
+    {
+        if ((row->type == _SD_BUS_VTABLE_PROPERTY ||
+             row->type == _SD_BUS_VTABLE_WRITABLE_PROPERTY) &&
+            use(row->x.property.member, row->x.property.signature))
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+/** The signature of a property's type; null if there is none of that name. */
+const char* type_of(const GANTRY_instance* instance, const char* member)
+{
+    const char* type = nullptr;
+    for_each_property(instance,
+                      [&](const char* each, const char* signature)
+                      {
+                          const bool found = member != nullptr && std::strcmp(each, member) == 0;
+                          type = found ? signature : nullptr;
+                          return found;
+                      });
+    return type;
+}
+
+/** The signature of a type that has setters and getters here. */
+const char* signature_of(std::uint8_t tag)
+{
+    constexpr std::pair<std::uint8_t, const char*> signatures[] = {
+        {PropertyTypes::tag<unsigned char>(), "y"}, {PropertyTypes::tag<bool>(), "b"},
+        {PropertyTypes::tag<short>(), "n"},         {PropertyTypes::tag<unsigned short>(), "q"},
+        {PropertyTypes::tag<int>(), "i"},           {PropertyTypes::tag<unsigned int>(), "u"},
+        {PropertyTypes::tag<long>(), "x"},          {PropertyTypes::tag<unsigned long>(), "t"},
+        {PropertyTypes::tag<double>(), "d"},        {PropertyTypes::tag<std::string>(), "s"},
+        {PropertyTypes::tag<Texts>(), "as"},
+    };
+    const auto* found = std::find_if(std::begin(signatures), std::end(signatures),
+                                     [tag](const auto& each) { return each.first == tag; });
+    return found->second;
+}
+
+/** What a setter or getter reports to at_host_edge(). Without an `error` to tell it, it is logged
+ *  with the property and both types. */
+int told(const gantry::Place& place, const GANTRY_instance* instance, const char* member,
+         std::uint8_t type, int result, const int* error)
+{
+    if (error != nullptr || result == 0)
+    {
+        return result;
+    }
+    const char* actual = type_of(instance, member);
+    GANTRY_LOG_AT(place, gantry::log::failed, "property [%s] of type [%s] accessed as [%s]: %s",
+                  member != nullptr ? member : "", actual != nullptr ? actual : "",
+                  signature_of(type), strerrordesc_np(result));
+    return gantry::logged(result);
 }
 
 /** Sets a member, whose type must be `type`, from a value of it. Returns 0 or an errno. */
@@ -73,8 +146,13 @@ int find(const GANTRY_instance* instance, const char* member, const Row*& row)
                                     const void* value, bool skip_signal, int* error,
                                     std::uint8_t type)
 {
-    gantry::at_host_edge(GANTRY_HERE, error,
-                         [&] { return set(instance, member, value, skip_signal, type); });
+    const auto here = GANTRY_HERE;
+    gantry::at_host_edge(here, error,
+                         [&]
+                         {
+                             return told(here, instance, member, type,
+                                         set(instance, member, value, skip_signal, type), error);
+                         });
 }
 
 /** Stores what a row's getter returns in an output of its C form. Returns 0 or an errno. */
@@ -106,17 +184,19 @@ int copy(const Row& row, const gantry::Object& object, void* out)
 
 /** Called by all getters; the log has this name for all of them. */
 [[gnu::noinline]] void property_get(GANTRY_instance* instance, const char* member, void* out,
-                                    int* error, Copy copy)
+                                    int* error, Copy copy, std::uint8_t type)
 {
+    const auto here = GANTRY_HERE;
     gantry::at_host_edge(
-        GANTRY_HERE, error,
+        here, error,
         [&]
         {
             const Row* row = nullptr;
-            const int result = out != nullptr ? find(instance, member, row) : EINVAL;
-            return result != 0
-                       ? result
-                       : copy(*row, *static_cast<gantry::Object*>(instance->the_service), out);
+            int result = out != nullptr ? find(instance, member, row) : EINVAL;
+            result = result != 0
+                         ? result
+                         : copy(*row, *static_cast<gantry::Object*>(instance->the_service), out);
+            return told(here, instance, member, type, result, error);
         });
 }
 
@@ -133,7 +213,8 @@ int copy(const Row& row, const gantry::Object& object, void* out)
     void GANTRY_property_get_##type(GANTRY_instance* instance, const char* member,                 \
                                     value_type* out, int* error)                                   \
     {                                                                                              \
-        property_get(instance, member, out, error, copy<value_type>);                              \
+        property_get(instance, member, out, error, copy<value_type>,                               \
+                     PropertyTypes::tag<value_type>());                                            \
     }
 GANTRY_FIXED_SIZE_TYPES(GANTRY_DEFINE_ACCESS)
 #undef GANTRY_DEFINE_ACCESS
@@ -141,37 +222,66 @@ GANTRY_FIXED_SIZE_TYPES(GANTRY_DEFINE_ACCESS)
 void GANTRY_property_set_string(GANTRY_instance* instance, const char* member, const char* value,
                                 bool skip_signal, int* error)
 {
-    gantry::at_host_edge(GANTRY_HERE, error,
+    const auto here = GANTRY_HERE;
+    gantry::at_host_edge(here, error,
                          [&]
                          {
+                             constexpr auto type = PropertyTypes::tag<std::string>();
                              const auto text = gantry::from_c<std::string>(value);
-                             return set(instance, member, &text, skip_signal,
-                                        PropertyTypes::tag<std::string>());
+                             return told(here, instance, member, type,
+                                         set(instance, member, &text, skip_signal, type), error);
                          });
 }
 
 void GANTRY_property_get_string(GANTRY_instance* instance, const char* member, char** out,
                                 int* error)
 {
-    property_get(instance, member, out, error, copy<std::string>);
+    property_get(instance, member, out, error, copy<std::string>,
+                 PropertyTypes::tag<std::string>());
 }
 
 void GANTRY_property_set_strings(GANTRY_instance* instance, const char* member,
                                  const GANTRY_string_array* value, bool skip_signal, int* error)
 {
-    gantry::at_host_edge(GANTRY_HERE, error,
+    const auto here = GANTRY_HERE;
+    gantry::at_host_edge(here, error,
                          [&]
                          {
+                             constexpr auto type = PropertyTypes::tag<Texts>();
+                             if (value != nullptr && value->count > max_count)
+                             {
+                                 return told(here, instance, member, type, EINVAL, error);
+                             }
                              const auto texts = gantry::from_c<Texts>(value);
-                             return set(instance, member, &texts, skip_signal,
-                                        PropertyTypes::tag<Texts>());
+                             return told(here, instance, member, type,
+                                         set(instance, member, &texts, skip_signal, type), error);
                          });
 }
 
 void GANTRY_property_get_strings(GANTRY_instance* instance, const char* member,
                                  GANTRY_string_array** out, int* error)
 {
-    property_get(instance, member, out, error, copy<Texts>);
+    property_get(instance, member, out, error, copy<Texts>, PropertyTypes::tag<Texts>());
+}
+
+void GANTRY_property_get_type(GANTRY_instance* instance, const char* member, const char** out)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    *out = type_of(instance, member);
+}
+
+void GANTRY_property_list(GANTRY_instance* instance,
+                          void (*each)(GANTRY_instance* instance, const char* member,
+                                       const char* signature, void* data),
+                          void* data)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    for_each_property(instance,
+                      [=](const char* member, const char* signature)
+                      {
+                          each(instance, member, signature, data);
+                          return false;
+                      });
 }
 
 void GANTRY_strings_free(GANTRY_string_array** strings)
@@ -236,5 +346,9 @@ int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* m
 void GANTRY_property_announce(GANTRY_instance* instance, const char* const* members, int* error)
 {
     gantry::at_host_edge(GANTRY_HERE, error,
-                         [&] { return GANTRY_cpp_property_announce(instance, members); });
+                         [&]
+                         {
+                             const int result = GANTRY_cpp_property_announce(instance, members);
+                             return instance != nullptr ? gantry::logged(result) : result;
+                         });
 }

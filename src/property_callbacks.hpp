@@ -69,17 +69,19 @@ int get_property(sd_bus_message* reply, const Class& object, sdbusplus::SdBusInt
 /** The class-independent core of set_property(). */
 template <class Type>
 int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, AnnouncingSetter<Type> setter);
+                 sd_bus_error* error, const char* member, AnnouncingSetter<Type> setter);
 
 /**
  * The body of a writable property's set callback: reads a value and passes it to the one-argument
- * setter. If the read fails, the property keeps its value and the client gets the error.
+ * setter. If the read fails, the property keeps its value and the client gets the error. A host
+ * that has asked for it is told, and may refuse.
  */
 template <class Type, class Class>
 int set_property(sd_bus_message* value, Class& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, AnnouncingSetter<Type, std::type_identity_t<Class>> setter)
+                 sd_bus_error* error, const char* member,
+                 AnnouncingSetter<Type, std::type_identity_t<Class>> setter)
 {
-    return set_property<Type>(value, reinterpret_cast<Object&>(object), bus, error,
+    return set_property<Type>(value, reinterpret_cast<Object&>(object), bus, error, member,
                               reinterpret_cast<AnnouncingSetter<Type>>(setter));
 }
 

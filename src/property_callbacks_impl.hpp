@@ -5,6 +5,7 @@
 #pragma once
 
 #include "announcement.hpp"
+#include "call.hpp"
 #include "edges.hpp"
 #include "for_bus.hpp"
 #include "property_callbacks.hpp"
@@ -65,10 +66,26 @@ struct Set
 {
     Object* object;
     AnnouncingSetter<Type> setter;
+    const char* member;
+    sd_bus_message* message;
+    sd_bus_error* error;
 
     void operator()(Type&& read) const
     {
+        auto* listener = find_listener(object);
+        if (listener == nullptr)
+        {
+            (object->*setter)(std::move(read));
+            return;
+        }
+        const auto* row = listener->descriptor->properties->find(member);
+        Type former = (object->*accessors_of<Type>(*row).get)();
         (object->*setter)(std::move(read));
+        if (const int refused = tell_written(*listener, member, message, error); refused < 0)
+        {
+            (object->*setter)(std::move(former));
+            throw Taken{refused};
+        }
     }
 };
 
@@ -100,16 +117,15 @@ int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusIn
 
 template <class Type>
 int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, AnnouncingSetter<Type> setter)
+                 sd_bus_error* error, const char* member, AnnouncingSetter<Type> setter)
 {
-    const Set<Type> set{&object, setter};
-    return at_bus_edge(
+    const Set<Type> set{&object, setter, member, value, error};
+    return at_write_edge(
         [&]
         {
             return sdbusplus::sdbuspp::property_callback(
                 value, bus, error, std::function<void(Type &&)>(std::cref(set)));
-        },
-        as_error);
+        });
 }
 
 } // namespace gantry
@@ -127,4 +143,4 @@ int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterfac
 
 #define GANTRY_WRITABLE_PROPERTY(...)                                                              \
     template int set_property(sd_bus_message*, Object&, sdbusplus::SdBusInterface*, sd_bus_error*, \
-                              AnnouncingSetter<__VA_ARGS__>);
+                              const char*, AnnouncingSetter<__VA_ARGS__>);

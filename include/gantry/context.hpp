@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include <gantry/call.h>
 #include <gantry/context.h>
 
 #include <sdbusplus/bus.hpp>
@@ -12,6 +13,7 @@
 #include <sdeventplus/event.hpp>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -100,6 +102,18 @@ struct GANTRY_cpp_context
 
     /** The classes that have had objects here, to find one by its interface name. */
     std::vector<const gantry::Descriptor*> classes;
+
+    /** The calls that are answered later, newest first, their number and its limit. */
+    GANTRY_call* newest_call = nullptr;
+    std::uint32_t open_calls = 0;
+    std::uint32_t max_open_calls = 1024;
+
+    /** Some object's host has asked to hear of clients' writes. */
+    bool hears_writes = false;
+
+    /** What the last creating function published, and why not. */
+    GANTRY_instance* created = nullptr;
+    int create_error = ENOENT;
 };
 
 GANTRY_API void GANTRY_cpp_context_new(GANTRY_cpp_context** out);

@@ -7,6 +7,7 @@
 #ifndef GANTRY_GANTRY_H
 #define GANTRY_GANTRY_H
 
+#include <gantry/call.h>
 #include <gantry/catalogue.h>
 #include <gantry/context.h>
 #include <gantry/instance.h>

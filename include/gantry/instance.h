@@ -39,6 +39,28 @@ GANTRY_API void GANTRY_instance_find(GANTRY_cpp_context* context, const char* in
                                      const char* path, GANTRY_instance** out);
 
 /*
+ * What became of the last creating function (GANTRY_instantiate__*) on the context: sets *out to
+ * the object that it published and *error to 0, or *out to null and *error to the errno why it
+ * published none, such as EEXIST for a path that has such an object; ENOENT if none was called, or
+ * if the object has been freed. A null context means the calling thread's. `error` may be null.
+ */
+GANTRY_API void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_instance** out,
+                                            int* error);
+
+/*
+ * Has `written` called when a client has written one of the object's properties, even with an equal
+ * value: after the value is stored and announced, before the client's reply. `property` is the
+ * D-Bus name. A null `written` ends it. Inside it any function may be called, those of
+ * <gantry/call.h> too, except GANTRY_call_defer; but if it publishes an object, sd-bus gives the
+ * client an error although the value is stored. GANTRY_call_fail refuses the write: the former
+ * value is stored and announced again when `written` returns, and the client gets the error.
+ */
+GANTRY_API void GANTRY_instance_on_write(GANTRY_instance* instance,
+                                         void (*written)(GANTRY_instance* instance,
+                                                         const char* property, void* data),
+                                         void* data);
+
+/*
  * Announces an object that was published after the service started: sends InterfacesAdded with all
  * properties from the object's path. Publishing alone sends nothing. `error` may be null; *error
  * gets 0, EINVAL for a null instance, or the positive errno of a failed send, which is also logged.

@@ -6,10 +6,11 @@
  * several properties at once. The property must have the D-Bus type that <gantry/types.h> maps to
  * the function's C type.
  *
- * `error` may be null. *error gets 0 or a positive errno; on an error a getter leaves *out
- * unchanged:
+ * *error gets 0 or a positive errno; on an error a getter leaves *out unchanged. `error` may be
+ * null: then the log gets what *error would.
  *
- *     EINVAL   the property has another type; the instance or `out` is null
+ *     EINVAL   the property has another type; the instance or `out` is null; an array record has a
+ *              count that no message can have
  *     EMSGSIZE no message can hold the value: an array has at most 64 MiB, a text less than 128 MiB
  *     ENOENT   the object has no property of that name, or the name is null
  *     ENOMEM   memory ran out; a setter that announces may have stored the value
@@ -57,6 +58,18 @@ GANTRY_API void GANTRY_property_get_strings(GANTRY_instance* instance, const cha
 /* Releases such a record, its elements and its texts, and sets *strings to null. Does nothing if
  * `strings` or *strings is null. */
 GANTRY_API void GANTRY_strings_free(GANTRY_string_array** strings);
+
+/* Sets *out to the D-Bus signature of the property's type, which is valid as long as the library;
+ * to null if the object has no such property. `out` must not be null. */
+GANTRY_API void GANTRY_property_get_type(GANTRY_instance* instance, const char* member,
+                                         const char** out);
+
+/* Calls `each` for every property of the object, in the order of its table. Both texts are valid as
+ * long as the library. `each` may free the instance. */
+GANTRY_API void GANTRY_property_list(GANTRY_instance* instance,
+                                     void (*each)(GANTRY_instance* instance, const char* member,
+                                                  const char* signature, void* data),
+                                     void* data);
 
 /*
  * Announces the present values of several properties in one PropertiesChanged signal. `members` is

@@ -1,0 +1,249 @@
+#include "call.hpp"
+
+#include "connection.hpp"
+#include "gantrycontext.hpp"
+#include "utf8.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+namespace
+{
+
+constexpr char source_stem[] = "call";
+
+} // namespace
+
+namespace gantry
+{
+namespace
+{
+
+// A bare pointer, so that a thread that exits doesn't destroy it before its context.
+constinit thread_local ServedCall* innermost = nullptr;
+
+/** The call of the object that is being served. Returns null, and logs for `place`, if there is
+ *  none. */
+ServedCall* find_served(const Place& place, const GANTRY_instance* instance)
+{
+    for (auto* served = instance != nullptr ? innermost : nullptr; served != nullptr;
+         served = served->outer)
+    {
+        if (served->object == instance->the_service)
+        {
+            return served;
+        }
+    }
+    GANTRY_LOG_AT(place, log::failed, "no callback of the object is running");
+    return nullptr;
+}
+
+std::string repaired(const char* text)
+{
+    return for_bus(std::string(text != nullptr ? text : ""));
+}
+
+bool is_error_name(const char* name)
+{
+    // D-Bus gives both kinds of names the same rules.
+    return name != nullptr && sd_bus_interface_name_is_valid(name) > 0;
+}
+
+} // namespace
+
+ServedCall::ServedCall(const void* served_object, sd_bus_message* served_message,
+                       Kind its_kind) noexcept :
+    object(served_object), message(served_message), kind(its_kind), outer(innermost)
+{
+    innermost = this;
+}
+
+ServedCall::~ServedCall()
+{
+    innermost = outer;
+    sd_bus_error_free(&failure);
+}
+
+int ServedCall::take(sd_bus_error* error) noexcept
+{
+    // A failure that was set before the call was deferred doesn't count.
+    return is_deferred ? 1 : sd_bus_error_move(error, &failure);
+}
+
+int ServedCall::fail(const char* name, const char* text)
+{
+    sd_bus_error_free(&failure);
+    sd_bus_error_set(&failure, name, text);
+    return sd_bus_error_has_name(&failure, name) > 0 ? 0 : ENOMEM;
+}
+
+int at_write_edge(CallReference call)
+{
+    return at_bus_edge(
+        [&]
+        {
+            try
+            {
+                return call();
+            }
+            catch (const Taken& taken)
+            {
+                return taken.result;
+            }
+        },
+        as_error);
+}
+
+int tell_written(GANTRY_instance& listener, const char* member, sd_bus_message* message,
+                 sd_bus_error* error)
+{
+    ServedCall served(listener.the_service, message, ServedCall::Kind::write);
+    listener.written(&listener, member, listener.written_data);
+    return served.is_taken() ? served.take(error) : 0;
+}
+
+bool is_taken(sd_bus_message* message) noexcept
+{
+    return innermost != nullptr && innermost->message == message && innermost->is_taken();
+}
+
+void answer_with(const Place& place, const Descriptor& descriptor, const char* member,
+                 GANTRY_call** call, int* error, const void* values,
+                 void (*append)(const void* values, sdbusplus::message::message& reply))
+{
+    const auto answer = [&]
+    {
+        auto** open = call != nullptr ? find_open(own_context(), *call) : nullptr;
+        if (open == nullptr || (*open)->instance->descriptor != &descriptor ||
+            std::strcmp(sd_bus_message_get_member((*open)->message), member) != 0)
+        {
+            return EINVAL;
+        }
+        *call = nullptr;
+        TakenCall taken(open);
+        if (taken.wants_reply())
+        {
+            auto reply = sdbusplus::message::message(taken.message()).new_method_return();
+            append(values, reply);
+            reply.method_return();
+        }
+        taken.mark_answered();
+        return 0;
+    };
+    at_host_edge(place, error, answer);
+}
+
+} // namespace gantry
+
+using gantry::ServedCall;
+
+void GANTRY_call_fail(GANTRY_instance* instance, const char* name, const char* text, int* error)
+{
+    const auto here = GANTRY_HERE;
+    const auto fail = [=]
+    {
+        auto* served = gantry::find_served(here, instance);
+        if (served == nullptr)
+        {
+            return gantry::logged(EINVAL);
+        }
+        if (served->is_deferred || !gantry::is_error_name(name))
+        {
+            return EINVAL;
+        }
+        return served->fail(name, gantry::repaired(text).c_str());
+    };
+    gantry::at_host_edge(here, error, fail);
+}
+
+void GANTRY_call_get_sender(GANTRY_instance* instance, const char** out)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    auto* served = gantry::find_served(GANTRY_HERE, instance);
+    *out = served != nullptr ? sd_bus_message_get_sender(served->message) : nullptr;
+}
+
+void GANTRY_call_get_credentials(GANTRY_instance* instance, uid_t* uid, pid_t* pid, int* error)
+{
+    const auto here = GANTRY_HERE;
+    const auto ask = [=]
+    {
+        auto* served = gantry::find_served(here, instance);
+        if (served == nullptr)
+        {
+            return gantry::logged(EINVAL);
+        }
+        sd_bus_creds* creds = nullptr;
+        int result = gantry::uninterrupted(
+            [&]
+            {
+                return sd_bus_query_sender_creds(served->message,
+                                                 SD_BUS_CREDS_EUID | SD_BUS_CREDS_PID, &creds);
+            });
+        uid_t asked_uid = 0;
+        pid_t asked_pid = 0;
+        result = result < 0 ? result : sd_bus_creds_get_euid(creds, &asked_uid);
+        result = result < 0 ? result : sd_bus_creds_get_pid(creds, &asked_pid);
+        sd_bus_creds_unref(creds);
+        if (result < 0)
+        {
+            return -result;
+        }
+        if (uid != nullptr)
+        {
+            *uid = asked_uid;
+        }
+        if (pid != nullptr)
+        {
+            *pid = asked_pid;
+        }
+        return 0;
+    };
+    gantry::at_host_edge(here, error, ask);
+}
+
+void GANTRY_call_defer(GANTRY_instance* instance, GANTRY_call** call, int* error)
+{
+    *call = nullptr;
+    const auto here = GANTRY_HERE;
+    const auto defer = [=]
+    {
+        auto* served = gantry::find_served(here, instance);
+        if (served == nullptr)
+        {
+            return gantry::logged(EINVAL);
+        }
+        if (served->is_deferred || served->kind != ServedCall::Kind::method)
+        {
+            return EINVAL;
+        }
+        *call = gantry::open_call(*instance->vctx, instance, served->message);
+        if (*call == nullptr)
+        {
+            served->fail(SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls are open");
+            return ENOBUFS;
+        }
+        served->is_deferred = true;
+        return 0;
+    };
+    gantry::at_host_edge(here, error, defer);
+}
+
+void GANTRY_call_refuse(GANTRY_call** call, const char* name, const char* text, int* error)
+{
+    const auto here = GANTRY_HERE;
+    const auto refuse = [=]
+    {
+        auto** place = call != nullptr ? gantry::find_open(gantry::own_context(), *call) : nullptr;
+        if (place == nullptr || !gantry::is_error_name(name))
+        {
+            return EINVAL;
+        }
+        const auto repaired = gantry::repaired(text);
+        *call = nullptr;
+        const int result = gantry::TakenCall(place).refuse(name, repaired.c_str());
+        return result < 0 ? -result : 0;
+    };
+    gantry::at_host_edge(here, error, refuse);
+}

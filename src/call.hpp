@@ -1,0 +1,103 @@
+/*
+ * The call that a host's function serves, as long as the function runs. The edge of the bus
+ * callback keeps it on the stack, the functions of <gantry/call.h> find it there by its object, and
+ * the edge answers as they asked:
+ *
+ *     not at all    with the function's outputs
+ *     failed        with the host's error
+ *     deferred      not now: the call stays open (open_call.hpp)
+ */
+#pragma once
+
+#include "c_form.hpp"
+#include "edges.hpp"
+#include "for_bus.hpp"
+#include "object.hpp"
+#include "open_call.hpp"
+
+#include <sdbusplus/message.hpp>
+
+#include <systemd/sd-bus.h>
+
+#include <tuple>
+
+namespace gantry
+{
+
+class ServedCall
+{
+  public:
+    /** A call of a method, or a client's write of a property, which can't be deferred. */
+    enum class Kind
+    {
+        method,
+        write,
+    };
+
+    ServedCall(const void* served_object, sd_bus_message* served_message, Kind its_kind) noexcept;
+    ~ServedCall();
+    ServedCall(const ServedCall&) = delete;
+    ServedCall(ServedCall&&) = delete;
+    ServedCall& operator=(const ServedCall&) = delete;
+    ServedCall& operator=(ServedCall&&) = delete;
+
+    /** Whether the outputs aren't the answer. */
+    [[nodiscard]] bool is_taken() const noexcept
+    {
+        return is_deferred || sd_bus_error_is_set(&failure) > 0;
+    }
+    /** Moves the failure, if there is one, to what sd-bus sends. Returns what sd-bus is to get. */
+    int take(sd_bus_error* error) noexcept;
+
+    /** Makes the call fail. Returns 0 or an errno. */
+    int fail(const char* name, const char* text);
+
+    const void* const object;
+    sd_bus_message* const message;
+    const Kind kind;
+    bool is_deferred = false;
+    ServedCall* const outer;
+
+  private:
+    sd_bus_error failure = SD_BUS_ERROR_NULL;
+};
+
+/** Thrown to pass sdbusplus when the client's error is set or the call deferred; `result` is what
+ *  sd-bus is to get. */
+struct Taken
+{
+    int result;
+};
+
+/** at_bus_edge() for a client's write, with a handler for Taken inside it. */
+int at_write_edge(CallReference call);
+
+/** Tells the host of a client's write. Returns a negative errno, with the error set, if the host
+ *  refuses it; else 0. */
+int tell_written(GANTRY_instance& listener, const char* member, sd_bus_message* message,
+                 sd_bus_error* error);
+
+/** Whether the call in this message is being served and its outputs aren't the answer. */
+bool is_taken(sd_bus_message* message) noexcept;
+
+/** Answers an open call of the method with what `append` adds to the reply. */
+void answer_with(const Place& place, const Descriptor& descriptor, const char* member,
+                 GANTRY_call** call, int* error, const void* values,
+                 void (*append)(const void* values, sdbusplus::message::message& reply));
+
+/** The body of an exported answering function. */
+template <class... Values, class... Forms>
+void answer(const Place& place, const Descriptor& descriptor, const char* member,
+            GANTRY_call** call, int* error, Forms... forms)
+{
+    const std::tuple<Forms...> values(forms...);
+    answer_with(place, descriptor, member, call, error, &values,
+                [](const void* lent, sdbusplus::message::message& reply)
+                {
+                    std::apply([&](auto... form)
+                               { (reply.append(for_bus(from_c<Values>(form))), ...); },
+                               *static_cast<const std::tuple<Forms...>*>(lent));
+                });
+}
+
+} // namespace gantry

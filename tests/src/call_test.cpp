@@ -1,0 +1,337 @@
+// A host answers as it needs: what a client gets when its call is refused, answered later or never,
+// and what a host gets to know of its callers, of writes and of its own mistakes.
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <random>
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include <gantry/gantry.h>
+
+#include "src/served.hpp"
+
+namespace
+{
+
+constexpr const char* gantrytest = "com.orvane.velmar.sample.gantrytest";
+constexpr auto reply = GANTRY_reply__com_orvane_velmar_sample_gantrytest__Try_string;
+constexpr auto reply_d = GANTRY_reply__com_orvane_velmar_sample_gantrytest__Try_string_D;
+constexpr const char* busy = "com.example.Error.Busy";
+
+using Function = void(GANTRY_instance*, char*, char**);
+
+std::vector<GANTRY_call*> open_calls;
+std::string seen;
+int error = -1;
+
+template <class Function, class... Args>
+int errno_of(Function* function, Args... args)
+{
+    function(args..., &error);
+    return error;
+}
+
+void defer(GANTRY_instance* instance, char* /*in*/, char** out)
+{
+    *out = strdup("not sent");
+    GANTRY_call_defer(instance, &open_calls.emplace_back(), &error);
+    error != 0 ? open_calls.pop_back() : void();
+}
+
+class Call : public Served
+{
+  protected:
+    Call()
+    {
+        open_calls.clear();
+        seen.clear();
+        serve(defer);
+        instance = publish("/object");
+    }
+
+    void serve(Function* function)
+    {
+        table.Try_string = table.Try_string_D = function;
+    }
+
+    GANTRY_instance* publish(const char* path)
+    {
+        GANTRY_instance* created = nullptr;
+        GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(context, &table, path, nullptr);
+        GANTRY_instance_get_created(context, &created, &error);
+        logged();
+        return created;
+    }
+
+    support::Client::Pending start(const char* method, const char* path = "/object")
+    {
+        auto pending = client.start({service, path}, gantrytest, method, "s", "text");
+        client.settle(service);
+        return pending;
+    }
+
+    std::string set(const char* value, const char* path = "/object")
+    {
+        return client.set({service, path}, gantrytest, "PropString", "s", value).text;
+    }
+
+    GANTRY_table__com_orvane_velmar_sample_gantrytest table{};
+    GANTRY_instance* instance = nullptr;
+};
+
+TEST_F(Call, RefusedReachesTheClientAsTheHostsLastErrorAndNotTheLog)
+{
+    serve(
+        [](GANTRY_instance* object, char*, char** out)
+        {
+            *out = strdup("not sent");
+            GANTRY_call_fail(object, "com.example.First", "first", nullptr);
+            GANTRY_call_fail(object, busy, "a dump \xFF is running", nullptr);
+            EXPECT_EQ(errno_of(GANTRY_call_fail, object, "not a name", ""), EINVAL);
+        });
+    for (const char* shape : {"Try_string", "Try_string_D"})
+    {
+        EXPECT_EQ(start(shape)->text, "error com.example.Error.Busy: a dump \uFFFD is running");
+        EXPECT_EQ(logged(8), "");
+    }
+    EXPECT_EQ(errno_of(GANTRY_call_fail, instance, busy, ""), EINVAL);
+    EXPECT_EQ(logged(8), "2 call.GANTRY_call_fail: no callback of the object is running\n");
+}
+
+TEST_F(Call, KnowsItsCaller)
+{
+    serve(
+        [](GANTRY_instance* object, char*, char** out)
+        {
+            const char* sender = nullptr;
+            uid_t uid = UINT_MAX;
+            pid_t pid = -1;
+            GANTRY_call_get_sender(object, &sender);
+            GANTRY_call_get_credentials(object, &uid, &pid, &error);
+            EXPECT_EQ(std::pair(uid, pid), std::pair(geteuid(), getpid()));
+            *out = strdup(sender);
+        });
+    const char* name = nullptr;
+    sd_bus_get_unique_name(client.bus(), &name);
+    EXPECT_EQ(start("Try_string")->text, "s \"" + std::string(name) + '"');
+    EXPECT_EQ(start("Try_string_D")->text, "s \"" + std::string(name) + '"');
+    GANTRY_call_get_sender(instance, &name);
+    EXPECT_EQ(name, nullptr);
+}
+
+TEST_F(Call, DeferredIsAnsweredOnceByItsOwnMethodWhileOthersAreServed)
+{
+    serve(
+        [](GANTRY_instance* object, char* in, char** out)
+        {
+            GANTRY_call_fail(object, busy, "before", nullptr);
+            defer(object, in, out);
+            GANTRY_call* second = nullptr;
+            EXPECT_EQ(errno_of(GANTRY_call_defer, object, &second), EINVAL);
+            EXPECT_EQ(errno_of(GANTRY_call_fail, object, busy, "after"), EINVAL);
+        });
+    const auto first = start("Try_string");
+    const auto second = start("Try_string_D");
+    ASSERT_EQ(open_calls.size(), 2U);
+    EXPECT_EQ(first->text + second->text, "no replyno reply");
+
+    auto* copy = open_calls[1];
+    EXPECT_EQ(errno_of(reply, &open_calls[1], "another method's"), EINVAL);
+    EXPECT_EQ(errno_of(reply_d, &open_calls[1], "b\xFF"), 0);
+    EXPECT_EQ(open_calls[1], nullptr);
+    EXPECT_EQ(errno_of(reply_d, &open_calls[1], "again"), EINVAL);
+    EXPECT_EQ(errno_of(reply_d, &copy, "again"), EINVAL);
+    EXPECT_EQ(errno_of(GANTRY_call_refuse, &open_calls[0], "no name", ""), EINVAL);
+    EXPECT_EQ(errno_of(GANTRY_call_refuse, &open_calls[0], busy, "b\xFF"), 0);
+    client.settle(service);
+    EXPECT_EQ(first->text + second->text, "error com.example.Error.Busy: b\uFFFDs \"b\uFFFD\"");
+    EXPECT_EQ(logged(8), "");
+}
+
+TEST_F(Call, DeferredNeedsNobodyToReadTheAnswer)
+{
+    sd_bus_message* silent = nullptr;
+    sd_bus_message_new_method_call(client.bus(), &silent, service.c_str(), "/object", gantrytest,
+                                   "Try_string");
+    sd_bus_message_append(silent, "s", "text");
+    sd_bus_send(client.bus(), silent, nullptr);
+    sd_bus_message_unref(silent);
+    {
+        support::Client leaving([this] { GANTRY_dbus_loop_one_pass(context); });
+        const auto dropped =
+            leaving.start({service, "/object"}, gantrytest, "Try_string", "s", "text");
+        leaving.settle(service);
+    }
+    client.settle(service);
+    ASSERT_EQ(open_calls.size(), 2U);
+    EXPECT_EQ(errno_of(reply, &open_calls[0], "a"), 0);
+    EXPECT_EQ(errno_of(reply, &open_calls[1], "a"), 0);
+}
+
+TEST_F(Call, OverTheLimitIsRefusedAndOthersGoOn)
+{
+    context->max_open_calls = 1;
+    const auto kept = start("Try_string");
+    EXPECT_EQ(start("Try_string_D")->text,
+              "error org.freedesktop.DBus.Error.LimitsExceeded: too many calls are open");
+    EXPECT_EQ(error, ENOBUFS);
+    reply(&open_calls.at(0), "a", &error);
+    EXPECT_EQ(start("Try_string_D")->text + kept->text, "no replys \"a\"");
+}
+
+TEST_F(Call, StillOpenWhenItsObjectOrContextGoesIsAnsweredNewestFirst)
+{
+    auto* other = publish("/other");
+    std::vector<support::Client::Pending> pending;
+    for (const char* path : {"/object", "/other", "/object", "/other"})
+    {
+        pending.push_back(start("Try_string", path));
+    }
+    const auto expect_answered = [&](const auto& older, const auto& newer)
+    {
+        ASSERT_TRUE(client.wait_for([&] { return older->message && newer->message; }));
+        EXPECT_EQ(older->text, "error org.freedesktop.DBus.Error.NoReply: "
+                               "the object was removed before it answered");
+        std::uint64_t later = 0;
+        std::uint64_t earlier = 0;
+        sd_bus_message_get_cookie(older->message.get(), &later);
+        sd_bus_message_get_cookie(newer->message.get(), &earlier);
+        EXPECT_GT(later, earlier);
+    };
+    GANTRY_instance_free(&other);
+    expect_answered(pending[1], pending[3]);
+    EXPECT_EQ(pending[0]->text, "no reply");
+    GANTRY_context_free(&context);
+    expect_answered(pending[0], pending[2]);
+}
+
+TEST_F(Call, OfAnObjectThatItsOwnCallbackFreesIsAnsweredAllTheSame)
+{
+    serve(
+        [](GANTRY_instance* object, char* in, char** out)
+        {
+            defer(object, in, out);
+            GANTRY_instance_free(&object);
+        });
+    const auto call = start("Try_string");
+    EXPECT_TRUE(client.wait_for([&] { return call->message != nullptr; }));
+    EXPECT_TRUE(call->text.starts_with("error org.freedesktop.DBus.Error.NoReply")) << call->text;
+}
+
+TEST_F(Call, AThousandOfFourClientsAreAnsweredInAnyOrderAndLeaveNothing)
+{
+    GANTRY_set_use_default(false); // a private connection
+    make();
+    GANTRY_set_use_default(true);
+    publish("/object");
+    std::vector<support::Client> clients;
+    clients.reserve(4);
+    for (int count = 0; count < 4; ++count)
+    {
+        clients.emplace_back([this] { GANTRY_dbus_loop_one_pass(context); });
+    }
+    std::size_t used = 0;
+    std::mt19937 random{4};
+    for (int round = 0; round < 4; ++round)
+    {
+        std::vector<support::Client::Pending> pending;
+        pending.reserve(1000);
+        for (std::size_t count = 0; count < 1000; ++count)
+        {
+            pending.push_back(clients[count % 4].start({service, "/object"}, gantrytest,
+                                                       "Try_string", "s", "text"));
+        }
+        std::ranges::for_each(clients, [this](auto& each) { each.settle(service); });
+        ASSERT_EQ(open_calls.size(), 1000U);
+        std::ranges::shuffle(open_calls, random);
+        std::ranges::for_each(open_calls, [](auto*& call) { reply(&call, "a", &error); });
+        open_calls.clear();
+        std::ranges::for_each(clients, [this](auto& each) { each.settle(service); });
+        EXPECT_TRUE(
+            std::ranges::all_of(pending, [](auto& each) { return each->text == "s \"a\""; }));
+        pending.clear();
+        logged();
+        const std::size_t before = std::exchange(used, mallinfo2().uordblks);
+        EXPECT_TRUE(round < 2 || used < before + 200'000) << before << ' ' << used;
+    }
+}
+
+TEST_F(Call, WritingClientIsToldToTheHostWhichMayRefuse)
+{
+    const auto written = [](GANTRY_instance* object, const char* property, void* refused)
+    {
+        char* value = nullptr;
+        GANTRY_property_get_string(object, property, &value, nullptr);
+        seen += std::string(property) + '=' + value + ' ';
+        if (std::strcmp(value, static_cast<const char*>(refused)) == 0)
+        {
+            GANTRY_call* call = nullptr;
+            EXPECT_EQ(errno_of(GANTRY_call_defer, object, &call), EINVAL);
+            GANTRY_call_fail(object, busy, "not now", nullptr);
+        }
+        std::strcmp(value, "free") == 0 ? GANTRY_instance_free(&object) : void();
+        std::free(value);
+    };
+    char refused[] = "bad";
+    GANTRY_instance_on_write(instance, written, refused);
+    publish("/other");
+    set("good");
+    announced();
+    EXPECT_EQ(set("bad"), "error com.example.Error.Busy: not now");
+    client.settle(service);
+    EXPECT_EQ(client.signals().size(), 2U);
+    EXPECT_EQ(announced(), "PropString: s \"bad\"\nPropString: s \"good\"\n");
+    EXPECT_EQ(set("bad", "/other"), "");
+    GANTRY_property_set_string(instance, "PropString", "bad", true, &error);
+    EXPECT_EQ(set("free"), "");
+    EXPECT_TRUE(set("gone").starts_with("error "));
+    EXPECT_EQ(seen, "PropString=good PropString=bad PropString=free ");
+}
+
+TEST_F(Call, WithAnInputForItsOutputReleasesItOnce)
+{
+    serve([](GANTRY_instance*, char* in, char** out) { *out = in; });
+    table.TryArrayString = table.TryArrayStringD = [](GANTRY_instance*, GANTRY_string_array* in,
+                                                      GANTRY_string_array** out) { *out = in; };
+    EXPECT_EQ(start("Try_string")->text + start("Try_string_D")->text, "s \"text\"s \"text\"");
+    const support::Object object{service, "/object"};
+    EXPECT_EQ(client.call(object, gantrytest, "TryArrayString", "as", 1, "a").text, "as [\"a\"]");
+    EXPECT_EQ(client.call(object, gantrytest, "TryArrayStringD", "as", 1, "a").text, "as [\"a\"]");
+}
+
+TEST_F(Call, HostLearnsWhatItsMistakeWas)
+{
+    GANTRY_property_set_uint64(instance, "PropUInt32", 1, false, nullptr);
+    char* text = nullptr;
+    GANTRY_property_get_string(instance, "None", &text, nullptr);
+    reply(&open_calls.emplace_back(), "", nullptr);
+    EXPECT_EQ(logged(8),
+              "2 property_c.property_set: property [PropUInt32] of type [u] accessed as [t]: "
+              "Invalid argument\n"
+              "2 property_c.property_get: property [None] of type [] accessed as [s]: "
+              "No such file or directory\n"
+              "2 gantry_server.GANTRY_reply__com_orvane_velmar_sample_gantrytest__Try_string: "
+              "Invalid argument\n");
+    const GANTRY_string_array absurd{&text, ULONG_MAX};
+    EXPECT_EQ(errno_of(GANTRY_property_set_strings, instance, "PropString", &absurd, false),
+              EINVAL);
+    EXPECT_EQ(logged(8), "");
+    EXPECT_EQ(publish("/object"), nullptr);
+    EXPECT_EQ(error, EEXIST);
+
+    const auto list = [](GANTRY_instance* object, const char* member, const char* type, void*)
+    {
+        const char* same = nullptr;
+        GANTRY_property_get_type(object, member, &same);
+        EXPECT_STREQ(same, type);
+        seen += std::string(member) + ' ' + type + ' ';
+    };
+    GANTRY_property_list(instance, list, nullptr);
+    EXPECT_TRUE(seen.starts_with("PropByte y PropBoolean b PropInt16 n ")) << seen;
+    EXPECT_TRUE(seen.ends_with("VersionTest d ")) << seen;
+}
+
+} // namespace
