@@ -83,6 +83,26 @@ TEST_F(Object, ClaimsANameOnlyAsTheFirstAndWhenNoneIsChosen)
     EXPECT_EQ(sent(), ""); // no InterfacesAdded
 }
 
+TEST_F(Object, KeepsWhatItsHostGaveItAndItsContext)
+{
+    int host = 0;
+    void* kept = nullptr;
+    char* path = nullptr;
+    blt.instantiate(context, nullptr, "/kept", &host);
+    auto* object = find(blt.interface, "/kept");
+    GANTRY_instance_get_user_private(object, &kept);
+    EXPECT_EQ(kept, &host);
+    GANTRY_instance_get_context(object, &kept);
+    EXPECT_EQ(kept, context);
+    GANTRY_instance_get_path(object, &path);
+    EXPECT_STREQ(path, "/kept");
+    GANTRY_instance_path_free(&path);
+    EXPECT_EQ(path, nullptr);
+    GANTRY_context_set_user_private(context, &host);
+    GANTRY_context_get_user_private(nullptr, &kept);
+    EXPECT_EQ(kept, &host);
+}
+
 TEST_F(Object, UnderARefusedNameLeavesNothingAndTheNextDoesNotAskAgain)
 {
     context->service_name = nullptr;

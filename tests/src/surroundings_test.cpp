@@ -190,6 +190,11 @@ TEST_F(Surroundings, TooLargeForAMessageIsRefusedWhereItIsStoredOrReturned)
     auto& sample_object = own();
     EXPECT_THROW(sample_object.propString(std::string(128U << 20U, 'x')),
                  sdbusplus::exception::SdBusError);
+    using Held = std::variant<short, std::string, std::tuple<short, int, long>>;
+    const Held struct_held = std::tuple<short, int, long>{};
+    EXPECT_NO_THROW(sample_object.recursionTest2({{"small", text}, {"struct", struct_held}}));
+    EXPECT_THROW(sample_object.recursionTest2({{"1", text}, {"2", text}, {"3", text}, {"4", text}}),
+                 sdbusplus::exception::SdBusError);
     sample_object.in_method = [] { return std::string(128U << 20U, 'x'); };
     EXPECT_THAT(client.call({service, "/own"}, sample, "Try_string", "s", "").text,
                 HasSubstr("Message too long"));
