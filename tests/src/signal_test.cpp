@@ -162,6 +162,7 @@ TEST_F(Signal, IsHeardFromAnyoneOnceForEachSubscription)
     refresh(nullptr, "own");
     client.emit(service.c_str(), "/b", "com.orvane.velmar.HWInventory", "Refresh", "s", "one");
     emit("Refreshed", "s", "another member");
+    client.call({service, "/own"}, "com.orvane.velmar.HWInventory", "Refresh", "s", "a call");
     emit("HardwareInventoryChanged", "s", "more");
     emit("Refresh", "si", "more", 1);
     emit("complextypes", "(quat)s", 65535, 4294967295U, 2, UINT64_C(0), UINT64_MAX, "text");
