@@ -85,9 +85,9 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
                  GANTRY_call** call, int* error, const void* values,
                  void (*append)(const void* values, sdbusplus::message::message& reply));
 
-/** The body of an exported answering function. */
+/** The body of an exported answering function. Cold, so that it is compiled for size. */
 template <class... Values, class... Forms>
-void answer(const Place& place, const Descriptor& descriptor, const char* member,
+[[gnu::cold]] void answer(const Place& place, const Descriptor& descriptor, const char* member,
             GANTRY_call** call, int* error, Forms... forms)
 {
     const std::tuple<Forms...> values(forms...);
