@@ -88,7 +88,7 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
 /** The body of an exported answering function. Cold, so that it is compiled for size. */
 template <class... Values, class... Forms>
 [[gnu::cold]] void answer(const Place& place, const Descriptor& descriptor, const char* member,
-            GANTRY_call** call, int* error, Forms... forms)
+                          GANTRY_call** call, int* error, Forms... forms)
 {
     const std::tuple<Forms...> values(forms...);
     answer_with(place, descriptor, member, call, error, &values,
