@@ -111,6 +111,11 @@ int Carrier::take()
     return -error;
 }
 
+bool Carrier::is_carrying() noexcept
+{
+    return innermost != nullptr && innermost->carried;
+}
+
 __attribute__((no_sanitize("null"))) void at_host_edge(const Place& place, int* error,
                                                        CallReference call)
 {

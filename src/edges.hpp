@@ -67,6 +67,9 @@ class Carrier
      */
     static int take();
 
+    /** Whether the innermost Carrier has an exception: that is logged where it arrives. */
+    static bool is_carrying() noexcept;
+
   private:
     void rethrow();
 

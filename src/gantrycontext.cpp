@@ -143,17 +143,60 @@ catch (const std::exception& error)
     GANTRY_LOG_EXCEPTION(error.what());
 }
 
+/** libsystemd as sdbusplus calls it. Logs the failures that sdbusplus ignores. */
+class LoggedBus final : public sdbusplus::SdBusImpl
+{
+  public:
+    int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* match,
+                         sd_bus_message_handler_t callback, void* user) override
+    {
+        const int result = SdBusImpl::sd_bus_add_match(bus, slot, match, callback, user);
+        if (result < 0)
+        {
+            GANTRY_LOG(gantry::log::failed, "failed for [%s], rv=%d", match, result);
+        }
+        return result;
+    }
+
+    int sd_bus_add_object_manager(sd_bus* bus, sd_bus_slot** slot, const char* path) override
+    {
+        const int result = SdBusImpl::sd_bus_add_object_manager(bus, slot, path);
+        if (result < 0)
+        {
+            GANTRY_LOG(gantry::log::failed, "failed for [%s], rv=%d", path, result);
+        }
+        return result;
+    }
+
+    int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path, const char* interface,
+                                            char** names) override
+    {
+        const int result =
+            SdBusImpl::sd_bus_emit_properties_changed_strv(bus, path, interface, names);
+        // EDOM: the property is one that never announces a change.
+        if (result < 0 && result != -EDOM && !gantry::Carrier::is_carrying())
+        {
+            GANTRY_LOG(gantry::log::failed, "failed for [%s] of [%s], rv=%d", *names, path, result);
+        }
+        return result;
+    }
+};
+
+// Trivially destructible, so a thread that exits after static destruction can still use it.
+constinit LoggedBus logged_bus;
+
 /** Opens the connection that GANTRY_use_default selects. */
 sdbusplus::bus::bus open_bus()
 {
     sd_bus* opened = nullptr;
     GANTRY_use_default ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
+    const std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)> held{opened, sd_bus_unref};
     // The bus object reads the connection's unique name, which waits for the bus. That wait isn't
     // repeated if a signal interrupts it, so the wait is made here.
     sd_id128_t ignored;
     gantry::uninterrupted([&] { return sd_bus_get_bus_id(opened, &ignored); });
 
-    sdbusplus::bus::bus bus(opened, std::false_type{});
+    sdbusplus::bus::bus bus(opened, &logged_bus);
     // A private connection is closed with its last use; a shared one is left to its other users.
     bus.set_should_close(!GANTRY_use_default);
     return bus;
