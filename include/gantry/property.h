@@ -13,11 +13,11 @@
  *              count that no message can have
  *     EMSGSIZE no message can hold the value: an array has at most 64 MiB, a text less than 128 MiB
  *     ENOENT   the object has no property of that name, or the name is null
- *     ENOMEM   memory ran out; a setter that announces may have stored the value
+ *     ENOMEM   memory ran out; a setter may have stored the value, and announced it
  *     another  a getter that the announcement runs threw, and the value is stored; or, only for
  *              GANTRY_property_announce, the signal couldn't be sent
  *
- * The last two are also logged. A setter doesn't report that its signal couldn't be sent.
+ * The last two are also logged. That its signal couldn't be sent, a setter logs but doesn't report.
  *
  * Call all functions on the context's thread.
  */
