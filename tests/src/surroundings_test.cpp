@@ -33,6 +33,14 @@ int sd_bus_attach_event(sd_bus* bus, sd_event* event, int priority)
     return attach_event.next_or("sd_bus_attach_event", sd_bus_attach_event, bus, event, priority);
 }
 
+static stand_in::Script add_match;
+int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* match,
+                     sd_bus_message_handler_t callback, void* data)
+{
+    return add_match.next_or("sd_bus_add_match", sd_bus_add_match, bus, slot, match, callback,
+                             data);
+}
+
 // The library's minutes take 200 milliseconds.
 int sd_event_add_time_relative(sd_event* event, sd_event_source** source, clockid_t clock,
                                std::uint64_t time, std::uint64_t accuracy,
@@ -369,6 +377,15 @@ TEST_F(Surroundings, AStalledDaemonCostsNoMoreThanTheLastValues)
     EXPECT_EQ(last.changed.at("PropInt32"), "i 29999");
     EXPECT_EQ(last.changed.at("PropString"), "s \"29999\"");
     EXPECT_EQ(client.get({service, "/own"}, sample, "PropInt32").text, "v <i 29999>");
+}
+
+TEST_F(Surroundings, ADeadSubscriptionIsLogged)
+{
+    add_match = {-ENOMEM};
+    GANTRY_receive_signal__com_orvane_velmar_sample_gantrytest__faultAdded(
+        context, [](GANTRY_cpp_context*, char*) {});
+    EXPECT_EQ(logged(2), "2 gantrycontext.sd_bus_add_match: failed for "
+                         "[type='signal',member='faultAdded',], rv=-12\n");
 }
 
 TEST_F(Surroundings, HostileSignalsDoNotFillTheLog)
