@@ -45,14 +45,15 @@ int sd_bus_send(sd_bus* bus, sd_bus_message* message, uint64_t* cookie)
     return script.next_or("sd_bus_send", sd_bus_send, bus, message, cookie);
 }
 
-// Called before a sanitizer is ready for code of its own.
+// Called before a sanitizer is ready for its code, also in functions that this one would call.
 __attribute__((no_sanitize("address", "undefined"))) void free(void* block) noexcept
 {
     using Free = void(void*);
     static constinit Free* hidden = nullptr;
     static constinit bool has_looked = false;
-    if (!std::exchange(has_looked, true))
+    if (!has_looked)
     {
+        has_looked = true;
         hidden = reinterpret_cast<Free*>(dlsym(RTLD_NEXT, "free"));
     }
     if (hidden == nullptr)
