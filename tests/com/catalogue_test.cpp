@@ -3,24 +3,12 @@
 // tables are the program's arguments, and each is a test of its own, so a new table is tested by
 // being in the list. This test reads the tables by itself: what the generator makes of them is
 // under test. sd-bus describes an object in the tables' own format and in the order of its vtable.
-#include <array>
-#include <cerrno>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <regex>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <dlfcn.h>
-#include <gtest/gtest.h>
-
-#include <gantry/gantry.h>
 
 #include "src/served.hpp"
-#include "support/private_bus.hpp"
 
 namespace
 {

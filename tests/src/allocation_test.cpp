@@ -1,17 +1,6 @@
 // Memory that runs out at each allocation in turn that the library makes for a call, a signal or a
 // subscription: the log tells, nothing comes of it, and the next is served.
-#include <cstdlib>
-#include <cstring>
-#include <functional>
-#include <new>
-#include <string>
-#include <tuple>
-#include <utility>
-
-#include <gantry/gantry.h>
-
 #include "src/served.hpp"
-#include "src/stand_in.hpp"
 
 namespace
 {

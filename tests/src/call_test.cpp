@@ -1,15 +1,6 @@
 // A host answers as it needs: what a client gets when its call is refused, answered later or never,
 // and what a host gets to know of its callers, of writes and of its own mistakes.
-#include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <cstring>
 #include <random>
-
-#include <malloc.h>
-#include <unistd.h>
-
-#include <gantry/gantry.h>
 
 #include "src/served.hpp"
 

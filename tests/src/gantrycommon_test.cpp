@@ -1,33 +1,6 @@
 // The dispatch loops: what each checks and tells the service manager, and what ends it: a stop, a
 // context that is freed or an exception in every kind of callback, a signal, a failure.
-#include <array>
-#include <cerrno>
-#include <csignal>
-#include <cstdint>
-#include <cstdlib>
-#include <functional>
-#include <new>
-#include <optional>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <pthread.h>
-#include <sys/time.h>
-#include <systemd/sd-event.h>
-#include <unistd.h>
-
-#include <gantry/gantry.h>
-
-#include <com/orvane/velmar/sample/gantrytest/gantry_server.hpp>
-#include <gantry/context.hpp>
-
-#include "src/stand_in.hpp"
-#include "support/captured_log.hpp"
-#include "support/client.hpp"
+#include "src/served.hpp"
 #include "support/notify_socket.hpp"
 
 namespace
@@ -73,11 +46,7 @@ namespace
 {
 
 using support::Client;
-using support::logged;
 using support::Reply;
-using testing::EndsWith;
-using testing::IsEmpty;
-using Sample = GANTRY_com_orvane_velmar_sample_gantrytest::gantrytest;
 using RunLoop = void(GANTRY_cpp_context*);
 
 constexpr const char* interface = Sample::interface;
@@ -373,24 +342,6 @@ TEST_P(EachLoop, EndsWithEachOfTenExceptionsAndServesTheEleventhCall)
     EXPECT_EQ(logged(2), loop.farewell);
 }
 
-// sd-bus and sd-event lose what their frames held, so this is a process of its own, and one that
-// becomes another program in the end: no leak checker looks at it.
-TEST_P(EachLoop, LetsACallbackEndTheThreadAndTheContextWithIt)
-{
-    const auto end_a_thread = [this]
-    {
-        Service* service = nullptr; // outlives the thread
-        const auto end = [&]
-        {
-            GANTRY_context_free(&service->context);
-            pthread_exit(nullptr);
-        };
-        std::thread([&] { (service = new Service)->serve(getter, loop.run, end); }).join();
-        execlp(service->destructions == 1 ? "true" : "false", "", nullptr);
-    };
-    EXPECT_EXIT(end_a_thread(), testing::ExitedWithCode(EXIT_SUCCESS), "");
-}
-
 TEST(Loops, EndWhenTheHandlerOfASignalStopsThem)
 {
     std::signal(SIGALRM, [](int) { stop(); }); // which restarts what can be restarted
@@ -466,17 +417,16 @@ TEST(Exceptions, ComeOutOfTheInnermostEntryIntoLibsystemdOnce)
                                        "PropByte", nullptr);
         throw std::logic_error("second");
     };
-    const auto exception = [](const char* place, const char* what)
-    { return std::string("2 EXCEPTION ") + place + ": " + what + "\\n\n"; };
-    const char* const pass = "gantrycommon.GANTRY_dbus_loop_one_pass";
-    const std::string ended = exception(pass, "no such luck");
+    const auto exception = [](const std::string& place, const std::string& what)
+    { return "2 EXCEPTION " + place + ": " + what + "\\n\n"; };
+    const std::string ended = one_pass.failed("no such luck");
     const std::string dropped = exception("edges.take", "no such luck");
     const auto own_thread = [] { Service().serve(getter, host_loop, fail); };
 
     expect(
         one_pass.run, [] { throw std::bad_alloc(); },
         "error org.freedesktop.DBus.Error.NoMemory: Cannot allocate memory",
-        exception(pass, "std::bad_alloc"));
+        one_pass.failed("std::bad_alloc"));
     expect(
         one_pass.run, [&] { announce(fail); }, io_reply, ended);
     expect(
@@ -487,7 +437,7 @@ TEST(Exceptions, ComeOutOfTheInnermostEntryIntoLibsystemdOnce)
     expect(
         one_pass.run, [] { run_error = -EBUSY, fail(); }, io_reply,
         exception("edges.~Carrier", "no such luck") +
-            exception(pass, "sd_event_run: Device or resource busy"));
+            one_pass.failed("sd_event_run: Device or resource busy"));
     expect(
         one_pass.run, [&] { std::thread(own_thread).join(); }, "", dropped);
     expect(host_loop, fail, io_reply, dropped);
@@ -499,27 +449,22 @@ TEST(Exceptions, ComeOutOfTheInnermostEntryIntoLibsystemdOnce)
 
 TEST(HostsOwnLoop, DestroysAContextFreedInACallbackInItsNextRun)
 {
-    for (unsigned round = 0; round < 2U * kinds; ++round)
+    // Or the thread's next use of the library, or a loop that still enters the context.
+    for (unsigned round = 0; round < 3U * event_source; ++round)
     {
-        // A source of the host's own has nothing of the context's below it.
-        const Kind kind{round / 2};
-        const int at_once = kind == event_source ? 1 : 0;
         Service service;
+        auto* const freed = service.context;
         const auto free = [&]
         {
-            auto* const freed = service.context;
             GANTRY_context_free(&service.context);
-            EXPECT_EQ(service.destructions, at_once);
-            if (at_once == 0)
-            {
-                one_pass.run(freed); // isn't the one to destroy it
-                EXPECT_EQ(resolve(), nullptr);
-            }
+            one_pass.run(freed); // isn't the one to destroy it
+            EXPECT_EQ(resolve(), nullptr);
         };
-        EXPECT_EQ(service.serve(kind, host_loop, free), "");
-        EXPECT_EQ(service.destructions, at_once);
-        // Or the thread's next use of the library.
-        round % 2 == 0 ? host_loop(nullptr) : static_cast<void>(service.context = resolve());
+        EXPECT_EQ(service.serve(Kind{round / 3}, host_loop, free), "");
+        EXPECT_EQ(service.destructions, 0);
+        round % 3 == 0   ? host_loop(nullptr)
+        : round % 3 == 1 ? one_pass.run(freed)
+                         : static_cast<void>(service.context = resolve());
         EXPECT_EQ(service.destructions, 1);
     }
 

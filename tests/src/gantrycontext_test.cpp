@@ -2,39 +2,17 @@
 // is, the name it claims, its health check at the limits, and in which order it goes.
 //
 // Linked at a fixed address: such a program has its own copy of the library's GANTRY_use_default.
-#include <cerrno>
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
-#include <memory>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <pthread.h>
 #include <sched.h>
 #include <sys/syscall.h>
-#include <unistd.h>
-
-#include <gantry/gantry.h>
-
-#include <gantry/context.hpp>
 
 #include "src/served.hpp"
-#include "src/stand_in.hpp"
-#include "support/private_bus.hpp"
 
 namespace
 {
 
-using support::logged;
-using testing::AllOf;
 using testing::ElementsAre;
-using testing::EndsWith;
-using testing::StartsWith;
 
 constexpr const char* unrefs = "sd_bus_unref";
 constexpr const char* closes = "sd_bus_flush_close_unref";

@@ -1,31 +1,9 @@
 // From a call on the bus to the function in a host's table and back, in both shapes of method: what
 // each side sees, who releases what and when, and what is left of a call that goes wrong. That each
 // method has its slot, and outputs that start at zero, is tested with the tables.
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <initializer_list>
-#include <new>
 #include <span>
-#include <stdexcept>
-#include <string>
-#include <tuple>
-#include <type_traits>
-#include <utility>
-#include <vector>
-
-#include <dlfcn.h>
-
-#include <gantry/gantry.h>
-
-#include <com/orvane/velmar/sample/gantrytest/gantry_server.hpp>
-
-#include <sdbusplus/exception.hpp>
 
 #include "src/served.hpp"
-#include "src/stand_in.hpp"
 
 namespace
 {

@@ -1,22 +1,10 @@
 // Objects from their publication to their end: the name and path that each gets, how it is found
 // and announced, and what goes when it is freed, also inside its own callback.
-#include <cerrno>
-#include <string>
-
-#include <gmock/gmock.h>
-#include <malloc.h>
-#include <systemd/sd-event.h>
-
-#include <gantry/gantry.h>
-
 #include "src/served.hpp"
-#include "support/private_bus.hpp"
-#include "support/program.hpp"
 
 namespace
 {
 
-using testing::HasSubstr;
 using testing::SizeIs;
 
 constexpr const char* async = "com.orvane.velmar.sample.async";

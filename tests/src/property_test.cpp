@@ -1,29 +1,11 @@
 // Properties: set and read by hosts in C and in C++, by name, and by hostile clients; what is
 // announced, and what the data store is told. And the basic types by themselves.
-#include <cerrno>
-#include <climits>
 #include <cmath>
-#include <cstdint>
-#include <functional>
-#include <new>
-#include <set>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <pthread.h>
-
-#include <gantry/gantry.h>
-
 #include <com/orvane/velmar/hwi/HWIOemFruCustomData/gantry_server.hpp>
-#include <com/orvane/velmar/sample/gantrytest/gantry_server.hpp>
 #include <com/orvane/velmar/system/BLT/server.hpp>
 #include <gantry/property.hpp>
 #include <gantry/types.hpp>
-#include <sdbusplus/exception.hpp>
+#include <set>
 #include <tallybook.hpp>
 
 #include "src/served.hpp"

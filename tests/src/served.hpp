@@ -2,20 +2,54 @@
 // client that lets it serve.
 #pragma once
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <new>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <thread>
+#include <tuple>
+#include <utility>
+#include <vector>
 
-#include <gtest/gtest.h>
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <malloc.h>
+#include <pthread.h>
+#include <sys/time.h>
+#include <systemd/sd-event.h>
+#include <unistd.h>
 
-#include <gantry/context.h>
-#include <gantry/loop.h>
+#include <gantry/gantry.h>
 
+#include <com/orvane/velmar/sample/gantrytest/gantry_server.hpp>
 #include <gantry/context.hpp>
+#include <sdbusplus/exception.hpp>
 
+#include "src/stand_in.hpp"
 #include "support/captured_log.hpp"
 #include "support/client.hpp"
+#include "support/private_bus.hpp"
+#include "support/program.hpp"
 
 using support::logged;
 using support::told;
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using Sample = GANTRY_com_orvane_velmar_sample_gantrytest::gantrytest;
 
 class Served : public testing::Test
 {

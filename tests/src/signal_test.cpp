@@ -1,17 +1,8 @@
 // Signals out: which object one comes from, and what a host's null is sent as. Signals in: who is
 // heard, and that nobody on the bus ends a host's loop by what they send.
-#include <cerrno>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <utility>
-
-#include <gantry/gantry.h>
-
 #include <com/orvane/velmar/HWInventory/gantry_server.hpp>
 
 #include "src/served.hpp"
-#include "src/stand_in.hpp"
 
 namespace
 {
