@@ -1,0 +1,116 @@
+// All interfaces of the catalogue and a subscription to each signal in one process. The functions
+// of the sample interfaces are those of examples/sample_host.c, and examples/listener.c receives
+// the signals: each is built in with its main() under the file's name.
+//
+//     fuzz_host LOOP SERVICE COUNTER FUNCTION...
+//
+// COUNTER is a file that holds the number of live heap blocks at all times, so that reading it
+// doesn't disturb the host. The FUNCTIONs publish the other interfaces.
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
+
+#include <gantry/gantry.h>
+#include <tallybook.hpp>
+
+static constinit std::atomic<long> blocks_before_main = 0;
+static constinit std::atomic<long>* blocks = &blocks_before_main;
+static char** arguments = nullptr;
+
+#ifdef __SANITIZE_ADDRESS__
+extern "C" void __sanitizer_malloc_hook(const volatile void* /*block*/, std::size_t /*size*/)
+{
+    ++*blocks;
+}
+extern "C" void __sanitizer_free_hook(const volatile void* block)
+{
+    *blocks -= block != nullptr ? 1 : 0;
+}
+#else
+extern "C" void* __libc_malloc(std::size_t size);
+extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
+extern "C" void* __libc_realloc(void* block, std::size_t size);
+extern "C" void __libc_free(void* block);
+
+void* malloc(std::size_t size) noexcept
+{
+    ++*blocks;
+    return __libc_malloc(size);
+}
+void* calloc(std::size_t count, std::size_t size) noexcept
+{
+    ++*blocks;
+    return __libc_calloc(count, size);
+}
+void* realloc(void* block, std::size_t size) noexcept
+{
+    *blocks += block == nullptr ? 1 : 0;
+    return __libc_realloc(block, size);
+}
+void free(void* block) noexcept
+{
+    *blocks -= block != nullptr ? 1 : 0;
+    __libc_free(block);
+}
+#endif
+
+// The stand-in's store would keep each key for good.
+void Tallybook::set_key(const std::string& /*key*/, const std::string& /*class_name*/,
+                        const std::string& /*object_path*/, unsigned short /*caller_id*/)
+{
+}
+void Tallybook::remove(const std::string& /*key*/) noexcept
+{
+}
+
+// What the examples call in place of GANTRY_context_set_service.
+extern "C" void set_service(GANTRY_cpp_context* context, const char* /*name*/)
+{
+    GANTRY_context_set_service(context, arguments[2]);
+}
+
+extern "C" int sample_host();
+
+// What listener calls in place of GANTRY_dbus_loop.
+extern "C" int publish(GANTRY_cpp_context* context)
+{
+    for (char** name = arguments + 4; *name != nullptr; ++name)
+    {
+        using Publish = void (*)(GANTRY_cpp_context*, const void*, const char*, void*);
+        reinterpret_cast<Publish>(dlsym(RTLD_DEFAULT, *name))(context, nullptr, nullptr, nullptr);
+    }
+    return sample_host();
+}
+
+// What sample_host calls in its place.
+extern "C" void serve(GANTRY_cpp_context* context)
+{
+    const std::string_view loop = arguments[1];
+    pollfd ready{.fd = -1, .events = POLLIN, .revents = 0};
+    GANTRY_context_get_fd(context, &ready.fd);
+    do
+    {
+        loop == "dbus_loop"  ? GANTRY_dbus_loop(context)
+        : loop == "one_pass" ? GANTRY_dbus_loop_one_pass(context)
+                             : GANTRY_dbus_sdloop(context);
+    } while (loop == "one_pass" && poll(&ready, 1, -1) == 1);
+}
+
+extern "C" int listener();
+
+int main(int /*argc*/, char** argv)
+{
+    arguments = argv;
+    void* const counter = mmap(nullptr, sizeof(*blocks), PROT_READ | PROT_WRITE, MAP_SHARED,
+                               open(argv[3], O_RDWR | O_CLOEXEC), 0);
+    blocks = counter == MAP_FAILED ? std::abort(),
+    nullptr                        : new (counter) std::atomic(blocks->load());
+    return listener();
+}
