@@ -1,7 +1,7 @@
-// The plain C examples as programs of their own. Hosts.walk is the one list of what they are sent
-// and of what has to come of it: each form of a value there and back through both shapes of a
-// method, each property, each signal, and the mistakes that a client can make. It is walked until
-// $SOAK_COUNT calls and signals are sent, once at least.
+// The plain C examples as programs of their own. Hosts.walk lists what they are sent and what has
+// to come of it: values of each kind of memory there and back through both shapes of a method, and
+// each signal in both directions. It is walked until $SOAK_COUNT calls and signals are sent, once
+// at least. What a hostile client may send is the fuzzer's.
 #include <algorithm>
 #include <climits>
 #include <cstdint>
@@ -21,8 +21,6 @@
 namespace
 {
 
-using testing::StartsWith;
-using Reply = testing::Matcher<std::string>;
 using Target = std::pair<support::Object, const char*>; // with an interface
 
 const std::string service = "com.orvane.velmar.sample";
@@ -47,10 +45,10 @@ struct Hosts : testing::Test
         client.subscribe("type='signal',path='" + path + "',interface='" + gantrytest + '\'');
     }
 
-    void call(const Target& to, const std::string& member, Reply reply, const char* types = "",
-              auto... args)
+    void call(const Target& to, const std::string& member, const std::string& reply,
+              const char* types = "", auto... args)
     {
-        calls.emplace_back(member, std::move(reply),
+        calls.emplace_back(member, reply,
                            client.start(to.first, to.second, member.c_str(), types, args...));
         ++sent;
     }
@@ -59,7 +57,7 @@ struct Hosts : testing::Test
     {
         for (auto& [member, reply, pending] : std::exchange(calls, {}))
         {
-            EXPECT_THAT(client.wait(std::move(pending)).text, reply) << member;
+            EXPECT_EQ(client.wait(std::move(pending)).text, reply) << member;
         }
     }
 
@@ -69,12 +67,6 @@ struct Hosts : testing::Test
     {
         call(sample, member, reply, types, args...);
         call(sample, member + (member.starts_with("Try_") ? "_D" : "D"), reply, types, args...);
-    }
-
-    void write(const char* property, const std::string& value, const char* type, auto... args)
-    {
-        call(properties, "Set", "", "ssv", gantrytest, property, type, args...);
-        call(properties, "Get", "v <" + value + '>', "ss", gantrytest, property);
     }
 
     // A method sends a signal ahead of its reply, and listener prints it.
@@ -106,7 +98,7 @@ struct Hosts : testing::Test
     const std::string listening = listener.line(); // before minimal starts, and signals that
     support::Program minimal_host{{MINIMAL}};
     support::Program sample_host{{SAMPLE_HOST}};
-    std::vector<std::tuple<std::string, Reply, support::Client::Pending>> calls;
+    std::vector<std::tuple<std::string, std::string, support::Client::Pending>> calls;
     std::string lines; // that listener has to print
     std::size_t sent = 0;
     int changes = 0;
@@ -120,29 +112,10 @@ void Hosts::walk()
     const std::string text = std::string(round % 4 * 100UL, 'a') + "\u00FC" + n;
     const std::string quoted = '"' + text + '"';
     const char* const t = text.c_str();
-    const std::string long_text(round == 1 ? 100'000 : 1000, 'x');
-    constexpr auto three = INT64_C(3);
 
-    echo("Try_byte", "y 255", "y", UCHAR_MAX);
-    echo("Try_boolean", "b true", "b", 1);
-    echo("Try_int16", "n -32768", "n", SHRT_MIN);
-    echo("Try_uint16", "q 65535", "q", USHRT_MAX);
-    echo("Try_int32", "i -2147483648", "i", INT_MIN);
-    echo("Try_uint32", "u 4294967295", "u", UINT_MAX);
-    echo("Try_int64", "x -9223372036854775808", "x", INT64_MIN);
-    echo("Try_uint64", "t 18446744073709551615", "t", UINT64_MAX);
-    echo("Try_double", "d -0.5", "d", -0.5);
-    echo("Try_string", "s \"" + long_text + '"', "s", long_text.c_str());
     echo("Try_array", "ay [" + n + ", 255, 0]", "ay", 3, small, 255, 0);
     echo("TryArrayString", "as [\"\", " + quoted + ", \"a\"]", "as", 3, "", t, "a");
-    echo("TryArrayArray", "aau [[1, 2], [], [4294967295]]", "aau", 3, 2, 1, 2, 0, 1, UINT_MAX);
-    echo("TrySet", "an [-32768, -1, 3, 7]", "an", 6, 7, 3, -1, 3, SHRT_MIN, 7);
-    echo("TryStruct", "(ixs) (-1, -2147483649, " + quoted + ')', "(ixs)", -1, INT_MIN - 1L, t);
     echo("TryStructArray", "(ananas) ([2, 1], [], [" + quoted + "])", "(ananas)", 2, 2, 1, 0, 1, t);
-    echo("TupleOne", "q 1");
-    echo("TupleTwo", "qu 1, 2");
-    echo("TupleThree", "qut 1, 2, 3");
-
     for (const std::string shape : {"", "Deferred"})
     {
         change("SetString" + shape, "faultAdded s " + quoted, "faultAdded [" + text + ']', "s", t);
@@ -158,29 +131,7 @@ void Hosts::walk()
     call(minimal, "GetPopStatus", "i 0"); // without a function
     call(slot, "TriggerAdapterCoreDump", "is 0, \"j\"", "sysssssy", "j", 1, "", "", "", t, "", 2);
 
-    write("PropByte", "y " + n, "y", small);
-    write("PropBoolean", small < 128 ? "b true" : "b false", "b", small < 128);
-    write("PropUInt64", "t " + n, "t", UINT64_C(1) * small);
-    write("PropString", "s \"key\"", "s", "key"); // the data store keeps each key for good
-    write("PropNestedArray2", "aaay [[[], [1, 2]]]", "aaay", 1, 2, 2, 1, 2, 0);
-    write("PropDict1", "a{qs} {2: \"two\", 9: " + quoted + '}', "a{qs}", 2, 9, t, 2, "two");
-    write("PropDict2", "a{s(nix)} {" + quoted + ": (1, 2, 3)}", "a{s(nix)}", 1, t, 1, 2, three);
-    write("PropNestedSet2", "a(nix) [(1, 2, 3)]", "a(nix)", 2, 1, 2, three, 1, 2, three);
-    write("PropVariant2", "v <(nix) (1, 2, 3)>", "v", "(nix)", 1, 2, three);
-    write("RecursionTest2", "a{sv} {\"key\": <s " + quoted + ">}", "a{sv}", 1, "key", "s", t);
-    call(properties, "GetAll", StartsWith("a{sv} {\"PropByte\": <y " + n), "s", gantrytest);
-
-    const auto error = [](const char* name)
-    { return StartsWith(std::string("error org.freedesktop.DBus.Error.") + name + ": "); };
-    call(sample, "Try_int32", error("InvalidArgs"), "s", t);
-    call(sample, "Try_string_D", error("InvalidArgs"), "i", 1);
-    call(sample, "TryArrayStringD", error("InvalidArgs"));
-    call(sample, "NoSuchMethod", error("UnknownMethod"), "s", t);
-    call({other.first, gantrytest}, "GetString", error("UnknownMethod"));
-    call({{service, "/none"}, gantrytest}, "GetString", error("UnknownObject"));
-    call(properties, "Get", error("UnknownProperty"), "ss", gantrytest, t);
-    call(properties, "Set", error("InvalidArgs"), "ssv", gantrytest, "PropDict2", "a{ss}", 1, t, t);
-    call(properties, "Set", error("UnknownProperty"), "ssv", gantrytest, "NoSuch", "s", t);
+    call(properties, "Set", "", "ssv", gantrytest, "PropDict1", "a{qs}", 2, 9, t, 2, "two");
     client.emit(service.c_str(), "/", gantrytest, "faultAdded", "i", 7); // not asked for
 
     signal("", inventory, "Refresh", "i", 7);

@@ -75,7 +75,7 @@ TEST_F(Object, KeepsWhatItsHostGaveItAndItsContext)
 {
     int host = 0;
     void* kept = nullptr;
-    char* path = nullptr;
+    char* path = nullptr; // the caller's copy
     blt.instantiate(context, nullptr, "/kept", &host);
     auto* object = find(blt.interface, "/kept");
     GANTRY_instance_get_user_private(object, &kept);
@@ -84,6 +84,8 @@ TEST_F(Object, KeepsWhatItsHostGaveItAndItsContext)
     EXPECT_EQ(kept, context);
     GANTRY_instance_get_path(object, &path);
     EXPECT_STREQ(path, "/kept");
+    *path = '-';
+    EXPECT_EQ(find(blt.interface, "/kept"), object);
     GANTRY_instance_path_free(&path);
     EXPECT_EQ(path, nullptr);
     GANTRY_context_set_user_private(context, &host);
@@ -142,14 +144,6 @@ TEST_F(Object, IsFoundByItsInterfaceAndPathTheOldestFirst)
     GANTRY_instance_free(&first);
     GANTRY_instance_find(nullptr, usb.interface, nullptr, &first); // the thread's own context
     EXPECT_EQ(first, second);
-
-    // A path is the caller's copy, and an interface outlives the object.
-    char* copy = nullptr;
-    GANTRY_instance_get_path(second, &copy);
-    *copy = '-';
-    GANTRY_instance_path_free(&copy);
-    EXPECT_EQ(copy, nullptr);
-    EXPECT_EQ(find(usb.interface, "/2"), second);
 }
 
 TEST_F(Object, IsAnnouncedOnRequestAndRemovedOnce)
@@ -184,12 +178,7 @@ TEST_F(Object, TakesItsOwnObjectManagerAlongAndNoOther)
         if (newest)
         {
             GANTRY_instance_free(&other);
-            // The other interface stays, and so does an object manager for it.
-            EXPECT_THAT(client
-                            .call({service, "/m"}, "org.freedesktop.DBus.ObjectManager",
-                                  "GetManagedObjects")
-                            .text,
-                        testing::MatchesRegex("[^/]*/m/below[^/]*"));
+            EXPECT_TRUE(has_manager("/m")); // for the other interface
             other = add(blt, "/m");
         }
         GANTRY_instance_free(&one);
@@ -201,29 +190,6 @@ TEST_F(Object, TakesItsOwnObjectManagerAlongAndNoOther)
         GANTRY_instance_free(&below);
         EXPECT_FALSE(has_manager("/m/below"));
     }
-}
-
-// Slots are memory of the connection's, and objects keep the connection open: a leak checker sees
-// neither.
-TEST_F(Object, LeavesNoMemoryBehindAndNoConnectionOpen)
-{
-    GANTRY_context_free(&context);
-    const auto fds = support::open_fds();
-    make();
-    add(blt, "/stays");
-    std::size_t used = 0;
-    for (int time = 0; time < 600; ++time)
-    {
-        used = time == 100 ? mallinfo2().uordblks : used;
-        for (auto* added : {add(usb, "/1"), add(usb, "/2"), add(blt, "/1")})
-        {
-            GANTRY_instance_free(&added);
-        }
-        logged();
-    }
-    EXPECT_LT(mallinfo2().uordblks, used + 5'000);
-    GANTRY_context_free(&context);
-    EXPECT_EQ(support::open_fds(), fds);
 }
 
 bool makes_pass = false;
