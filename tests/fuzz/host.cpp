@@ -6,9 +6,7 @@
 //
 // COUNTER is a file that holds the number of live heap blocks at all times, so that reading it
 // doesn't disturb the host. The FUNCTIONs publish the other interfaces.
-#include <atomic>
 #include <cstdlib>
-#include <new>
 #include <string>
 #include <string_view>
 
@@ -20,46 +18,9 @@
 #include <gantry/gantry.h>
 #include <tallybook.hpp>
 
-static constinit std::atomic<long> blocks_before_main = 0;
-static constinit std::atomic<long>* blocks = &blocks_before_main;
+#include "support/memory.hpp"
+
 static char** arguments = nullptr;
-
-#ifdef __SANITIZE_ADDRESS__
-extern "C" void __sanitizer_malloc_hook(const volatile void* /*block*/, std::size_t /*size*/)
-{
-    ++*blocks;
-}
-extern "C" void __sanitizer_free_hook(const volatile void* block)
-{
-    *blocks -= block != nullptr ? 1 : 0;
-}
-#else
-extern "C" void* __libc_malloc(std::size_t size);
-extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
-extern "C" void* __libc_realloc(void* block, std::size_t size);
-extern "C" void __libc_free(void* block);
-
-void* malloc(std::size_t size) noexcept
-{
-    ++*blocks;
-    return __libc_malloc(size);
-}
-void* calloc(std::size_t count, std::size_t size) noexcept
-{
-    ++*blocks;
-    return __libc_calloc(count, size);
-}
-void* realloc(void* block, std::size_t size) noexcept
-{
-    *blocks += block == nullptr ? 1 : 0;
-    return __libc_realloc(block, size);
-}
-void free(void* block) noexcept
-{
-    *blocks -= block != nullptr ? 1 : 0;
-    __libc_free(block);
-}
-#endif
 
 // The stand-in's store would keep each key for good.
 void Tallybook::set_key(const std::string& /*key*/, const std::string& /*class_name*/,
@@ -108,9 +69,9 @@ extern "C" int listener();
 int main(int /*argc*/, char** argv)
 {
     arguments = argv;
-    void* const counter = mmap(nullptr, sizeof(*blocks), PROT_READ | PROT_WRITE, MAP_SHARED,
+    void* const counter = mmap(nullptr, sizeof(long), PROT_READ | PROT_WRITE, MAP_SHARED,
                                open(argv[3], O_RDWR | O_CLOEXEC), 0);
-    blocks = counter == MAP_FAILED ? std::abort(),
-    nullptr                        : new (counter) std::atomic(blocks->load());
+    *static_cast<long*>(counter) = *memory::blocks;
+    memory::blocks = static_cast<long*>(counter);
     return listener();
 }

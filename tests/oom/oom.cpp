@@ -18,8 +18,8 @@
 
 #include <tallylog.h>
 
-#include "oom/memory.hpp"
 #include "oom/operations.hpp"
+#include "support/memory.hpp"
 #include "support/private_bus.hpp"
 
 namespace
@@ -71,7 +71,7 @@ Column judge(const Seen& seen)
 // Carries the operation out short of memory, and then with all. Returns the columns as bits.
 int attempt(const Operation& operation, long first, long count, bool is_reference = false)
 {
-    const long blocks = memory::blocks;
+    const long blocks = *memory::blocks;
     begin();
     memory::count = 0;
     logged = 0;
@@ -92,7 +92,7 @@ int attempt(const Operation& operation, long first, long count, bool is_referenc
         result |= is_usable ? 0 : 1 << unusable;
     }
     end();
-    return result | (memory::blocks - blocks > reference.blocks ? 1 << leak : 0);
+    return result | (*memory::blocks - blocks > reference.blocks ? 1 << leak : 0);
 }
 
 int attempt_apart(const Operation& operation, long first, long count)
@@ -114,9 +114,9 @@ bool campaign(const Operation& operation, bool is_bounded)
 {
     attempt(operation, 0, 0, true);
     // Once more for the blocks, now that the process is warm.
-    const long blocks = memory::blocks;
+    const long blocks = *memory::blocks;
     bool is_right = (attempt(operation, 0, 0) & ~(1 << leak)) == 1 << succeeded;
-    reference.blocks = memory::blocks - blocks;
+    reference.blocks = *memory::blocks - blocks;
 
     long counts[std::size(columns)]{};
     std::string notes;

@@ -14,8 +14,8 @@
 #include <gantry/context.hpp>
 #include <sdbusplus/vtable.hpp>
 
-#include "oom/memory.hpp"
 #include "support/client.hpp"
+#include "support/memory.hpp"
 
 namespace
 {

@@ -73,49 +73,18 @@ Record* make_record(std::initializer_list<Element<Record>> elements)
     return allocate<Record>(data, elements.size());
 }
 
-using Bytes = GANTRY_byte_array;
 using Numbers = GANTRY_int16_array;
 using Texts = GANTRY_string_array;
 using Row = GANTRY_uint32_array;
 using Rows = GANTRY_uint32_array_array;
 using Ananas = GANTRY_struct_ananas;
 
-// Values as a host's function sees them.
-std::string shown(long number)
-{
-    return std::to_string(number);
-}
-
-std::string shown(const char* text)
-{
-    return text == nullptr ? "null" : '"' + std::string(text) + '"';
-}
-
-template <class Record>
-auto shown(const Record* record) -> decltype(record->data, std::string())
-{
-    std::string text;
-    for (unsigned long index = 0; record != nullptr && index < record->count; ++index)
-    {
-        text += (index == 0 ? "" : " ") + shown(record->data[index]);
-    }
-    return record == nullptr ? "null" : '[' + text + ']';
-}
-
-template <class Struct>
-auto shown(const Struct* values) -> decltype(values->field3, std::string())
-{
-    return shown(values->field1) + ' ' + shown(values->field2) + ' ' + shown(values->field3);
-}
-
-// Looks at its input and gives the result that a test has made, which the library releases.
-std::string seen;
+// Gives the result that a test has made, which the library releases.
 void* next = nullptr;
 
 template <class Value>
-void exchange(GANTRY_instance* /*instance*/, Value in, Value* out)
+void give(GANTRY_instance* /*instance*/, Value /*in*/, Value* out)
 {
-    seen = shown(in);
     *out = static_cast<Value>(std::exchange(next, nullptr));
 }
 
@@ -161,13 +130,12 @@ const std::string ended =
 const std::pair<std::string, std::string> both_shapes[] = {{"Try_string", "tryString"},
                                                            {"Try_string_D", "tryStringD"}};
 
-// A method and its twin see and give the same, where the host makes the result anew.
-#define EXPECT_BOTH(method, suffix, expected_seen, reply, made, ...)                               \
+// A method and its twin give the same, where the host makes the result anew.
+#define EXPECT_BOTH(method, suffix, reply, made, ...)                                              \
     for (const char* shape : {method, method suffix})                                              \
     {                                                                                              \
         next = (made);                                                                             \
         EXPECT_EQ(call(shape, __VA_ARGS__), reply) << shape;                                       \
-        EXPECT_EQ(std::exchange(seen, {}), expected_seen) << shape;                                \
     }
 
 TEST_F(MethodDispatch, RepliesZerosWithoutAFunction)
@@ -178,8 +146,8 @@ TEST_F(MethodDispatch, RepliesZerosWithoutAFunction)
         {
             const std::string place = " gantry_server." + operation + ": ";
             EXPECT_EQ(call(method, "s", "text"), "s \"\"");
-            EXPECT_EQ(told(), (logged_first.empty() ? "" : "1" + place + logged_first + '\n') +
-                                  "9" + place + "not calling callback\n");
+            EXPECT_THAT(logged(), AllOf(HasSubstr(place + logged_first),
+                                        HasSubstr("9" + place + "not calling callback\n")));
         }
     };
     expect_zeros("");
@@ -191,45 +159,42 @@ TEST_F(MethodDispatch, RepliesZerosWithoutAFunction)
     record = instance;
 }
 
+// The fuzzer has values of all types there and back.
 TEST_F(MethodDispatch, LendsInputsAndTakesWhateverAHostLeavesInOutputs)
 {
-    table.Try_byte = table.Try_byte_D = [](GANTRY_instance*, unsigned char in, unsigned char* out)
-    { *out = in + 1; };
-    table.Try_string = table.Try_string_D = exchange;
-    table.Try_array = table.Try_array_D = exchange;
-    table.TrySet = table.TrySetD = exchange;
-    table.TryArrayString = table.TryArrayStringD = exchange;
-    table.TryArrayArray = table.TryArrayArrayD = exchange;
-    table.TryStruct = table.TryStructD = exchange;
-    table.TryStructArray = table.TryStructArrayD = exchange;
+    table.Try_string = table.Try_string_D = give;
+    table.TrySet = table.TrySetD = [](GANTRY_instance* instance, Numbers* in, Numbers** out)
+    {
+        EXPECT_EQ(std::vector<short>(in->data, in->data + in->count), (std::vector<short>{-1, 3}));
+        give(instance, in, out);
+    };
+    table.TryArrayString = table.TryArrayStringD = give;
+    table.TryArrayArray = table.TryArrayArrayD = [](GANTRY_instance* instance, Rows* in, Rows** out)
+    {
+        EXPECT_TRUE(in->data[0]->data[1] == 2 && in->data[1] == nullptr);
+        give(instance, in, out);
+    };
+    table.TryStructArray = table.TryStructArrayD = give;
 
-    EXPECT_BOTH("Try_byte", "_D", "", "y 255", nullptr, "y", 254)
-    EXPECT_BOTH("Try_string", "_D", "\"text\"", "s \"a\uFFFD\"", strdup("a\xFF"), "s", "text")
-    EXPECT_BOTH("Try_array", "_D", "[255 0 1]", "ay [0, 255]", make_record<Bytes>({0, 255}), "ay",
-                3, 255, 0, 1)
-    EXPECT_BOTH("Try_array", "_D", "[1]", "ay []", make_record<Bytes>({}), "ay", 1, 1)
-    EXPECT_BOTH("TrySet", "D", "[-32768 -1 1 3]", "an [-1, 1, 3]",
-                make_record<Numbers>({3, 1, 3, -1}), "an", 5, 3, -1, 1, 3, -32768)
-    EXPECT_BOTH("TrySet", "D", "null", "an []", allocate<Numbers>(nullptr, 1UL), "an", 0)
-    EXPECT_BOTH("TryArrayString", "D", "[\"b\" \"\" \"b\"]", "as [\"\", \"\uFFFD\"]",
+    EXPECT_BOTH("Try_string", "_D", "s \"a\uFFFD\"", strdup("a\xFF"), "s", "text")
+    EXPECT_BOTH("TrySet", "D", "an [-1, 1, 3]", make_record<Numbers>({3, 1, 3, -1}), "an", 3, 3, -1,
+                3)
+    EXPECT_BOTH("TryArrayString", "D", "as [\"\", \"\uFFFD\"]",
                 make_record<Texts>({nullptr, strdup("\xFF")}), "as", 3, "b", "", "b")
-    EXPECT_BOTH("TryArrayArray", "D", "[[1 2] null [3]]", "aau [[], [1], [], []]",
+    EXPECT_BOTH("TryArrayArray", "D", "aau [[], [1], [], []]",
                 make_record<Rows>({nullptr, make_record<Row>({1U}), make_record<Row>({}),
                                    allocate<Row>(nullptr, 1UL)}),
-                "aau", 3, 2, 1, 2, 0, 1, 3)
-    EXPECT_BOTH("TryStruct", "D", "-1 -9223372036854775807 \"a\"", "(ixs) (-5, -6, \"\")",
-                allocate<GANTRY_struct_ixs>(-5, -6L, nullptr), "(ixs)", -1, -INT64_MAX, "a")
-    EXPECT_BOTH("TryStructArray", "D", "[2 1] null [\"\"]", "(ananas) ([2], [], [\"\uFFFD\"])",
+                "aau", 2, 2, 1, 2, 0)
+    EXPECT_BOTH("TryStructArray", "D", "(ananas) ([2], [], [\"\uFFFD\"])",
                 allocate<Ananas>(make_record<Numbers>({2}), allocate<Numbers>(nullptr, 1UL),
                                  make_record<Texts>({strdup("\xFF")})),
-                "(ananas)", 2, 2, 1, 0, 1, "")
-    EXPECT_BOTH("TryStructArray", "D", "null null null", "(ananas) ([], [], [])", nullptr,
                 "(ananas)", 0, 0, 0)
+    EXPECT_BOTH("TryStructArray", "D", "(ananas) ([], [], [])", nullptr, "(ananas)", 0, 0, 0)
 
     // A host may shorten a record too: what is gone then is the host's to free.
     table.TryArrayString = table.TryArrayStringD = [](GANTRY_instance*, Texts* in, Texts**)
     { free(std::exchange(in->data[--in->count], nullptr)); };
-    EXPECT_BOTH("TryArrayString", "D", "", "as []", nullptr, "as", 2, "a", "b")
+    EXPECT_BOTH("TryArrayString", "D", "as []", nullptr, "as", 2, "a", "b")
 }
 
 // Watches the blocks of a host's record, in the order of their release.
@@ -295,11 +260,11 @@ TEST_F(MethodDispatch, EndsTheLoopWhenTheHostThrows)
     for (const auto& [method, operation] : both_shapes)
     {
         EXPECT_EQ(call(method, "s", "text"), "no reply");
-        EXPECT_EQ(told(), "2 EXCEPTION gantry_server." + operation + ": host's own" + ended);
+        EXPECT_EQ(logged(2), "2 EXCEPTION gantry_server." + operation + ": host's own" + ended);
         EXPECT_EQ(call("Deferred", ""), "i 0");
         // What is no std::exception goes through the loop, untold.
         EXPECT_THROW(call(method, "s", "42"), int);
-        EXPECT_EQ(told(), "");
+        EXPECT_EQ(logged(2), "");
         EXPECT_EQ(call("Deferred", ""), "i 0");
     }
 }
@@ -310,7 +275,7 @@ struct Override : GANTRY_com_orvane_velmar_sample_gantrytest::gantrytest
     using gantrytest::gantrytest;
     std::string tryString(std::string /*in*/) override
     {
-        throw sdbusplus::exception::SdBusError(EBUSY, "text");
+        throw sdbusplus::exception::SdBusError(EBUSY, "text\xFF");
     }
     void tryStringD(sdbusplus::message::message& message) override
     {
@@ -320,14 +285,14 @@ struct Override : GANTRY_com_orvane_velmar_sample_gantrytest::gantrytest
     }
 };
 
-TEST_F(MethodDispatch, GivesTheClientAnOverridesSdBusErrorAndNoReplyOfItsOwn)
+TEST_F(MethodDispatch, GivesTheClientAnOverridesSdBusErrorInUtf8AndNoReplyOfItsOwn)
 {
     Override own(context->bus, "/own");
     object.path = "/own";
     for (const auto& [method, operation] : both_shapes)
     {
         EXPECT_EQ(call(method, "s", "throw"),
-                  "error System.Error.EBUSY: text: Device or resource busy");
+                  "error System.Error.EBUSY: text\uFFFD: Device or resource busy");
     }
     EXPECT_EQ(call("Try_string_D", "s", "later"), "no reply");
     EXPECT_EQ(logged(2), "");

@@ -107,7 +107,7 @@ TEST_F(Object, UnderARefusedNameLeavesNothingAndTheNextDoesNotAskAgain)
 
 TEST_F(Object, AtARefusedPathLeavesTheOthersAsTheyAre)
 {
-    add(blt, "/taken");
+    auto* taken = add(blt, "/taken");
     for (const auto& [path, error] :
          {std::pair{"/taken", "FileExists"}, {"no/path", "InvalidArgs"}, {"", "InvalidArgs"}})
     {
@@ -117,6 +117,8 @@ TEST_F(Object, AtARefusedPathLeavesTheOthersAsTheyAre)
         EXPECT_TRUE(serves("/taken", blt.interface));
     }
     EXPECT_NE(add(blt, "/free"), nullptr);
+    GANTRY_instance_free(&taken);
+    EXPECT_FALSE(has_manager("/taken"));
 
     GANTRY_context_free(&context);
     support::bus().kill();

@@ -43,7 +43,6 @@
 #include "support/program.hpp"
 
 using support::logged;
-using support::told;
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;

@@ -187,14 +187,6 @@ TEST_F(Surroundings, TooLargeForAMessageIsRefusedWhereItIsStoredOrReturned)
     EXPECT_EQ(client.call({service, "/own"}, sample, "Try_string", "s", "").text, "s \"small\"");
 }
 
-TEST_F(Surroundings, AnErrorsTextIsRepairedForItsClient)
-{
-    own().in_method = []() -> std::string
-    { throw sdbusplus::exception::SdBusError(EBUSY, "\xFF"); };
-    EXPECT_THAT(client.call({service, "/own"}, sample, "Try_string", "s", "").text,
-                AllOf(StartsWith("error "), HasSubstr("\xEF\xBF\xBD: Device or resource busy")));
-}
-
 TEST_F(Surroundings, SignalsDoNotInterruptTheStart)
 {
     struct sigaction action
@@ -315,23 +307,6 @@ TEST_F(Surroundings, ASecondContextOnTheSameConnectionHasItsFirstObject)
             << logged(2);
     }
     sd_bus_unref(held);
-}
-
-TEST_F(Surroundings, ARefusedObjectLeavesNoObjectManager)
-{
-    auto* blt = publish("com.orvane.velmar.system.BLT", "/blt",
-                        GANTRY_instantiate__com_orvane_velmar_system_BLT);
-    GANTRY_instantiate__com_orvane_velmar_system_BLT(context, nullptr, "/blt", nullptr);
-    EXPECT_THAT(logged(2), HasSubstr("EXCEPTION"));
-    const auto is_managed = [this]
-    {
-        return client
-            .call({service, "/blt"}, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects")
-            .ok();
-    };
-    EXPECT_TRUE(is_managed());
-    GANTRY_instance_free(&blt);
-    EXPECT_FALSE(is_managed());
 }
 
 TEST_F(Surroundings, AStalledDaemonCostsNoMoreThanTheLastValues)

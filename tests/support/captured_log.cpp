@@ -18,7 +18,6 @@ namespace
 struct Line
 {
     int level;
-    bool is_told;
     std::string text;
 };
 
@@ -31,28 +30,17 @@ std::vector<Line>& lines()
     return *instance;
 }
 
-template <class Wanted>
-std::string take(const Wanted& wanted)
+} // namespace
+
+std::string support::logged(int level)
 {
     const std::scoped_lock lock(mutex);
     std::string text;
     for (const Line& line : std::exchange(lines(), {}))
     {
-        text += wanted(line) ? line.text : "";
+        text += line.level <= level ? line.text : "";
     }
     return text;
-}
-
-} // namespace
-
-std::string support::logged(int level)
-{
-    return take([=](const Line& line) { return line.level <= level; });
-}
-
-std::string support::told()
-{
-    return take([](const Line& line) { return line.is_told; });
 }
 
 std::size_t support::count_logged(std::string_view end)
@@ -68,14 +56,13 @@ extern "C" int tallylog_printf(int level, int mask, const char* format, ...)
     constexpr std::string_view location = "%s.%d.%s: ";
     constexpr int core_mask = 0x110;
 
-    Line line{level, false, std::to_string(level) + ' '};
+    Line line{level, std::to_string(level) + ' '};
     std::va_list values;
     va_start(values, format);
     std::string_view rest(format);
     if (rest.starts_with("EXCEPTION %s.%d.%s: "))
     {
         rest.remove_prefix(exception.size());
-        line.is_told = true;
         line.text += exception;
     }
     line.text += mask == core_mask ? "" : "(mask " + std::to_string(mask) + ") ";
@@ -83,7 +70,6 @@ extern "C" int tallylog_printf(int level, int mask, const char* format, ...)
     {
         rest.remove_prefix(location.size());
         const std::string file = va_arg(values, const char*);
-        line.is_told |= file == "gantry_server" || file == "server";
         line.text += va_arg(values, int) > 0 ? "" : "(no line) ";
         line.text += file + '.' + va_arg(values, const char*) + ": ";
     }

@@ -18,9 +18,6 @@ namespace support
 // Takes what was logged since the last time, and keeps the levels up to `level`.
 std::string logged(int level = 9);
 
-// As above, but keeps what was logged for generated code, and every exception.
-std::string told();
-
 // How many lines since then end like this.
 std::size_t count_logged(std::string_view end);
 

@@ -1,10 +1,21 @@
 // The dynamic linker prefers a program's functions, also for libc's strdup and libstdc++'s new.
-#include "oom/memory.hpp"
+#include "support/memory.hpp"
 
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 
+#ifdef __SANITIZE_ADDRESS__
+extern "C" void __sanitizer_malloc_hook(const volatile void* /*block*/, std::size_t /*size*/)
+{
+    ++*memory::blocks;
+}
+
+extern "C" void __sanitizer_free_hook(const volatile void* block)
+{
+    *memory::blocks -= block != nullptr ? 1 : 0;
+}
+#else
 extern "C" void* __libc_malloc(std::size_t size);
 extern "C" void* __libc_calloc(std::size_t number, std::size_t size);
 extern "C" void* __libc_realloc(void* block, std::size_t size);
@@ -20,7 +31,7 @@ static bool fails()
 
 static void* taken(void* block)
 {
-    memory::blocks += block != nullptr ? 1 : 0;
+    *memory::blocks += block != nullptr ? 1 : 0;
     return block;
 }
 
@@ -42,6 +53,7 @@ void* realloc(void* block, std::size_t size) noexcept
 
 void free(void* block) noexcept
 {
-    memory::blocks -= block != nullptr ? 1 : 0;
+    *memory::blocks -= block != nullptr ? 1 : 0;
     __libc_free(block);
 }
+#endif

@@ -1,5 +1,5 @@
-// The memory of a process with one thread: what is allocated while it counts, by whatever library,
-// and which of that fails.
+// The heap of a process with one thread, whatever library allocates: how many blocks are in use,
+// and, while it counts, which allocations fail. Under ASan blocks are counted, and none fails.
 #pragma once
 
 #include <utility>
@@ -11,7 +11,8 @@ inline bool counts = false;
 inline long count = 0;
 inline long first_failing = 0;
 inline long behind_failing = 0;
-inline long blocks = 0; // in use, counted or not
+inline long own_blocks = 0;
+inline constinit long* blocks = &own_blocks; // may be moved to where another process reads it
 
 // Runs what counts, or what doesn't.
 template <class Call>
