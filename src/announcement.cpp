@@ -8,7 +8,7 @@
 #include <systemd/sd-event.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cerrno>
 #include <map>
 #include <sdbusplus/message.hpp>
 #include <string>
@@ -49,7 +49,7 @@ int emit(sd_bus* bus, const char* path, const char* interface, char** members)
         [=] { return sd_bus_emit_properties_changed_strv(bus, path, interface, members); });
 }
 
-/** Announces what was noted. An object that was freed meanwhile has nothing to announce. */
+/** Announces what was noted. */
 void send(NotedChanges& noted)
 {
     auto& context = noted.context;
@@ -64,8 +64,15 @@ void send(NotedChanges& noted)
             names.push_back(const_cast<char*>(member.c_str())); // sd-bus only reads it
         }
         names.push_back(nullptr);
-        emit(GANTRY_get_sd_bus(context.bus), object.first.c_str(), object.second.c_str(),
-             names.data());
+        const auto& [path, interface] = object;
+        const int result =
+            emit(GANTRY_get_sd_bus(context.bus), path.c_str(), interface.c_str(), names.data());
+        // ENOENT: the object was freed meanwhile.
+        if (result < 0 && result != -ENOENT && !Carrier::is_carrying())
+        {
+            GANTRY_LOG(log::failed, "failed for [%s] of [%s], rv=%d", interface.c_str(),
+                       path.c_str(), result);
+        }
     }
 }
 
