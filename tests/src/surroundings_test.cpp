@@ -314,7 +314,7 @@ TEST_F(Surroundings, AStalledDaemonCostsNoMoreThanTheLastValues)
     auto& object = own();
     auto* bus = GANTRY_get_sd_bus(context->bus);
     client.settle(service);
-    kill(support::bus().pid(), SIGSTOP);
+    kill(-support::bus().pid(), SIGSTOP);
     std::uint64_t queued = 0;
     for (int change = 0; change < 30'000; ++change)
     {
@@ -326,7 +326,7 @@ TEST_F(Surroundings, AStalledDaemonCostsNoMoreThanTheLastValues)
     EXPECT_EQ(logged(2), "1 announcement.is_stalled: changes wait, dbus has 10000 messages in "
                          "write queue\n");
     client.signals().clear();
-    kill(support::bus().pid(), SIGCONT);
+    kill(-support::bus().pid(), SIGCONT);
     EXPECT_TRUE(client.wait_for([&] { return sd_bus_get_n_queued_write(bus, &queued), !queued; }));
     client.settle(service);
     const auto last = client.signals().back();

@@ -42,8 +42,9 @@ class PrivateBus
         std::filesystem::remove(socket_);
         // The session bus has no limit that a test comes near.
         const std::string address = "--address=unix:path=" + socket_;
-        daemon_.emplace(
-            std::vector{"dbus-daemon", "--session", "--print-address", address.c_str()});
+        const char* const chosen = std::getenv("TEST_BUS_DAEMON");
+        daemon_.emplace(std::vector{chosen != nullptr ? chosen : "dbus-daemon", "--session",
+                                    "--print-address", address.c_str()});
         if (daemon_->line().empty())
         {
             throw std::runtime_error("the private bus did not start");

@@ -58,6 +58,7 @@ class Program
         pid_ = fork();
         if (pid_ == 0)
         {
+            setpgid(0, 0);
             // Not to outlive a test that crashes; the second look is for a parent that was quicker.
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             if (getppid() == parent)
@@ -69,6 +70,7 @@ class Program
             }
             _exit(127);
         }
+        setpgid(pid_, pid_); // whoever comes first
         close(ends[1]);
     }
     ~Program()
@@ -84,7 +86,7 @@ class Program
         int status = 0;
         if (const pid_t pid = std::exchange(pid_, 0); pid > 0)
         {
-            kill(pid, signal);
+            kill(-pid, signal); // and what it started
             waitpid(pid, &status, 0);
         }
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
