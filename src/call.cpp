@@ -20,14 +20,11 @@ namespace gantry
 namespace
 {
 
-// A bare pointer, so that a thread that exits doesn't destroy it before its context.
-constinit thread_local ServedCall* innermost = nullptr;
-
 /** The call of the object that is being served. Returns null, and logs for `place`, if there is
  *  none. */
 ServedCall* find_served(const Place& place, const GANTRY_instance* instance)
 {
-    for (auto* served = instance != nullptr ? innermost : nullptr; served != nullptr;
+    for (auto* served = instance != nullptr ? ServedCall::innermost : nullptr; served != nullptr;
          served = served->outer)
     {
         if (served->object == instance->the_service)
@@ -52,18 +49,7 @@ bool is_error_name(const char* name)
 
 } // namespace
 
-ServedCall::ServedCall(const void* served_object, sd_bus_message* served_message,
-                       Kind its_kind) noexcept :
-    object(served_object), message(served_message), kind(its_kind), outer(innermost)
-{
-    innermost = this;
-}
-
-ServedCall::~ServedCall()
-{
-    innermost = outer;
-    sd_bus_error_free(&failure);
-}
+constinit thread_local ServedCall* ServedCall::innermost = nullptr;
 
 int ServedCall::take(sd_bus_error* error) noexcept
 {
@@ -101,11 +87,6 @@ int tell_written(GANTRY_instance& listener, const char* member, sd_bus_message* 
     ServedCall served(listener.the_service, message, ServedCall::Kind::write);
     listener.written(&listener, member, listener.written_data);
     return served.is_taken() ? served.take(error) : 0;
-}
-
-bool is_taken(sd_bus_message* message) noexcept
-{
-    return innermost != nullptr && innermost->message == message && innermost->is_taken();
 }
 
 void answer_with(const Place& place, const Descriptor& descriptor, const char* member,

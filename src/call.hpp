@@ -34,8 +34,19 @@ class ServedCall
         write,
     };
 
-    ServedCall(const void* served_object, sd_bus_message* served_message, Kind its_kind) noexcept;
-    ~ServedCall();
+    ServedCall(const void* served_object, sd_bus_message* served_message, Kind its_kind) noexcept :
+        object(served_object), message(served_message), kind(its_kind), outer(innermost)
+    {
+        innermost = this;
+    }
+    ~ServedCall()
+    {
+        innermost = outer;
+        if (failure.name != nullptr)
+        {
+            sd_bus_error_free(&failure);
+        }
+    }
     ServedCall(const ServedCall&) = delete;
     ServedCall(ServedCall&&) = delete;
     ServedCall& operator=(const ServedCall&) = delete;
@@ -44,13 +55,17 @@ class ServedCall
     /** Whether the outputs aren't the answer. */
     [[nodiscard]] bool is_taken() const noexcept
     {
-        return is_deferred || sd_bus_error_is_set(&failure) > 0;
+        return is_deferred || failure.name != nullptr;
     }
     /** Moves the failure, if there is one, to what sd-bus sends. Returns what sd-bus is to get. */
     int take(sd_bus_error* error) noexcept;
 
     /** Makes the call fail. Returns 0 or an errno. */
     int fail(const char* name, const char* text);
+
+    // A bare pointer, so that a thread that exits doesn't destroy it before its context. At a fixed
+    // offset from the thread pointer, so that no call is needed to find it.
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local ServedCall* innermost;
 
     const void* const object;
     sd_bus_message* const message;
@@ -78,7 +93,11 @@ int tell_written(GANTRY_instance& listener, const char* member, sd_bus_message* 
                  sd_bus_error* error);
 
 /** Whether the call in this message is being served and its outputs aren't the answer. */
-bool is_taken(sd_bus_message* message) noexcept;
+inline bool is_taken(sd_bus_message* message) noexcept
+{
+    const auto* served = ServedCall::innermost;
+    return served != nullptr && served->message == message && served->is_taken();
+}
 
 /** Answers an open call of the method with what `append` adds to the reply. */
 void answer_with(const Place& place, const Descriptor& descriptor, const char* member,

@@ -12,7 +12,9 @@
 
 #include <cerrno>
 #include <functional>
+#include <sdbusplus/message.hpp>
 #include <sdbusplus/sdbuspp_support/server.hpp>
+#include <sdbusplus/server/transaction.hpp>
 #include <utility>
 
 namespace gantry
@@ -100,19 +102,70 @@ inline bool has_failed(sd_bus_message* reply)
     return sd_bus_message_append_basic(reply, SD_BUS_TYPE_BYTE, &second) == -ESTALE;
 }
 
+/** Appends a basic value. Returns a negative errno if that fails. */
+template <class Number>
+requires std::is_arithmetic_v<Number>
+int append_basic(sd_bus_message* reply, sdbusplus::SdBusInterface* bus, Number value)
+{
+    using Passed = std::conditional_t<std::is_same_v<Number, bool>, int, Number>;
+    const Passed passed = value;
+    return bus->sd_bus_message_append_basic(reply, basic_types[PropertyTypes::tag<Number>()],
+                                            &passed);
+}
+
+inline int append_basic(sd_bus_message* reply, sdbusplus::SdBusInterface* bus,
+                        const std::string& value)
+{
+    return bus->sd_bus_message_append_basic(reply, SD_BUS_TYPE_STRING, value.c_str());
+}
+
+template <class Type>
+inline constexpr bool is_basic = std::is_arithmetic_v<Type> || std::is_same_v<Type, std::string>;
+
+/** A message without its own reference: sd-bus holds one during the callback. Taking one would cost
+ *  more than everything else that a getter does here. */
+union LentMessage
+{
+    LentMessage(sd_bus_message* message, sdbusplus::SdBusInterface* bus) :
+        lent(message, bus, std::false_type())
+    {
+    }
+    ~LentMessage()
+    {
+    } // NOLINT(modernize-use-equals-default): the default one is deleted
+
+    const sdbusplus::message::message lent;
+};
+
 template <class Type>
 int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusInterface* bus,
                  sd_bus_error* error, Getter<Type> getter)
 {
-    const Get<Type> get{&object, getter};
-    return at_bus_edge(
-        [&]
+    if constexpr (is_basic<Type>)
+    {
+        // A GetAll runs this for each property, so it isn't left to sdbusplus.
+        try
         {
-            const int result = sdbusplus::sdbuspp::property_callback(
-                reply, bus, error, std::function<Type()>(std::cref(get)));
-            return has_failed(reply) ? -ENOMEM : result;
-        },
-        as_error);
+            sdbusplus::server::transaction::set_id(LentMessage(reply, bus).lent);
+            return append_basic(reply, bus, for_bus((object.*getter)()));
+        }
+        catch (...)
+        {
+            return take_for_client(bus, error);
+        }
+    }
+    else
+    {
+        const Get<Type> get{&object, getter};
+        return at_bus_edge(
+            [&]
+            {
+                const int result = sdbusplus::sdbuspp::property_callback(
+                    reply, bus, error, std::function<Type()>(std::cref(get)));
+                return has_failed(reply) ? -ENOMEM : result;
+            },
+            as_error);
+    }
 }
 
 template <class Type>

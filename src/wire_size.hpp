@@ -149,7 +149,11 @@ template <class Type>
 template <class Type>
 void check_wire_size(const Type& value)
 {
-    if constexpr (!std::is_arithmetic_v<Type>)
+    if constexpr (std::is_same_v<Type, std::string>)
+    {
+        WireSize().add(value);
+    }
+    else if constexpr (!std::is_arithmetic_v<Type>)
     {
         walk_wire_size(value);
     }
