@@ -38,6 +38,9 @@ inline void* allocate(std::size_t count, std::size_t size)
     return block;
 }
 
+/** Copies a text, of which null is an empty one. Not inlined: it is a kilobyte. */
+void assign(std::string& value, const char* form);
+
 /** Numbers: the form is the value. */
 template <class Type>
 struct CForm
@@ -71,7 +74,7 @@ struct CForm<std::string>
     }
     static void read(const char* form, std::string& value)
     {
-        value.assign(form != nullptr ? form : "");
+        assign(value, form);
     }
     static void release(type& form) noexcept
     {

@@ -81,12 +81,18 @@ int at_write_edge(CallReference call)
         as_error);
 }
 
-int tell_written(GANTRY_instance& listener, const char* member, sd_bus_message* message,
-                 sd_bus_error* error)
+void write(GANTRY_instance& listener, const char* member, sd_bus_message* message,
+           sd_bus_error* error, CallReference set)
 {
+    set();
     ServedCall served(listener.the_service, message, ServedCall::Kind::write);
     listener.written(&listener, member, listener.written_data);
-    return served.is_taken() ? served.take(error) : 0;
+    if (served.is_taken())
+    {
+        const int refused = served.take(error);
+        set();
+        throw Taken{refused};
+    }
 }
 
 void answer_with(const Place& place, const Descriptor& descriptor, const char* member,

@@ -87,10 +87,10 @@ struct Taken
 /** at_bus_edge() for a client's write, with a handler for Taken inside it. */
 int at_write_edge(CallReference call);
 
-/** Tells the host of a client's write. Returns a negative errno, with the error set, if the host
- *  refuses it; else 0. */
-int tell_written(GANTRY_instance& listener, const char* member, sd_bus_message* message,
-                 sd_bus_error* error);
+/** A client's write of which the host is told: `set` stores the new value, and, called again, puts
+ *  the former one back, for a host that refuses; then the error is set and Taken is thrown. */
+void write(GANTRY_instance& listener, const char* member, sd_bus_message* message,
+           sd_bus_error* error, CallReference set);
 
 /** Whether the call in this message is being served and its outputs aren't the answer. */
 inline bool is_taken(sd_bus_message* message) noexcept

@@ -6,6 +6,11 @@
 namespace gantry
 {
 
+void assign(std::string& value, const char* form)
+{
+    value.assign(form != nullptr ? form : "");
+}
+
 SlotFunction find_function(const Place& place, const GANTRY_instance* instance, std::size_t slot)
 {
     if (instance == nullptr)

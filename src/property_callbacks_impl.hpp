@@ -82,12 +82,13 @@ struct Set
         }
         const auto* row = listener->descriptor->properties->find(member);
         Type former = (object->*accessors_of<Type>(*row).get)();
-        (object->*setter)(std::move(read));
-        if (const int refused = tell_written(*listener, member, message, error); refused < 0)
+        bool is_put_back = false;
+        const auto set_either = [&]
         {
-            (object->*setter)(std::move(former));
-            throw Taken{refused};
-        }
+            (object->*setter)(std::move(std::exchange(is_put_back, true) ? former : read));
+            return 0;
+        };
+        write(*listener, member, message, error, set_either);
     }
 };
 
