@@ -47,7 +47,7 @@ struct Object
 
 struct Reply
 {
-    std::string text = "no reply"; // the reply rendered (render.hpp), or "error NAME: MESSAGE"
+    std::string text = "no reply"; // the reply rendered, or "error NAME: MESSAGE"
     Message message;               // the reply or error itself, rewound; null without one
     std::unique_ptr<sd_bus_slot, Release<sd_bus_slot_unref>> slot; // of the call
 
