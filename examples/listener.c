@@ -1,6 +1,8 @@
 /*
  * A host that publishes nothing and prints each signal that it receives.
  */
+#include "options.h"
+
 #include <gantry/gantry.h>
 
 #include <stdio.h>
@@ -37,8 +39,9 @@ static void on_complex(GANTRY_cpp_context* context, GANTRY_struct_quat* values, 
     printf("] [%s]\n", text);
 }
 
-int main(void)
+int main(int argc, char** argv)
 {
+    read_options(argc, argv, "", 0);
     setvbuf(stdout, NULL, _IOLBF, 0);
     GANTRY_context_set_service(NULL, NULL);
     GANTRY_receive_signal__com_orvane_velmar_HWInventory__Refresh(NULL, on_refresh);

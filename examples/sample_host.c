@@ -5,6 +5,8 @@
  */
 #define _POSIX_C_SOURCE 200809L /* strdup */
 
+#include "options.h"
+
 #include <gantry/gantry.h>
 
 #include <stdlib.h>
@@ -260,10 +262,11 @@ static const GANTRY_table__com_orvane_velmar_sample_async async = {
     .OneParam = try_string,
 };
 
-int main(void)
+int main(int argc, char** argv)
 {
     struct state state = {NULL, 0};
 
+    read_options(argc, argv, "", 0);
     GANTRY_context_set_service(NULL, "com.orvane.velmar.sample");
     GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(NULL, &gantrytest, NULL, &state);
     GANTRY_instantiate__com_orvane_velmar_sample_async(NULL, &async, NULL, &state);

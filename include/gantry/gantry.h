@@ -15,5 +15,6 @@
 #include <gantry/property.h>
 #include <gantry/records.h>
 #include <gantry/types.h>
+#include <gantry/version.h>
 
 #endif

@@ -37,7 +37,7 @@ extern "C" void set_service(GANTRY_cpp_context* context, const char* /*name*/)
     GANTRY_context_set_service(context, arguments[2]);
 }
 
-extern "C" int sample_host();
+extern "C" int sample_host(int, char**);
 
 // What listener calls in place of GANTRY_dbus_loop.
 extern "C" int publish(GANTRY_cpp_context* context)
@@ -47,7 +47,7 @@ extern "C" int publish(GANTRY_cpp_context* context)
         using Publish = void (*)(GANTRY_cpp_context*, const void*, const char*, void*);
         reinterpret_cast<Publish>(dlsym(RTLD_DEFAULT, *name))(context, nullptr, nullptr, nullptr);
     }
-    return sample_host();
+    return sample_host(1, arguments);
 }
 
 // What sample_host calls in its place.
@@ -64,7 +64,7 @@ extern "C" void serve(GANTRY_cpp_context* context)
     } while (loop == "one_pass" && poll(&ready, 1, -1) == 1);
 }
 
-extern "C" int listener();
+extern "C" int listener(int, char**);
 
 int main(int /*argc*/, char** argv)
 {
@@ -73,5 +73,5 @@ int main(int /*argc*/, char** argv)
                                open(argv[3], O_RDWR | O_CLOEXEC), 0);
     *static_cast<long*>(counter) = *memory::blocks;
     memory::blocks = static_cast<long*>(counter);
-    return listener();
+    return listener(1, argv);
 }
