@@ -3,6 +3,7 @@
 #include "edges.hpp"
 
 #include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
 
 namespace
 {
@@ -44,8 +45,15 @@ void gantry::check_connection(GANTRY_cpp_context& context)
 {
     sd_bus* bus = GANTRY_get_sd_bus(context.bus);
     const int open = sd_bus_is_open(bus);
-    throw_if_failed(open == 0 ? -ENOTCONN : open, "sd_bus_is_open");
-    throw_if_failed(sd_bus_get_event(bus) == nullptr ? -ENOTCONN : 0, "sd_bus_attach_event");
+    if (open > 0 && sd_bus_get_event(bus) != nullptr)
+    {
+        return;
+    }
+    if (int code = 0; sd_event_get_exit_code(context.event.get(), &code) < 0)
+    {
+        throw_if_failed(open < 0 ? open : -ENOTCONN,
+                        open > 0 ? "sd_bus_attach_event" : "sd_bus_is_open");
+    }
 }
 
 bool gantry::is_in_callback(GANTRY_cpp_context& context) noexcept

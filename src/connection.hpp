@@ -31,7 +31,8 @@ int uninterrupted(const Call& call)
 int request_name(GANTRY_cpp_context& context, const char* name);
 
 /** Throws SdBusError if the connection can't be served, because it was closed or because it isn't
- *  attached to the context's event loop. */
+ *  attached to the context's event loop. An event loop that exits closes its connections, so then
+ *  this throws nothing. */
 void check_connection(GANTRY_cpp_context& context);
 
 /** Whether a callback of the connection is running. */

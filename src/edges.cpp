@@ -15,10 +15,6 @@ namespace
 
 constexpr char source_stem[] = "edges";
 
-// A bare pointer, not an object with a destructor: the destructor of the thread's pthread key may
-// destroy the thread's context after C++ thread-locals are gone.
-constinit thread_local Carrier* innermost = nullptr;
-
 /**
  * Returns the positive errno of the exception being handled, and logs it for `place` unless that
  * is null. A forced unwind passes through.
@@ -66,35 +62,22 @@ constinit thread_local Carrier* innermost = nullptr;
 
 } // namespace
 
-Carrier::Carrier() noexcept : outer(innermost)
+void Carrier::drop() noexcept
 {
-    innermost = this;
-}
-
-Carrier::~Carrier()
-{
-    innermost = outer;
-    if (carried)
+    try
     {
-        // The entered call threw an exception of its own, which is the one that goes on.
-        try
-        {
-            std::rethrow_exception(carried);
-        }
-        catch (...)
-        {
-            const Place place = GANTRY_HERE;
-            current_errno(&place);
-        }
+        std::rethrow_exception(carried);
+    }
+    catch (...)
+    {
+        const Place place = GANTRY_HERE;
+        current_errno(&place);
     }
 }
 
 void Carrier::rethrow()
 {
-    if (carried)
-    {
-        std::rethrow_exception(std::exchange(carried, nullptr));
-    }
+    std::rethrow_exception(std::exchange(carried, nullptr));
 }
 
 int Carrier::take()
@@ -109,11 +92,6 @@ int Carrier::take()
         innermost->carried = std::move(taken);
     }
     return -error;
-}
-
-bool Carrier::is_carrying() noexcept
-{
-    return innermost != nullptr && innermost->carried;
 }
 
 __attribute__((no_sanitize("null"))) void at_host_edge(const Place& place, int* error,

@@ -36,8 +36,19 @@ namespace gantry
 class Carrier
 {
   public:
-    Carrier() noexcept;
-    ~Carrier();
+    Carrier() noexcept : outer(innermost)
+    {
+        innermost = this;
+    }
+    ~Carrier()
+    {
+        innermost = outer;
+        if (carried)
+        {
+            // The entered call threw an exception of its own, which is the one that goes on.
+            drop();
+        }
+    }
     Carrier(const Carrier&) = delete;
     Carrier(Carrier&&) = delete;
     Carrier& operator=(const Carrier&) = delete;
@@ -54,12 +65,12 @@ class Carrier
         if constexpr (std::is_void_v<std::invoke_result_t<Call>>)
         {
             std::forward<Call>(call)();
-            carrier.rethrow();
+            carrier.throw_carried();
         }
         else
         {
             auto result = std::forward<Call>(call)();
-            carrier.rethrow();
+            carrier.throw_carried();
             return result;
         }
     }
@@ -71,10 +82,28 @@ class Carrier
     static int take();
 
     /** Whether the innermost Carrier has an exception: that is logged where it arrives. */
-    static bool is_carrying() noexcept;
+    static bool is_carrying() noexcept
+    {
+        return innermost != nullptr && innermost->carried;
+    }
 
   private:
-    void rethrow();
+    void throw_carried()
+    {
+        if (carried)
+        {
+            rethrow();
+        }
+    }
+
+    [[noreturn, gnu::cold]] void rethrow();
+    [[gnu::cold]] void drop() noexcept;
+
+    // A bare pointer, not an object with a destructor: the destructor of the thread's pthread key
+    // may destroy the thread's context after C++ thread-locals are gone. At a fixed offset from the
+    // thread pointer, so that no call is needed to find it.
+    [[gnu::tls_model("initial-exec")]] inline static constinit thread_local Carrier* innermost =
+        nullptr;
 
     Carrier* outer;
     std::exception_ptr carried;

@@ -37,24 +37,13 @@ constexpr char source_stem[] = "gantrycommon";
 
 using Timeout = std::optional<std::chrono::duration<unsigned long, std::ratio<1, 1000000>>>;
 
-/** Whether something called for the event loop's exit. Stores the exit code, which is 0 else. */
-bool is_exiting(GANTRY_cpp_context& context, int& code)
-{
-    code = 0;
-    return sd_event_get_exit_code(context.event.get(), &code) >= 0;
-}
-
 /** One run of the event loop. Returns more than 0 if it dispatched something, and throws if the
  *  connection can't be served any more. */
 int run(GANTRY_cpp_context& context, Timeout timeout)
 {
     const int dispatched =
         gantry::Carrier::enter([&context, timeout] { return context.event.run(timeout); });
-    // An event loop that exits closes its connections.
-    if (int code = 0; !is_exiting(context, code))
-    {
-        gantry::check_connection(context);
-    }
+    gantry::check_connection(context);
     return dispatched;
 }
 
@@ -84,7 +73,7 @@ int loop(GANTRY_cpp_context& context)
         }
     }
     int code = 0;
-    is_exiting(context, code);
+    sd_event_get_exit_code(event, &code);
     if (code < 0)
     {
         throw std::system_error(-code, std::generic_category(), "sd_event_loop");

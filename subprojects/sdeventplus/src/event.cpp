@@ -49,7 +49,7 @@ int Event::run(std::optional<SdEventDuration> timeout) const
     constexpr uint64_t shortest_wait = 1000;
     uint64_t usec = timeout ? timeout->count() : UINT64_MAX;
     usec = usec < shortest_wait ? 0 : usec;
-    return check(sdevent->sd_event_run(get(), usec), "sd_event_run");
+    return check(sdevent->sd_event_run(*event, usec), "sd_event_run");
 }
 
 int Event::loop() const
