@@ -101,12 +101,19 @@ void repair(std::variant<Alternatives...>& value)
     }
 }
 
-/** The value, repaired for the bus. Throws SdBusError if it doesn't fit into a message. */
+/** Repairs a value for the bus. Throws SdBusError if it doesn't fit into a message. */
 template <class Type>
-Type for_bus(Type value)
+void make_sendable(Type& value)
 {
     repair_part(value);
     check_wire_size(value);
+}
+
+/** The value, made sendable. */
+template <class Type>
+Type for_bus(Type value)
+{
+    make_sendable(value);
     return value;
 }
 

@@ -10,8 +10,10 @@
 #include "for_bus.hpp"
 #include "property_callbacks.hpp"
 
+#include <bit>
 #include <cerrno>
 #include <functional>
+#include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
 #include <sdbusplus/sdbuspp_support/server.hpp>
 #include <sdbusplus/server/transaction.hpp>
@@ -48,21 +50,8 @@ Type get(const Type& stored)
     return stored;
 }
 
-// sdbusplus takes these as a std::function, by reference, which fits into it without an allocation.
-// They are named types because a std::function keeps its type's name in the binary.
-
-template <class Type>
-struct Get
-{
-    const Object* object;
-    Getter<Type> getter;
-
-    Type operator()() const
-    {
-        return for_bus((object->*getter)());
-    }
-};
-
+// sdbusplus takes it as a std::function, by reference, which fits into it without an allocation. It
+// is a named type because a std::function keeps its type's name in the binary.
 template <class Type>
 struct Set
 {
@@ -92,6 +81,26 @@ struct Set
     }
 };
 
+/** A message without a reference of its own: sd-bus holds the reply while a getter runs. A
+ * reference would cost more than the getter, since it also counts on the connection, atomically. */
+union LentMessage
+{
+    LentMessage(sd_bus_message* message, sdbusplus::SdBusInterface* bus) :
+        lent(message, bus, std::false_type{})
+    {
+    }
+    // NOLINTNEXTLINE(modernize-use-equals-default): the default one of a union is deleted
+    ~LentMessage()
+    {
+    }
+    LentMessage(const LentMessage&) = delete;
+    LentMessage(LentMessage&&) = delete;
+    LentMessage& operator=(const LentMessage&) = delete;
+    LentMessage& operator=(LentMessage&&) = delete;
+
+    sdbusplus::message::message lent;
+};
+
 /**
  * Whether an append to the message has failed, as for lack of memory: sdbusplus doesn't examine
  * that, but sd-bus then refuses every further append with ESTALE. A getter's message has an open
@@ -103,70 +112,67 @@ inline bool has_failed(sd_bus_message* reply)
     return sd_bus_message_append_basic(reply, SD_BUS_TYPE_BYTE, &second) == -ESTALE;
 }
 
-/** Appends a basic value. Returns a negative errno if that fails. */
+/** The letter that a number's type has in a signature. */
 template <class Number>
-requires std::is_arithmetic_v<Number>
-int append_basic(sd_bus_message* reply, sdbusplus::SdBusInterface* bus, Number value)
+constexpr char number_letter()
 {
-    using Passed = std::conditional_t<std::is_same_v<Number, bool>, int, Number>;
-    const Passed passed = value;
-    return bus->sd_bus_message_append_basic(reply, basic_types[PropertyTypes::tag<Number>()],
-                                            &passed);
-}
-
-inline int append_basic(sd_bus_message* reply, sdbusplus::SdBusInterface* bus,
-                        const std::string& value)
-{
-    return bus->sd_bus_message_append_basic(reply, SD_BUS_TYPE_STRING, value.c_str());
-}
-
-template <class Type>
-inline constexpr bool is_basic = std::is_arithmetic_v<Type> || std::is_same_v<Type, std::string>;
-
-/** A message without its own reference: sd-bus holds one during the callback. Taking one would cost
- *  more than everything else that a getter does here. */
-union LentMessage
-{
-    LentMessage(sd_bus_message* message, sdbusplus::SdBusInterface* bus) :
-        lent(message, bus, std::false_type())
+    if constexpr (std::is_same_v<Number, bool>)
     {
+        return SD_BUS_TYPE_BOOLEAN;
     }
-    ~LentMessage()
+    else if constexpr (std::is_floating_point_v<Number>)
     {
-    } // NOLINT(modernize-use-equals-default): the default one is deleted
-
-    const sdbusplus::message::message lent;
-};
-
-template <class Type>
-int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, Getter<Type> getter)
-{
-    if constexpr (is_basic<Type>)
-    {
-        // A GetAll runs this for each property, so it isn't left to sdbusplus.
-        try
-        {
-            sdbusplus::server::transaction::set_id(LentMessage(reply, bus).lent);
-            return append_basic(reply, bus, for_bus((object.*getter)()));
-        }
-        catch (...)
-        {
-            return take_for_client(bus, error);
-        }
+        return SD_BUS_TYPE_DOUBLE;
     }
     else
     {
-        const Get<Type> get{&object, getter};
-        return at_bus_edge(
-            [&]
-            {
-                const int result = sdbusplus::sdbuspp::property_callback(
-                    reply, bus, error, std::function<Type()>(std::cref(get)));
-                return has_failed(reply) ? -ENOMEM : result;
-            },
-            as_error);
+        return (std::is_signed_v<Number> ? "?nix" : "yqut")[std::countr_zero(sizeof(Number))];
     }
+}
+
+/** Appends a property's value. Returns a negative errno if it fails. */
+template <class Type>
+int append(LentMessage& reply, sdbusplus::SdBusInterface* bus, const Type& value)
+{
+    sd_bus_message* const message = reply.lent.get();
+    if constexpr (std::is_same_v<Type, bool>)
+    {
+        const int wide = value;
+        return bus->sd_bus_message_append_basic(message, number_letter<Type>(), &wide);
+    }
+    else if constexpr (std::is_arithmetic_v<Type>)
+    {
+        return bus->sd_bus_message_append_basic(message, number_letter<Type>(), &value);
+    }
+    else if constexpr (std::is_same_v<Type, std::string>)
+    {
+        return bus->sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, value.c_str());
+    }
+    else
+    {
+        reply.lent.append(value);
+        return has_failed(message) ? -ENOMEM : 1;
+    }
+}
+
+template <class Type>
+int get_property(sd_bus_message* message, const Object& object, sdbusplus::SdBusInterface* bus,
+                 sd_bus_error* error, Getter<Type> getter)
+{
+    const auto get = [&]() __attribute__((always_inline))
+    {
+        try
+        {
+            LentMessage reply(message, bus);
+            sdbusplus::server::transaction::set_id(reply.lent);
+            return append(reply, bus, for_bus((object.*getter)()));
+        }
+        catch (const sdbusplus::exception::SdBusError& failure)
+        {
+            return bus->sd_bus_error_set(error, failure.name(), failure.description());
+        }
+    };
+    return at_bus_edge(get, as_error);
 }
 
 template <class Type>

@@ -20,21 +20,6 @@ namespace sdbuspp
 namespace details
 {
 
-/** A message without its own reference: the caller holds one as long as this object exists. */
-union Lent
-{
-    Lent(sd_bus_message* msg, SdBusInterface* intf) : m(msg, intf, std::false_type{})
-    {
-    }
-
-    // NOLINTNEXTLINE(modernize-use-equals-default): the default one of a union is deleted
-    ~Lent()
-    {
-    }
-
-    message::message m;
-};
-
 /** serve() for a body given as a function and the object that it works on. */
 int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error,
           void (*body)(const void* what, message::message& m), const void* what);
@@ -51,28 +36,6 @@ int serve(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error, const 
         [](const void* what, message::message& m) { (*static_cast<const Body*>(what))(m); }, &body);
 }
 
-/**
- * serve() for a getter, which a GetAll runs once per property. It is inline and takes no reference
- * on the reply, which sd-bus holds during the callback. A reference would cost more than everything
- * else here: it also counts references on the connection, with atomic instructions.
- */
-template <class R>
-[[gnu::always_inline]] inline int serve_getter(sd_bus_message* msg, SdBusInterface* intf,
-                                               sd_bus_error* error, std::function<R()>& f)
-{
-    try
-    {
-        Lent reply(msg, intf);
-        server::transaction::set_id(reply.m);
-        reply.m.append(f());
-    }
-    catch (const exception::internal_exception& e)
-    {
-        return e.set_error(intf, error);
-    }
-    return 1;
-}
-
 } // namespace details
 
 /**
@@ -81,9 +44,8 @@ template <class R>
  * `msg`. Returns 1, or the result of putting a failure into `error`.
  */
 template <class R, class... Args>
-[[gnu::always_inline]] inline int property_callback(sd_bus_message* msg, SdBusInterface* intf,
-                                                    sd_bus_error* error,
-                                                    std::function<R(Args&&...)> f)
+int property_callback(sd_bus_message* msg, SdBusInterface* intf, sd_bus_error* error,
+                      std::function<R(Args&&...)> f)
 {
     static_assert(sizeof...(Args) == (std::is_void_v<R> ? 1 : 0), "a getter or a setter");
 
@@ -95,7 +57,7 @@ template <class R, class... Args>
     }
     else
     {
-        return details::serve_getter(msg, intf, error, f);
+        return details::serve(msg, intf, error, [&](message::message& m) { m.append(f()); });
     }
 }
 
