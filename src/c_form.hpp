@@ -72,10 +72,7 @@ struct CForm<std::string>
         // The function takes what it only reads by non-const reference; hosts link to that name.
         form = GANTRY_string_cpp_to_c(const_cast<std::string&>(value));
     }
-    static void read(const char* form, std::string& value)
-    {
-        assign(value, form);
-    }
+    static void read(const char* form, std::string& value);
     static void release(type& form) noexcept
     {
         GANTRY_string_free(&form);

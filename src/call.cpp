@@ -24,7 +24,7 @@ namespace
  *  none. */
 ServedCall* find_served(const Place& place, const GANTRY_instance* instance)
 {
-    for (auto* served = instance != nullptr ? ServedCall::innermost : nullptr; served != nullptr;
+    for (auto* served = instance != nullptr ? ServedCall::current() : nullptr; served != nullptr;
          served = served->outer)
     {
         if (served->object == instance->the_service)
@@ -48,8 +48,6 @@ bool is_error_name(const char* name)
 }
 
 } // namespace
-
-constinit thread_local ServedCall* ServedCall::innermost = nullptr;
 
 int ServedCall::take(sd_bus_error* error) noexcept
 {
@@ -87,12 +85,13 @@ void write(GANTRY_instance& listener, const char* member, sd_bus_message* messag
     set();
     ServedCall served(listener.the_service, message, ServedCall::Kind::write);
     listener.written(&listener, member, listener.written_data);
-    if (served.is_taken())
-    {
-        const int refused = served.take(error);
-        set();
-        throw Taken{refused};
-    }
+    return served.is_taken() ? served.take(error) : 0;
+}
+
+bool is_taken(sd_bus_message* message) noexcept
+{
+    const auto* served = ServedCall::current();
+    return served != nullptr && served->message == message && served->is_taken();
 }
 
 void answer_with(const Place& place, const Descriptor& descriptor, const char* member,

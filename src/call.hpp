@@ -57,6 +57,11 @@ class ServedCall
     {
         return is_deferred || failure.name != nullptr;
     }
+    /** The call that the thread is serving; null for none. */
+    static ServedCall* current() noexcept
+    {
+        return innermost;
+    }
     /** Moves the failure, if there is one, to what sd-bus sends. Returns what sd-bus is to get. */
     int take(sd_bus_error* error) noexcept;
 
@@ -74,6 +79,10 @@ class ServedCall
     ServedCall* const outer;
 
   private:
+    // A bare pointer, so that a thread that exits doesn't destroy it before its context.
+    [[gnu::tls_model("initial-exec")]] inline static constinit thread_local ServedCall* innermost =
+        nullptr;
+
     sd_bus_error failure = SD_BUS_ERROR_NULL;
 };
 

@@ -24,52 +24,31 @@ int set_error(const ServedCall& served, sdbusplus::SdBusInterface* bus, sd_bus_e
 
 } // namespace
 
-int at_method_edge(const ServedCall& served, sdbusplus::SdBusInterface* bus, sd_bus_error* error,
-                   CallReference call)
-{
-    return at_bus_edge(
-        [&]
-        {
-            try
-            {
-                return call();
-            }
-            catch (const sdbusplus::exception::SdBusError& failure)
-            {
-                return set_error(served, bus, error, failure);
-            }
-            catch (const Taken& taken)
-            {
-                return taken.result;
-            }
-        },
-        as_handled);
-}
-
-void pass_taken(ServedCall& served, sd_bus_error* error)
-{
-    throw Taken{served.take(error)};
-}
-
-void pass_failure(const ServedCall& served, sdbusplus::SdBusInterface* bus, sd_bus_error* error,
-                  const sdbusplus::exception::SdBusError& failure)
-{
-    throw Taken{set_error(served, bus, error, failure)};
-}
-
-int call_object_message_method(sd_bus_message* message, Object& object,
-                               sdbusplus::SdBusInterface* bus, sd_bus_error* error,
-                               MessageMethod method)
+int serve_method(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bus,
+                 sd_bus_error* error, AnyMethod method, MethodBody body)
 {
     ServedCall served(&object, message, ServedCall::Kind::method);
-    return at_method_edge(served, bus, error,
-                          [&]
-                          {
-                              sdbusplus::message::message wrapped(message, bus);
-                              sdbusplus::server::transaction::set_id(wrapped);
-                              (object.*method)(wrapped);
-                              return served.is_taken() ? served.take(error) : 1;
-                          });
+    const auto serve = [&]
+    {
+        try
+        {
+            sdbusplus::message::message call(message, bus);
+            sdbusplus::server::transaction::set_id(call);
+            body(call, served, object, method);
+            return served.is_taken() ? served.take(error) : 1;
+        }
+        catch (const sdbusplus::exception::SdBusError& failure)
+        {
+            return set_error(served, bus, error, failure);
+        }
+    };
+    return at_bus_edge(serve, as_handled);
+}
+
+void pass_call(sdbusplus::message::message& call, const ServedCall& /*served*/, Object& object,
+               AnyMethod method)
+{
+    (object.*method)(call);
 }
 
 } // namespace gantry
