@@ -38,9 +38,6 @@ inline void* allocate(std::size_t count, std::size_t size)
     return block;
 }
 
-/** Copies a text, of which null is an empty one. Not inlined: it is a kilobyte. */
-void assign(std::string& value, const char* form);
-
 /** Numbers: the form is the value. */
 template <class Type>
 struct CForm

@@ -68,10 +68,6 @@ class ServedCall
     /** Makes the call fail. Returns 0 or an errno. */
     int fail(const char* name, const char* text);
 
-    // A bare pointer, so that a thread that exits doesn't destroy it before its context. At a fixed
-    // offset from the thread pointer, so that no call is needed to find it.
-    [[gnu::tls_model("initial-exec")]] static constinit thread_local ServedCall* innermost;
-
     const void* const object;
     sd_bus_message* const message;
     const Kind kind;
@@ -79,7 +75,8 @@ class ServedCall
     ServedCall* const outer;
 
   private:
-    // A bare pointer, so that a thread that exits doesn't destroy it before its context.
+    // A bare pointer, so that a thread that exits doesn't destroy it before its context. At a fixed
+    // offset from the thread pointer, so that no call is needed to find it.
     [[gnu::tls_model("initial-exec")]] inline static constinit thread_local ServedCall* innermost =
         nullptr;
 
@@ -104,7 +101,7 @@ void write(GANTRY_instance& listener, const char* member, sd_bus_message* messag
 /** Whether the call in this message is being served and its outputs aren't the answer. */
 inline bool is_taken(sd_bus_message* message) noexcept
 {
-    const auto* served = ServedCall::innermost;
+    const auto* served = ServedCall::current();
     return served != nullptr && served->message == message && served->is_taken();
 }
 

@@ -126,22 +126,6 @@ NoCancellation::~NoCancellation()
     pthread_setcancelstate(before, nullptr);
 }
 
-int take_for_client(sdbusplus::SdBusInterface* bus, sd_bus_error* error)
-{
-    try
-    {
-        throw;
-    }
-    catch (const sdbusplus::exception::internal_exception& failure)
-    {
-        return failure.set_error(bus, error);
-    }
-    catch (...)
-    {
-        return Carrier::take();
-    }
-}
-
 void throw_if_failed(int result, const char* call)
 {
     if (result < 0)

@@ -23,10 +23,7 @@
 
 #include "log.hpp"
 
-#include <systemd/sd-bus.h>
-
 #include <exception>
-#include <sdbusplus/sdbus.hpp>
 #include <type_traits>
 #include <utility>
 
@@ -189,10 +186,6 @@ constexpr int logged(int error) noexcept
  * stores its positive errno.
  */
 void at_host_edge(const Place& place, int* error, CallReference call);
-
-/** In the handler of a property's callback: makes a failure of sdbusplus the client's error, and
- * has a Carrier take what else was thrown. Returns what sd-bus is to get. */
-int take_for_client(sdbusplus::SdBusInterface* bus, sd_bus_error* error);
 
 /** Throws SdBusError if `result` is the negative errno of a failed `call` into libsystemd. */
 void throw_if_failed(int result, const char* call);

@@ -6,11 +6,6 @@
 namespace gantry
 {
 
-void assign(std::string& value, const char* form)
-{
-    value.assign(form != nullptr ? form : "");
-}
-
 SlotFunction find_function(const Place& place, const GANTRY_instance* instance, std::size_t slot)
 {
     if (instance == nullptr)

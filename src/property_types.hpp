@@ -51,7 +51,4 @@ using PropertyTypes = TypeList<
                std::tuple<long, unsigned long>>,
     std::variant<unsigned char, Triple, std::string>>;
 
-/** The D-Bus types of the list's basic types, in its order; '-' is another. */
-inline constexpr char basic_types[] = "bdnqutys-ix";
-
 } // namespace gantry
