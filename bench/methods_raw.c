@@ -8,6 +8,7 @@
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
+#include <errno.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -20,6 +21,32 @@ static int try_int32(sd_bus_message* call, void* object, sd_bus_error* error)
     int32_t value = 0;
     const int result = sd_bus_message_read_basic(call, 'i', &value);
     return result < 0 ? result : sd_bus_reply_method_return(call, "i", value);
+}
+
+static sd_event_source* answering;
+static sd_bus_message* deferred;
+static uint32_t answer;
+
+static int answer_deferred(sd_event_source* source, void* data)
+{
+    (void)source, (void)data;
+    sd_bus_message* call = deferred;
+    deferred = NULL;
+    const int result = sd_bus_reply_method_return(call, "u", answer);
+    sd_bus_message_unref(call);
+    return result;
+}
+
+static int try_uint32(sd_bus_message* call, void* object, sd_bus_error* error)
+{
+    (void)object, (void)error;
+    const int result = sd_bus_message_read_basic(call, 'u', &answer);
+    if (result < 0)
+    {
+        return result;
+    }
+    deferred = sd_bus_message_ref(call);
+    return sd_event_source_set_enabled(answering, SD_EVENT_ONESHOT) < 0 ? -EIO : 1;
 }
 
 static int try_string(sd_bus_message* call, void* object, sd_bus_error* error)
@@ -89,6 +116,7 @@ static int try_array_string(sd_bus_message* call, void* object, sd_bus_error* er
 static const sd_bus_vtable vtable[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD("Try_int32", "i", "i", try_int32, 0),
+    SD_BUS_METHOD("Try_uint32", "u", "u", try_uint32, 0),
     SD_BUS_METHOD("Try_string", "s", "s", try_string, 0),
     SD_BUS_METHOD("Try_array", "ay", "ay", try_array, 0),
     SD_BUS_METHOD("TryArrayString", "as", "as", try_array_string, 0),
@@ -118,6 +146,8 @@ int main(int argc, char** argv)
     check(sd_bus_add_object_vtable(bus, NULL, "/com/orvane/velmar/sample/gantrytest",
                                    "com.orvane.velmar.sample.gantrytest", vtable, NULL),
           "sd_bus_add_object_vtable");
+    check(sd_event_add_defer(event, &answering, answer_deferred, NULL), "sd_event_add_defer");
+    check(sd_event_source_set_enabled(answering, SD_EVENT_OFF), "sd_event_source_set_enabled");
     check(sd_bus_request_name(bus, argv[2], 0), "sd_bus_request_name");
     puts("ready");
     fflush(stdout);

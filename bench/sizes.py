@@ -13,6 +13,12 @@ import subprocess
 import sys
 import tempfile
 
+# Of what is loaded read-only. The first is what the library had before a host could answer a call
+# later, per property; the second is what the functions for that may add, one answering function a
+# method among them, which doesn't grow with the properties.
+LOADED_PER_PROPERTY = 1348
+LOADED_FOR_ANSWERS = 60 * 1024
+
 
 def output(*command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
@@ -32,7 +38,7 @@ def text_size(path):
 
 def report(what, value, properties, bar=None):
     each = value / properties
-    verdict = "" if bar is None else f"  (bar {bar:g}: {'met' if each <= bar else 'MISSED'})"
+    verdict = "" if bar is None else f"  (bar {bar:.6g}: {'met' if each <= bar else 'MISSED'})"
     print(f"{what:<48} {value:>8}  {each:>8.2f} a property{verdict}")
 
 
@@ -58,7 +64,8 @@ def main():
     print(f".text of the whole library: {whole_text / 1024:.0f} KiB (bar 480: {verdict})")
     report(".text of the whole library", whole_text, properties, 450)
     report(".text of generated code", entries, properties, 450)
-    report("loaded read-only (size's text)", loaded, properties, 1350)
+    loaded_bar = LOADED_PER_PROPERTY + LOADED_FOR_ANSWERS / properties
+    report("loaded read-only (size's text)", loaded, properties, loaded_bar)
     report("relocations that look up a symbol", looked_up, properties, 0.65)
 
 
