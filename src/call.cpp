@@ -85,13 +85,12 @@ void write(GANTRY_instance& listener, const char* member, sd_bus_message* messag
     set();
     ServedCall served(listener.the_service, message, ServedCall::Kind::write);
     listener.written(&listener, member, listener.written_data);
-    return served.is_taken() ? served.take(error) : 0;
-}
-
-bool is_taken(sd_bus_message* message) noexcept
-{
-    const auto* served = ServedCall::current();
-    return served != nullptr && served->message == message && served->is_taken();
+    if (served.is_taken())
+    {
+        const int refused = served.take(error);
+        set();
+        throw Taken{refused};
+    }
 }
 
 void answer_with(const Place& place, const Descriptor& descriptor, const char* member,
