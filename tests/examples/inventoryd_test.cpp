@@ -385,9 +385,8 @@ TEST_F(Inventoryd, ADumpIsAnsweredWhenItIsThereAndMeanwhileOthersAreServed)
     const std::string links = "bus/pci/devices/" + address + "/virtio1/net/eth0";
     const auto slot = at("system.NicSlot/_30000_3a01_3a00_2e0");
     const auto dumps = sys / "dumps";
-    write_lines("bus/pci/devices/" + address, "class=0x020000; vendor=0x8086; numa_node=-1");
+    write_lines("bus/pci/devices/" + address, "class=0x020000; vendor=0x8086");
     write_lines(links, "operstate=up; statistics/rx_errors=7");
-    write("bus/pci/devices/0000:02:00.0/class", "0x030000\n");
     // In the way is what another user may have put there.
     write("victim", "unchanged");
     create_directory(dumps);
@@ -403,9 +402,7 @@ TEST_F(Inventoryd, ADumpIsAnsweredWhenItIsThereAndMeanwhileOthersAreServed)
     setenv("STATE_DIRECTORY", dumps.c_str(), 1);
     start();
     unsetenv("STATE_DIRECTORY");
-    expect("system.NicSlot/_30000_3a01_3a00_2e0",
-           "VendorID=s \"0x8086\"; BSInfo_Bus=y 1; CPUAffinity=q 0; IsCoreDumpEnabled=b true");
-    EXPECT_EQ(client.introspect(at("system.NicSlot")).find("02_3a"), std::string::npos);
+    expect("system.NicSlot/_30000_3a01_3a00_2e0", "VendorID=s \"0x8086\"; BSInfo_Bus=y 1");
 
     auto first = trigger();
     EXPECT_EQ(trigger()->text, "error com.orvane.velmar.inventory.Busy: a dump is running");
@@ -414,12 +411,10 @@ TEST_F(Inventoryd, ADumpIsAnsweredWhenItIsThereAndMeanwhileOthersAreServed)
     EXPECT_EQ(client.wait(std::move(first)).text, "is 0, \"" + (dumps / address).string() + '"');
     std::ifstream file(dumps / address);
     const std::string text(std::istreambuf_iterator<char>(file), {});
-    const char* name = nullptr;
-    sd_bus_get_unique_name(client.bus(), &name);
-    EXPECT_TRUE(text.starts_with("a dump of " + address + " for " + name + ", user " +
-                                 std::to_string(geteuid()) + ", process " +
-                                 std::to_string(getpid()) + '\n'));
-    EXPECT_THAT(text, testing::ContainsRegex("eth0 operstate up\neth0 statistics/rx_errors 7\n"
+    EXPECT_THAT(text, testing::ContainsRegex(" for :[0-9.]+, user " + std::to_string(geteuid()) +
+                                             ", process " + std::to_string(getpid()) +
+                                             "\nat .+\n"
+                                             "eth0 operstate up\neth0 statistics/rx_errors 7\n"
                                              "at [0-9]+\neth0 operstate down\n"));
     EXPECT_EQ(status(dumps / address).permissions(), std::filesystem::perms(0600));
     EXPECT_EQ(file_size(sys / "victim"), std::strlen("unchanged"));
@@ -427,10 +422,9 @@ TEST_F(Inventoryd, ADumpIsAnsweredWhenItIsThereAndMeanwhileOthersAreServed)
     remove_all(dumps);
     EXPECT_EQ(client.wait(trigger()).text,
               "error org.freedesktop.DBus.Error.Failed: No such file or directory");
-    const auto last = trigger();
+    auto last = trigger();
     EXPECT_EQ(host->stop(), 0);
-    EXPECT_TRUE(client.wait_for([&] { return last->message != nullptr; }));
-    EXPECT_TRUE(last->text.starts_with("error org.freedesktop.DBus.Error.NoReply")) << last->text;
+    EXPECT_THAT(client.wait(std::move(last)).text, testing::HasSubstr("Error.NoReply: the object"));
     start();
     EXPECT_TRUE(is_told("READY=1", 2));
     EXPECT_EQ(trigger()->text, "error org.freedesktop.DBus.Error.NotSupported: "
