@@ -1,6 +1,10 @@
 /*
- * A host that answers as it needs: a call of "refuse" with an error, of "later" when the bus has
- * been quiet for a while, any other with its caller. It doesn't let "bad" be written.
+ * A host that answers as it needs, in a loop of its own: a call of "refuse" with an error, of
+ * "later" when the bus has been quiet for a while, any other with its caller. It doesn't let "bad"
+ * be written.
+ *
+ *     busctl call com.orvane.velmar.HWInventory /sample com.orvane.velmar.sample.gantrytest \
+ *         Try_string s later
  */
 #define _POSIX_C_SOURCE 200809L
 
@@ -21,7 +25,7 @@ static void answer(GANTRY_instance* instance, char* in, char** out)
     {
         GANTRY_call_fail(instance, "com.example.Refused", "as asked", NULL);
     }
-    else if (strcmp(in, "later") == 0)
+    else if (strcmp(in, "later") == 0 && later == NULL)
     {
         GANTRY_call_defer(instance, &later, NULL);
     }
@@ -48,19 +52,22 @@ int main(void)
 {
     static const GANTRY_table__com_orvane_velmar_sample_gantrytest table = {.Try_string = answer};
     static char refused[] = "bad";
-    struct pollfd bus = {.events = POLLIN};
+    GANTRY_cpp_context* context = NULL;
     GANTRY_instance* instance = NULL;
+    struct pollfd bus = {.events = POLLIN};
     GANTRY_context_set_service(NULL, "com.orvane.velmar.HWInventory");
     GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(NULL, &table, "/sample", NULL);
     GANTRY_instance_get_created(NULL, &instance, NULL);
     GANTRY_instance_on_write(instance, on_write, refused);
     GANTRY_context_get_fd(NULL, &bus.fd);
-    for (;;)
+    do
     {
         GANTRY_dbus_loop_one_pass(NULL);
         if (poll(&bus, 1, 200) == 0 && later != NULL)
         {
             GANTRY_reply__com_orvane_velmar_sample_gantrytest__Try_string(&later, "late", NULL);
         }
-    }
+        GANTRY_context_management(NULL, &context);
+    } while (context != NULL); /* it is null once the connection is lost */
+    return EXIT_FAILURE;
 }
