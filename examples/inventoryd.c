@@ -3,13 +3,17 @@
  * interfaces, firmware and boot configuration from sysfs. Then it reads link states and counters
  * once a second, and adds and removes network interfaces as they appear and disappear.
  *
- *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out
+ *     inventoryd [-d DIRECTORY] [SYSFS]
+ *
+ * DIRECTORY is where dumps of network adapters are written, by default the one that the service
+ * manager made for it; SYSFS is where sysfs is mounted, /sys if left out.
  */
-#define _POSIX_C_SOURCE 200809L /* CLOCK_MONOTONIC, and siginfo_t for sd-event */
+#define _POSIX_C_SOURCE 200809L /* CLOCK_MONOTONIC, getopt, and siginfo_t for sd-event */
 
 #include "inventory.h"
 #include "links.h"
 #include "network.h"
+#include "slots.h"
 
 #include <gantry/gantry.h>
 
@@ -20,6 +24,7 @@
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-event.h>
 #include <time.h>
+#include <unistd.h>
 
 static const uint64_t refresh_interval = 1000000; /* in microseconds */
 static bool stopped;
@@ -73,7 +78,18 @@ static int add_sources(sd_event* event, GANTRY_cpp_context* context, struct netw
 
 int main(int argc, char** argv)
 {
-    const char* sys = argc > 1 ? argv[1] : "/sys";
+    const char* dumps = getenv("STATE_DIRECTORY");
+    dumps = dumps != NULL ? dumps : getenv("RUNTIME_DIRECTORY");
+    for (int option = 0; (option = getopt(argc, argv, "d:")) != -1;)
+    {
+        if (option != 'd')
+        {
+            fprintf(stderr, "usage: inventoryd [-d DIRECTORY] [SYSFS]\n");
+            return EXIT_FAILURE;
+        }
+        dumps = optarg;
+    }
+    const char* sys = optind < argc ? argv[optind] : "/sys";
     GANTRY_cpp_context* context = NULL;
     struct network network;
     sd_event* event = NULL;
@@ -99,6 +115,7 @@ int main(int argc, char** argv)
     publish_software(context, sys);
     publish_boot(context, sys);
     publish_pci_devices(context, sys);
+    publish_slots(context, event, sys, dumps);
     publish_usb_devices(context, sys);
     network_publish(&network, context, sys);
     declare_readiness(context);
@@ -109,6 +126,7 @@ int main(int argc, char** argv)
     GANTRY_dbus_sdloop(context);
 
     GANTRY_context_free(&context);
+    slots_free();
     network_free(&network);
     sd_event_unref(event);
     return stopped ? EXIT_SUCCESS : EXIT_FAILURE; /* the log says why the loop ended */

@@ -70,7 +70,7 @@ void Carrier::drop() noexcept
     }
     catch (...)
     {
-        const Place place = GANTRY_HERE;
+        const Place place{source_stem, __LINE__, "~Carrier"};
         current_errno(&place);
     }
 }

@@ -256,6 +256,9 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
     {
         match.reset();
     }
+    // Answers and signals may still be queued. If this was the last use of a shared connection, its
+    // release would drop them.
+    sd_bus_flush(GANTRY_get_sd_bus(bus));
     // The members' order releases the event reference next and the connection last.
 }
 

@@ -44,7 +44,8 @@ GANTRY_API void GANTRY_context_new(GANTRY_cpp_context** out);
 
 /*
  * Destroys *context: its objects, newest first, then its subscriptions, then its reference to the
- * connection. Sets *context to null. Does nothing if *context is null. `context` must not be null.
+ * connection. Waits until the bus has taken what is left to send. Sets *context to null. Does
+ * nothing if *context is null. `context` must not be null.
  *
  * Without this call the context is destroyed when its thread exits. Returning from main does not
  * count as a thread's exit: then the connection just closes.

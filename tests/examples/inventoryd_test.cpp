@@ -379,4 +379,56 @@ TEST_F(Inventoryd, EndsWithFailureWhenItsBusIsLost)
     support::bus().restart();
 }
 
+TEST_F(Inventoryd, ADumpIsAnsweredWhenItIsThereAndMeanwhileOthersAreServed)
+{
+    const std::string address = "0000:01:00.0";
+    const std::string links = "bus/pci/devices/" + address + "/virtio1/net/eth0";
+    const auto slot = at("system.NicSlot/_30000_3a01_3a00_2e0");
+    const auto dumps = sys / "dumps";
+    write_lines("bus/pci/devices/" + address, "class=0x020000; vendor=0x8086");
+    write_lines(links, "operstate=up; statistics/rx_errors=7");
+    // In the way is what another user may have put there.
+    write("victim", "unchanged");
+    create_directory(dumps);
+    create_symlink(sys / "victim", dumps / address);
+    create_symlink(sys / "victim", dumps / (address + ".new"));
+    const auto trigger = [&]
+    {
+        auto call = client.start(slot, "com.orvane.velmar.system.NicSlot", "TriggerAdapterCoreDump",
+                                 "sysssssy", "job", 1, "", "", "../victim", "", "", 0);
+        client.settle(slot.service);
+        return call;
+    };
+    setenv("STATE_DIRECTORY", dumps.c_str(), 1);
+    start();
+    unsetenv("STATE_DIRECTORY");
+    expect("system.NicSlot/_30000_3a01_3a00_2e0", "VendorID=s \"0x8086\"; BSInfo_Bus=y 1");
+
+    auto first = trigger();
+    EXPECT_EQ(trigger()->text, "error com.orvane.velmar.inventory.Busy: a dump is running");
+    write_lines(links, "operstate=down");
+    EXPECT_EQ(first->text, "no reply");
+    EXPECT_EQ(client.wait(std::move(first)).text, "is 0, \"" + (dumps / address).string() + '"');
+    std::ifstream file(dumps / address);
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    EXPECT_THAT(text, testing::ContainsRegex(" for :[0-9.]+, user " + std::to_string(geteuid()) +
+                                             ", process " + std::to_string(getpid()) +
+                                             "\nat .+\n"
+                                             "eth0 operstate up\neth0 statistics/rx_errors 7\n"
+                                             "at [0-9]+\neth0 operstate down\n"));
+    EXPECT_EQ(status(dumps / address).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(file_size(sys / "victim"), std::strlen("unchanged"));
+
+    remove_all(dumps);
+    EXPECT_EQ(client.wait(trigger()).text,
+              "error org.freedesktop.DBus.Error.Failed: No such file or directory");
+    auto last = trigger();
+    EXPECT_EQ(host->stop(), 0);
+    EXPECT_THAT(client.wait(std::move(last)).text, testing::HasSubstr("Error.NoReply: the object"));
+    start();
+    EXPECT_TRUE(is_told("READY=1", 2));
+    EXPECT_EQ(trigger()->text, "error org.freedesktop.DBus.Error.NotSupported: "
+                               "there is no directory for dumps");
+}
+
 } // namespace

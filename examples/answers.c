@@ -1,0 +1,73 @@
+/*
+ * A host that answers as it needs, in a loop of its own: a call of "refuse" with an error, of
+ * "later" when the bus has been quiet for a while, any other with its caller. It doesn't let "bad"
+ * be written.
+ *
+ *     busctl call com.orvane.velmar.HWInventory /sample com.orvane.velmar.sample.gantrytest \
+ *         Try_string s later
+ */
+#define _POSIX_C_SOURCE 200809L
+
+#include <gantry/gantry.h>
+
+#include <poll.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+static GANTRY_call* later;
+
+static void answer(GANTRY_instance* instance, char* in, char** out)
+{
+    const char* sender = NULL;
+    uid_t user = 0;
+    if (strcmp(in, "refuse") == 0)
+    {
+        GANTRY_call_fail(instance, "com.example.Refused", "as asked", NULL);
+    }
+    else if (strcmp(in, "later") == 0 && later == NULL)
+    {
+        GANTRY_call_defer(instance, &later, NULL);
+    }
+    else if ((*out = malloc(64)) != NULL)
+    {
+        GANTRY_call_get_sender(instance, &sender);
+        GANTRY_call_get_credentials(instance, &user, NULL, NULL);
+        snprintf(*out, 64, "%s %lu", sender, (unsigned long)user);
+    }
+}
+
+static void on_write(GANTRY_instance* instance, const char* property, void* refused)
+{
+    char* value = NULL;
+    GANTRY_property_get_string(instance, property, &value, NULL);
+    if (value != NULL && strcmp(value, refused) == 0)
+    {
+        GANTRY_call_fail(instance, "com.example.Refused", property, NULL);
+    }
+    free(value);
+}
+
+int main(void)
+{
+    static const GANTRY_table__com_orvane_velmar_sample_gantrytest table = {.Try_string = answer};
+    static char refused[] = "bad";
+    GANTRY_cpp_context* context = NULL;
+    GANTRY_instance* instance = NULL;
+    struct pollfd bus = {.events = POLLIN};
+    GANTRY_context_set_service(NULL, "com.orvane.velmar.HWInventory");
+    GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(NULL, &table, "/sample", NULL);
+    GANTRY_instance_get_created(NULL, &instance, NULL);
+    GANTRY_instance_on_write(instance, on_write, refused);
+    GANTRY_context_get_fd(NULL, &bus.fd);
+    do
+    {
+        GANTRY_dbus_loop_one_pass(NULL);
+        if (poll(&bus, 1, 200) == 0 && later != NULL)
+        {
+            GANTRY_reply__com_orvane_velmar_sample_gantrytest__Try_string(&later, "late", NULL);
+        }
+        GANTRY_context_management(NULL, &context);
+    } while (context != NULL); /* it is null once the connection is lost */
+    return EXIT_FAILURE;
+}
