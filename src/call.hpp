@@ -83,7 +83,7 @@ class ServedCall
     sd_bus_error failure = SD_BUS_ERROR_NULL;
 };
 
-/** Thrown to pass sdbusplus when the client's error is set or the call deferred; `result` is what
+/** Thrown to pass sdbusplus when a write is refused and the client's error is set; `result` is what
  *  sd-bus is to get. */
 struct Taken
 {
