@@ -146,8 +146,9 @@ TEST_F(MethodDispatch, RepliesZerosWithoutAFunction)
         {
             const std::string place = " gantry_server." + operation + ": ";
             EXPECT_EQ(call(method, "s", "text"), "s \"\"");
-            EXPECT_THAT(logged(), AllOf(HasSubstr(place + logged_first),
-                                        HasSubstr("9" + place + "not calling callback\n")));
+            EXPECT_THAT(logged(),
+                        AllOf(HasSubstr(logged_first.empty() ? "" : "1" + place + logged_first),
+                              HasSubstr("9" + place + "not calling callback\n")));
         }
     };
     expect_zeros("");
