@@ -165,9 +165,9 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
         return;
     }
     context->created = nullptr;
+    const char* instance_path = path != nullptr ? path : descriptor.path;
     const auto create = [&]
     {
-        const char* instance_path = path != nullptr ? path : descriptor.path;
         GANTRY_LOG_AT(place, log::trace, "instance_path=[%s]", instance_path);
         auto instance = make_record(descriptor, context, table, instance_path, user_private);
         GANTRY_LOG_AT(place, log::trace, "inst->path=[%s]", instance->path);
@@ -207,7 +207,8 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
         GANTRY_LOG_AT(place, log::trace, "leave");
         return 0;
     };
-    at_host_edge(place, &context->create_error, create);
+    const Subject subject{descriptor.interface, instance_path};
+    at_host_edge(place, &context->create_error, create, &subject);
 }
 
 GANTRY_instance* gantry::find_listener(const void* object)
