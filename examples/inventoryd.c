@@ -1,7 +1,8 @@
 /*
  * An example host that publishes the machine it runs on. It reads PCI and USB devices, network
  * interfaces, firmware and boot configuration from sysfs. Then it reads link states and counters
- * once a second, and adds and removes network interfaces as they appear and disappear.
+ * once a second, and adds and removes network interfaces as they appear and disappear. It ends if
+ * it doesn't get its name, or loses it.
  *
  *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out
  */
@@ -24,11 +25,23 @@
 static const uint64_t refresh_interval = 1000000; /* in microseconds */
 static bool stopped;
 
+/* Without its name no client finds it. The log says why. */
+static bool has_name(void)
+{
+    const char* name = NULL;
+    GANTRY_context_get_service(NULL, &name);
+    return name != NULL;
+}
+
 /* The event loop calls these. */
 
 static int on_refresh(sd_event_source* timer, uint64_t time, void* network)
 {
     (void)time;
+    if (!has_name())
+    {
+        GANTRY_context_stop(NULL);
+    }
     network_refresh(network);
     return sd_event_source_set_time_relative(timer, refresh_interval);
 }
@@ -94,6 +107,11 @@ int main(int argc, char** argv)
 
     /* Before the first object, which would otherwise request its interface's default name. */
     GANTRY_context_set_service(context, "com.orvane.velmar.inventory");
+    if (!has_name())
+    {
+        return EXIT_FAILURE;
+    }
+    GANTRY_context_manage(context, "/com/orvane/velmar", NULL);
     publish_readiness(context);
     publish_firmware(context, sys);
     publish_software(context, sys);
