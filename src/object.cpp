@@ -6,6 +6,8 @@
 #include "object_manager.hpp"
 #include "open_call.hpp"
 
+#include <gantry/object.hpp>
+
 #include <systemd/sd-bus.h>
 
 #include <algorithm>
@@ -256,6 +258,13 @@ void GANTRY_instance_get_interface(GANTRY_instance* instance, const char** out)
     {
         *out = instance->descriptor->interface;
     }
+}
+
+void* GANTRY_cpp_instance_get_object(GANTRY_instance* instance, const char* interface)
+{
+    return instance != nullptr && std::strcmp(instance->descriptor->interface, interface) == 0
+               ? instance->the_service
+               : nullptr;
 }
 
 void GANTRY_instance_find(GANTRY_cpp_context* context, const char* interface, const char* path,

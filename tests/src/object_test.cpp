@@ -7,7 +7,9 @@
 #include <malloc.h>
 #include <systemd/sd-event.h>
 
+#include <com/orvane/velmar/system/BLT/gantry_server.hpp>
 #include <gantry/gantry.h>
+#include <gantry/object.hpp>
 
 #include "src/served.hpp"
 #include "support/private_bus.hpp"
@@ -350,6 +352,15 @@ TEST_F(FreedInItsCallback, GoesWithTheNextPassBehindItOrWithItsContext)
     EXPECT_EQ(destroyed(), 2U);
     EXPECT_EQ(sd_event_run(event, 1), 0);
     sd_event_unref(event);
+}
+
+TEST_F(Object, IsOfItsInstanceAndOfNoOtherClass)
+{
+    using GANTRY_com_orvane_velmar_system_BLT::BLT;
+    auto* record = add(blt, "/b");
+    EXPECT_EQ(gantry::object<BLT>(record)->inst, record);
+    EXPECT_EQ(gantry::object<BLT>(add(usb, "/b")), nullptr);
+    EXPECT_EQ(gantry::object<BLT>(nullptr), nullptr);
 }
 
 } // namespace
