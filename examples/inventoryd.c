@@ -1,18 +1,19 @@
 /*
  * An example host that publishes the machine it runs on. It reads PCI and USB devices, network
  * interfaces, firmware and boot configuration from sysfs. Then it reads link states and counters
- * once a second, and adds and removes network interfaces as they appear and disappear.
+ * once a second, and adds and removes network interfaces as they appear and disappear. It ends if
+ * it doesn't get its name, or loses it.
  *
- *     inventoryd [-d DIRECTORY] [SYSFS]
+ *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out
  *
- * DIRECTORY is where dumps of network adapters are written, by default the one that the service
- * manager made for it; SYSFS is where sysfs is mounted, /sys if left out.
+ * Dumps of network adapters are written to the directory that the service manager made for it.
  */
-#define _POSIX_C_SOURCE 200809L /* CLOCK_MONOTONIC, getopt, and siginfo_t for sd-event */
+#define _POSIX_C_SOURCE 200809L /* CLOCK_MONOTONIC, and siginfo_t for sd-event */
 
 #include "inventory.h"
 #include "links.h"
 #include "network.h"
+#include "options.h"
 #include "slots.h"
 
 #include <gantry/gantry.h>
@@ -24,16 +25,27 @@
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-event.h>
 #include <time.h>
-#include <unistd.h>
 
 static const uint64_t refresh_interval = 1000000; /* in microseconds */
 static bool stopped;
+
+/* Without its name no client finds it. The log says why. */
+static bool has_name(void)
+{
+    const char* name = NULL;
+    GANTRY_context_get_service(NULL, &name);
+    return name != NULL;
+}
 
 /* The event loop calls these. */
 
 static int on_refresh(sd_event_source* timer, uint64_t time, void* network)
 {
     (void)time;
+    if (!has_name())
+    {
+        GANTRY_context_stop(NULL);
+    }
     network_refresh(network);
     return sd_event_source_set_time_relative(timer, refresh_interval);
 }
@@ -78,18 +90,10 @@ static int add_sources(sd_event* event, GANTRY_cpp_context* context, struct netw
 
 int main(int argc, char** argv)
 {
+    read_options(argc, argv, "[SYSFS]", 1);
     const char* dumps = getenv("STATE_DIRECTORY");
     dumps = dumps != NULL ? dumps : getenv("RUNTIME_DIRECTORY");
-    for (int option = 0; (option = getopt(argc, argv, "d:")) != -1;)
-    {
-        if (option != 'd')
-        {
-            fprintf(stderr, "usage: inventoryd [-d DIRECTORY] [SYSFS]\n");
-            return EXIT_FAILURE;
-        }
-        dumps = optarg;
-    }
-    const char* sys = optind < argc ? argv[optind] : "/sys";
+    const char* sys = argc > 1 ? argv[1] : "/sys";
     GANTRY_cpp_context* context = NULL;
     struct network network;
     sd_event* event = NULL;
@@ -110,6 +114,11 @@ int main(int argc, char** argv)
 
     /* Before the first object, which would otherwise request its interface's default name. */
     GANTRY_context_set_service(context, "com.orvane.velmar.inventory");
+    if (!has_name())
+    {
+        return EXIT_FAILURE;
+    }
+    GANTRY_context_manage(context, "/com/orvane/velmar", NULL);
     publish_readiness(context);
     publish_firmware(context, sys);
     publish_software(context, sys);

@@ -1,12 +1,19 @@
 #include "connection.hpp"
 
 #include "edges.hpp"
+#include "log.hpp"
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
 namespace
 {
+
+constexpr char source_stem[] = "connection";
 
 /** A bus object gives its connection only to its friends. */
 struct Connection : private sdbusplus::bus::details::bus_friend
@@ -20,6 +27,58 @@ struct Connection : private sdbusplus::bus::details::bus_friend
 /** How many announcements are on the thread's stack. */
 constinit thread_local unsigned announcements = 0;
 
+/** The oldest grant of a name; the end if the name isn't owned. */
+auto find_grant(std::vector<const char*>& grants, const char* name)
+{
+    return std::find_if(grants.begin(), grants.end(),
+                        [name](const char* granted) { return std::strcmp(granted, name) == 0; });
+}
+
+/** NameLost, which the bus sends to the former owner alone. It ends the oldest grant: when it is
+ *  read, the host may have got the name again. */
+int on_name_lost(sd_bus_message* signal, void* context, sd_bus_error* /*error*/)
+{
+    auto& grants = static_cast<GANTRY_cpp_context*>(context)->granted_names;
+    const char* name = nullptr;
+    if (sd_bus_message_read_basic(signal, SD_BUS_TYPE_STRING, &name) <= 0)
+    {
+        return 0;
+    }
+    if (const auto grant = find_grant(grants, name); grant != grants.end())
+    {
+        grants.erase(grant);
+        if (find_grant(grants, name) == grants.end())
+        {
+            GANTRY_LOG(gantry::log::failed, "the connection has lost the name [%s]", name);
+        }
+    }
+    return 0;
+}
+
+/** The bus's answer to the rule for NameLost is of no interest: that signal comes without a rule.
+ */
+int on_answer(sd_bus_message* /*answer*/, void* /*context*/, sd_bus_error* /*error*/)
+{
+    return 0;
+}
+
+/** A loss that comes before this is still unread: only a loop dispatches it. */
+void hear_of_losses(GANTRY_cpp_context& context)
+{
+    if (context.name_lost != nullptr)
+    {
+        return;
+    }
+    const int result = sd_bus_match_signal_async(GANTRY_get_sd_bus(context.bus), &context.name_lost,
+                                                 "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                 "org.freedesktop.DBus", "NameLost", on_name_lost,
+                                                 on_answer, &context);
+    if (result < 0)
+    {
+        GANTRY_LOG(gantry::log::failed, "sd_bus_match_signal_async failed, rv=%d", result);
+    }
+}
+
 } // namespace
 
 sd_bus* GANTRY_get_sd_bus(sdbusplus::bus::bus& bus)
@@ -30,15 +89,35 @@ sd_bus* GANTRY_get_sd_bus(sdbusplus::bus::bus& bus)
 int gantry::request_name(GANTRY_cpp_context& context, const char* name)
 {
     constexpr auto flags = SD_BUS_NAME_REPLACE_EXISTING | SD_BUS_NAME_ALLOW_REPLACEMENT;
+    sd_bus* bus = GANTRY_get_sd_bus(context.bus);
+    auto& grants = context.granted_names;
+    grants.reserve(grants.size() + 1);
     int calls = 0;
     const int result = uninterrupted(
         [&]
         {
             ++calls;
-            return sd_bus_request_name(GANTRY_get_sd_bus(context.bus), name, flags);
+            return sd_bus_request_name(bus, name, flags);
         });
+    if (result < 0 && result != -EALREADY)
+    {
+        return result;
+    }
+    if (const auto grant = find_grant(grants, name); result == -EALREADY && grant != grants.end())
+    {
+        grants.erase(grant);
+    }
+    grants.push_back(name);
+    hear_of_losses(context);
     // The call that was interrupted had been sent, and the bus granted the name.
     return calls > 1 && result == -EALREADY ? 0 : result;
+}
+
+const char* gantry::owned_name(GANTRY_cpp_context& context) noexcept
+{
+    const auto& grants = context.granted_names;
+    const bool is_open = sd_bus_is_open(GANTRY_get_sd_bus(context.bus)) > 0;
+    return is_open && !grants.empty() ? grants.back() : nullptr;
 }
 
 void gantry::check_connection(GANTRY_cpp_context& context)

@@ -27,8 +27,12 @@ int uninterrupted(const Call& call)
 /**
  * Requests a well-known name: it replaces another owner, may be replaced, and doesn't queue.
  * Returns a negative errno when the bus refuses; -EALREADY if the connection had the name before.
+ * The name is the context's until the bus tells of its loss, and kept by pointer.
  */
 int request_name(GANTRY_cpp_context& context, const char* name);
+
+/** The name requested last of those that the context still owns; null if it owns none. */
+const char* owned_name(GANTRY_cpp_context& context) noexcept;
 
 /** Throws SdBusError if the connection can't be served, because it was closed or because it isn't
  *  attached to the context's event loop. An event loop that exits closes its connections, so then

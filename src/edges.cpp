@@ -17,16 +17,21 @@ constexpr char source_stem[] = "edges";
 
 /**
  * Returns the positive errno of the exception being handled, and logs it for `place` unless that
- * is null. A forced unwind passes through.
+ * is null, with its subject unless that is null. A forced unwind passes through.
  */
 // libstdc++ gives the handler of a forced unwind a null reference, which UBSan would report; so it
 // would in a caller that this were inlined into.
-[[gnu::noinline]] __attribute__((no_sanitize("null"))) int current_errno(const Place* place)
+[[gnu::noinline]] __attribute__((no_sanitize("null"))) int
+current_errno(const Place* place, const Subject* subject = nullptr)
 {
     int error = EIO;
-    const auto log = [place](const char* what)
+    const auto log = [place, subject](const char* what)
     {
-        if (place != nullptr)
+        if (place != nullptr && subject != nullptr)
+        {
+            GANTRY_LOG_EXCEPTION_ABOUT(*place, what, subject->interface, subject->path);
+        }
+        else if (place != nullptr)
         {
             GANTRY_LOG_EXCEPTION_AT(*place, what);
         }
@@ -95,7 +100,7 @@ int Carrier::take()
 }
 
 __attribute__((no_sanitize("null"))) void at_host_edge(const Place& place, int* error,
-                                                       CallReference call)
+                                                       CallReference call, const Subject* subject)
 {
     int result = 0;
     try
@@ -104,7 +109,7 @@ __attribute__((no_sanitize("null"))) void at_host_edge(const Place& place, int* 
     }
     catch (...)
     {
-        result = logged(current_errno(&place));
+        result = logged(current_errno(&place, subject));
     }
     if (error != nullptr)
     {

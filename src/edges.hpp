@@ -180,12 +180,20 @@ constexpr int logged(int error) noexcept
     return -error;
 }
 
+/** The object that a call is about. */
+struct Subject
+{
+    const char* interface;
+    const char* path;
+};
+
 /**
  * The edge of an exported function that reports by an errno: stores the result of `call` in *error,
- * or, if that is null, logs it for `place`. If `call` throws, logs the exception for `place` and
- * stores its positive errno.
+ * or, if that is null, logs it for `place`. If `call` throws, logs the exception for `place`, with
+ * its subject if there is one, and stores its positive errno.
  */
-void at_host_edge(const Place& place, int* error, CallReference call);
+void at_host_edge(const Place& place, int* error, CallReference call,
+                  const Subject* subject = nullptr);
 
 /** Throws SdBusError if `result` is the negative errno of a failed `call` into libsystemd. */
 void throw_if_failed(int result, const char* call);

@@ -8,6 +8,7 @@
 #include "connection.hpp"
 #include "deferral.hpp"
 #include "edges.hpp"
+#include "object_manager.hpp"
 #include "open_call.hpp"
 
 #include <gantry/loop.h>
@@ -250,6 +251,11 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
         newest.deleter(newest.object);
     }
     delete std::exchange(object_manager, nullptr);
+    gantry::remove_root_managers(*this);
+    if (name_lost != nullptr)
+    {
+        sd_bus_slot_unref(name_lost);
+    }
     service_name = nullptr;
     user_private = nullptr;
     for (auto& match : signal_matches)
@@ -427,6 +433,22 @@ try
         }
     }
     GANTRY_LOG(gantry::log::trace, "leave");
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION(error.what());
+}
+
+void GANTRY_context_get_service(GANTRY_cpp_context* context, const char** owned)
+try
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    *owned = nullptr;
+    context = gantry::resolve(GANTRY_HERE, context);
+    if (context != nullptr)
+    {
+        *owned = gantry::owned_name(*context);
+    }
 }
 catch (const std::exception& error)
 {

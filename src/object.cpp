@@ -3,7 +3,10 @@
 #include "connection.hpp"
 #include "edges.hpp"
 #include "gantrycontext.hpp"
+#include "object_manager.hpp"
 #include "open_call.hpp"
+
+#include <gantry/object.hpp>
 
 #include <systemd/sd-bus.h>
 
@@ -12,64 +15,15 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <memory>
 #include <new>
 #include <utility>
+#include <vector>
 
 namespace
 {
 
 constexpr char source_stem[] = "object";
-
-using Manager = sdbusplus::server::manager::manager;
-
-/** The holder consists of one slot pointer, which it gives to nobody. */
-sd_bus_slot* slot_of(const Manager& manager)
-{
-    static_assert(sizeof(Manager) == sizeof(sd_bus_slot*));
-    sd_bus_slot* slot = nullptr;
-    // NOLINTNEXTLINE(bugprone-sizeof-expression): it is the pointer that is copied
-    std::memcpy(&slot, static_cast<const void*>(&manager), sizeof slot);
-    return slot;
-}
-
-/**
- * Adds an object manager at `path` and returns its slot; null if the connection refuses it. The
- * context holds the manager that was added last. The one before becomes the connection's: a
- * floating slot stays registered until the connection is closed, and keeps nothing alive.
- */
-sd_bus_slot* add_object_manager(GANTRY_cpp_context& context, const char* path)
-{
-    auto added = std::make_unique<Manager>(context.bus, path);
-    const std::unique_ptr<Manager> earlier{std::exchange(context.object_manager, added.release())};
-    if (earlier != nullptr)
-    {
-        if (sd_bus_slot* slot = slot_of(*earlier); slot != nullptr)
-        {
-            sd_bus_slot_set_floating(slot, 1);
-        }
-    }
-    return slot_of(*context.object_manager);
-}
-
-/** Takes the object manager that came with an object off the bus; null is ignored. */
-void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexcept
-{
-    if (slot == nullptr)
-    {
-        return;
-    }
-    if (context.object_manager != nullptr && slot_of(*context.object_manager) == slot)
-    {
-        delete std::exchange(context.object_manager, nullptr);
-        return;
-    }
-    // No longer floating, it has one reference, which is dropped here.
-    sd_bus_slot_ref(slot);
-    sd_bus_slot_set_floating(slot, 0);
-    sd_bus_slot_unref(slot);
-}
 
 /** A record for an object that is about to be made. */
 std::unique_ptr<GANTRY_instance, void (*)(GANTRY_instance*)>
@@ -90,16 +44,30 @@ make_record(const gantry::Descriptor& descriptor, GANTRY_cpp_context* context, c
     return instance;
 }
 
-/** The interface of an object as a list, as sd-bus takes it. sd-bus only reads it. */
-struct Interfaces
+/** The record of a tracked object; null if no class of the context is its. */
+GANTRY_instance* record_of(const GANTRY_cpp_context& context,
+                           const GANTRY_cpp_context::Tracked& tracked)
 {
-    explicit Interfaces(const GANTRY_instance& instance) :
-        names{const_cast<char*>(instance.descriptor->interface), nullptr}
-    {
-    }
+    const auto& classes = context.classes;
+    const auto found =
+        std::find_if(classes.begin(), classes.end(),
+                     [&tracked](const auto* each) { return each->deleter == tracked.deleter; });
+    return found != classes.end() ? (*found)->instance_of(tracked.object) : nullptr;
+}
 
-    char* names[2];
-};
+/** The paths of the context's objects, for its root managers. */
+std::vector<const char*> list_paths(const GANTRY_cpp_context& context)
+{
+    std::vector<const char*> paths;
+    for (const auto& tracked : context.tracker)
+    {
+        if (const auto* instance = record_of(context, tracked); instance != nullptr)
+        {
+            paths.push_back(instance->path);
+        }
+    }
+    return paths;
+}
 
 /** The record of the context's oldest object of a class at `path`, or at any path if that is null.
  *  Returns null if there is none. */
@@ -120,11 +88,18 @@ GANTRY_instance* find_object(const GANTRY_cpp_context& context,
     return nullptr;
 }
 
+/** What managers tell of an object. */
+gantry::Published published(const GANTRY_instance& instance)
+{
+    return {instance.path, instance.descriptor->interface, instance.descriptor->vtable,
+            instance.the_service};
+}
+
 /** Takes an object with its manager off the bus. Inside a callback for a client's write sd-bus
  * would answer that with an error. */
 void destroy(GANTRY_instance& instance)
 {
-    remove_object_manager(*instance.vctx, instance.manager);
+    gantry::remove_object_manager(*instance.vctx, instance.manager);
     instance.descriptor->deleter(instance.the_service);
 }
 
@@ -165,9 +140,9 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
         return;
     }
     context->created = nullptr;
+    const char* instance_path = path != nullptr ? path : descriptor.path;
     const auto create = [&]
     {
-        const char* instance_path = path != nullptr ? path : descriptor.path;
         GANTRY_LOG_AT(place, log::trace, "instance_path=[%s]", instance_path);
         auto instance = make_record(descriptor, context, table, instance_path, user_private);
         GANTRY_LOG_AT(place, log::trace, "inst->path=[%s]", instance->path);
@@ -207,7 +182,8 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
         GANTRY_LOG_AT(place, log::trace, "leave");
         return 0;
     };
-    at_host_edge(place, &context->create_error, create);
+    const Subject subject{descriptor.interface, instance_path};
+    at_host_edge(place, &context->create_error, create, &subject);
 }
 
 GANTRY_instance* gantry::find_listener(const void* object)
@@ -220,12 +196,7 @@ GANTRY_instance* gantry::find_listener(const void* object)
     const auto& tracker = context->tracker;
     const auto tracked = std::find_if(tracker.begin(), tracker.end(),
                                       [object](const auto& each) { return each.object == object; });
-    const auto& classes = context->classes;
-    const auto descriptor =
-        std::find_if(classes.begin(), classes.end(),
-                     [&](const auto* each)
-                     { return tracked != tracker.end() && each->deleter == tracked->deleter; });
-    auto* instance = descriptor != classes.end() ? (*descriptor)->instance_of(object) : nullptr;
+    auto* instance = tracked != tracker.end() ? record_of(*context, *tracked) : nullptr;
     return instance != nullptr && instance->written != nullptr ? instance : nullptr;
 }
 
@@ -241,6 +212,27 @@ void GANTRY_instance_on_write(GANTRY_instance* instance,
         instance->written_data = data;
         instance->vctx->hears_writes = true;
     }
+}
+
+void GANTRY_context_manage(GANTRY_cpp_context* context, const char* path, int* error)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    const auto here = GANTRY_HERE;
+    const auto manage = [&]
+    {
+        if (path == nullptr || sd_bus_object_path_is_valid(path) <= 0)
+        {
+            return EINVAL;
+        }
+        context = gantry::resolve(here, context);
+        if (context == nullptr)
+        {
+            return gantry::logged(ENOTCONN);
+        }
+        gantry::add_root_manager(*context, path, list_paths);
+        return 0;
+    };
+    gantry::at_host_edge(here, error, manage);
 }
 
 void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_instance** out, int* error)
@@ -266,6 +258,13 @@ void GANTRY_instance_get_interface(GANTRY_instance* instance, const char** out)
     {
         *out = instance->descriptor->interface;
     }
+}
+
+void* GANTRY_cpp_instance_get_object(GANTRY_instance* instance, const char* interface)
+{
+    return instance != nullptr && std::strcmp(instance->descriptor->interface, interface) == 0
+               ? instance->the_service
+               : nullptr;
 }
 
 void GANTRY_instance_find(GANTRY_cpp_context* context, const char* interface, const char* path,
@@ -301,16 +300,7 @@ void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error)
         {
             return EINVAL;
         }
-        const gantry::InAnnouncement announcing;
-        // sd-bus runs the getters, hence the carrier.
-        const int result = gantry::Carrier::enter(
-            [instance]
-            {
-                Interfaces interfaces{*instance};
-                return sd_bus_emit_interfaces_added_strv(GANTRY_get_sd_bus(instance->vctx->bus),
-                                                         instance->path, interfaces.names);
-            });
-        gantry::throw_if_failed(result, "sd_bus_emit_interfaces_added_strv");
+        gantry::announce_added(*instance->vctx, published(*instance));
         return 0;
     };
     gantry::at_host_edge(GANTRY_HERE, error, announce);
@@ -340,15 +330,7 @@ void GANTRY_instance_free(GANTRY_instance** instance)
         context.created = nullptr;
     }
 
-    Interfaces interfaces{freed};
-    if (const int result = sd_bus_emit_interfaces_removed_strv(GANTRY_get_sd_bus(context.bus),
-                                                               freed.path, interfaces.names);
-        result < 0)
-    {
-        GANTRY_LOG(gantry::log::failed, "sd_bus_emit_interfaces_removed_strv failed, rv=%d",
-                   result);
-    }
-
+    gantry::announce_removed(context, published(freed));
     if (gantry::is_in_callback(context))
     {
         freed.freed.destroy = delete_freed;

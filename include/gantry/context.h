@@ -66,6 +66,27 @@ GANTRY_API void GANTRY_context_free(GANTRY_cpp_context** context);
 GANTRY_API void GANTRY_context_set_service(GANTRY_cpp_context* context, const char* name);
 
 /*
+ * Sets *owned to the well-known name under which clients find the context: the one that it
+ * requested last of those that it owns; null if it owns none, since none was requested, the bus
+ * refused it, another process has taken it, or the connection was lost. A refusal and a loss are
+ * each logged. The loops of <gantry/loop.h> hear of a loss; until they do, the name counts as
+ * owned. The text is the one that was requested. `owned` must not be null.
+ */
+GANTRY_API void GANTRY_context_get_service(GANTRY_cpp_context* context, const char** owned);
+
+/*
+ * Puts an object manager at `path`, such as /com/orvane/velmar, where clients find all of the
+ * context's objects below that path: its GetManagedObjects lists them, and InterfacesAdded and
+ * InterfacesRemoved are sent from there too, beside those from the object's own path. It may be
+ * called before and after the objects are published. The manager is there until the context is
+ * freed. A path that has one already stays as it is.
+ *
+ * `error` may be null; *error gets 0, EINVAL for a path that is null or not valid, or the positive
+ * errno of a refusal, which is also logged.
+ */
+GANTRY_API void GANTRY_context_manage(GANTRY_cpp_context* context, const char* path, int* error);
+
+/*
  * A pointer that the context stores for the host and never dereferences. The getter sets *out to
  * null if there is no context. `out` must not be null.
  */

@@ -22,6 +22,7 @@ namespace gantry
 {
 struct Descriptor;
 struct FreedObject;
+struct RootManager;
 } // namespace gantry
 
 struct GANTRY_cpp_context
@@ -107,6 +108,14 @@ struct GANTRY_cpp_context
     GANTRY_call* newest_call = nullptr;
     std::uint32_t open_calls = 0;
     std::uint32_t max_open_calls = 1024;
+
+    /** The object managers at paths that the host chose, newest first. */
+    gantry::RootManager* root_managers = nullptr;
+
+    /** The well-known names that the bus has granted and not told the loss of, newest last, and the
+     *  slot that hears of a loss. The host owns the texts. */
+    std::vector<const char*> granted_names;
+    sd_bus_slot* name_lost = nullptr;
 
     /** Some object's host has asked to hear of clients' writes. */
     bool hears_writes = false;

@@ -62,14 +62,15 @@ GANTRY_API void GANTRY_instance_on_write(GANTRY_instance* instance,
 
 /*
  * Announces an object that was published after the service started: sends InterfacesAdded with all
- * properties from the object's path. Publishing alone sends nothing. `error` may be null; *error
- * gets 0, EINVAL for a null instance, or the positive errno of a failed send, which is also logged.
+ * properties from the object's path, and from each path above it that was given to
+ * GANTRY_context_manage. Publishing alone sends nothing. `error` may be null; *error gets 0, EINVAL
+ * for a null instance, or the positive errno of a failed send, which is also logged.
  */
 GANTRY_API void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error);
 
 /*
- * Destroys one object, its object manager and its record, sends InterfacesRemoved, and sets
- * *instance to null. Does nothing if *instance is null.
+ * Destroys one object, its object manager and its record, sends InterfacesRemoved from the same
+ * paths as above, and sets *instance to null. Does nothing if *instance is null.
  *
  * It may be called anywhere on the context's thread, also from the object's own callbacks. Inside a
  * bus callback the object disappears from GANTRY_instance_find and as default sender of signals at

@@ -242,14 +242,15 @@ TEST_F(Inventoryd, InterfacesThatComeAndGoAreAnnouncedOnceAndLostMessagesMadeGoo
     tell(message(RTM_NEWLINK, "veth0"));
     EXPECT_THAT(signals("InterfacesAdded", veth0, 1).at(0).body,
                 testing::HasSubstr("\"LinkStatus\": <y 1>"));
-    EXPECT_EQ(std::ranges::count(client.signals(), "InterfacesAdded", &support::Signal::member), 3);
+    // Three objects, each from its own path and from the one that clients start at.
+    EXPECT_EQ(std::ranges::count(client.signals(), "InterfacesAdded", &support::Signal::member), 6);
     expect("system.NicController", "PortsCount=y 2");
 
     // The kernel tells before the directory is gone. Then the path is free again.
     tell(message(RTM_DELLINK, "veth0"));
     signals("InterfacesRemoved", veth0, 1);
     EXPECT_EQ(std::ranges::count(client.signals(), "InterfacesRemoved", &support::Signal::member),
-              3);
+              6);
     tell(message(RTM_NEWLINK, "veth0"));
     signals("InterfacesAdded", veth0, 2);
     signals("PropertiesChanged", at("system.NicController"), 3);
@@ -429,6 +430,20 @@ TEST_F(Inventoryd, ADumpIsAnsweredWhenItIsThereAndMeanwhileOthersAreServed)
     EXPECT_TRUE(is_told("READY=1", 2));
     EXPECT_EQ(trigger()->text, "error org.freedesktop.DBus.Error.NotSupported: "
                                "there is no directory for dumps");
+}
+
+TEST_F(Inventoryd, EndsWithFailureWithoutItsNameAndIsNotReadyWhenRefusedIt)
+{
+    const auto service = at("x").service;
+    ASSERT_EQ(sd_bus_request_name(client.bus(), service.c_str(), 0), 1);
+    host.emplace(std::vector{INVENTORYD, sys.c_str()});
+    EXPECT_EQ(host->stop(0), 1); // by itself
+    EXPECT_THAT(manager.received(), testing::IsEmpty());
+    sd_bus_release_name(client.bus(), service.c_str());
+    start();
+    sd_bus_request_name(client.bus(), service.c_str(), SD_BUS_NAME_REPLACE_EXISTING);
+    EXPECT_EQ(host->stop(0), 1);
+    host.reset();
 }
 
 } // namespace

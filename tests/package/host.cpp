@@ -4,6 +4,7 @@
 #include <com/orvane/velmar/system/BLT/gantry_server.hpp>
 #include <gantry/context.hpp>
 #include <gantry/gantry.h>
+#include <gantry/object.hpp>
 #include <gantry/types.hpp>
 
 class Support : public sdbusplus::server::com::orvane::velmar::hwi::HWISupport
@@ -23,9 +24,9 @@ int main()
     GANTRY_context_new(&context);
     GANTRY_context_set_service(context, "com.orvane.velmar.HWInventory");
     GANTRY_instantiate__com_orvane_velmar_system_BLT(context, nullptr, nullptr, nullptr);
-    auto* blt =
-        static_cast<GANTRY_com_orvane_velmar_system_BLT::BLT*>(context->tracker.back().object);
-    blt->firmwareVersion("2.19.1");
+    GANTRY_instance* instance = nullptr;
+    GANTRY_instance_get_created(context, &instance, nullptr);
+    gantry::object<GANTRY_com_orvane_velmar_system_BLT::BLT>(instance)->firmwareVersion("2.19.1");
     const Support support{context->bus, "/support"};
     GANTRY_dbus_loop(context);
     return 1;

@@ -382,4 +382,32 @@ TEST_F(Context, ChecksItsHealthWhateverItFinds)
     EXPECT_NE(context->last_serviced, 0);
 }
 
+TEST_F(Context, KnowsWhichOfItsNamesItStillOwns)
+{
+    const auto owned = [this]
+    {
+        const char* name = "none";
+        GANTRY_context_get_service(context, &name);
+        return name != nullptr ? name : "";
+    };
+    const auto take = [&](const char* name, std::uint64_t more)
+    { sd_bus_request_name(client.bus(), name, SD_BUS_NAME_REPLACE_EXISTING | more); };
+    for (const char* name : {"com.example.one", "com.example.two", "com.example.one"})
+    {
+        GANTRY_context_set_service(context, name);
+        EXPECT_STREQ(owned(), name);
+    }
+    take("com.example.one", SD_BUS_NAME_ALLOW_REPLACEMENT);
+    GANTRY_context_set_service(context, "com.example.one"); // before it hears of the loss
+    client.settle(service);
+    EXPECT_STREQ(owned(), "com.example.one");
+    take("com.example.one", 0);
+    client.settle(service);
+    EXPECT_STREQ(owned(), "com.example.two");
+    EXPECT_THAT(logged(2), testing::EndsWith("lost the name [com.example.one]\n"));
+    support::bus().restart();
+    GANTRY_dbus_loop_one_pass(context);
+    EXPECT_STREQ(owned(), "");
+}
+
 } // namespace

@@ -1,5 +1,8 @@
 // Objects from their publication to their end: the name and path that each gets, how it is found
 // and announced, and what goes when it is freed, also inside its own callback.
+#include <com/orvane/velmar/system/BLT/gantry_server.hpp>
+#include <gantry/object.hpp>
+
 #include "src/served.hpp"
 
 namespace
@@ -112,7 +115,8 @@ TEST_F(Object, AtARefusedPathLeavesTheOthersAsTheyAre)
          {std::pair{"/taken", "FileExists"}, {"no/path", "InvalidArgs"}, {"", "InvalidArgs"}})
     {
         add(blt, path);
-        EXPECT_THAT(logged(2), HasSubstr(std::string("org.freedesktop.DBus.Error.") + error));
+        const auto why = error + std::string(".* for .com.orvane.*BLT. at .") + path + "[]]";
+        EXPECT_THAT(logged(2), testing::ContainsRegex(why));
         EXPECT_THAT(context->tracker, SizeIs(1));
         EXPECT_TRUE(serves("/taken", blt.interface));
     }
@@ -305,6 +309,15 @@ TEST_F(FreedInItsCallback, GoesWithTheNextPassBehindItOrWithItsContext)
     EXPECT_EQ(destroyed(), 2U);
     EXPECT_EQ(sd_event_run(event, 1), 0);
     sd_event_unref(event);
+}
+
+TEST_F(Object, IsOfItsInstanceAndOfNoOtherClass)
+{
+    using GANTRY_com_orvane_velmar_system_BLT::BLT;
+    auto* record = add(blt, "/b");
+    EXPECT_EQ(gantry::object<BLT>(record)->inst, record);
+    EXPECT_EQ(gantry::object<BLT>(add(usb, "/b")), nullptr);
+    EXPECT_EQ(gantry::object<BLT>(nullptr), nullptr);
 }
 
 } // namespace

@@ -146,7 +146,8 @@ TEST(Message, begins_a_transaction_of_its_call_and_the_reply_to_it)
     Client other;
     auto call = sealed(client, 1, "s", "");
     const uint64_t first = id(call);
-    EXPECT_NE(id(sealed(client, 2, "s", "")), id(sealed(client, 3, "s", ""))); // at one address
+    const uint64_t second = id(sealed(client, 2, "s", ""));
+    EXPECT_NE(id(sealed(client, 3, "s", "")), second); // at the same address
     EXPECT_NE(id(sealed(other, 1, "s", "")), first);
     EXPECT_EQ(id(call.new_method_return()), first);
 }
