@@ -136,9 +136,11 @@ TEST(Bad_table, A_member_that_no_code_can_follow_from_is_refused_with_its_line)
         {"<signal name='A'>\n<arg type='(y(y))'/></signal>", 4, "'(y(y))' has no C form"},
         {method("<arg type='y'/>"), 3, "'A' has no result"},
         {property("A", ""), 3, "bad signature '': ends within a type"},
-        {property("A", "h"), 3, "bad signature 'h': unknown type 'h'"},
+        {property("A", "h"), 3, "bad signature 'h': file descriptors ('h') are not supported"},
         {property("A", "yy"), 3, "bad signature 'yy': more than one complete type"},
-        {property("A", "v"), 3, "bad signature 'v': a variant needs its alternatives: v<...>"},
+        {property("A", "a{sv}"), 3,
+         "bad signature 'a{sv}': a variant needs its alternatives, like a{sv<ns(nix)>} in the "
+         "annotation com.orvane.gantry.Type"},
         {property("A", "a{ays}"), 3,
          "bad signature 'a{ays}': the key of a dict is not a basic type"},
         {property("A", "a{sss}"), 3, "bad signature 'a{sss}': expected '}'"},
@@ -205,6 +207,22 @@ TEST(Command_line, A_mistake_is_no_success)
 {
     EXPECT_EQ(gantrygen_run({"--symbols"}).first, 2);
     EXPECT_EQ(gantrygen_run({"a", "b"}).first, 2);
+}
+
+TEST(Bad_table, What_only_a_compiler_would_refuse_is_refused_with_its_line)
+{
+    const Fault faults[] = {
+        {property("Errno"), 3, "'errno' is a reserved word"},
+        {"<method name='_Generic'/>", 3, "'_Generic' is a reserved word"},
+        {"<method name='INT_MAX'/>", 3, "'INT_MAX' is named like a macro"},
+        {property("A", "au"), 3, "no property can have the type 'au'"},
+        {method("<arg type='as'>" + note("com.orvane.gantry.Type", "As") + "</arg>"), 4,
+         "'As' has no C form"},
+    };
+    for (const auto& [members, line, message] : faults)
+    {
+        expect_refused(with_members(members), line, message);
+    }
 }
 
 } // namespace
