@@ -96,13 +96,13 @@ TEST(Types, An_initial_value_at_its_types_limit_keeps_its_value_and_one_beyond_i
 TEST(Types, A_property_has_a_type_of_the_frame_or_is_refused)
 {
     std::ifstream file(SOURCE_ROOT "/src/property_types.hpp");
-    const std::string text(std::istreambuf_iterator<char>(file), {});
+    std::string frame(std::istreambuf_iterator<char>(file), {});
+    frame = std::regex_replace(frame, std::regex("//.*|\\s"), "");
     std::string ours =
-        gantrygen::cpp_type({gantrygen::Type::Kind::variant, gantrygen::property_types()});
+        cpp_type(gantrygen::Type{gantrygen::Type::Kind::variant, gantrygen::property_types()});
     ours = std::regex_replace(ours, std::regex("std::tuple<short, int, long>"), "Triple");
-    const auto plain = [](const std::string& code)
-    { return std::regex_replace(code, std::regex("//.*|\\s"), ""); };
-    EXPECT_NE(plain(text).find("TypeList" + plain(ours.substr(ours.find('<'))) + ';'), text.npos);
+    ours = std::regex_replace(ours, std::regex("^std::variant| "), "");
+    EXPECT_NE(frame.find("TypeList" + ours + ';'), frame.npos);
 }
 
 } // namespace
