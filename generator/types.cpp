@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <map>
+#include <sstream>
 #include <utility>
 
 namespace gantrygen
@@ -21,31 +22,8 @@ constexpr int deepest_structure = 32;
 constexpr int deepest_container = 64;
 
 /** Those of src/property_types.hpp. */
-constexpr auto served = std::to_array<std::string_view>({
-    "b",
-    "d",
-    "n",
-    "q",
-    "u",
-    "t",
-    "y",
-    "s",
-    "as",
-    "i",
-    "x",
-    "ay",
-    "aay",
-    "aAay",
-    "a{qs}",
-    "a{s(nix)}",
-    "a{sv<ns(nix)>}",
-    "Ai",
-    "A(y)",
-    "A(nix)",
-    "(nix)",
-    "((y(qu))i(xt))",
-    "v<y(nix)s>",
-});
+constexpr auto served = "b d n q u t y s as i x ay aay aAay a{qs} a{s(nix)} a{sv<ns(nix)>} Ai A(y)"
+                        " A(nix) (nix) ((y(qu))i(xt)) v<y(nix)s>";
 
 /** A kind's name in C++, and what the C record of an array of such elements is called behind
  *  GANTRY_, if there is one. The order of the kinds is that of a PropertyVariant's alternatives. */
@@ -344,8 +322,12 @@ Type property_variant(const std::vector<Type>& types)
 
 std::vector<Type> property_types()
 {
-    std::vector<Type> types(served.size());
-    std::transform(served.begin(), served.end(), types.begin(), parse_type);
+    std::istringstream list(served);
+    std::vector<Type> types;
+    for (std::string type; list >> type;)
+    {
+        types.push_back(parse_type(type));
+    }
     return types;
 }
 

@@ -423,6 +423,7 @@ Words words_of(const std::vector<Interface>& interfaces)
         listed.push_back(words_of(interface));
     }
     std::vector<Words> index;
+    index.reserve(places.size());
     for (auto& [name, where] : places)
     {
         index.push_back({{"name", name.second}, {"places", std::move(where)}});
