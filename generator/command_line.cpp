@@ -34,6 +34,7 @@ constexpr auto usage = R"(gantrygen: code that follows from an interface's membe
     gantrygen --headers DIR TABLE...     writes the headers of these below DIR
     gantrygen --catalogue TABLE...       prints the header that includes all gantry_server.h
     gantrygen --reference TABLE...       prints docs/catalogue.md: every interface with its members
+    gantrygen --html TABLE...            prints the same as a page with an index and a search
     gantrygen --symbols TABLE...         prints the symbols that the library exports for the tables,
                                          without parameter lists
 
@@ -93,12 +94,19 @@ void write_headers(const fs::path& root, std::span<const std::string> files)
     }
 }
 
-void print(std::string_view text, std::span<const std::string> files, std::ostream& out)
+std::string as_html(std::string_view text)
 {
-    const std::vector<Interface> tables = read_tables(files);
-    std::vector<Words> interfaces(tables.size());
-    std::transform(tables.begin(), tables.end(), interfaces.begin(), words_of);
-    out << render(text, {{"interfaces", std::move(interfaces)}});
+    std::string safe;
+    for (const char letter : text)
+    {
+        constexpr std::pair<char, std::string_view> entities[] = {
+            {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}};
+        const auto* const entity =
+            std::find_if(std::begin(entities), std::end(entities),
+                         [letter](const auto& each) { return each.first == letter; });
+        safe += entity != std::end(entities) ? entity->second : std::string_view(&letter, 1);
+    }
+    return safe;
 }
 
 /** Does what the arguments ask for. Gives false if they are no command line of gantrygen. */
@@ -108,10 +116,11 @@ bool obey(std::span<const std::string> arguments, std::ostream& out)
     {
         return false;
     }
-    const std::map<std::string_view, std::string_view> listings{
-        {"--catalogue", templates::catalogue},
-        {"--reference", templates::reference},
-        {"--symbols", templates::symbols},
+    const std::map<std::string_view, std::pair<std::string_view, Escape>> listings{
+        {"--catalogue", {templates::catalogue, nullptr}},
+        {"--html", {templates::page, as_html}},
+        {"--reference", {templates::reference, nullptr}},
+        {"--symbols", {templates::symbols, nullptr}},
     };
     const std::string& first = arguments.front();
     const auto rest = arguments.subspan(1);
@@ -125,7 +134,8 @@ bool obey(std::span<const std::string> arguments, std::ostream& out)
     }
     else if (const auto listing = listings.find(first); listing != listings.end() && !rest.empty())
     {
-        print(listing->second, rest, out);
+        const auto& [text, escape] = listing->second;
+        out << render(text, words_of(read_tables(rest)), escape);
     }
     else if (first == "--output-dir" && rest.size() == 2)
     {

@@ -188,6 +188,9 @@ typedef struct $structure
 typedef struct $table
 {
 %each methods
+%if comment
+    /* $comment */
+%end
     void (*$member)($function);
 %end
 } $table;
@@ -221,6 +224,9 @@ GANTRY_API void $instantiate(
 
 %each signals
 /*
+%if comment
+ * $comment
+%end
  * Sends the signal $member from the object of `instance`. A null `instance`
  * means the first object of the interface on the calling thread's context.
 %if points

@@ -34,21 +34,31 @@ C++ names).
   the message (`message`). To clients and to C hosts both are the same. *Privileged*: only
   privileged clients may call it. A call that the host has deferred is answered by
   `GANTRY_reply__<interface>__<Method>`, with underscores for the interface's dots.
+- **Meaning** is left empty where the name says it. The library stores and serves values without
+  interpreting them: where no codes, units or scale are given, the host defines them.
 - **Signals** are sent and received by exported C functions. Ownership of what their arguments and
   those of methods point to is told in the header.
 
 ## Overview
 
-| interface | group | properties | methods | signals |
-|---|---|---|---|---|
+| interface | group | properties | methods | signals | |
+|---|---|---|---|---|---|
 %each interfaces
-| [$leaf](#$interface) | $group | $properties | $methods | $signals |
+| [$leaf](#$interface) | $group | $properties | $methods | $signals | $summarycell |
 %end
 %each interfaces
 
 <a id="$interface"></a>
 
 ## $interface
+%if summary
+
+$summarycell
+%end
+%if doc
+
+$doccell
+%end
 
 |  |  |
 |---|---|
@@ -66,26 +76,26 @@ C++ names).
 | C++ header | `<$directory/gantry_server.hpp>` |
 %if properties
 
-| property | signature | C++ type | accessor | initial | flags |
-|---|---|---|---|---|---|
+| property | signature | C++ type | accessor | initial | flags | meaning |
+|---|---|---|---|---|---|---|
 %each properties
-| `$member` | `$signature` | `$type` | `$accessor` | $initial | $flags |
+| `$member` | `$signature` | `$type` | `$accessor` | $initialcell | $flags | $doccell |
 %end
 %end
 %if methods
 
-| method | in | out | slot | shape | privileged | C function |
-|---|---|---|---|---|---|---|
+| method | in | out | slot | shape | privileged | C function | meaning |
+|---|---|---|---|---|---|---|---|
 %each methods
-| `$member` | $incell | $outcell | $slot | $shape | $privileged | `void (*$member)($function)` |
+| `$member` | $incell | $outcell | $slot | $shape | $privileged | `void (*$member)($function)` | $doccell |
 %end
 %end
 %if signals
 
-| signal | signature | sent by | received by |
-|---|---|---|---|
+| signal | signature | sent by | received by | meaning |
+|---|---|---|---|---|
 %each signals
-| `$member` | $cell | `$send(GANTRY_instance* instance$sent)` | `$receive(GANTRY_cpp_context* context, void (*callback)(GANTRY_cpp_context* context$received))` |
+| `$member` | $cell | `$send(GANTRY_instance* instance$sent)` | `$receive(GANTRY_cpp_context* context, void (*callback)(GANTRY_cpp_context* context$received))` | $doccell |
 %end
 %end
 %end

@@ -1,6 +1,7 @@
 /*
  * One interface's member table, as a table describes it: names and types as on the bus, members of
- * each kind in table order, and the line of each for diagnostics.
+ * each kind in table order, and the line of each for diagnostics. `doc` is for readers alone: what
+ * the name doesn't say.
  */
 #pragma once
 
@@ -35,6 +36,7 @@ struct Method
     std::vector<Argument> outputs;
     Shape shape;
     bool privileged;
+    std::string doc;
     int line;
 };
 
@@ -42,6 +44,7 @@ struct Signal
 {
     std::string name;
     std::vector<Argument> arguments;
+    std::string doc;
     int line;
 };
 
@@ -60,6 +63,7 @@ struct Property
     /** As the table writes it. Absent: zero, false or empty. */
     std::optional<std::string> initial;
 
+    std::string doc;
     int line;
 };
 
@@ -72,6 +76,11 @@ struct Interface
     std::vector<Method> methods;
     std::vector<Signal> signals;
     std::vector<Property> properties;
+
+    /** One line, and what is to be said of several members. */
+    std::string summary;
+    std::string doc;
+
     int line;
 };
 

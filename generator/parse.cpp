@@ -21,6 +21,8 @@ constexpr std::string_view data_store_annotation = "com.orvane.gantry.DataStore"
 constexpr std::string_view reply_annotation = "com.orvane.gantry.Reply";
 constexpr std::string_view changed_annotation = "org.freedesktop.DBus.Property.EmitsChangedSignal";
 constexpr std::string_view privileged_annotation = "org.freedesktop.systemd1.Privileged";
+constexpr std::string_view doc_annotation = "org.gtk.GDBus.DocString";
+constexpr std::string_view summary_annotation = "org.gtk.GDBus.DocString.Short";
 
 using Words = std::initializer_list<std::string_view>;
 
@@ -73,7 +75,8 @@ class TableReader
         }
 
         Interface interface {
-            std::string(file), required(element, "name"), {}, {}, {}, element.line
+            std::string(file), required(element, "name"), {}, {}, {},
+                text(notes, summary_annotation), text(notes, doc_annotation), element.line
         };
         for (const Element& child : element.children)
         {
@@ -97,7 +100,8 @@ class TableReader
     {
         expect(element, {"name"}, {"arg", "annotation"});
         const Annotations notes = annotations(element, {reply_annotation});
-        Method method{required(element, "name"), {}, {}, Method::Shape::reply, false, element.line};
+        Method method{required(element, "name"),   {},          {}, Method::Shape::reply, false,
+                      text(notes, doc_annotation), element.line};
         if (choice(notes, reply_annotation, {"message"}))
         {
             method.shape = Method::Shape::message;
@@ -120,8 +124,8 @@ class TableReader
     Signal read_signal(const Element& element) const
     {
         expect(element, {"name"}, {"arg", "annotation"});
-        annotations(element, {});
-        Signal signal{required(element, "name"), {}, element.line};
+        const Annotations notes = annotations(element, {});
+        Signal signal{required(element, "name"), {}, text(notes, doc_annotation), element.line};
         for (const Element* argument : arguments(element))
         {
             if (optional(*argument, "direction").value_or("out") != "out")
@@ -150,6 +154,7 @@ class TableReader
                           choice(notes, changed_annotation, {"true", "const"}) == "const",
                           choice(notes, data_store_annotation, {"key"}) == "key",
                           {},
+                          text(notes, doc_annotation),
                           element.line};
         if (const auto initial = notes.find(initial_annotation); initial != notes.end())
         {
@@ -229,6 +234,13 @@ class TableReader
             }
         }
         return found;
+    }
+
+    /** The value of an annotation, empty if there is none. */
+    static std::string text(const Annotations& notes, std::string_view name)
+    {
+        const auto note = notes.find(name);
+        return note == notes.end() ? "" : note->second.value;
     }
 
     /** The value of an annotation that has one of a few. */

@@ -9,6 +9,8 @@
  *     com.orvane.gantry.Reply     on a method: "message" if it makes its own reply
  *     org.freedesktop.DBus.Property.EmitsChangedSignal   on a property: "true" or "const"
  *     org.freedesktop.systemd1.Privileged                on a method: "true" or "false"
+ *     org.gtk.GDBus.DocString     on an interface or a member: what it means, for readers
+ *     org.gtk.GDBus.DocString.Short                      on an interface: the same in one line
  *
  * Annotations of other vocabularies are ignored.
  */

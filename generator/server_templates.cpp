@@ -36,6 +36,9 @@ class $class
 namespace $server
 {
 
+%if comment
+/** $comment */
+%end
 class GANTRY_API $class : public $common::$class
 {
   public:
@@ -48,11 +51,17 @@ class GANTRY_API $class : public $common::$class
 
 %if methods
 %each methods
+%if comment
+    /** $comment */
+%end
     virtual $result $operation($parameters) = 0;
 %end
 
 %end
 %each properties
+%if comment
+    /** $comment */
+%end
     virtual $type $accessor() const;
     virtual $type $accessor($type value, bool skipSignal);
     virtual $type $accessor($type value);
@@ -60,6 +69,9 @@ class GANTRY_API $class : public $common::$class
 %end
 %if signals
 %each signals
+%if comment
+    /** $comment */
+%end
     void $operation($parameters);
 %end
 

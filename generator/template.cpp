@@ -13,6 +13,7 @@ struct Scope
 {
     const Words& words;
     const Scope* outer;
+    Escape escape;
 
     [[nodiscard]] const Word& at(std::string_view name) const
     {
@@ -31,7 +32,11 @@ struct Scope
     {
         const Word& word = at(name);
         const auto* text = std::get_if<std::string>(&word);
-        return text != nullptr ? *text : std::to_string(std::get<1>(word).size());
+        if (text == nullptr)
+        {
+            return std::to_string(std::get<1>(word).size());
+        }
+        return escape != nullptr ? escape(*text) : *text;
     }
 
     [[nodiscard]] bool has(std::string_view name) const
@@ -98,7 +103,7 @@ std::string_view add_section(std::string_view& rest, const Scope& scope, std::st
             for (const Words& member : std::get<1>(scope.at(line)))
             {
                 std::string_view again = body;
-                add_section(again, {member, &scope}, out);
+                add_section(again, {member, &scope, scope.escape}, out);
             }
         }
         else
@@ -111,11 +116,11 @@ std::string_view add_section(std::string_view& rest, const Scope& scope, std::st
 
 } // namespace
 
-std::string render(std::string_view text, const Words& words)
+std::string render(std::string_view text, const Words& words, Escape escape)
 {
     std::string out;
     text.remove_prefix(text.starts_with('\n') ? 1 : 0);
-    add_section(text, {words, nullptr}, &out);
+    add_section(text, {words, nullptr, escape}, &out);
     return out;
 }
 

@@ -28,7 +28,10 @@ struct Word : std::variant<std::string, std::vector<Words>>
     using variant::variant;
 };
 
+/** How the text of a word is written, so that the format doesn't take a part of it for its own. */
+using Escape = std::string (*)(std::string_view);
+
 /** The template with these words in it. A newline that opens the template is left out. */
-std::string render(std::string_view text, const Words& words);
+std::string render(std::string_view text, const Words& words, Escape escape = nullptr);
 
 } // namespace gantrygen

@@ -26,6 +26,9 @@ extern const std::string_view catalogue;
 /** docs/catalogue.md, */
 extern const std::string_view reference;
 
+/** the same as a page for a browser, with an index and a search, */
+extern const std::string_view page;
+
 /** the exported symbols without parameter lists, a line for each overload. */
 extern const std::string_view symbols;
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <map>
+#include <sstream>
 #include <utility>
 
 namespace gantrygen
@@ -19,6 +20,10 @@ constexpr std::size_t longest_signature = 255;
 constexpr int deepest_array = 32;
 constexpr int deepest_structure = 32;
 constexpr int deepest_container = 64;
+
+/** Those of src/property_types.hpp. */
+constexpr auto served = "b d n q u t y s as i x ay aay aAay a{qs} a{s(nix)} a{sv<ns(nix)>} Ai A(y)"
+                        " A(nix) (nix) ((y(qu))i(xt)) v<y(nix)s>";
 
 /** A kind's name in C++, and what the C record of an array of such elements is called behind
  *  GANTRY_, if there is one. The order of the kinds is that of a PropertyVariant's alternatives. */
@@ -127,6 +132,12 @@ class SignatureReader
             return {Kind::structure, read_until(')', depth.in_structure())};
         case 'v':
             return read_variant(depth.in_variant());
+        case 'o':
+            throw SignatureError("object paths ('o') are not supported, 's' is");
+        case 'g':
+            throw SignatureError("signatures ('g') are not supported, 's' is");
+        case 'h':
+            throw SignatureError("file descriptors ('h') are not supported");
         default:
             if (std::string_view("ybnqiuxtds").find(letter) == std::string_view::npos)
             {
@@ -155,7 +166,8 @@ class SignatureReader
     {
         if (!take('<'))
         {
-            throw SignatureError("a variant needs its alternatives: v<...>");
+            throw SignatureError("a variant needs its alternatives, like a{sv<ns(nix)>} in the "
+                                 "annotation com.orvane.gantry.Type");
         }
         Type variant{Kind::variant, read_until('>', depth)};
 
@@ -207,6 +219,28 @@ class SignatureReader
     std::string_view rest;
 };
 
+std::string spelled(const Type& type, bool extended)
+{
+    std::string members;
+    for (const Type& member : type.members)
+    {
+        members += spelled(member, extended);
+    }
+    switch (type.kind)
+    {
+    case Kind::structure:
+        return '(' + members + ')';
+    case Kind::dict:
+        return "a{" + members + '}';
+    case Kind::set:
+        return (extended ? 'A' : 'a') + members;
+    case Kind::variant:
+        return extended ? "v<" + members + '>' : "v";
+    default:
+        return static_cast<char>(type.kind) + members;
+    }
+}
+
 } // namespace
 
 Type parse_type(std::string_view extended)
@@ -221,25 +255,12 @@ Type parse_type(std::string_view extended)
 
 std::string signature(const Type& type)
 {
-    std::string members;
-    if (type.kind != Kind::variant)
-    {
-        for (const Type& member : type.members)
-        {
-            members += signature(member);
-        }
-    }
-    switch (type.kind)
-    {
-    case Kind::structure:
-        return '(' + members + ')';
-    case Kind::dict:
-        return "a{" + members + '}';
-    case Kind::set:
-        return 'a' + members;
-    default:
-        return static_cast<char>(type.kind) + members;
-    }
+    return spelled(type, false);
+}
+
+std::string extended_signature(const Type& type)
+{
+    return spelled(type, true);
 }
 
 std::string cpp_type(const Type& type)
@@ -299,13 +320,32 @@ Type property_variant(const std::vector<Type>& types)
     return variant;
 }
 
+std::vector<Type> property_types()
+{
+    std::istringstream list(served);
+    std::vector<Type> types;
+    for (std::string type; list >> type;)
+    {
+        types.push_back(parse_type(type));
+    }
+    return types;
+}
+
+bool is_property_type(const Type& type)
+{
+    const std::vector<Type> types = property_types();
+    return std::any_of(types.begin(), types.end(),
+                       [&type](const Type& each) { return cpp_type(each) == cpp_type(type); });
+}
+
 bool has_c_form(const Type& type)
 {
     switch (type.kind)
     {
     case Kind::array:
-    case Kind::set:
         return !record_of(type.members[0]).empty();
+    case Kind::set:
+        return is_number(type.members[0]) && !record_of(type.members[0]).empty();
     case Kind::structure:
         return std::all_of(type.members.begin(), type.members.end(),
                            [](const Type& member)

@@ -59,6 +59,9 @@ Type parse_type(std::string_view extended);
 /** The D-Bus signature. */
 std::string signature(const Type& type);
 
+/** The signature that parse_type() reads. */
+std::string extended_signature(const Type& type);
+
 /** The C++ type, as code names it: `std::map<unsigned short, std::string>`. */
 std::string cpp_type(const Type& type);
 
@@ -72,6 +75,13 @@ bool is_number(const Type& type);
 
 /** The variant of the distinct types among those given, in the order that a PropertyVariant has. */
 Type property_variant(const std::vector<Type>& types);
+
+/** Whether a property may have it: the frame is compiled for the types that
+ *  src/property_types.hpp lists. */
+bool is_property_type(const Type& type);
+
+/** The types that properties may have, in the order of that list. */
+std::vector<Type> property_types();
 
 /** Dicts, variants and deeper nesting have no C form. */
 bool has_c_form(const Type& type);

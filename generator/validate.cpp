@@ -21,18 +21,30 @@ namespace
 constexpr std::string_view table_name = "server.xml";
 
 // Other names that the generated classes declare or their code uses unqualified. Only those that an
-// accessor could be called are listed.
+// accessor or a class could be called are listed.
 constexpr auto taken = std::to_array<std::string_view>({
-    "descriptor",
+    "PropertyCallback",
+    "PropertyVariant",
     "deleter",
+    "descriptor",
     "getPropertyByName",
     "index",
     "inst",
     "interface",
     "properties",
     "setPropertyByName",
+    "source_stem",
     "value",
 });
+static_assert(std::is_sorted(taken.begin(), taken.end()));
+
+bool is_taken(std::string_view name)
+{
+    return std::binary_search(taken.begin(), taken.end(), name);
+}
+
+// Namespaces that generated code names from inside that of the interface.
+constexpr auto hidden = std::to_array<std::string_view>({"gantry", "sdbusplus", "std", "vtable"});
 
 class Validator
 {
@@ -48,6 +60,7 @@ class Validator
         check_names();
         for (const Method& method : interface.methods)
         {
+            check_field(method);
             check_arguments(method.inputs);
             check_arguments(method.outputs);
             check_results(method);
@@ -58,6 +71,7 @@ class Validator
         }
         for (const Property& property : interface.properties)
         {
+            check_type(property);
             check_initial(property);
             check_data_store(property);
         }
@@ -79,8 +93,17 @@ class Validator
         for (const std::string_view element : elements(interface.name))
         {
             check_word(element, interface.line);
+            if (std::find(hidden.begin(), hidden.end(), element) != hidden.end())
+            {
+                fail(interface.line, quote(element) + " would hide the namespace of that name");
+            }
         }
-        check_word(class_name(interface.name), interface.line);
+        const std::string name = class_name(interface.name);
+        check_word(name, interface.line);
+        if (is_taken(name) || is_taken(leaf(interface.name)))
+        {
+            fail(interface.line, quote(leaf(interface.name)) + " is something else in its class");
+        }
     }
 
     void check_place() const
@@ -135,7 +158,7 @@ class Validator
         }
         std::string name = accessor(member.name);
         check_word(name, member.line);
-        if (std::binary_search(taken.begin(), taken.end(), name) || name == leaf(interface.name))
+        if (is_taken(name) || name == leaf(interface.name))
         {
             fail(member.line, quote(member.name) + " has the accessor " + quote(name) +
                                   ", which is something else in its class");
@@ -159,8 +182,18 @@ class Validator
         {
             if (!has_c_form(argument.type))
             {
-                fail(argument.line, quote(signature(argument.type)) + " has no C form");
+                fail(argument.line, quote(extended_signature(argument.type)) + " has no C form");
             }
+        }
+    }
+
+    // In the C table the method's name is that of a field.
+    void check_field(const Method& method) const
+    {
+        check_word(method.name, method.line);
+        if (is_macro_like(method.name))
+        {
+            fail(method.line, quote(method.name) + " is named like a macro");
         }
     }
 
@@ -170,6 +203,15 @@ class Validator
         if (method.outputs.empty())
         {
             fail(method.line, quote(method.name) + " has no result");
+        }
+    }
+
+    void check_type(const Property& property) const
+    {
+        if (!is_property_type(property.type))
+        {
+            fail(property.line,
+                 "no property can have the type " + quote(extended_signature(property.type)));
         }
     }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -98,11 +99,18 @@ std::string escaped(std::string_view text)
     for (const char letter : text)
     {
         const bool special =
-            std::string_view("\\`*_{}[]<>()#+-.!|&~").find(letter) != std::string_view::npos;
+            std::string_view("\\`*_[]<>|&~").find(letter) != std::string_view::npos;
         safe += special ? "\\" : "";
         safe += letter == '\n' || letter == '\r' ? ' ' : letter;
     }
     return safe;
+}
+
+/** The same in a comment of C. A slash alone neither ends a comment nor opens another. */
+std::string comment(std::string text)
+{
+    std::replace(text.begin(), text.end(), '*', ' ');
+    return text;
 }
 
 Words words_of(const Method& method, const std::string& flat, std::size_t slot)
@@ -130,6 +138,9 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
         {"answered", listed(method.outputs, "out", only_name, in_front)},
         {"message", truth(message)},
         {"shape", message ? "message" : "reply"},
+        {"doc", method.doc},
+        {"doccell", escaped(method.doc)},
+        {"comment", comment(method.doc)},
     };
     if (message)
     {
@@ -169,6 +180,9 @@ Words words_of(const Signal& signal, const std::string& flat)
         {"points",
          truth(std::any_of(arguments.begin(), arguments.end(),
                            [](const Argument& argument) { return !is_number(argument.type); }))},
+        {"doc", signal.doc},
+        {"doccell", escaped(signal.doc)},
+        {"comment", comment(signal.doc)},
     };
 }
 
@@ -216,8 +230,12 @@ Words words_of(const Property& property)
         {"silent", property.constant ? ", false" : ""},
         {"writable", truth(property.writable)},
         {"key", truth(property.data_store_key)},
-        {"initial", escaped(property.initial.value_or(""))},
+        {"initial", property.initial.value_or("")},
+        {"initialcell", escaped(property.initial.value_or(""))},
         {"flags", flags(property)},
+        {"doc", property.doc},
+        {"doccell", escaped(property.doc)},
+        {"comment", comment(property.doc)},
     };
 }
 
@@ -369,6 +387,11 @@ Words words_of(const Interface& interface)
         {"table", methods.empty() ? "void" : "GANTRY_table__" + flat},
         {"guard", capitals("GANTRY_" + flat + "_H")},
         {"variant", variant(interface)},
+        {"summary", interface.summary},
+        {"summarycell", escaped(interface.summary)},
+        {"doc", interface.doc},
+        {"doccell", escaped(interface.doc)},
+        {"comment", comment(interface.summary)},
         {"callable", truth(!methods.empty() || !signals.empty())},
         {"records", truth(!std::all_of(types.begin(), types.end(), is_basic))},
         {"headers", headers(interface)},
@@ -378,6 +401,34 @@ Words words_of(const Interface& interface)
         {"properties", std::move(properties)},
         {"keys", std::move(keys)},
     };
+}
+
+Words words_of(const std::vector<Interface>& interfaces)
+{
+    std::map<std::pair<std::string, std::string>, std::vector<Words>> places;
+    std::vector<Words> listed;
+    for (const Interface& interface : interfaces)
+    {
+        const auto add = [&places, &interface](const auto& members)
+        {
+            for (const auto& member : members)
+            {
+                places[{capitals(member.name), member.name}].push_back(
+                    {{"interface", interface.name}, {"leaf", std::string(leaf(interface.name))}});
+            }
+        };
+        add(interface.methods);
+        add(interface.signals);
+        add(interface.properties);
+        listed.push_back(words_of(interface));
+    }
+    std::vector<Words> index;
+    index.reserve(places.size());
+    for (auto& [name, where] : places)
+    {
+        index.push_back({{"name", name.second}, {"places", std::move(where)}});
+    }
+    return {{"interfaces", std::move(listed)}, {"index", std::move(index)}};
 }
 
 } // namespace gantrygen

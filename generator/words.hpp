@@ -7,6 +7,7 @@
  *     derived                     the namespace of the derived class, whose name is the leaf
  *     instantiate, table, guard   C names; the table's type is void if there is no method
  *     variant                     the type of PropertyVariant
+ *     summary, doc                what it is, and what is to be said of several members
  *     callable, records           not empty if the C header needs <gantry/instance.h>, records.h
  *     headers                     a list: header
  *     structures                  a list: structure, defined (its guard), signature, and fields,
@@ -14,8 +15,9 @@
  *     methods, signals, properties, and keys, the properties that are a data store's key
  *
  * Every method, signal and property has `member`, its name on the bus. A list of arguments that
- * others precede begins with a comma: passed, sent, received. Words for the reference page alone
- * are those that end in `cell`, and shape, privileged, initial and flags.
+ * others precede begins with a comma: passed, sent, received. Words for the listings alone are
+ * shape, privileged, initial, flags, summary and doc, and in Markdown those that end in `cell`.
+ * `comment` is the doc of a member or the summary of the interface, for C.
  *
  *     method      operation, result, parameters, passed    the C++ operation
  *                 callback, call, inputs, outputs, flag    its callback, and its row in the vtable
@@ -41,5 +43,9 @@ namespace gantrygen
 
 /** The words of a valid table (validate.hpp). */
 Words words_of(const Interface& interface);
+
+/** The words of a listing: `interfaces`, and `index`, a list of all members' names in alphabetical
+ *  order: name, and places, a list of the interfaces that have it: interface, leaf. */
+Words words_of(const std::vector<Interface>& interfaces);
 
 } // namespace gantrygen

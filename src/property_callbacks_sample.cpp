@@ -19,6 +19,7 @@ GANTRY_WRITABLE_PROPERTY(unsigned char)
 GANTRY_WRITABLE_PROPERTY(int)
 GANTRY_WRITABLE_PROPERTY(long)
 GANTRY_WRITABLE_PROPERTY(std::string)
+GANTRY_WRITABLE_PROPERTY(std::vector<std::string>)
 
 #define GANTRY_COMPOSITE_PROPERTY(...)                                                             \
     GANTRY_PROPERTY(__VA_ARGS__)                                                                   \

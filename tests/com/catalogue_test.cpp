@@ -21,7 +21,8 @@ using Match = std::sregex_iterator;
 // The members of one interface in their order; `interface` is set to its name when that is empty.
 std::vector<Member> read_members(const std::string& xml, std::string& interface)
 {
-    static const std::regex tag("<!--[\\s\\S]*?-->|<(\\w+)([^>]*)>");
+    static const std::regex tag(
+        "<!--[\\s\\S]*?-->|<annotation name=\"org.gtk.GDBus[^>]*>|<(\\w+)([^>]*)>");
     static const std::regex attribute("(\\w+)=\"([^\"]*)\"");
     std::vector<Member> members;
     bool is_inside = false;

@@ -136,9 +136,11 @@ TEST(Bad_table, A_member_that_no_code_can_follow_from_is_refused_with_its_line)
         {"<signal name='A'>\n<arg type='(y(y))'/></signal>", 4, "'(y(y))' has no C form"},
         {method("<arg type='y'/>"), 3, "'A' has no result"},
         {property("A", ""), 3, "bad signature '': ends within a type"},
-        {property("A", "h"), 3, "bad signature 'h': unknown type 'h'"},
+        {property("A", "h"), 3, "bad signature 'h': file descriptors ('h') are not supported"},
         {property("A", "yy"), 3, "bad signature 'yy': more than one complete type"},
-        {property("A", "v"), 3, "bad signature 'v': a variant needs its alternatives: v<...>"},
+        {property("A", "a{sv}"), 3,
+         "bad signature 'a{sv}': a variant needs its alternatives, like a{sv<ns(nix)>} in the "
+         "annotation com.orvane.gantry.Type"},
         {property("A", "a{ays}"), 3,
          "bad signature 'a{ays}': the key of a dict is not a basic type"},
         {property("A", "a{sss}"), 3, "bad signature 'a{sss}': expected '}'"},
@@ -152,6 +154,11 @@ TEST(Bad_table, A_member_that_no_code_can_follow_from_is_refused_with_its_line)
         {method(note("x", "") + note("x", "")), 5, "second annotation 'x'"},
         {method(note(privileged, "yes")), 4, "'yes' is no value of '" + privileged + "' here"},
         {note(changes, "const"), 3, "'" + changes + "' belongs on a property"},
+        {property("Errno"), 3, "'errno' is a reserved word"},
+        {"<method name='_Generic'/>", 3, "'_Generic' is a reserved word"},
+        {"<method name='INT_MAX'/>", 3, "'INT_MAX' is named like a macro"},
+        {property("A", "au"), 3, "no property can have the type 'au'"},
+        {method("<arg type='as'>" + note(type, "As") + "</arg>"), 4, "'As' has no C form"},
     };
     for (const auto& [members, line, message] : faults)
     {
@@ -194,11 +201,14 @@ TEST(Output, The_page_in_docs_says_what_the_tables_say)
            "server.xml) > docs/catalogue.md";
 }
 
-TEST(Output, An_initial_value_cannot_break_the_page)
+TEST(Output, What_a_table_says_cannot_break_a_page)
 {
-    const Table table(with_members(property("A", "s", note("com.orvane.gantry.Initial", "a|`b"))));
+    const Table table(with_members(note("org.gtk.GDBus.DocString", "&lt;b>|") +
+                                   property("A", "s", note("com.orvane.gantry.Initial", "a|`b"))));
     const std::string page = gantrygen_run({"--reference", table.path.string()}).second;
-    EXPECT_NE(page.find("| `a` | a\\|\\`b |  |\n"), std::string::npos) << page;
+    EXPECT_NE(page.find("| `a` | a\\|\\`b |  |  |\n"), std::string::npos) << page;
+    const std::string html = gantrygen_run({"--html", table.path.string()}).second;
+    EXPECT_NE(html.find("<p>&lt;b&gt;|</p>"), std::string::npos) << html;
 }
 
 TEST(Command_line, A_mistake_is_no_success)
