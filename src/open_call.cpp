@@ -1,9 +1,41 @@
 #include "open_call.hpp"
 
+#include "edges.hpp"
+
 #include <systemd/sd-bus.h>
+
+#include <cstdint>
+#include <memory>
 
 namespace gantry
 {
+namespace
+{
+
+using Message = std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)>;
+
+/**
+ * A message that stands for a call when it is answered: with its sender, cookie and member, but
+ * without its arguments and descriptors, of which a client may send many.
+ */
+Message make_stub(sd_bus_message* call)
+{
+    sd_bus_message* made = nullptr;
+    std::uint64_t cookie = 0;
+    int result = sd_bus_message_new_method_call(
+        sd_bus_message_get_bus(call), &made, nullptr, sd_bus_message_get_path(call),
+        sd_bus_message_get_interface(call), sd_bus_message_get_member(call));
+    Message stub(made, sd_bus_message_unref);
+    const char* const sender = sd_bus_message_get_sender(call);
+    result = result < 0 || sender == nullptr ? result : sd_bus_message_set_sender(made, sender);
+    throw_if_failed(result, "sd_bus_message_new_method_call");
+    sd_bus_message_set_expect_reply(made, sd_bus_message_get_expect_reply(call));
+    sd_bus_message_get_cookie(call, &cookie);
+    throw_if_failed(sd_bus_message_seal(made, cookie, 0), "sd_bus_message_seal");
+    return stub;
+}
+
+} // namespace
 
 GANTRY_call* open_call(GANTRY_cpp_context& context, GANTRY_instance* instance,
                        sd_bus_message* message)
@@ -12,9 +44,10 @@ GANTRY_call* open_call(GANTRY_cpp_context& context, GANTRY_instance* instance,
     {
         return nullptr;
     }
-    context.newest_call = new GANTRY_call{context, instance, message, context.newest_call};
+    auto stub = make_stub(message);
+    context.newest_call = new GANTRY_call{context, instance, stub.get(), context.newest_call};
+    static_cast<void>(stub.release()); // now the call's
     ++context.open_calls;
-    sd_bus_message_ref(message);
     return context.newest_call;
 }
 

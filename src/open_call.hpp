@@ -1,7 +1,7 @@
 /*
- * Calls that a host answers later. Each holds its message; a context has a list of its open ones,
- * newest first. A call is taken out of the list to be answered, and a pointer that isn't in the
- * list isn't followed, so that a second answer does no harm.
+ * Calls that a host answers later. Each holds what its answer needs of its message; a context has a
+ * list of its open ones, newest first. A call is taken out of the list to be answered, and a
+ * pointer that isn't in the list isn't followed, so that a second answer does no harm.
  */
 #pragma once
 
@@ -20,7 +20,8 @@ struct GANTRY_call
 namespace gantry
 {
 
-/** Keeps a call of the object open. Returns null if the context has as many as it may. */
+/** Keeps a call of the object open. Returns null if the context has as many as it may. Throws
+ *  SdBusError if memory ends. */
 GANTRY_call* open_call(GANTRY_cpp_context& context, GANTRY_instance* instance,
                        sd_bus_message* message);
 

@@ -266,32 +266,6 @@ TEST_F(Inventoryd, InterfacesThatComeAndGoAreAnnouncedOnceAndLostMessagesMadeGoo
     close(pair[0]);
 }
 
-TEST_F(Inventoryd, MessagesOfTheKernelThatTheSocketHadNoRoomForAreMadeGood)
-{
-    // What is asked on the host's own socket, the kernel answers to the host.
-    const int netlink = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
-    const int asked = dup(netlink);
-    const std::string ask = number(32, 4) + number(RTM_GETLINK, 2) + number(NLM_F_REQUEST, 10) +
-                            number(0, 4) + number(1, 12); // lo is the first
-    const int least = 0;
-    setsockopt(netlink, SOL_SOCKET, SO_RCVBUF, &least, sizeof least);
-    start(netlink);
-    write("class/net/lo/operstate", "up\n");
-    ASSERT_EQ(send(asked, ask.data(), ask.size(), 0), std::ssize(ask));
-    signals("InterfacesAdded", at("system.NicPort/lo"), 1);
-
-    kill(host->pid(), SIGSTOP);
-    waitpid(host->pid(), nullptr, WUNTRACED);
-    write("class/net/veth0/operstate", "up\n");
-    for (int count = 0; count < 20; ++count)
-    {
-        send(asked, ask.data(), ask.size(), 0);
-    }
-    kill(host->pid(), SIGCONT);
-    signals("InterfacesAdded", at("system.NicPort/veth0"), 1);
-    close(asked);
-}
-
 std::string path_node(unsigned int type, unsigned int subtype, const std::string& data)
 {
     return number(type, 1) + number(subtype, 1) + number(data.size() + 4, 2) + data;

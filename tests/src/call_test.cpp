@@ -143,6 +143,24 @@ TEST_F(Call, DeferredIsAnsweredOnceByItsOwnMethodWhileOthersAreServed)
     EXPECT_EQ(logged(8), "");
 }
 
+TEST_F(Call, DeferredKeepsNothingThatItsClientSent)
+{
+    sd_bus_message* made = nullptr;
+    sd_bus_message_new_method_call(client.bus(), &made, service.c_str(), "/object", gantrytest,
+                                   "Try_string");
+    support::Message call(made);
+    support::check(sd_bus_message_append(made, "s", std::string(1U << 20U, 'x').c_str()));
+    const auto pending = client.start(call);
+    const std::size_t before = mallinfo2().uordblks;
+    client.wait_for([] { return !open_calls.empty(); });
+    logged();
+    call.reset();
+    EXPECT_LT(mallinfo2().uordblks, before);
+    EXPECT_EQ(errno_of(reply, &open_calls.at(0), "a"), 0);
+    client.settle(service);
+    EXPECT_EQ(pending->text, "s \"a\"");
+}
+
 TEST_F(Call, DeferredNeedsNobodyToReadTheAnswer)
 {
     sd_bus_message* silent = nullptr;

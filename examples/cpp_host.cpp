@@ -1,0 +1,89 @@
+/*
+ * A host in C++. It has one object that the library makes and frees, handled through its class, and
+ * one that the host makes itself, of a class derived from a generated one.
+ */
+#include <com/orvane/velmar/hwi/HWISupport/server.hpp>
+#include <com/orvane/velmar/system/BLT/gantry_server.hpp>
+#include <gantry/gantry.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <exception>
+#include <gantry/context.hpp>
+#include <gantry/object.hpp>
+#include <gantry/types.hpp>
+#include <iostream>
+#include <memory>
+#include <sdbusplus/exception.hpp>
+#include <string>
+#include <variant>
+
+namespace
+{
+
+using GANTRY_com_orvane_velmar_system_BLT::BLT;
+using HWISupport = sdbusplus::server::com::orvane::velmar::hwi::HWISupport;
+
+/** A method is an override. What it throws as an SdBusError is the client's error. */
+class Support : public HWISupport
+{
+  public:
+    Support(GANTRY_cpp_context& context, const char* path, const BLT* firmware) :
+        HWISupport(context.bus, path), reported(firmware)
+    {
+    }
+
+    bool queryIsReady() override
+    {
+        if (reported == nullptr)
+        {
+            throw sdbusplus::exception::SdBusError(ENODEV, "no firmware");
+        }
+        return !reported->firmwareVersion().empty();
+    }
+
+  private:
+    const BLT* reported;
+};
+
+/** Publishes the firmware. The instance and its object live until GANTRY_instance_free() or the end
+ *  of the context. Returns null if it could not be published, which the log tells. */
+BLT* publish_firmware(GANTRY_cpp_context* context)
+{
+    GANTRY_instance* instance = nullptr;
+    GANTRY_instantiate__com_orvane_velmar_system_BLT(context, nullptr, nullptr, nullptr);
+    GANTRY_instance_get_created(context, &instance, nullptr);
+    auto* firmware = gantry::object<BLT>(instance);
+    if (firmware != nullptr)
+    {
+        firmware->manufacturer("Example Inc.", true); // true: no signal, since nobody knows it yet
+        firmware->setPropertyByName("FirmwareVersion", std::string("2.19.1"));
+    }
+    return firmware;
+}
+
+} // namespace
+
+int main()
+{
+    GANTRY_cpp_context* context = nullptr;
+    GANTRY_context_new(&context);
+    if (context == nullptr)
+    {
+        return EXIT_FAILURE; // the log says why
+    }
+    const std::unique_ptr<GANTRY_cpp_context*, decltype(&GANTRY_context_free)> freed{
+        &context, GANTRY_context_free};
+    GANTRY_context_set_service(context, "com.orvane.velmar.HWInventory");
+    try
+    {
+        // A host's own object has no instance, and goes before the context does.
+        const Support support(*context, "/support", publish_firmware(context));
+        GANTRY_dbus_loop(context);
+    }
+    catch (const std::exception& refused) // the path is taken, say
+    {
+        std::cerr << refused.what() << '\n';
+    }
+    return EXIT_FAILURE; // the loop ends only with a failure
+}
