@@ -24,6 +24,8 @@ struct Connection : private sdbusplus::bus::details::bus_friend
     }
 };
 
+constexpr char bus_name[] = "org.freedesktop.DBus";
+
 /** How many announcements are on the thread's stack. */
 constinit thread_local unsigned announcements = 0;
 
@@ -34,16 +36,19 @@ auto find_grant(std::vector<const char*>& grants, const char* name)
                         [name](const char* granted) { return std::strcmp(granted, name) == 0; });
 }
 
-/** NameLost, which the bus sends to the former owner alone. It ends the oldest grant: when it is
- *  read, the host may have got the name again. */
-int on_name_lost(sd_bus_message* signal, void* context, sd_bus_error* /*error*/)
+/** Sees each message that arrives. NameLost, which the bus sends to the former owner alone, ends
+ * the oldest grant: when it is read, the host may have got the name again. */
+int on_message(sd_bus_message* message, void* context, sd_bus_error* /*error*/)
 {
-    auto& grants = static_cast<GANTRY_cpp_context*>(context)->granted_names;
     const char* name = nullptr;
-    if (sd_bus_message_read_basic(signal, SD_BUS_TYPE_STRING, &name) <= 0)
+    const char* const sender = sd_bus_message_get_sender(message);
+    if (sd_bus_message_is_signal(message, bus_name, "NameLost") <= 0 || sender == nullptr ||
+        std::strcmp(sender, bus_name) != 0 ||
+        sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &name) <= 0)
     {
         return 0;
     }
+    auto& grants = static_cast<GANTRY_cpp_context*>(context)->granted_names;
     if (const auto grant = find_grant(grants, name); grant != grants.end())
     {
         grants.erase(grant);
@@ -55,27 +60,19 @@ int on_name_lost(sd_bus_message* signal, void* context, sd_bus_error* /*error*/)
     return 0;
 }
 
-/** The bus's answer to the rule for NameLost is of no interest: that signal comes without a rule.
- */
-int on_answer(sd_bus_message* /*answer*/, void* /*context*/, sd_bus_error* /*error*/)
-{
-    return 0;
-}
-
-/** A loss that comes before this is still unread: only a loop dispatches it. */
+/** A loss that comes before this is still unread: only a loop dispatches it. A filter, since a
+ * match would make each call that arrives dearer. */
 void hear_of_losses(GANTRY_cpp_context& context)
 {
     if (context.name_lost != nullptr)
     {
         return;
     }
-    const int result = sd_bus_match_signal_async(GANTRY_get_sd_bus(context.bus), &context.name_lost,
-                                                 "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                                 "org.freedesktop.DBus", "NameLost", on_name_lost,
-                                                 on_answer, &context);
+    const int result =
+        sd_bus_add_filter(GANTRY_get_sd_bus(context.bus), &context.name_lost, on_message, &context);
     if (result < 0)
     {
-        GANTRY_LOG(gantry::log::failed, "sd_bus_match_signal_async failed, rv=%d", result);
+        GANTRY_LOG(gantry::log::failed, "sd_bus_add_filter failed, rv=%d", result);
     }
 }
 

@@ -114,6 +114,11 @@ bool Reader::block(char type, std::size_t width, const void*& data, std::size_t&
     return true;
 }
 
+void read_value(const Reader& from, std::string& value)
+{
+    value = from.string();
+}
+
 } // namespace details
 } // namespace message
 } // namespace sdbusplus

@@ -85,10 +85,8 @@ inline void read_value(const Reader& from, bool& value)
     value = from.boolean();
 }
 
-inline void read_value(const Reader& from, std::string& value)
-{
-    value = from.string();
-}
+/** Not inline: each object file would have its own copy of what std::string does here. */
+void read_value(const Reader& from, std::string& value);
 
 template <class T>
 void read_value(const Reader& from, std::vector<T>& value);
