@@ -155,7 +155,8 @@ TEST_F(Call, DeferredKeepsNothingThatItsClientSent)
     client.wait_for([] { return !open_calls.empty(); });
     logged();
     call.reset();
-    EXPECT_LT(mallinfo2().uordblks, before);
+    // A sanitizer or valgrind has a heap of its own.
+    EXPECT_TRUE(before == 0 || mallinfo2().uordblks + 500'000 < before);
     EXPECT_EQ(errno_of(reply, &open_calls.at(0), "a"), 0);
     client.settle(service);
     EXPECT_EQ(pending->text, "s \"a\"");
