@@ -90,7 +90,7 @@ static int add_sources(sd_event* event, GANTRY_cpp_context* context, struct netw
 
 int main(int argc, char** argv)
 {
-    read_options(argc, argv, "[SYSFS]", 1);
+    read_options(argc, argv, " [SYSFS]", 1);
     const char* dumps = getenv("STATE_DIRECTORY");
     dumps = dumps != NULL ? dumps : getenv("RUNTIME_DIRECTORY");
     const char* sys = argc > 1 ? argv[1] : "/sys";

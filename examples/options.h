@@ -24,7 +24,7 @@ static inline void read_options(int argc, char** argv, const char* operands, int
     const int is_help = strcmp(first, "--help") == 0;
     if (is_help || first[0] == '-' || argc - 1 > count)
     {
-        fprintf(is_help ? stdout : stderr, "usage: %s %s\n", argv[0], operands);
+        fprintf(is_help ? stdout : stderr, "usage: %s%s\n", argv[0], operands);
         exit(is_help ? EXIT_SUCCESS : 2);
     }
 }

@@ -70,8 +70,8 @@ void send(NotedChanges& noted)
         // ENOENT: the object was freed meanwhile.
         if (result < 0 && result != -ENOENT && !Carrier::is_carrying())
         {
-            GANTRY_LOG(log::failed, "failed for [%s] of [%s], rv=%d", interface.c_str(),
-                       path.c_str(), result);
+            GANTRY_LOG(log::failed, "the noted changes of [%s] at [%s] failed, rv=%d",
+                       interface.c_str(), path.c_str(), result);
         }
     }
 }

@@ -40,10 +40,13 @@ auto find_grant(std::vector<const char*>& grants, const char* name)
  * the oldest grant: when it is read, the host may have got the name again. */
 int on_message(sd_bus_message* message, void* context, sd_bus_error* /*error*/)
 {
+    if (sd_bus_message_is_signal(message, bus_name, "NameLost") <= 0)
+    {
+        return 0;
+    }
     const char* name = nullptr;
     const char* const sender = sd_bus_message_get_sender(message);
-    if (sd_bus_message_is_signal(message, bus_name, "NameLost") <= 0 || sender == nullptr ||
-        std::strcmp(sender, bus_name) != 0 ||
+    if (sender == nullptr || std::strcmp(sender, bus_name) != 0 ||
         sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &name) <= 0)
     {
         return 0;

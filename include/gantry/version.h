@@ -12,7 +12,10 @@
 #define GANTRY_VERSION_PATCH 0
 
 /* "MAJOR.MINOR.PATCH" */
-#define GANTRY_VERSION "0.1.0"
+#define GANTRY_VERSION                                                                             \
+    GANTRY_VERSION_TEXT(GANTRY_VERSION_MAJOR, GANTRY_VERSION_MINOR, GANTRY_VERSION_PATCH)
+#define GANTRY_VERSION_TEXT(major, minor, patch) GANTRY_VERSION_QUOTED(major, minor, patch)
+#define GANTRY_VERSION_QUOTED(major, minor, patch) #major "." #minor "." #patch
 
 GANTRY_BEGIN_C
 
