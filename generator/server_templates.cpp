@@ -194,6 +194,17 @@ $type $class::$accessor() const
 %end
 }
 
+int $class::$get(
+    sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* context,
+    sd_bus_error* error)
+{
+    auto* object = static_cast<$class*>(context);
+    return gantry::get_property<$type>(
+        reply, *object, object->bus_interface, error, &$class::$accessor);
+}
+
+%end
+%each properties
 $type $class::$accessor($type value, bool skipSignal)
 {
 %if key
@@ -212,15 +223,6 @@ $type $class::$accessor($type value)
 %else
     return gantry::set_and_announce(*this, &$class::$accessor, value);
 %end
-}
-
-int $class::$get(
-    sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* context,
-    sd_bus_error* error)
-{
-    auto* object = static_cast<$class*>(context);
-    return gantry::get_property<$type>(
-        reply, *object, object->bus_interface, error, &$class::$accessor);
 }
 
 %if writable

@@ -36,14 +36,10 @@ auto find_grant(std::vector<const char*>& grants, const char* name)
                         [name](const char* granted) { return std::strcmp(granted, name) == 0; });
 }
 
-/** Sees each message that arrives. NameLost, which the bus sends to the former owner alone, ends
- * the oldest grant: when it is read, the host may have got the name again. */
-int on_message(sd_bus_message* message, void* context, sd_bus_error* /*error*/)
+/** NameLost, which the bus sends to the former owner alone, ends the oldest grant: when it is read,
+ * the host may have got the name again. */
+[[gnu::noinline]] int on_name_lost(sd_bus_message* message, GANTRY_cpp_context& context)
 {
-    if (sd_bus_message_is_signal(message, bus_name, "NameLost") <= 0)
-    {
-        return 0;
-    }
     const char* name = nullptr;
     const char* const sender = sd_bus_message_get_sender(message);
     if (sender == nullptr || std::strcmp(sender, bus_name) != 0 ||
@@ -51,7 +47,7 @@ int on_message(sd_bus_message* message, void* context, sd_bus_error* /*error*/)
     {
         return 0;
     }
-    auto& grants = static_cast<GANTRY_cpp_context*>(context)->granted_names;
+    auto& grants = context.granted_names;
     if (const auto grant = find_grant(grants, name); grant != grants.end())
     {
         grants.erase(grant);
@@ -61,6 +57,14 @@ int on_message(sd_bus_message* message, void* context, sd_bus_error* /*error*/)
         }
     }
     return 0;
+}
+
+/** Sees each message that arrives. */
+int on_message(sd_bus_message* message, void* context, sd_bus_error* /*error*/)
+{
+    return sd_bus_message_is_signal(message, bus_name, "NameLost") > 0
+               ? on_name_lost(message, *static_cast<GANTRY_cpp_context*>(context))
+               : 0;
 }
 
 /** A loss that comes before this is still unread: only a loop dispatches it. A filter, since a

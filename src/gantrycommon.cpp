@@ -37,23 +37,21 @@ constexpr char source_stem[] = "gantrycommon";
 
 using Timeout = std::optional<std::chrono::duration<unsigned long, std::ratio<1, 1000000>>>;
 
-/** One run of the event loop. Returns more than 0 if it dispatched something, and throws if the
- *  connection can't be served any more. */
+/** One run of the event loop. Returns more than 0 if it dispatched something. */
 int run(GANTRY_cpp_context& context, Timeout timeout)
 {
-    const int dispatched =
-        gantry::Carrier::enter([&context, timeout] { return context.event.run(timeout); });
-    gantry::check_connection(context);
-    return dispatched;
+    return gantry::Carrier::enter([&context, timeout] { return context.event.run(timeout); });
 }
 
-/** Serves all that is ready, or until a stop, and doesn't block. */
+/** Serves all that is ready, or until a stop, and doesn't block. Throws if the connection can't be
+ *  served any more. */
 void drain(GANTRY_cpp_context& context)
 {
     constexpr Timeout at_once{std::chrono::microseconds{1}};
     while (!context.stopping && run(context, at_once) > 0)
     {
     }
+    gantry::check_connection(context);
 }
 
 /**
@@ -67,6 +65,7 @@ int loop(GANTRY_cpp_context& context)
     while (!context.stopping)
     {
         run(context, std::nullopt);
+        gantry::check_connection(context);
         if (sd_event_get_state(event) == SD_EVENT_FINISHED)
         {
             break;

@@ -274,7 +274,12 @@ void GANTRY_cpp_context::sanity_check() noexcept
     using gantry::log::trace;
 
     const gantry::NoCancellation no_cancellation;
-    const pid_t caller = gettid();
+    // The kernel is asked once a thread. In a forked child sd_bus_get_tid fails first.
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local pid_t caller = 0;
+    if (caller == 0)
+    {
+        caller = gettid();
+    }
     sd_bus* connection = GANTRY_get_sd_bus(bus);
 
     if (connection != nullptr)

@@ -9,6 +9,7 @@
 #include "edges.hpp"
 #include "for_bus.hpp"
 #include "property_callbacks.hpp"
+#include "transaction.hpp"
 
 #include <bit>
 #include <cerrno>
@@ -16,7 +17,6 @@
 #include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
 #include <sdbusplus/sdbuspp_support/server.hpp>
-#include <sdbusplus/server/transaction.hpp>
 #include <utility>
 
 namespace gantry
@@ -164,7 +164,7 @@ int get_property(sd_bus_message* message, const Object& object, sdbusplus::SdBus
         try
         {
             LentMessage reply(message, bus);
-            sdbusplus::server::transaction::set_id(reply.lent);
+            Transaction::enter(reply.lent, message);
             return append(reply, bus, for_bus((object.*getter)()));
         }
         catch (const sdbusplus::exception::SdBusError& failure)

@@ -1,0 +1,17 @@
+#include "transaction.hpp"
+
+namespace gantry
+{
+
+constinit thread_local Transaction Transaction::last{};
+
+void Transaction::begin(const sdbusplus::message::message& reply, const sd_bus* bus,
+                        std::uint64_t cookie) noexcept
+{
+    sdbusplus::server::transaction::set_id(reply);
+    last.bus = bus;
+    last.cookie = cookie;
+    last.id = sdbusplus::server::transaction::get_id();
+}
+
+} // namespace gantry
