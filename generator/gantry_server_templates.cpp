@@ -23,7 +23,7 @@ namespace $derived
 class GANTRY_API $leaf : public $server::$class
 {
   public:
-    $leaf(sdbusplus::bus::bus& bus, const char* path);
+    $leaf(sdbusplus::bus_t& bus, const char* path);
     $leaf(const $leaf&) = delete;
     $leaf($leaf&&) = delete;
     $leaf& operator=(const $leaf&) = delete;
@@ -76,7 +76,7 @@ void deleter(void* object)
 namespace $derived
 {
 
-$leaf::$leaf(sdbusplus::bus::bus& bus, const char* path) :
+$leaf::$leaf(sdbusplus::bus_t& bus, const char* path) :
     $server::$class(bus, path)
 {
 }

@@ -42,7 +42,7 @@ namespace $server
 class GANTRY_API $class : public $common::$class
 {
   public:
-    $class(sdbusplus::bus::bus& bus, const char* path);
+    $class(sdbusplus::bus_t& bus, const char* path);
     $class(const $class&) = delete;
     $class($class&&) = delete;
     $class& operator=(const $class&) = delete;
@@ -110,7 +110,7 @@ class GANTRY_API $class : public $common::$class
 
 %end
   private:
-    sdbusplus::server::interface::interface server_interface;
+    sdbusplus::server::interface_t server_interface;
     sdbusplus::SdBusInterface* bus_interface;
 %if properties
 
@@ -158,7 +158,7 @@ constexpr char source_stem[] = "server";
 namespace $server
 {
 
-$class::$class(sdbusplus::bus::bus& bus, const char* path) :
+$class::$class(sdbusplus::bus_t& bus, const char* path) :
     server_interface(bus, path, interface, _vtable, this), bus_interface(bus.getInterface())
 {
 }

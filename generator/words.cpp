@@ -147,7 +147,7 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
         words.insert(
             {{"call", "call_message_method"},
              {"result", "void"},
-             {"parameters", "sdbusplus::message::message& message"},
+             {"parameters", "sdbusplus::message_t& message"},
              {"passed", ", message"},
              {"dispatch", std::to_string(slot) + ", " + tuple_of(method.outputs) + inputs}});
     }

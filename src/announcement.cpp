@@ -129,7 +129,7 @@ void note(GANTRY_cpp_context& context, const char* path, const char* interface, 
 
 } // namespace
 
-void announce(sdbusplus::server::interface::interface& interface, const char* member)
+void announce(sdbusplus::server::interface_t& interface, const char* member)
 {
     auto* context = own_context();
     if (context != nullptr &&

@@ -21,7 +21,7 @@ inline constexpr std::uint64_t stalled_queue = 10'000;
 inline constexpr std::uint64_t relieved_queue = 1'000;
 
 /** Announces one property of the object that has this interface. Throws what a getter throws. */
-void announce(sdbusplus::server::interface::interface& interface, const char* member);
+void announce(sdbusplus::server::interface_t& interface, const char* member);
 
 /**
  * Announces several properties of the object at `path` in one signal. `members` ends with a null

@@ -95,7 +95,7 @@ void write(GANTRY_instance& listener, const char* member, sd_bus_message* messag
 
 void answer_with(const Place& place, const Descriptor& descriptor, const char* member,
                  GANTRY_call** call, int* error, const void* values,
-                 void (*append)(const void* values, sdbusplus::message::message& reply))
+                 void (*append)(const void* values, sdbusplus::message_t& reply))
 {
     const auto answer = [&]
     {
@@ -109,7 +109,7 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
         TakenCall taken(open);
         if (taken.wants_reply())
         {
-            auto reply = sdbusplus::message::message(taken.message()).new_method_return();
+            auto reply = sdbusplus::message_t(taken.message()).new_method_return();
             append(values, reply);
             reply.method_return();
         }

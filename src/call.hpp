@@ -9,6 +9,7 @@
  */
 #pragma once
 
+#include "block.hpp"
 #include "c_form.hpp"
 #include "edges.hpp"
 #include "for_bus.hpp"
@@ -108,7 +109,7 @@ inline bool is_taken(sd_bus_message* message) noexcept
 /** Answers an open call of the method with what `append` adds to the reply. */
 void answer_with(const Place& place, const Descriptor& descriptor, const char* member,
                  GANTRY_call** call, int* error, const void* values,
-                 void (*append)(const void* values, sdbusplus::message::message& reply));
+                 void (*append)(const void* values, sdbusplus::message_t& reply));
 
 /** The body of an exported answering function. Cold, so that it is compiled for size. */
 template <class... Values, class... Forms>
@@ -117,10 +118,10 @@ template <class... Values, class... Forms>
 {
     const std::tuple<Forms...> values(forms...);
     answer_with(place, descriptor, member, call, error, &values,
-                [](const void* lent, sdbusplus::message::message& reply)
+                [](const void* lent, sdbusplus::message_t& reply)
                 {
                     std::apply([&](auto... form)
-                               { (reply.append(for_bus(from_c<Values>(form))), ...); },
+                               { (append_value(reply, for_bus(from_c<Values>(form))), ...); },
                                *static_cast<const std::tuple<Forms...>*>(lent));
                 });
 }

@@ -18,7 +18,7 @@ constexpr char source_stem[] = "connection";
 /** A bus object gives its connection only to its friends. */
 struct Connection : private sdbusplus::bus::details::bus_friend
 {
-    static sd_bus* of(const sdbusplus::bus::bus& bus)
+    static sd_bus* of(sdbusplus::bus_t& bus)
     {
         return get_busp(bus);
     }
@@ -85,7 +85,7 @@ void hear_of_losses(GANTRY_cpp_context& context)
 
 } // namespace
 
-sd_bus* GANTRY_get_sd_bus(sdbusplus::bus::bus& bus)
+sd_bus* GANTRY_get_sd_bus(sdbusplus::bus_t& bus)
 {
     return Connection::of(bus);
 }

@@ -299,12 +299,12 @@ void GANTRY_instance_get_user_private(GANTRY_instance* instance, void** out)
 
 // NOLINTBEGIN(readability-non-const-parameter): hosts link to these signatures
 #define GANTRY_DEFINE_TYPE(type, c_type)                                                           \
-    void GANTRY_##type##_parse_parameter(sdbusplus::message::message& message, c_type* out)        \
+    void GANTRY_##type##_parse_parameter(sdbusplus::message_t& message, c_type* out)               \
     {                                                                                              \
         message.read(*out);                                                                        \
     }                                                                                              \
                                                                                                    \
-    void GANTRY_##type##_reply_append(sdbusplus::message::message& message, c_type* appended)      \
+    void GANTRY_##type##_reply_append(sdbusplus::message_t& message, c_type* appended)             \
     {                                                                                              \
         message.append(*appended);                                                                 \
     }                                                                                              \
@@ -325,14 +325,14 @@ GANTRY_FIXED_SIZE_TYPES(GANTRY_DEFINE_TYPE)
 #undef GANTRY_DEFINE_TYPE
 // NOLINTEND(readability-non-const-parameter)
 
-void GANTRY_string_parse_parameter(sdbusplus::message::message& message, char** out)
+void GANTRY_string_parse_parameter(sdbusplus::message_t& message, char** out)
 {
     std::string text;
     message.read(text);
     *out = GANTRY_string_cpp_to_c(text);
 }
 
-void GANTRY_string_reply_append(sdbusplus::message::message& message, char** appended)
+void GANTRY_string_reply_append(sdbusplus::message_t& message, char** appended)
 {
     message.append(gantry::for_bus(GANTRY_string_c_to_cpp(appended)));
 }

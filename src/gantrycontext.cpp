@@ -8,6 +8,7 @@
 #include "connection.hpp"
 #include "deferral.hpp"
 #include "edges.hpp"
+#include "for_bus.hpp"
 #include "object_manager.hpp"
 #include "open_call.hpp"
 
@@ -21,8 +22,12 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <ctime>
+#include <exception>
 #include <new>
+#include <sdbusplus/exception.hpp>
+#include <string>
 #include <utility>
 
 bool GANTRY_use_default = true;
@@ -144,33 +149,53 @@ catch (const std::exception& error)
     GANTRY_LOG_EXCEPTION(error.what());
 }
 
-/** libsystemd as sdbusplus calls it. Logs the failures that sdbusplus ignores. */
+/**
+ * What a client reads of a failure: the failed call and sd-bus's message. Versions of sdbusplus
+ * differ in whether description() has the call; what() is "call: error name: message" in all.
+ */
+std::string text_of(const sdbusplus::exception::SdBusError& failure)
+{
+    std::string text = failure.what();
+    const auto name = std::string(": ") + failure.name();
+    if (const auto found = text.find(name); found != std::string::npos)
+    {
+        text.erase(found, name.size());
+    }
+    return text;
+}
+
+/** libsystemd as sdbusplus calls it: makes the text of a client's error, and logs a lost
+ *  announcement, which sdbusplus ignores. */
 class LoggedBus final : public sdbusplus::SdBusImpl
 {
   public:
-    int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* match,
-                         sd_bus_message_handler_t callback, void* user) override
+    /** For the SdBusError being handled. Its text may come from a host, so it is repaired. */
+    int sd_bus_error_set(sd_bus_error* error, const char* name, const char* message) override
     {
-        const int result = SdBusImpl::sd_bus_add_match(bus, slot, match, callback, user);
-        if (result < 0)
+        if (std::current_exception())
         {
-            GANTRY_LOG(gantry::log::failed, "failed for [%s], rv=%d", match, result);
+            try
+            {
+                throw;
+            }
+            catch (const sdbusplus::exception::SdBusError& failure)
+            {
+                if (std::strcmp(message, failure.description()) == 0)
+                {
+                    const auto text = gantry::for_bus(text_of(failure));
+                    return SdBusImpl::sd_bus_error_set(error, name, text.c_str());
+                }
+            }
+            catch (...)
+            {
+                // Another failure doesn't name a call.
+            }
         }
-        return result;
-    }
-
-    int sd_bus_add_object_manager(sd_bus* bus, sd_bus_slot** slot, const char* path) override
-    {
-        const int result = SdBusImpl::sd_bus_add_object_manager(bus, slot, path);
-        if (result < 0)
-        {
-            GANTRY_LOG(gantry::log::failed, "failed for [%s], rv=%d", path, result);
-        }
-        return result;
+        return SdBusImpl::sd_bus_error_set(error, name, message);
     }
 
     int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path, const char* interface,
-                                            char** names) override
+                                            const char** names) override
     {
         const int result =
             SdBusImpl::sd_bus_emit_properties_changed_strv(bus, path, interface, names);
@@ -187,7 +212,7 @@ class LoggedBus final : public sdbusplus::SdBusImpl
 constinit LoggedBus logged_bus;
 
 /** Opens the connection that GANTRY_use_default selects. */
-sdbusplus::bus::bus open_bus()
+sdbusplus::bus_t open_bus()
 {
     sd_bus* opened = nullptr;
     GANTRY_use_default ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
@@ -197,7 +222,7 @@ sdbusplus::bus::bus open_bus()
     sd_id128_t ignored;
     gantry::uninterrupted([&] { return sd_bus_get_bus_id(opened, &ignored); });
 
-    sdbusplus::bus::bus bus(opened, &logged_bus);
+    sdbusplus::bus_t bus(opened, &logged_bus);
     // A private connection is closed with its last use; a shared one is left to its other users.
     bus.set_should_close(!GANTRY_use_default);
     return bus;
@@ -250,7 +275,10 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
         tracker.pop_back();
         newest.deleter(newest.object);
     }
-    delete std::exchange(object_manager, nullptr);
+    if (object_manager != nullptr)
+    {
+        sd_bus_slot_unref(std::exchange(object_manager, nullptr));
+    }
     gantry::remove_root_managers(*this);
     if (name_lost != nullptr)
     {

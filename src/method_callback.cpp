@@ -9,8 +9,7 @@ namespace gantry
 namespace
 {
 
-/** Sets a failure as the client's error, unless the call was deferred. Its text may come from a
- *  host, so it is repaired. */
+/** Sets a failure as the client's error, unless the call was deferred. */
 int set_error(const ServedCall& served, sdbusplus::SdBusInterface* bus, sd_bus_error* error,
               const sdbusplus::exception::SdBusError& failure)
 {
@@ -18,8 +17,7 @@ int set_error(const ServedCall& served, sdbusplus::SdBusInterface* bus, sd_bus_e
     {
         return 1;
     }
-    const std::string text = for_bus(std::string(failure.description()));
-    return bus->sd_bus_error_set(error, failure.name(), text.c_str());
+    return bus->sd_bus_error_set(error, failure.name(), failure.description());
 }
 
 } // namespace
@@ -32,7 +30,7 @@ int serve_method(sd_bus_message* message, Object& object, sdbusplus::SdBusInterf
     {
         try
         {
-            sdbusplus::message::message call(message, bus);
+            sdbusplus::message_t call(message, bus);
             sdbusplus::server::transaction::set_id(call);
             body(call, served, object, method);
             return served.is_taken() ? served.take(error) : 1;
@@ -45,7 +43,7 @@ int serve_method(sd_bus_message* message, Object& object, sdbusplus::SdBusInterf
     return at_bus_edge(serve, as_handled);
 }
 
-void pass_call(sdbusplus::message::message& call, const ServedCall& /*served*/, Object& object,
+void pass_call(sdbusplus::message_t& call, const ServedCall& /*served*/, Object& object,
                AnyMethod method)
 {
     (object.*method)(call);

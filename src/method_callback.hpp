@@ -7,6 +7,7 @@
  */
 #pragma once
 
+#include "block.hpp"
 #include "call.hpp"
 #include "edges.hpp"
 #include "for_bus.hpp"
@@ -24,25 +25,31 @@ namespace gantry
 template <class Result, class... Arguments>
 using Method = Result (Object::*)(Arguments...);
 
-using MessageMethod = Method<void, sdbusplus::message::message&>;
+using MessageMethod = Method<void, sdbusplus::message_t&>;
 
 /** A method of either shape: the body that it is passed to knows its type. */
 using AnyMethod = MessageMethod;
 
 /** Runs a method for a call and sends the reply, unless the call is taken meanwhile. */
-using MethodBody = void (*)(sdbusplus::message::message& call, const ServedCall& served,
-                            Object& object, AnyMethod method);
+using MethodBody = void (*)(sdbusplus::message_t& call, const ServedCall& served, Object& object,
+                            AnyMethod method);
 
 /** Runs the body of a method's callback between the edges, and returns what sd-bus is to get. */
 int serve_method(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bus,
                  sd_bus_error* error, AnyMethod method, MethodBody body);
 
 template <class... Arguments>
-std::tuple<Arguments...> read_arguments(sdbusplus::message::message& call)
+std::tuple<Arguments...> read_arguments(sdbusplus::message_t& call)
 {
     if constexpr (sizeof...(Arguments) == 0)
     {
         return {};
+    }
+    else if constexpr ((is_block<Arguments> || ...))
+    {
+        std::tuple<Arguments...> arguments{};
+        std::apply([&](auto&... each) { (read_value(call, each), ...); }, arguments);
+        return arguments;
     }
     else
     {
@@ -56,7 +63,7 @@ std::tuple<Arguments...> read_arguments(sdbusplus::message::message& call)
  * before the method runs, so that no lack of memory is found after it.
  */
 template <bool multiple_results, class Result, class... Arguments>
-void answer_call(sdbusplus::message::message& call, const ServedCall& served, Object& object,
+void answer_call(sdbusplus::message_t& call, const ServedCall& served, Object& object,
                  AnyMethod any_method)
 {
     const auto method = std::bit_cast<Method<Result, Arguments...>>(any_method);
@@ -71,17 +78,17 @@ void answer_call(sdbusplus::message::message& call, const ServedCall& served, Ob
     make_sendable(result);
     if constexpr (multiple_results)
     {
-        std::apply([&](const auto&... each) { reply.append(each...); }, result);
+        std::apply([&](const auto&... each) { (append_value(reply, each), ...); }, result);
     }
     else
     {
-        reply.append(result);
+        append_value(reply, result);
     }
     reply.method_return();
 }
 
 /** The body for a method in message shape. */
-void pass_call(sdbusplus::message::message& call, const ServedCall& served, Object& object,
+void pass_call(sdbusplus::message_t& call, const ServedCall& served, Object& object,
                AnyMethod method);
 
 /**
@@ -100,7 +107,7 @@ int call_method(sd_bus_message* message, Class& object, sdbusplus::SdBusInterfac
 /** The callback of a method in message shape. */
 template <class Class>
 int call_message_method(sd_bus_message* message, Class& object, sdbusplus::SdBusInterface* bus,
-                        sd_bus_error* error, void (Class::*method)(sdbusplus::message::message&))
+                        sd_bus_error* error, void (Class::*method)(sdbusplus::message_t&))
 {
     return serve_method(message, reinterpret_cast<Object&>(object), bus, error,
                         std::bit_cast<AnyMethod>(method), pass_call);

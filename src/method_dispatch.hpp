@@ -12,6 +12,7 @@
  */
 #pragma once
 
+#include "block.hpp"
 #include "c_form.hpp"
 #include "call.hpp"
 #include "for_bus.hpp"
@@ -167,7 +168,7 @@ typename Results<Outputs...>::type dispatch(const Place& place, GANTRY_instance*
 
 /** Reads an argument of the message into its C form. */
 template <class Type>
-void read_argument(sdbusplus::message::message& message, typename CForm<Type>::type& form)
+void read_argument(sdbusplus::message_t& message, typename CForm<Type>::type& form)
 {
     if constexpr (std::is_arithmetic_v<Type>)
     {
@@ -180,15 +181,14 @@ void read_argument(sdbusplus::message::message& message, typename CForm<Type>::t
     else
     {
         Type value{};
-        message.read(value);
+        read_value(message, value);
         CForm<Type>::make(form, value);
     }
 }
 
 /** The body of an override in message shape: it makes and sends the reply too. */
 template <std::size_t slot, class Outputs, class... Inputs>
-void dispatch_message(const Place& place, GANTRY_instance* instance,
-                      sdbusplus::message::message& message)
+void dispatch_message(const Place& place, GANTRY_instance* instance, sdbusplus::message_t& message)
 {
     // Whether an SdBusError is one that the client gets: its arguments can't be read, or the
     // results can't be sent. Any other ends the loop.
@@ -198,7 +198,7 @@ void dispatch_message(const Place& place, GANTRY_instance* instance,
         const auto function = find_function(place, instance, slot);
         // Declared first: the reply's reference is dropped after all that the call made is
         // released.
-        std::optional<sdbusplus::message::message> reply;
+        std::optional<sdbusplus::message_t> reply;
         SlotCall<std::tuple<Inputs...>, Outputs> call;
         std::apply([&](auto&... input) { (read_argument<Inputs>(message, input), ...); },
                    call.inputs.forms);
@@ -213,7 +213,7 @@ void dispatch_message(const Place& place, GANTRY_instance* instance,
         [&]<class... Types>(std::type_identity<std::tuple<Types...>>)
         {
             std::apply([&](auto&... output)
-                       { (reply->append(for_bus(read_form<Types>(output))), ...); },
+                       { (append_value(*reply, for_bus(read_form<Types>(output))), ...); },
                        call.outputs.forms);
         }(std::type_identity<Outputs>{});
         is_for_client = false;

@@ -52,7 +52,7 @@ struct Descriptor
     const Properties* properties;
 
     /** Makes the object and joins it to its record, which it owns from then on. */
-    void* (*create)(sdbusplus::bus::bus& bus, GANTRY_instance* instance);
+    void* (*create)(sdbusplus::bus_t& bus, GANTRY_instance* instance);
     /** The object's record. */
     GANTRY_instance* (*instance_of)(const void* object);
     /** Deletes an object of the class through its virtual destructor. */
@@ -64,7 +64,7 @@ struct Descriptor
 
 /** A descriptor's `create` for a class. */
 template <class Class>
-void* create(sdbusplus::bus::bus& bus, GANTRY_instance* instance)
+void* create(sdbusplus::bus_t& bus, GANTRY_instance* instance)
 {
     auto* object = new Class(bus, instance->path);
     instance->the_service = object;

@@ -34,18 +34,6 @@ namespace
 constexpr char source_stem[] = "object_manager";
 constexpr char manager_interface[] = "org.freedesktop.DBus.ObjectManager";
 
-using Manager = sdbusplus::server::manager::manager;
-
-/** The holder consists of one slot pointer, which it gives to nobody. */
-sd_bus_slot* slot_of(const Manager& manager)
-{
-    static_assert(sizeof(Manager) == sizeof(sd_bus_slot*));
-    sd_bus_slot* slot = nullptr;
-    // NOLINTNEXTLINE(bugprone-sizeof-expression): it is the pointer that is copied
-    std::memcpy(&slot, static_cast<const void*>(&manager), sizeof slot);
-    return slot;
-}
-
 struct FreeStrings
 {
     void operator()(char** strings) const noexcept
@@ -190,16 +178,18 @@ const RootManager* next_above(const RootManager* root, const Published& object)
 
 sd_bus_slot* add_object_manager(GANTRY_cpp_context& context, const char* path)
 {
-    auto added = std::make_unique<Manager>(context.bus, path);
-    const std::unique_ptr<Manager> earlier{std::exchange(context.object_manager, added.release())};
-    if (earlier != nullptr)
+    sd_bus_slot* added = nullptr;
+    const int result = sd_bus_add_object_manager(GANTRY_get_sd_bus(context.bus), &added, path);
+    if (result < 0)
     {
-        if (sd_bus_slot* slot = slot_of(*earlier); slot != nullptr)
-        {
-            sd_bus_slot_set_floating(slot, 1);
-        }
+        GANTRY_LOG(log::failed, "sd_bus_add_object_manager failed for [%s], rv=%d", path, result);
     }
-    return slot_of(*context.object_manager);
+    if (sd_bus_slot* earlier = std::exchange(context.object_manager, added); earlier != nullptr)
+    {
+        sd_bus_slot_set_floating(earlier, 1);
+        sd_bus_slot_unref(earlier);
+    }
+    return added;
 }
 
 void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexcept
@@ -208,9 +198,9 @@ void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexc
     {
         return;
     }
-    if (context.object_manager != nullptr && slot_of(*context.object_manager) == slot)
+    if (context.object_manager == slot)
     {
-        delete std::exchange(context.object_manager, nullptr);
+        sd_bus_slot_unref(std::exchange(context.object_manager, nullptr));
         return;
     }
     // No longer floating, it has one reference, which is dropped here.

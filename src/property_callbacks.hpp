@@ -30,7 +30,7 @@ using Passed = std::conditional_t<std::is_scalar_v<Type>, Type, Type&>;
  */
 template <class Type>
 Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,
-         sdbusplus::server::interface::interface& interface, const char* member);
+         sdbusplus::server::interface_t& interface, const char* member);
 
 /** The class-independent core of set_and_announce(). */
 template <class Type>

@@ -5,13 +5,13 @@
 #pragma once
 
 #include "announcement.hpp"
+#include "block.hpp"
 #include "call.hpp"
 #include "edges.hpp"
 #include "for_bus.hpp"
 #include "property_callbacks.hpp"
 #include "transaction.hpp"
 
-#include <bit>
 #include <cerrno>
 #include <functional>
 #include <sdbusplus/exception.hpp>
@@ -24,7 +24,7 @@ namespace gantry
 
 template <class Type>
 Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,
-         sdbusplus::server::interface::interface& interface, const char* member)
+         sdbusplus::server::interface_t& interface, const char* member)
 {
     if (stored != value)
     {
@@ -98,7 +98,7 @@ union LentMessage
     LentMessage& operator=(const LentMessage&) = delete;
     LentMessage& operator=(LentMessage&&) = delete;
 
-    sdbusplus::message::message lent;
+    sdbusplus::message_t lent;
 };
 
 /**
@@ -110,24 +110,6 @@ inline bool has_failed(sd_bus_message* reply)
 {
     constexpr unsigned char second = 0;
     return sd_bus_message_append_basic(reply, SD_BUS_TYPE_BYTE, &second) == -ESTALE;
-}
-
-/** The letter that a number's type has in a signature. */
-template <class Number>
-constexpr char number_letter()
-{
-    if constexpr (std::is_same_v<Number, bool>)
-    {
-        return SD_BUS_TYPE_BOOLEAN;
-    }
-    else if constexpr (std::is_floating_point_v<Number>)
-    {
-        return SD_BUS_TYPE_DOUBLE;
-    }
-    else
-    {
-        return (std::is_signed_v<Number> ? "?nix" : "yqut")[std::countr_zero(sizeof(Number))];
-    }
 }
 
 /** Appends a property's value. Returns a negative errno if it fails. */
@@ -150,7 +132,7 @@ int append(LentMessage& reply, sdbusplus::SdBusInterface* bus, const Type& value
     }
     else
     {
-        reply.lent.append(value);
+        append_value(reply.lent, value);
         return has_failed(message) ? -ENOMEM : 1;
     }
 }
@@ -192,7 +174,7 @@ int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterfac
 
 #define GANTRY_NUMBER_PROPERTY(...)                                                                \
     template __VA_ARGS__ set(__VA_ARGS__&, Passed<__VA_ARGS__>, bool,                              \
-                             sdbusplus::server::interface::interface&, const char*);               \
+                             sdbusplus::server::interface_t&, const char*);                        \
     template int get_property(sd_bus_message*, const Object&, sdbusplus::SdBusInterface*,          \
                               sd_bus_error*, Getter<__VA_ARGS__>);
 

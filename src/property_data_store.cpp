@@ -8,7 +8,7 @@ namespace gantry
 {
 
 std::string set_key(std::string& stored, std::string& value, bool skip_signal,
-                    sdbusplus::server::interface::interface& interface, const char* member,
+                    sdbusplus::server::interface_t& interface, const char* member,
                     const char* class_name)
 {
     static_cast<void>(set(stored, value, skip_signal, interface, member));

@@ -12,7 +12,7 @@ namespace gantry
 
 /** set() for such a property. Registers the key even if the value is the same. */
 std::string set_key(std::string& stored, std::string& value, bool skip_signal,
-                    sdbusplus::server::interface::interface& interface, const char* member,
+                    sdbusplus::server::interface_t& interface, const char* member,
                     const char* class_name);
 
 /** Called by the destructor: removes the key that the property holds. */

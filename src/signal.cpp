@@ -1,5 +1,6 @@
 #include "signal.hpp"
 
+#include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
 #include <cstdint>
@@ -68,6 +69,13 @@ int end_minute(sd_event_source* /*source*/, std::uint64_t /*time*/, void* data)
     return 0;
 }
 
+int hear(sd_bus_message* message, void* data, sd_bus_error* /*error*/)
+{
+    sdbusplus::message_t arrived(message);
+    static_cast<Subscription*>(data)->arrival(arrived);
+    return 0;
+}
+
 } // namespace
 
 void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char* what)
@@ -86,12 +94,17 @@ void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char*
 }
 
 void subscribe(GANTRY_cpp_context& context, const char* member,
-               std::function<void(sdbusplus::message::message&)> arrival)
+               std::function<void(sdbusplus::message_t&)> arrival)
 {
     const auto rule = std::string("type='signal',member='") + member + "',";
-    auto match = std::make_unique<sdbusplus::bus::match::match>(context.bus, rule.c_str(),
-                                                                std::move(arrival));
-    context.signal_matches.push_back(std::move(match));
+    auto subscription = std::make_unique<Subscription>(std::move(arrival));
+    const int result = sd_bus_add_match(GANTRY_get_sd_bus(context.bus), &subscription->slot,
+                                        rule.c_str(), hear, subscription.get());
+    if (result < 0)
+    {
+        GANTRY_LOG(log::failed, "sd_bus_add_match failed for [%s], rv=%d", rule.c_str(), result);
+    }
+    context.signal_matches.push_back(std::move(subscription));
 }
 
 } // namespace gantry

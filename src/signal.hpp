@@ -11,6 +11,7 @@
  */
 #pragma once
 
+#include "block.hpp"
 #include "edges.hpp"
 #include "for_bus.hpp"
 #include "gantrycontext.hpp"
@@ -27,11 +28,10 @@ namespace gantry
 
 /** An emitting operation's body. Throws SdBusError when the signal can't be made or sent. */
 template <class... Values>
-void emit(sdbusplus::server::interface::interface& interface, const char* member,
-          const Values&... values)
+void emit(sdbusplus::server::interface_t& interface, const char* member, const Values&... values)
 {
     auto message = interface.new_signal(member);
-    message.append(for_bus(values)...);
+    (append_value(message, for_bus(values)), ...);
     message.signal_send();
 }
 
@@ -62,7 +62,7 @@ catch (const std::exception& failure)
 
 /** Adds a match on the member name to the context. */
 void subscribe(GANTRY_cpp_context& context, const char* member,
-               std::function<void(sdbusplus::message::message&)> arrival);
+               std::function<void(sdbusplus::message_t&)> arrival);
 
 /** Logs that a signal can't be read. Since anyone can send such signals, only the first nine of a
  *  minute have a line each; the others are counted, and one line has their number. */
@@ -71,8 +71,8 @@ void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char*
 /** Reads a signal's values. Returns false, and logs it, if they have other types than the table's.
  */
 template <class... Values>
-bool read_signal(const Place& place, GANTRY_cpp_context& context,
-                 sdbusplus::message::message& message, CForms<Values...>& values)
+bool read_signal(const Place& place, GANTRY_cpp_context& context, sdbusplus::message_t& message,
+                 CForms<Values...>& values)
 try
 {
     std::apply([&](auto&... form) { (read_argument<Values>(message, form), ...); }, values.forms);
@@ -100,7 +100,7 @@ try
     }
     subscribe(*context, member,
               [context, callback = reinterpret_cast<Form>(callback), stem = place.stem,
-               line = place.line](sdbusplus::message::message& message)
+               line = place.line](sdbusplus::message_t& message)
               {
                   if (context->freed != nullptr)
                   {

@@ -5,7 +5,7 @@ namespace gantry
 
 constinit thread_local Transaction Transaction::last{};
 
-void Transaction::begin(const sdbusplus::message::message& reply, const sd_bus* bus,
+void Transaction::begin(sdbusplus::message_t& reply, const sd_bus* bus,
                         std::uint64_t cookie) noexcept
 {
     sdbusplus::server::transaction::set_id(reply);

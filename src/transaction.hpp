@@ -19,7 +19,7 @@ class Transaction
 {
   public:
     /** Makes the call that this reply answers the thread's transaction. A signal has cookie 0. */
-    [[gnu::always_inline]] static void enter(const sdbusplus::message::message& reply,
+    [[gnu::always_inline]] static void enter(sdbusplus::message_t& reply,
                                              sd_bus_message* message) noexcept
     {
         std::uint64_t cookie = 0;
@@ -33,7 +33,7 @@ class Transaction
     }
 
   private:
-    [[gnu::noinline]] static void begin(const sdbusplus::message::message& reply, const sd_bus* bus,
+    [[gnu::noinline]] static void begin(sdbusplus::message_t& reply, const sd_bus* bus,
                                         std::uint64_t cookie) noexcept;
 
     const sd_bus* bus;

@@ -8,14 +8,15 @@
 #include <gantry/context.h>
 
 #include <sdbusplus/bus.hpp>
-#include <sdbusplus/bus/match.hpp>
-#include <sdbusplus/server/manager.hpp>
+#include <sdbusplus/message.hpp>
 #include <sdeventplus/event.hpp>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace gantry
@@ -23,6 +24,31 @@ namespace gantry
 struct Descriptor;
 struct FreedObject;
 struct RootManager;
+
+/**
+ * A match, and what each arrival is passed to. sdbusplus's holder of a match doesn't tell whether
+ * the connection refused it, and aborts the process if the thread ends inside the callback.
+ */
+struct Subscription
+{
+    explicit Subscription(std::function<void(sdbusplus::message_t&)> heard) :
+        arrival(std::move(heard))
+    {
+    }
+
+    Subscription(const Subscription&) = delete;
+    Subscription(Subscription&&) = delete;
+    Subscription& operator=(const Subscription&) = delete;
+    Subscription& operator=(Subscription&&) = delete;
+
+    ~Subscription()
+    {
+        sd_bus_slot_unref(slot);
+    }
+
+    std::function<void(sdbusplus::message_t&)> arrival;
+    sd_bus_slot* slot = nullptr;
+};
 } // namespace gantry
 
 struct GANTRY_cpp_context
@@ -47,7 +73,7 @@ struct GANTRY_cpp_context
      */
     GANTRY_API void sanity_check() noexcept;
 
-    sdbusplus::bus::bus bus;
+    sdbusplus::bus_t bus;
     sdeventplus::Event event;
 
     /** Null: no name was set yet. Empty: no name is wanted. The host owns the text. */
@@ -55,7 +81,7 @@ struct GANTRY_cpp_context
 
     /** The object manager added last, unless its object was freed. Earlier ones belong to the
      *  connection. */
-    sdbusplus::server::manager::manager* object_manager = nullptr;
+    sd_bus_slot* object_manager = nullptr;
 
     void* user_private = nullptr;
 
@@ -65,7 +91,7 @@ struct GANTRY_cpp_context
     /** True until destruction begins. */
     bool running = true;
 
-    std::vector<std::unique_ptr<sdbusplus::bus::match::match>> signal_matches;
+    std::vector<std::unique_ptr<gantry::Subscription>> signal_matches;
 
     /** Seconds of CLOCK_MONOTONIC at the last health check; 0 before the first. */
     std::int64_t last_serviced = 0;
@@ -133,4 +159,4 @@ GANTRY_API void GANTRY_cpp_context_set_user_private(GANTRY_cpp_context* context,
                                                     void* user_private);
 
 /** The connection under a bus object, without a further reference. */
-GANTRY_API sd_bus* GANTRY_get_sd_bus(sdbusplus::bus::bus& bus);
+GANTRY_API sd_bus* GANTRY_get_sd_bus(sdbusplus::bus_t& bus);

@@ -15,10 +15,8 @@
 #include <string>
 
 #define GANTRY_DECLARE_TYPE(type, value)                                                           \
-    GANTRY_API void GANTRY_##type##_parse_parameter(sdbusplus::message::message& message,          \
-                                                    value* out);                                   \
-    GANTRY_API void GANTRY_##type##_reply_append(sdbusplus::message::message& message,             \
-                                                 value* appended);
+    GANTRY_API void GANTRY_##type##_parse_parameter(sdbusplus::message_t& message, value* out);    \
+    GANTRY_API void GANTRY_##type##_reply_append(sdbusplus::message_t& message, value* appended);
 GANTRY_FIXED_SIZE_TYPES(GANTRY_DECLARE_TYPE)
 GANTRY_DECLARE_TYPE(string, char*)
 #undef GANTRY_DECLARE_TYPE

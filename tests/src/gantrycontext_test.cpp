@@ -328,9 +328,10 @@ TEST_F(Context, DestroysObjectsNewestFirstThenTheManagerThenMatches)
                                     destroy(name);
                                     dying->tracker.push_back({names[3], destroy});
                                 }});
-    context->object_manager = new sdbusplus::server::manager::manager(context->bus, "/managed");
-    context->signal_matches.push_back(std::make_unique<sdbusplus::bus::match::match>(
-        context->bus, "type='signal',member='Refresh',", [](auto&) {}));
+    sd_bus* bus = GANTRY_get_sd_bus(context->bus);
+    sd_bus_add_object_manager(bus, &context->object_manager, "/managed");
+    context->signal_matches.push_back(std::make_unique<gantry::Subscription>(nullptr));
+    sd_bus_add_match(bus, &context->signal_matches.back()->slot, "type='signal'", nullptr, nullptr);
     record.clear();
     GANTRY_context_free(&context);
     EXPECT_THAT(record, ElementsAre("3rd", "new", "2nd", "1st", "sd_bus_slot_unref",

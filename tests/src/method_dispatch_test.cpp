@@ -278,7 +278,7 @@ struct Override : GANTRY_com_orvane_velmar_sample_gantrytest::gantrytest
     {
         throw sdbusplus::exception::SdBusError(EBUSY, "text\xFF");
     }
-    void tryStringD(sdbusplus::message::message& message) override
+    void tryStringD(sdbusplus::message_t& message) override
     {
         std::string in;
         message.read(in);

@@ -340,7 +340,7 @@ TEST_F(Surroundings, ADeadSubscriptionIsLogged)
     add_match = {-ENOMEM};
     GANTRY_receive_signal__com_orvane_velmar_sample_gantrytest__faultAdded(
         context, [](GANTRY_cpp_context*, char*) {});
-    EXPECT_EQ(logged(2), "2 gantrycontext.sd_bus_add_match: failed for "
+    EXPECT_EQ(logged(2), "2 signal.subscribe: sd_bus_add_match failed for "
                          "[type='signal',member='faultAdded',], rv=-12\n");
 }
 

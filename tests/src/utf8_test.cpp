@@ -21,7 +21,7 @@ class Utf8 : public testing::Test
     std::string sent(std::string text)
     {
         const support::Message made = client.new_signal("/", "a.b", "c");
-        sdbusplus::message::message message(made.get());
+        sdbusplus::message_t message(made.get());
         char* given = text.data();
         GANTRY_string_reply_append(message, &given);
         support::check(sd_bus_message_seal(made.get(), 1, 0));

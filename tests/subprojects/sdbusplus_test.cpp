@@ -17,8 +17,8 @@ namespace
 {
 
 using namespace std::string_literals;
+using message = sdbusplus::message_t;
 using sdbusplus::exception::SdBusError;
-using sdbusplus::message::message;
 using support::Client;
 
 template <typename... Args>

@@ -52,8 +52,7 @@ message::message interface::new_signal(const char* member) const
 
 void interface::property_changed(const char* property)
 {
-    // sd-bus takes the list as a strv of mutable strings and only reads it.
-    char* names[] = {const_cast<char*>(property), nullptr};
+    const char* names[] = {property, nullptr};
     connection.getInterface()->sd_bus_emit_properties_changed_strv(get_busp(connection),
                                                                    object_path.get(), name, names);
 }

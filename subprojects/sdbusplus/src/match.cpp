@@ -27,8 +27,7 @@ match::match(bus& b, const char* rule, callback_t c) :
     held(std::make_unique<callback_t>(std::move(c)))
 {
     sd_bus_slot* s = nullptr;
-    b.getInterface()->sd_bus_add_match(details::bus_friend::get_busp(b), &s, rule, &trampoline,
-                                       held.get());
+    sd_bus_add_match(details::bus_friend::get_busp(b), &s, rule, &trampoline, held.get());
     registration.reset(s);
 }
 

@@ -97,23 +97,6 @@ void Reader::skip_variant() const
     check(intf->sd_bus_message_skip(m, "v"), "sd_bus_message_skip variant");
 }
 
-bool Reader::block(char type, std::size_t width, const void*& data, std::size_t& count) const
-{
-    std::size_t size = 0;
-    // If this call fails, sd-bus restores the read position.
-    if (intf->sd_bus_message_read_array(m, type, &data, &size) < 0)
-    {
-        return false;
-    }
-    if (size % width != 0)
-    {
-        // The array ends inside an element; reading it by elements would fail at its exit.
-        check(-EBUSY, vector_container.exit);
-    }
-    count = size / width;
-    return true;
-}
-
 void read_value(const Reader& from, std::string& value)
 {
     value = from.string();

@@ -14,15 +14,13 @@ namespace sdbusplus
 class SdBusInterface
 {
   public:
-    virtual int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* match,
-                                 sd_bus_message_handler_t callback, void* userdata) = 0;
     virtual int sd_bus_add_object_manager(sd_bus* bus, sd_bus_slot** slot, const char* path) = 0;
     virtual int sd_bus_add_object_vtable(sd_bus* bus, sd_bus_slot** slot, const char* path,
                                          const char* interface, const sd_bus_vtable* vtable,
                                          void* userdata) = 0;
     virtual int sd_bus_attach_event(sd_bus* bus, sd_event* e, int priority) = 0;
     virtual int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path,
-                                                    const char* interface, char** names) = 0;
+                                                    const char* interface, const char** names) = 0;
     virtual int sd_bus_error_set(sd_bus_error* e, const char* name, const char* message) = 0;
     virtual int sd_bus_error_set_errno(sd_bus_error* e, int error) = 0;
     virtual int sd_bus_error_is_set(const sd_bus_error* e) = 0;
@@ -36,8 +34,6 @@ class SdBusInterface
     virtual sd_bus_slot* sd_bus_slot_unref(sd_bus_slot* slot) = 0;
     virtual sd_bus* sd_bus_unref(sd_bus* bus) = 0;
     virtual int sd_bus_wait(sd_bus* bus, uint64_t timeout_usec) = 0;
-    virtual int sd_bus_message_append_array(sd_bus_message* m, char type, const void* ptr,
-                                            size_t size) = 0;
     virtual int sd_bus_message_append_basic(sd_bus_message* m, char type, const void* value) = 0;
     virtual int sd_bus_message_at_end(sd_bus_message* m, int complete) = 0;
     virtual int sd_bus_message_close_container(sd_bus_message* m) = 0;
@@ -52,8 +48,6 @@ class SdBusInterface
                                           const char* interface, const char* member) = 0;
     virtual int sd_bus_message_open_container(sd_bus_message* m, char type,
                                               const char* contents) = 0;
-    virtual int sd_bus_message_read_array(sd_bus_message* m, char type, const void** ptr,
-                                          size_t* size) = 0;
     virtual int sd_bus_message_read_basic(sd_bus_message* m, char type, void* value) = 0;
     virtual sd_bus_message* sd_bus_message_ref(sd_bus_message* m) = 0;
     virtual int sd_bus_message_skip(sd_bus_message* m, const char* types) = 0;
@@ -69,12 +63,6 @@ class SdBusInterface
 class SdBusImpl : public SdBusInterface
 {
   public:
-    int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* match,
-                         sd_bus_message_handler_t callback, void* userdata) override
-    {
-        return ::sd_bus_add_match(bus, slot, match, callback, userdata);
-    }
-
     int sd_bus_add_object_manager(sd_bus* bus, sd_bus_slot** slot, const char* path) override
     {
         return ::sd_bus_add_object_manager(bus, slot, path);
@@ -93,9 +81,11 @@ class SdBusImpl : public SdBusInterface
     }
 
     int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path, const char* interface,
-                                            char** names) override
+                                            const char** names) override
     {
-        return ::sd_bus_emit_properties_changed_strv(bus, path, interface, names);
+        // sd-bus takes the list as a strv of mutable strings and only reads it.
+        return ::sd_bus_emit_properties_changed_strv(bus, path, interface,
+                                                     const_cast<char**>(names));
     }
 
     int sd_bus_error_set(sd_bus_error* e, const char* name, const char* message) override
@@ -163,12 +153,6 @@ class SdBusImpl : public SdBusInterface
         return ::sd_bus_wait(bus, timeout_usec);
     }
 
-    int sd_bus_message_append_array(sd_bus_message* m, char type, const void* ptr,
-                                    size_t size) override
-    {
-        return ::sd_bus_message_append_array(m, type, ptr, size);
-    }
-
     int sd_bus_message_append_basic(sd_bus_message* m, char type, const void* value) override
     {
         return ::sd_bus_message_append_basic(m, type, value);
@@ -223,12 +207,6 @@ class SdBusImpl : public SdBusInterface
     int sd_bus_message_open_container(sd_bus_message* m, char type, const char* contents) override
     {
         return ::sd_bus_message_open_container(m, type, contents);
-    }
-
-    int sd_bus_message_read_array(sd_bus_message* m, char type, const void** ptr,
-                                  size_t* size) override
-    {
-        return ::sd_bus_message_read_array(m, type, ptr, size);
     }
 
     int sd_bus_message_read_basic(sd_bus_message* m, char type, void* value) override

@@ -34,11 +34,6 @@ class Writer
         intf->sd_bus_message_append_basic(m, type, value);
     }
 
-    void block(char type, const void* data, std::size_t size) const
-    {
-        intf->sd_bus_message_append_array(m, type, data, size);
-    }
-
     void open(char type, const char* contents) const
     {
         intf->sd_bus_message_open_container(m, type, contents);
@@ -106,14 +101,7 @@ void append_array(const Writer& to, const Elements& elements)
 template <class T>
 void append_value(const Writer& to, const std::vector<T>& value)
 {
-    if constexpr (types::Number<T>)
-    {
-        to.block(types::type_letter<T>, value.data(), value.size() * sizeof(T));
-    }
-    else
-    {
-        append_array(to, value);
-    }
+    append_array(to, value);
 }
 
 template <class T>

@@ -59,14 +59,6 @@ class Reader
     bool is_variant(const char* contents) const;
     void skip_variant() const;
 
-    /**
-     * Gets an array of numbers of `width` bytes as one block, which is part of the message. Returns
-     * false if sd-bus has no block: the sender's byte order differs, or a call would fail. The
-     * position is then still before the array, so the caller reads it by elements, which succeeds
-     * or fails at the call concerned.
-     */
-    bool block(char type, std::size_t width, const void*& data, std::size_t& count) const;
-
   private:
     SdBusInterface* intf;
     sd_bus_message* m;
@@ -115,17 +107,6 @@ void read_array(const Reader& from, const Container& container, const char* cont
 template <class T>
 void read_value(const Reader& from, std::vector<T>& value)
 {
-    if constexpr (types::Number<T>)
-    {
-        const void* data = nullptr;
-        std::size_t count = 0;
-        if (from.block(types::type_letter<T>, sizeof(T), data, count))
-        {
-            const T* first = static_cast<const T*>(data);
-            value.assign(first, first + count);
-            return;
-        }
-    }
     read_array(from, vector_container, types::type_id<T>.data(),
                [&]
                {
