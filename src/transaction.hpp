@@ -20,7 +20,7 @@ class Transaction
   public:
     /** Makes the call that this reply answers the thread's transaction. A signal has cookie 0. */
     [[gnu::always_inline]] static void enter(sdbusplus::message_t& reply,
-                                             sd_bus_message* message) noexcept
+                                             sd_bus_message* message)
     {
         std::uint64_t cookie = 0;
         sd_bus_message_get_reply_cookie(message, &cookie);
@@ -34,7 +34,7 @@ class Transaction
 
   private:
     [[gnu::noinline]] static void begin(sdbusplus::message_t& reply, const sd_bus* bus,
-                                        std::uint64_t cookie) noexcept;
+                                        std::uint64_t cookie);
 
     const sd_bus* bus;
     std::uint64_t cookie;

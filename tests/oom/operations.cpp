@@ -62,6 +62,13 @@ const auto hear = [](const char* what) { uncounted([&] { heard.insert(what); });
 const auto bus = [] { return GANTRY_get_sd_bus(context->bus); };
 const auto one_pass = [] { GANTRY_dbus_loop_one_pass(context); };
 
+// Empty once the connection is lost.
+std::string unique_name()
+{
+    const char* unique = nullptr;
+    return sd_bus_get_unique_name(bus(), &unique) < 0 ? "" : unique;
+}
+
 bool is_ready()
 {
     return context != nullptr && sd_bus_is_ready(bus()) > 0;
@@ -104,7 +111,7 @@ void make_host()
     publish_inventory(context, nullptr, "/c", nullptr);
     GANTRY_instance_find(context, bios, "/b", &object);
     sd_bus_add_object_vtable(bus(), nullptr, "/raw", name, raw, texts);
-    service = context->bus.get_unique_name();
+    service = unique_name();
     // A loop that is short of memory ends behind its first message.
     const auto stop = [](sd_event_source*, void*)
     { return memory::counts ? GANTRY_context_stop(nullptr), 0 : 0; };
@@ -152,7 +159,7 @@ std::multiset<std::string> look()
     free(std::exchange(text, nullptr));
     see(strings == nullptr ? "" : strings->data[0]);
     GANTRY_strings_free(&strings);
-    service = context == nullptr ? service : context->bus.get_unique_name();
+    service = context == nullptr ? service : unique_name();
     see(client->name_owner(service.c_str()).empty() ? "" : "connected");
     see(client->name_owner(name).empty() ? "" : "named");
     object = nullptr;
