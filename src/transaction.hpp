@@ -19,8 +19,7 @@ class Transaction
 {
   public:
     /** Makes the call that this reply answers the thread's transaction. A signal has cookie 0. */
-    [[gnu::always_inline]] static void enter(sdbusplus::message_t& reply,
-                                             sd_bus_message* message)
+    [[gnu::always_inline]] static void enter(sdbusplus::message_t& reply, sd_bus_message* message)
     {
         std::uint64_t cookie = 0;
         sd_bus_message_get_reply_cookie(message, &cookie);
