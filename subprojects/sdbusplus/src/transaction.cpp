@@ -2,8 +2,6 @@
 
 #include "sdbusplus/server/transaction.hpp"
 
-#include <bit>
-
 namespace sdbusplus
 {
 namespace server
@@ -31,7 +29,7 @@ void set_id(const message::message& m) noexcept
     // connection.
     constexpr uint64_t spread = 0x9e3779b97f4a7c15;
     const sd_bus* bus = intf->sd_bus_message_get_bus(m.get());
-    current = std::bit_cast<uintptr_t>(bus) ^ (cookie * spread);
+    current = reinterpret_cast<uintptr_t>(bus) ^ (cookie * spread);
 }
 
 uint64_t get_id() noexcept
