@@ -37,6 +37,8 @@ constexpr auto usage = R"(gantrygen: code that follows from an interface's membe
     gantrygen --html TABLE...            prints the same as a page with an index and a search
     gantrygen --symbols TABLE...         prints the symbols that the library exports for the tables,
                                          without parameter lists
+    gantrygen --version                  prints the version that gantrygen is of
+    gantrygen --help                     prints this text
 
 TABLE is com/orvane/velmar/<group>/<Name>/server.xml, for the interface of that name.
 )";
@@ -127,6 +129,10 @@ bool obey(std::span<const std::string> arguments, std::ostream& out)
     if (first == "--help" && rest.empty())
     {
         out << usage;
+    }
+    else if (first == "--version" && rest.empty())
+    {
+        out << "gantrygen " GANTRYGEN_VERSION "\n";
     }
     else if (first == "--headers" && rest.size() > 1)
     {

@@ -217,4 +217,15 @@ TEST(Command_line, A_mistake_is_no_success)
     EXPECT_EQ(gantrygen_run({"a", "b"}).first, 2);
 }
 
+TEST(Command_line, An_unknown_option_is_no_table_and_what_it_asks_is_answered)
+{
+    for (const std::string wrong : {"--none", "--version=1"})
+    {
+        const auto [status, text] = gantrygen_run({wrong});
+        EXPECT_EQ(status, 2) << wrong;
+        EXPECT_EQ(text, gantrygen_run({"--help"}).second);
+    }
+    EXPECT_TRUE(gantrygen_run({"--version"}).second.starts_with("gantrygen 0."));
+}
+
 } // namespace
