@@ -10,6 +10,7 @@
  */
 #define _POSIX_C_SOURCE 200809L /* CLOCK_MONOTONIC, and siginfo_t for sd-event */
 
+#include "ethtool.h"
 #include "inventory.h"
 #include "links.h"
 #include "network.h"
@@ -119,6 +120,7 @@ int main(int argc, char** argv)
         return EXIT_FAILURE;
     }
     GANTRY_context_manage(context, "/com/orvane/velmar", NULL);
+    ethtool_open(sys);
     publish_readiness(context);
     publish_firmware(context, sys);
     publish_software(context, sys);
@@ -126,7 +128,7 @@ int main(int argc, char** argv)
     publish_pci_devices(context, sys);
     publish_slots(context, event, sys, dumps);
     publish_usb_devices(context, sys);
-    network_publish(&network, context, sys);
+    network_publish(&network, context, sys, getenv("INVENTORYD_EVERY_INTERFACE") != NULL);
     declare_readiness(context);
 
     sd_notify(0, "READY=1");
