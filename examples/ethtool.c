@@ -33,6 +33,21 @@ bool ethtool_ask(const char* device, void* request, size_t size)
     return ioctl(fd, SIOCETHTOOL, &parameter) == 0;
 }
 
+struct ethtool_drvinfo ethtool_ask_driver(const char* device)
+{
+    static const struct ethtool_drvinfo none;
+    struct ethtool_drvinfo driver = {.cmd = ETHTOOL_GDRVINFO};
+    if (!ethtool_ask(device, &driver, sizeof driver))
+    {
+        return none;
+    }
+    driver.version[sizeof driver.version - 1] = '\0';
+    driver.fw_version[sizeof driver.fw_version - 1] = '\0';
+    driver.erom_version[sizeof driver.erom_version - 1] = '\0';
+    driver.bus_info[sizeof driver.bus_info - 1] = '\0';
+    return driver;
+}
+
 bool ethtool_ask_link(const char* device, union ethtool_link* link)
 {
     struct ethtool_link_settings* settings = &link->settings;

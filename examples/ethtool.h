@@ -38,6 +38,9 @@ void ethtool_open(const char* sys);
  * or none for this process. */
 bool ethtool_ask(const char* device, void* request, size_t size);
 
+/* The texts are empty if there is no answer. */
+struct ethtool_drvinfo ethtool_ask_driver(const char* device);
+
 bool ethtool_ask_link(const char* device, union ethtool_link* link);
 
 /* Whether the link mode, an ETHTOOL_LINK_MODE_*_BIT, is one of those. */

@@ -11,6 +11,7 @@
 #define _POSIX_C_SOURCE 200809L /* CLOCK_MONOTONIC, and siginfo_t for sd-event */
 
 #include "ethtool.h"
+#include "hwdb.h"
 #include "inventory.h"
 #include "links.h"
 #include "network.h"
@@ -128,6 +129,7 @@ int main(int argc, char** argv)
     publish_pci_devices(context, sys);
     publish_slots(context, event, sys, dumps);
     publish_usb_devices(context, sys);
+    hwdb_close();
     network_publish(&network, context, sys, getenv("INVENTORYD_EVERY_INTERFACE") != NULL);
     declare_readiness(context);
 

@@ -32,8 +32,8 @@ static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* u
     {
         return 0;
     }
-    /* Messages are lost if the socket's or this buffer is too small for them. The next refresh finds
-     * what they told. */
+    /* Messages are lost if the socket's or this buffer is too small for them. The next refresh
+     * finds what they told. */
     if ((received < 0 && errno == ENOBUFS) || received > (ssize_t)sizeof buffer)
     {
         return 0;

@@ -103,20 +103,16 @@ void nic_partition_read(struct object* object, const char* device,
 
 static void put_driver(struct object* object, const char* device, const struct rtnetlink_link* link)
 {
-    struct ethtool_drvinfo info = {.cmd = ETHTOOL_GDRVINFO};
+    const struct ethtool_drvinfo info = ethtool_ask_driver(device);
     struct pci_location location;
     char driver[sysfs_path_size];
     char adapters[sysfs_path_size];
     nic_put_driver_state(object, "PartitionOSDriverState", device);
-    if (ethtool_ask(device, &info, sizeof info))
+    if (pci_location_parse(info.bus_info, &location))
     {
-        info.bus_info[sizeof info.bus_info - 1] = '\0';
-        if (pci_location_parse(info.bus_info, &location))
-        {
-            object_put_uint32(object, "PCIBus", location.bus);
-            object_put_uint32(object, "PCIDevice", location.device);
-            object_put_uint32(object, "PCIFunction", location.function);
-        }
+        object_put_uint32(object, "PCIBus", location.bus);
+        object_put_uint32(object, "PCIDevice", location.device);
+        object_put_uint32(object, "PCIFunction", location.function);
     }
     if (!sysfs_link_name(device, "device/driver", driver))
     {

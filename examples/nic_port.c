@@ -141,7 +141,7 @@ static void put_capabilities(struct object* object, const char* device)
 bool nic_port_publish(struct object* object, GANTRY_cpp_context* context, const char* device,
                       const struct rtnetlink_link* link)
 {
-    struct ethtool_drvinfo driver = {.cmd = ETHTOOL_GDRVINFO};
+    const struct ethtool_drvinfo driver = ethtool_ask_driver(device);
     if (!object_publish(object, context, GANTRY_instantiate__com_orvane_velmar_system_NicPort,
                         "com.orvane.velmar.system.NicPort", link->name))
     {
@@ -153,11 +153,7 @@ bool nic_port_publish(struct object* object, GANTRY_cpp_context* context, const 
     object_put_byte(object, "PartitionCount", 1);
     object_put_uint16(object, "MediaType", link->type);
     nic_put_driver_state(object, "OSDriverState", device);
-    if (ethtool_ask(device, &driver, sizeof driver))
-    {
-        object_put_format(object, "FamilyDriverVersion", "%.*s", (int)sizeof driver.version,
-                          driver.version);
-    }
+    object_put_string(object, "FamilyDriverVersion", driver.version);
     put_capabilities(object, device);
     nic_port_read(object, device, link);
     return true;
