@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <systemd/sd-daemon.h>
+#include <systemd/sd-hwdb.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -465,6 +466,91 @@ TEST_F(Inventoryd, EndsWithFailureWithoutItsNameAndIsNotReadyWhenRefusedIt)
     sd_bus_request_name(client.bus(), service.c_str(), SD_BUS_NAME_REPLACE_EXISTING);
     EXPECT_EQ(host->stop(0), 1);
     host.reset();
+}
+
+// The name that this machine's hardware database has, or what is shown without one.
+std::string database_name(const char* modalias, const char* key, const std::string& otherwise)
+{
+    sd_hwdb* database = nullptr;
+    const char* name = nullptr;
+    sd_hwdb_new(&database);
+    const bool is_there = database && sd_hwdb_get(database, modalias, key, &name) >= 0;
+    const std::string found = is_there ? name : otherwise;
+    sd_hwdb_unref(database);
+    return found;
+}
+
+TEST_F(Inventoryd, WhatDriversAndDatabaseTellIsNeitherSwappedNorTakenFromATornAnswer)
+{
+    const std::string pci = "bus/pci/devices/0000:03:00.1";
+    const auto address = [](unsigned short type, char last)
+    { return attribute(type, std::string("\x02\0\xAB\0\0", 5) + last); };
+    write("rtnetlink", message(RTM_NEWLINK, "eth0", 1,
+                               address(IFLA_ADDRESS, 1) + address(IFLA_PERM_ADDRESS, 2)) +
+                           message(RTM_NEWLINK, "eth1", 2, address(IFLA_ADDRESS, 3)));
+    link("class/net/eth0", pci + "/net/eth0");
+    link("class/net/eth0/device", pci);
+    link("class/net/eth1/device", "devices/1");
+    link(pci + "/driver", "drivers/one");
+    ethtool_drvinfo driver{};
+    std::strcpy(driver.version, "6.1");
+    std::strcpy(driver.fw_version, "22.31");
+    std::strcpy(driver.erom_version, "0.7");
+    answer("eth0", ETHTOOL_GDRVINFO, bytes(driver));
+    // The partner sends pause frames but takes none.
+    const auto modes = [](int first, int second) { return number(1U << first | 1U << second, 8); };
+    ethtool_link_settings settings{};
+    settings.cmd = ETHTOOL_GLINKSETTINGS;
+    settings.speed = SPEED_25000;
+    settings.duplex = DUPLEX_FULL;
+    settings.autoneg = AUTONEG_ENABLE;
+    settings.link_mode_masks_nwords = 2;
+    const auto sets = number(0, 8) +
+                      modes(ETHTOOL_LINK_MODE_Pause_BIT, ETHTOOL_LINK_MODE_Asym_Pause_BIT) +
+                      modes(ETHTOOL_LINK_MODE_Autoneg_BIT, ETHTOOL_LINK_MODE_Asym_Pause_BIT);
+    answer("eth0", ETHTOOL_GLINKSETTINGS, bytes(settings) + sets);
+    answer("eth1", ETHTOOL_GLINKSETTINGS, bytes(settings) + sets.substr(1));
+    const auto words = [](unsigned int first, unsigned int second, unsigned int third)
+    { return number(0, 4) + number(first, 4) + number(second, 4) + number(third, 4); };
+    answer("eth0", ETHTOOL_GPAUSEPARAM, words(1, 0, 1));
+    answer("eth1", ETHTOOL_GPAUSEPARAM, words(0, 0, 1));
+    answer("eth0", ETHTOOL_GWOL, words(WAKE_MAGIC, 0, 0) + number(0, 4));
+    answer("eth0", ETHTOOL_GEEE, words(0, 1, 1) + number(1, 24));
+    write_lines(pci,
+                "class=0x020000; modalias=pci:v00008086d00001521sv00000000sd00000000bc02sc00i00; "
+                "current_link_width=8; sriov_totalvfs=0");
+    write_lines("bus/pci/slots", "5/address=0000:03:00; 6/address=0000:03:01; 7/address=0000:03:0");
+    write(pci + "/config", number(0, 256) + "\x01\0\x01\x11"s + number(0, 12) + "\x03\0\x01\0"s +
+                               number(0x0102030405060708, 8));
+    write_lines("bus/usb/devices/usb1", "idVendor=1d6b; idProduct=0002; product=own");
+    start();
+
+    expect("system.NicPort/eth0",
+           "FamilyDriverVersion=s \"6.1\"; OSDriverState=y 1; LinkSpeed=y 7; LinkDuplex=y 1; "
+           "AutoNegotiation=y 1; ReceiveFlowControl=y 2; TransmitFlowControl=y 1; "
+           "RXFlowControl=y 1; TXFlowControl=y 2; WOLSupport=y 1; EnergyEfficientEthernet=y 2; "
+           "VFSRIOVSupport=y 2; MediaType=q 1");
+    expect("system.NicPort/eth1",
+           "LinkSpeed=y 255; LinkDuplex=y 0; AutoNegotiation=y 0; RXFlowControl=y 2; "
+           "TXFlowControl=y 1; WOLSupport=y 0; OSDriverState=y 0");
+    expect("system.NicPartition/eth0", "PartitionOSDriverState=y 1; "
+                                       "PermanentMACAddress=s \"02:00:ab:00:00:02\"; "
+                                       "VirtualMACAddress=s \"02:00:ab:00:00:01\"");
+    expect("system.NicPartition/eth1",
+           "PermanentMACAddress=s \"\"; VirtualMACAddress=s \"02:00:ab:00:00:03\"");
+    expect("system.NicSlot/_30000_3a03_3a00_2e1", "FamilyVersion=s \"22.31\"; "
+                                                  "ControllerBIOSVersion=s \"0.7\"; "
+                                                  "DataBusWidth=s \"x8\"");
+    expect("hwi.HWIStndConfig/_30000_3a03_3a00_2e1", "SlotString=s \"5\"; DataBusWidth=y 8");
+    const auto description = database_name("pci:v00008086d00001521sv00000000sd00000000bc02sc00i00",
+                                           "ID_PCI_SUBCLASS_FROM_DATABASE", "");
+    expect("hwi.HWIPcie/_30000_3a03_3a00_2e1",
+           "FirmwareVersion=s \"22.31\"; PCISerialNumber=s \"01-02-03-04-05-06-07-08\"; "
+           "description=s \"" +
+               description + '"');
+    expect("system.USB/usb1", "ProductName=s \"" +
+                                  database_name("usb:v1D6Bp0002", "ID_MODEL_FROM_DATABASE", "own") +
+                                  '"');
 }
 
 } // namespace
