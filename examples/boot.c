@@ -75,7 +75,7 @@ static void publish_option(void* data, uint16_t number)
         object_put_string(&object, "oBootData", option.data);
         object_put_string(&object, "obootOptionReference", name);
         object_put_byte(&object, "iCurrentIndex", index_of(&boot->order, number));
-        object_put_byte(&object, "iEnabled", object_switch(option.active));
+        object_put_byte(&object, "iEnabled", object_switch(true, option.active));
         object_put_format(&object, "hdr_DOT_fqdd", "BootDevice.%s", name);
         object_put_format(&object, "hdr_DOT_key", "BootDevice.%s", name);
         object_put_string(&object, "hdr_DOT_objName", option.description);

@@ -1,12 +1,15 @@
 /*
- * An example host that publishes the machine it runs on. It reads PCI and USB devices, network
- * interfaces, firmware and boot configuration from sysfs. Then it reads link states and counters
- * once a second, and adds and removes network interfaces as they appear and disappear. It ends if
- * it doesn't get its name, or loses it.
+ * An example host that publishes the machine it runs on: its PCI and USB devices, network ports,
+ * firmware and boot configuration. Once a second it reads the network ports again, and it adds and
+ * removes them as they appear and disappear. It ends if it doesn't get its name, or loses it.
  *
- *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out
+ *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out, or a recorded tree
  *
- * Dumps of network adapters are written to the directory that the service manager made for it.
+ * Facts come from sysfs (sysfs.h), from the kernel's netlink messages about network interfaces
+ * (rtnetlink.h), from drivers (ethtool.h), and names from the hardware database (hwdb.h).
+ *
+ * Dumps of network adapters are written to the directory that the service manager made for it. If
+ * $INVENTORYD_EVERY_INTERFACE is set, interfaces without a device are ports, too.
  */
 #define _POSIX_C_SOURCE 200809L /* CLOCK_MONOTONIC, and siginfo_t for sd-event */
 

@@ -64,30 +64,21 @@ static void read_flow_control(struct object* object, const char* device,
     };
     struct ethtool_pauseparam pause = {.cmd = ETHTOOL_GPAUSEPARAM};
     const bool is_known = ethtool_ask(device, &pause, sizeof pause);
-    const enum object_switch receive =
-        is_known ? object_switch(pause.rx_pause != 0) : switch_unknown;
-    const enum object_switch transmit =
-        is_known ? object_switch(pause.tx_pause != 0) : switch_unknown;
-    enum object_switch received = switch_unknown;
-    enum object_switch transmitted = switch_unknown;
-    if (is_known && pause.autoneg == 0)
-    {
-        received = receive;
-        transmitted = transmit;
-    }
-    else if (ethtool_has_mode(link, ethtool_partner, ETHTOOL_LINK_MODE_Autoneg_BIT))
-    {
-        const bool own = ethtool_has_mode(link, ethtool_advertised, both);
-        const bool its = ethtool_has_mode(link, ethtool_partner, both);
-        const bool each = ethtool_has_mode(link, ethtool_advertised, one) &&
-                          ethtool_has_mode(link, ethtool_partner, one);
-        received = object_switch(own && (its || each));
-        transmitted = object_switch(its && (own || each));
-    }
-    object_put_byte(object, "ReceiveFlowControl", receive);
-    object_put_byte(object, "TransmitFlowControl", transmit);
-    object_put_byte(object, "RXFlowControl", received);
-    object_put_byte(object, "TXFlowControl", transmitted);
+    const bool is_fixed = is_known && pause.autoneg == 0;
+    const bool is_negotiated =
+        ethtool_has_mode(link, ethtool_partner, ETHTOOL_LINK_MODE_Autoneg_BIT);
+    const bool own = ethtool_has_mode(link, ethtool_advertised, both);
+    const bool its = ethtool_has_mode(link, ethtool_partner, both);
+    const bool each = ethtool_has_mode(link, ethtool_advertised, one) &&
+                      ethtool_has_mode(link, ethtool_partner, one);
+    object_put_byte(object, "ReceiveFlowControl", object_switch(is_known, pause.rx_pause != 0));
+    object_put_byte(object, "TransmitFlowControl", object_switch(is_known, pause.tx_pause != 0));
+    object_put_byte(object, "RXFlowControl",
+                    object_switch(is_fixed || is_negotiated,
+                                  is_fixed ? pause.rx_pause != 0 : own && (its || each)));
+    object_put_byte(object, "TXFlowControl",
+                    object_switch(is_fixed || is_negotiated,
+                                  is_fixed ? pause.tx_pause != 0 : its && (own || each)));
 }
 
 void nic_port_read(struct object* object, const char* device, const struct rtnetlink_link* link)
@@ -100,7 +91,7 @@ void nic_port_read(struct object* object, const char* device, const struct rtnet
     object_put_byte(object, "LinkDuplex",
                     is_known ? duplex_code(settings->duplex) : duplex_unknown);
     object_put_byte(object, "AutoNegotiation",
-                    is_known ? object_switch(settings->autoneg == AUTONEG_ENABLE) : switch_unknown);
+                    object_switch(is_known, settings->autoneg == AUTONEG_ENABLE));
     read_flow_control(object, device, &speed);
     nic_put_counters(object, link, counters, sizeof counters / sizeof *counters,
                      "ReceiveTotalUnicast");
@@ -124,18 +115,13 @@ static void put_capabilities(struct object* object, const char* device)
             object_put_byte(object, directories[i][0], switch_on);
         }
     }
-    if (sysfs_number(device, "device/sriov_totalvfs", 10, &functions))
-    {
-        object_put_byte(object, "VFSRIOVSupport", object_switch(functions > 0));
-    }
-    if (ethtool_ask(device, &wake, sizeof wake))
-    {
-        object_put_byte(object, "WOLSupport", object_switch(wake.supported != 0));
-    }
-    if (ethtool_ask(device, &energy, sizeof energy))
-    {
-        object_put_byte(object, "EnergyEfficientEthernet", object_switch(energy.supported != 0));
-    }
+    bool is_known = sysfs_number(device, "device/sriov_totalvfs", 10, &functions);
+    object_put_byte(object, "VFSRIOVSupport", object_switch(is_known, functions > 0));
+    is_known = ethtool_ask(device, &wake, sizeof wake);
+    object_put_byte(object, "WOLSupport", object_switch(is_known, wake.supported != 0));
+    is_known = ethtool_ask(device, &energy, sizeof energy);
+    object_put_byte(object, "EnergyEfficientEthernet",
+                    object_switch(is_known, energy.supported != 0));
 }
 
 bool nic_port_publish(struct object* object, GANTRY_cpp_context* context, const char* device,

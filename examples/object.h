@@ -61,7 +61,8 @@ object_put object_put_uint16;
 object_put object_put_uint32;
 object_put object_put_uint64;
 
-enum object_switch object_switch(bool on);
+/* The code of a switch, for a byte. */
+enum object_switch object_switch(bool is_known, bool is_on);
 
 /* Stores a copy; null leaves the property as it is. */
 void object_put_string(struct object* object, const char* member, const char* text);
