@@ -3,7 +3,8 @@
  * firmware and boot configuration. Once a second it reads the network ports again, and it adds and
  * removes them as they appear and disappear. It ends if it doesn't get its name, or loses it.
  *
- *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out, or a recorded tree
+ *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out, or a recorded
+ * tree
  *
  * Facts come from sysfs (sysfs.h), from the kernel's netlink messages about network interfaces
  * (rtnetlink.h), from drivers (ethtool.h), and names from the hardware database (hwdb.h).
@@ -128,6 +129,7 @@ int main(int argc, char** argv)
     publish_readiness(context);
     publish_firmware(context, sys);
     publish_software(context, sys);
+    publish_fru(context, sys);
     publish_boot(context, sys);
     publish_pci_devices(context, sys);
     publish_slots(context, event, sys, dumps);
