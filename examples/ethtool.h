@@ -14,14 +14,15 @@
 
 enum
 {
-    ethtool_most_words = 127 /* of a set of link modes; their count is a signed byte */
+    ethtool_most_words = 127, /* of a set of link modes; their count is a signed byte */
+    ethtool_link_words = sizeof(struct ethtool_link_settings) / 4 + 3 * ethtool_most_words
 };
 
 /* The answer about a link, behind which are three sets of link modes of equal size. */
 union ethtool_link
 {
     struct ethtool_link_settings settings;
-    uint32_t words[sizeof(struct ethtool_link_settings) / 4 + 3 * ethtool_most_words];
+    uint32_t words[ethtool_link_words];
 };
 
 enum ethtool_modes

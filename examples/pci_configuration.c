@@ -59,7 +59,7 @@ bool pci_serial_number(const struct pci_configuration* configuration, char text[
                      bytes[10], bytes[9], bytes[8], bytes[7], bytes[6], bytes[5], bytes[4]);
             return true;
         }
-        at = (bytes[2] >> 4 | bytes[3] << 4) & 0xFFCU;
+        at = (bytes[2] >> 4U | (unsigned int)bytes[3] << 4U) & 0xFFCU;
     }
     return false;
 }
