@@ -15,7 +15,7 @@
 enum
 {
     ethtool_most_words = 127, /* of a set of link modes; their count is a signed byte */
-    ethtool_link_words = sizeof(struct ethtool_link_settings) / 4 + 3 * ethtool_most_words
+    ethtool_link_words = sizeof(struct ethtool_link_settings) / 4 + (size_t)3 * ethtool_most_words
 };
 
 /* The answer about a link, behind which are three sets of link modes of equal size. */
