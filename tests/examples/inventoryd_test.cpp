@@ -59,11 +59,11 @@ std::string attribute(unsigned short type, const std::string& data)
 }
 
 // What the kernel tells of an interface, or a bridge of its port.
-std::string message(unsigned short type, const std::string& name, int index,
+std::string message(unsigned short type, const std::string& name, unsigned int index,
                     const std::string& attributes = {}, unsigned char family = AF_UNSPEC)
 {
     const auto body = number(family, 2) + number(ARPHRD_ETHER, 2) + number(index, 12) +
-                      attribute(IFLA_MTU, "\0\0") + attributes +
+                      attribute(IFLA_MTU, number(1500, 4)) + attributes +
                       attribute(IFLA_IFNAME, name + '\0');
     return number(sizeof(nlmsghdr) + body.size(), 4) + number(type, 12) + body;
 }
