@@ -11,6 +11,8 @@ struct boot
     GANTRY_cpp_context* context;
     const char* sys;
     struct efi_boot_order order;
+    bool has_next;
+    uint16_t next;
 };
 
 /* The option's place in the order, counted from 1; 0 if it isn't there. */
@@ -24,6 +26,18 @@ static size_t index_of(const struct efi_boot_order* order, uint16_t option)
         }
     }
     return 0;
+}
+
+/* The option's place at the next start, when the firmware tries `next` before all others. */
+static size_t pending_index_of(const struct boot* boot, uint16_t option)
+{
+    const size_t place = index_of(&boot->order, option);
+    const size_t former = index_of(&boot->order, boot->next);
+    if (boot->has_next && option == boot->next)
+    {
+        return 1;
+    }
+    return !boot->has_next || place == 0 || (former != 0 && former < place) ? place : place + 1;
 }
 
 static void publish_sequence(const struct boot* boot)
@@ -75,7 +89,8 @@ static void publish_option(void* data, uint16_t number)
         object_put_string(&object, "oBootData", option.data);
         object_put_string(&object, "obootOptionReference", name);
         object_put_byte(&object, "iCurrentIndex", index_of(&boot->order, number));
-        object_put_byte(&object, "iEnabled", option.active ? 1 : 0);
+        object_put_byte(&object, "iPendingIndex", pending_index_of(boot, number));
+        object_put_byte(&object, "iEnabled", object_switch(true, option.active));
         object_put_format(&object, "hdr_DOT_fqdd", "BootDevice.%s", name);
         object_put_format(&object, "hdr_DOT_key", "BootDevice.%s", name);
         object_put_string(&object, "hdr_DOT_objName", option.description);
@@ -87,6 +102,7 @@ static void publish_option(void* data, uint16_t number)
 void publish_boot(GANTRY_cpp_context* context, const char* sys)
 {
     struct boot boot = {.context = context, .sys = sys};
+    boot.has_next = efi_read_boot_next(sys, &boot.next);
     if (efi_read_boot_order(sys, &boot.order))
     {
         publish_sequence(&boot);

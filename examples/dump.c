@@ -2,6 +2,7 @@
 
 #include "dump.h"
 
+#include "pci_interfaces.h"
 #include "sysfs.h"
 
 #include <errno.h>
@@ -36,28 +37,9 @@ static void dump_link(void* text, const char* interface, const char* name)
     }
 }
 
-static void dump_interfaces(void* text, const char* device)
-{
-    char interfaces[sysfs_path_size];
-    if (sysfs_join(interfaces, device, "net"))
-    {
-        sysfs_each(interfaces, dump_link, text);
-    }
-}
-
-static void dump_virtual(void* text, const char* device, const char* name)
-{
-    if (strncmp(name, "virtio", strlen("virtio")) == 0)
-    {
-        dump_interfaces(text, device);
-    }
-}
-
 void dump_links(FILE* text, const char* device)
 {
-    dump_interfaces(text, device);
-    /* The device of a virtual machine's adapter is one level below its PCI device. */
-    sysfs_each(device, dump_virtual, text);
+    pci_each_interface(device, dump_link, text);
 }
 
 int dump_save(const char* path, const char* text, size_t size)

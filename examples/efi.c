@@ -205,18 +205,28 @@ bool efi_read_boot_order(const char* sys, struct efi_boot_order* order)
     return true;
 }
 
-bool efi_read_boot_current(const char* sys, uint16_t* number)
+static bool read_option_number(const char* sys, const char* name, uint16_t* number)
 {
     unsigned char buffer[most_bytes];
     struct bytes value;
-    uint32_t current = 0;
-    if (!read_variable(sys, "BootCurrent", buffer, &value) || value.size != 2 ||
-        !take_number(&value, 2, &current))
+    uint32_t read = 0;
+    if (!read_variable(sys, name, buffer, &value) || value.size != 2 ||
+        !take_number(&value, 2, &read))
     {
         return false;
     }
-    *number = (uint16_t)current;
+    *number = (uint16_t)read;
     return true;
+}
+
+bool efi_read_boot_current(const char* sys, uint16_t* number)
+{
+    return read_option_number(sys, "BootCurrent", number);
+}
+
+bool efi_read_boot_next(const char* sys, uint16_t* number)
+{
+    return read_option_number(sys, "BootNext", number);
 }
 
 void efi_option_name(uint16_t number, char name[efi_name_size])

@@ -18,6 +18,10 @@ void publish_firmware(GANTRY_cpp_context* context, const char* sys);
 /* The inventory's record of that firmware, a BiosSoftwareInventory; none where there is no DMI. */
 void publish_software(GANTRY_cpp_context* context, const char* sys);
 
+/* What DMI tells of the board, the product and the chassis, a HWIOemFruCustomData; none where there
+ * is no DMI. */
+void publish_fru(GANTRY_cpp_context* context, const char* sys);
+
 /* The boot configuration of a machine with EFI firmware: a BootDevice for each load option, and a
  * BootSequence with the order in which they are tried. */
 void publish_boot(GANTRY_cpp_context* context, const char* sys);

@@ -1,15 +1,21 @@
 /*
- * An example host that publishes the machine it runs on. It reads PCI and USB devices, network
- * interfaces, firmware and boot configuration from sysfs. Then it reads link states and counters
- * once a second, and adds and removes network interfaces as they appear and disappear. It ends if
- * it doesn't get its name, or loses it.
+ * An example host that publishes the machine it runs on: its PCI and USB devices, network ports,
+ * firmware and boot configuration. Once a second it reads the network ports again, and it adds and
+ * removes them as they appear and disappear. It ends if it doesn't get its name, or loses it.
  *
- *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out
+ *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out, or a recorded
+ * tree
  *
- * Dumps of network adapters are written to the directory that the service manager made for it.
+ * Facts come from sysfs (sysfs.h), from the kernel's netlink messages about network interfaces
+ * (rtnetlink.h), from drivers (ethtool.h), and names from the hardware database (hwdb.h).
+ *
+ * Dumps of network adapters are written to the directory that the service manager made for it. If
+ * $INVENTORYD_EVERY_INTERFACE is set, interfaces without a device are ports, too.
  */
 #define _POSIX_C_SOURCE 200809L /* CLOCK_MONOTONIC, and siginfo_t for sd-event */
 
+#include "ethtool.h"
+#include "hwdb.h"
 #include "inventory.h"
 #include "links.h"
 #include "network.h"
@@ -119,14 +125,17 @@ int main(int argc, char** argv)
         return EXIT_FAILURE;
     }
     GANTRY_context_manage(context, "/com/orvane/velmar", NULL);
+    ethtool_open(sys);
     publish_readiness(context);
     publish_firmware(context, sys);
     publish_software(context, sys);
+    publish_fru(context, sys);
     publish_boot(context, sys);
     publish_pci_devices(context, sys);
     publish_slots(context, event, sys, dumps);
     publish_usb_devices(context, sys);
-    network_publish(&network, context, sys);
+    hwdb_close();
+    network_publish(&network, context, sys, getenv("INVENTORYD_EVERY_INTERFACE") != NULL);
     declare_readiness(context);
 
     sd_notify(0, "READY=1");

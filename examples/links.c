@@ -3,9 +3,7 @@
 #include "links.h"
 
 #include <errno.h>
-#include <linux/netlink.h>
 #include <linux/rtnetlink.h>
-#include <net/if.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/epoll.h>
@@ -13,47 +11,16 @@
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
-/* Handles one message. The sizes of messages and attributes must be checked here. */
-static void on_message(struct network* network, const struct nlmsghdr* message)
+static void on_link(void* network, const struct rtnetlink_link* link)
 {
-    const char* bytes = (const char*)message;
-    const struct ifinfomsg* link = NLMSG_DATA(message);
-    size_t at = NLMSG_SPACE(sizeof *link);
-    /* A bridge uses the same messages for its ports: a port that leaves it is still an interface.
-     */
-    if ((message->nlmsg_type != RTM_NEWLINK && message->nlmsg_type != RTM_DELLINK) ||
-        message->nlmsg_len < at || link->ifi_family != AF_UNSPEC)
-    {
-        return;
-    }
-    while (message->nlmsg_len >= at + sizeof(struct rtattr))
-    {
-        const struct rtattr* attribute = (const void*)(bytes + at);
-        if (attribute->rta_len < sizeof *attribute || attribute->rta_len > message->nlmsg_len - at)
-        {
-            return;
-        }
-        if (attribute->rta_type == IFLA_IFNAME)
-        {
-            char name[IF_NAMESIZE];
-            snprintf(name, sizeof name, "%.*s", (int)RTA_PAYLOAD(attribute),
-                     (const char*)RTA_DATA(attribute));
-            (message->nlmsg_type == RTM_NEWLINK ? network_add : network_remove)(network, name);
-            return;
-        }
-        at += RTA_ALIGN(attribute->rta_len);
-    }
+    network_update(network, link);
 }
 
 /* Handles one datagram per call, so that the bus is served in between. */
 static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* user_data)
 {
     struct network* network = user_data;
-    union
-    {
-        struct nlmsghdr header;
-        char bytes[32768];
-    } buffer;
+    union rtnetlink_datagram buffer;
     struct sockaddr_nl sender = {0};
     socklen_t sender_size = sizeof sender;
     (void)source, (void)events;
@@ -65,10 +32,10 @@ static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* u
     {
         return 0;
     }
-    /* Messages are lost if the socket's or this buffer is too small for them. */
+    /* Messages are lost if the socket's or this buffer is too small for them. The next refresh
+     * finds what they told. */
     if ((received < 0 && errno == ENOBUFS) || received > (ssize_t)sizeof buffer)
     {
-        network_rescan(network);
         return 0;
     }
     if (received < 0)
@@ -77,16 +44,9 @@ static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* u
         fprintf(stderr, SD_ERR "netlink: %s\n", strerror(error));
         return -error; /* the event loop then disables this source */
     }
-    const size_t size = sender.nl_pid == 0 ? (size_t)received : 0; /* only the kernel is trusted */
-    for (size_t at = 0; size >= at + sizeof(struct nlmsghdr);)
+    if (sender.nl_pid == 0) /* only the kernel is trusted */
     {
-        const struct nlmsghdr* message = (const void*)(buffer.bytes + at);
-        if (message->nlmsg_len < sizeof *message || message->nlmsg_len > size - at)
-        {
-            break;
-        }
-        on_message(network, message);
-        at += NLMSG_ALIGN(message->nlmsg_len);
+        rtnetlink_parse(&buffer, (size_t)received, on_link, network);
     }
     return 0;
 }

@@ -10,54 +10,35 @@
 struct network_interface
 {
     struct network_interface* next;
-    char* device;
-    const char* name; /* the last component of `device` */
-    uint64_t index;   /* the kernel's number, which a later interface of this name doesn't have */
+    int index;
+    char name[IF_NAMESIZE];
+    unsigned int refresh; /* the last one that found it */
+    /* If it is a port: */
+    char* device; /* its directory, otherwise null */
     struct object port;
     struct object partition;
     struct object connection;
 };
-
-/* The link that points to the interface; the last link, which is null, if it isn't known. */
-static struct network_interface** find(struct network* network, const char* name)
-{
-    struct network_interface** link = &network->first;
-    while (*link != NULL && strcmp((*link)->name, name) != 0)
-    {
-        link = &(*link)->next;
-    }
-    return link;
-}
-
-static uint64_t index_of(const char* device)
-{
-    uint64_t index = 0;
-    return sysfs_number(device, "ifindex", 10, &index) ? index : 0;
-}
 
 static void count_ports(struct network* network)
 {
     uint64_t count = 0;
     for (const struct network_interface* each = network->first; each != NULL; each = each->next)
     {
-        ++count;
+        count += each->device != NULL ? 1 : 0;
     }
     object_put_byte(&network->controller, "PortsCount", count);
     (network->announces ? object_announce : object_forget_changes)(&network->controller);
 }
 
-static void free_interface(struct network_interface* interface)
-{
-    free(interface->device);
-    free(interface);
-}
-
+/* Makes it an interface that is no port. */
 static void withdraw(struct network_interface* interface)
 {
     object_withdraw(&interface->port);
     object_withdraw(&interface->partition);
     object_withdraw(&interface->connection);
-    free_interface(interface);
+    free(interface->device);
+    interface->device = NULL;
 }
 
 static void remove_at(struct network* network, struct network_interface** link)
@@ -65,62 +46,56 @@ static void remove_at(struct network* network, struct network_interface** link)
     struct network_interface* removed = *link;
     *link = removed->next;
     withdraw(removed);
+    free(removed);
     count_ports(network);
 }
 
-void network_remove(struct network* network, const char* name)
+/* The interface, or null if it isn't known. One that has its number or its name, but not both, was
+ * renamed or has disappeared, and is removed. */
+static struct network_interface** find(struct network* network, const struct rtnetlink_link* link)
 {
-    struct network_interface** link = find(network, name);
-    if (*link != NULL)
+    struct network_interface** found = NULL;
+    for (struct network_interface** each = &network->first; *each != NULL;)
     {
-        remove_at(network, link);
+        const bool same_index = (*each)->index == link->index;
+        const bool same_name = strcmp((*each)->name, link->name) == 0;
+        if (same_index != same_name)
+        {
+            remove_at(network, each);
+            continue;
+        }
+        found = same_index ? each : found;
+        each = &(*each)->next;
     }
+    return found;
 }
 
-static void remove_gone(struct network* network)
-{
-    struct network_interface** link = &network->first;
-    while (*link != NULL)
-    {
-        if (sysfs_is_directory((*link)->device) && index_of((*link)->device) == (*link)->index)
-        {
-            link = &(*link)->next;
-        }
-        else
-        {
-            remove_at(network, link);
-        }
-    }
-}
-
-void network_add(struct network* network, const char* name)
+/* The directory of an interface that is a port, otherwise null. */
+static char* find_device(const struct network* network, const char* name)
 {
     char device[sysfs_path_size];
-    /* The bonding driver puts a plain file among the interfaces' directories. */
-    if (*find(network, name) != NULL || !sysfs_join(device, network->devices, name) ||
-        !sysfs_is_directory(device))
+    char needed[sysfs_path_size];
+    return sysfs_join(device, network->devices, name) &&
+                   sysfs_join(needed, device, network->every_interface ? "." : "device") &&
+                   sysfs_is_directory(needed)
+               ? strdup(device)
+               : NULL;
+}
+
+static void publish(struct network* network, struct network_interface* added,
+                    const struct rtnetlink_link* link)
+{
+    if ((added->device = find_device(network, link->name)) == NULL)
     {
         return;
     }
-    /* It may be a renamed interface. */
-    remove_gone(network);
-    struct network_interface* added = calloc(1, sizeof *added);
-    if (added == NULL || (added->device = strdup(device)) == NULL)
-    {
-        free(added);
-        return;
-    }
-    added->name = strrchr(added->device, '/') + 1;
-    added->index = index_of(device);
-    if (!nic_port_publish(&added->port, network->context, device, name) ||
-        !nic_partition_publish(&added->partition, network->context, device, name) ||
-        !nic_connection_publish(&added->connection, network->context, device, name))
+    if (!nic_port_publish(&added->port, network->context, added->device, link) ||
+        !nic_partition_publish(&added->partition, network->context, added->device, link) ||
+        !nic_connection_publish(&added->connection, network->context, added->device, link))
     {
         withdraw(added);
         return;
     }
-    added->next = network->first;
-    network->first = added;
     void (*const introduce)(struct object*) =
         network->announces ? object_announce_added : object_forget_changes;
     introduce(&added->port);
@@ -129,43 +104,83 @@ void network_add(struct network* network, const char* name)
     count_ports(network);
 }
 
-static void add_entry(void* network, const char* device, const char* name)
+void network_update(struct network* network, const struct rtnetlink_link* link)
 {
-    (void)device;
-    network_add(network, name);
+    struct network_interface** known = find(network, link);
+    if (known != NULL && link->removed)
+    {
+        remove_at(network, known);
+    }
+    if (known != NULL || link->removed)
+    {
+        return;
+    }
+    struct network_interface* added = calloc(1, sizeof *added);
+    if (added == NULL)
+    {
+        return;
+    }
+    added->index = link->index;
+    memcpy(added->name, link->name, sizeof added->name);
+    added->refresh = network->refresh;
+    added->next = network->first;
+    network->first = added;
+    publish(network, added, link);
 }
 
-void network_rescan(struct network* network)
+static void refresh_one(void* data, const struct rtnetlink_link* link)
 {
-    remove_gone(network);
-    sysfs_each(network->devices, add_entry, network);
+    struct network* network = data;
+    struct network_interface** known = find(network, link);
+    if (known == NULL)
+    {
+        network_update(network, link);
+        return;
+    }
+    struct network_interface* interface = *known;
+    interface->refresh = network->refresh;
+    if (interface->device != NULL)
+    {
+        nic_port_read(&interface->port, interface->device, link);
+        nic_partition_read(&interface->partition, interface->device, link);
+        nic_connection_read(&interface->connection, interface->device);
+        object_announce(&interface->port);
+        object_announce(&interface->partition);
+        object_announce(&interface->connection);
+    }
 }
 
 void network_refresh(struct network* network)
 {
-    remove_gone(network);
-    for (struct network_interface* each = network->first; each != NULL; each = each->next)
+    ++network->refresh;
+    if (!rtnetlink_each(network->sys, refresh_one, network))
     {
-        nic_port_read(&each->port, each->device);
-        nic_partition_read(&each->partition, each->device);
-        nic_connection_read(&each->connection, each->device);
-        object_announce(&each->port);
-        object_announce(&each->partition);
-        object_announce(&each->connection);
+        return; /* the next one may have all interfaces */
+    }
+    for (struct network_interface** each = &network->first; *each != NULL;)
+    {
+        if ((*each)->refresh != network->refresh)
+        {
+            remove_at(network, each);
+            continue;
+        }
+        each = &(*each)->next;
     }
 }
 
-void network_publish(struct network* network, GANTRY_cpp_context* context, const char* sys)
+void network_publish(struct network* network, GANTRY_cpp_context* context, const char* sys,
+                     bool every_interface)
 {
+    memset(network, 0, sizeof *network);
     network->context = context;
-    network->first = NULL;
-    network->announces = false;
+    network->sys = sys;
+    network->every_interface = every_interface;
     object_publish(&network->controller, context,
                    GANTRY_instantiate__com_orvane_velmar_system_NicController,
                    "com.orvane.velmar.system.NicController", NULL);
     if (sysfs_join(network->devices, sys, "class/net"))
     {
-        network_rescan(network);
+        network_refresh(network);
     }
     network->announces = true;
 }
@@ -176,6 +191,7 @@ void network_free(struct network* network)
     {
         struct network_interface* freed = network->first;
         network->first = freed->next;
-        free_interface(freed);
+        free(freed->device);
+        free(freed);
     }
 }

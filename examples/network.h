@@ -1,34 +1,38 @@
 /*
- * The machine's network interfaces: three objects for each (nic.h), and one NicController with
- * their number. The host says when to read counters and look for new and removed interfaces.
+ * The machine's network ports: three objects for each (nic.h), and one NicController with their
+ * number. A port is a network interface with a device; the loopback, bridges, bonds and other
+ * interfaces that are made of software alone have none. The host says when to read the ports again,
+ * and passes on what the kernel tells of interfaces that appear and disappear.
  */
 #ifndef NETWORK_H
 #define NETWORK_H
 
 #include "object.h"
+#include "rtnetlink.h"
 #include "sysfs.h"
 
 struct network
 {
     GANTRY_cpp_context* context;
+    const char* sys;
     char devices[sysfs_path_size]; /* class/net */
+    bool every_interface;          /* whether those without a device are ports, too */
+    bool announces;                /* true once the initial interfaces are published */
+    unsigned int refresh;          /* counts them */
     struct object controller;
     struct network_interface* first;
-    bool announces; /* true once the initial interfaces are published */
 };
 
-/* Publishes the interfaces below `sys`. The record must outlive the dispatch loop. */
-void network_publish(struct network* network, GANTRY_cpp_context* context, const char* sys);
+/* Publishes the ports below `sys`. The record and the text must outlive the dispatch loop. */
+void network_publish(struct network* network, GANTRY_cpp_context* context, const char* sys,
+                     bool every_interface);
 
-/* Reads the changing values again and announces the changes in one signal per object. */
+/* Reads all ports again, which finds new and removed ones as well, and announces the changes in one
+ * signal per object. */
 void network_refresh(struct network* network);
 
-/* Adds an interface, unless it is known already; removes one. */
-void network_add(struct network* network, const char* name);
-void network_remove(struct network* network, const char* name);
-
-/* Compares with sysfs, after messages about interfaces were lost. */
-void network_rescan(struct network* network);
+/* Adds the interface, unless it is known already, or removes it. */
+void network_update(struct network* network, const struct rtnetlink_link* link);
 
 /* Frees the record's memory. The context owns the objects and keeps them. */
 void network_free(struct network* network);

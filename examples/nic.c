@@ -2,6 +2,7 @@
 
 #include "sysfs.h"
 
+#include <linux/if.h>
 #include <string.h>
 #include <time.h>
 
@@ -10,34 +11,57 @@ enum
 {
     link_unknown = 0,
     link_up = 1,
-    link_down = 2
+    link_down = 2,
+    driver_bound = 1
 };
 
-void nic_put_link_status(struct object* object, const char* member, const char* device)
+void nic_put_link_status(struct object* object, const char* member,
+                         const struct rtnetlink_link* link)
 {
-    char state[sysfs_text_size];
-    if (sysfs_text(device, "operstate", state))
+    object_put_byte(object, member,
+                    link->state == IF_OPER_UP     ? link_up
+                    : link->state == IF_OPER_DOWN ? link_down
+                                                  : link_unknown);
+}
+
+void nic_put_driver_state(struct object* object, const char* member, const char* device)
+{
+    char driver[sysfs_path_size];
+    if (sysfs_link_name(device, "device/driver", driver))
     {
-        object_put_byte(object, member,
-                        strcmp(state, "up") == 0     ? link_up
-                        : strcmp(state, "down") == 0 ? link_down
-                                                     : link_unknown);
+        object_put_byte(object, member, driver_bound);
     }
 }
 
-bool nic_received_packets(const char* device, uint64_t* unicast, uint64_t* multicast)
+void nic_put_counters(struct object* object, const struct rtnetlink_link* link,
+                      const struct nic_counter* counters, size_t count, const char* unicast)
 {
-    uint64_t all = 0;
-    if (!sysfs_number(device, "statistics/rx_packets", 10, &all) ||
-        !sysfs_number(device, "statistics/multicast", 10, multicast) || all < *multicast)
+    if (!link->has_counters)
     {
-        return false;
+        return;
     }
-    *unicast = all - *multicast;
-    return true;
+    for (const struct nic_counter* each = counters; each < counters + count; ++each)
+    {
+        uint64_t value = 0;
+        memcpy(&value, (const char*)&link->counters + each->offset, sizeof value);
+        each->put(object, each->member, value);
+    }
+    /* The driver may not count both at the same moment. */
+    if (link->counters.rx_packets >= link->counters.multicast)
+    {
+        object_put_uint64(object, unicast, link->counters.rx_packets - link->counters.multicast);
+    }
 }
 
 uint32_t nic_now(void)
 {
     return (uint32_t)time(NULL);
+}
+
+void nic_put_statistics_time(struct object* object)
+{
+    if (object->changed_count > 0)
+    {
+        object_put_uint32(object, "StatisticsTime", nic_now());
+    }
 }

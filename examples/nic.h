@@ -1,33 +1,51 @@
 /*
  * The three objects of a network interface: its port, the port's partition, which is its PCI
- * function, and its view of the link partner. `device` is its directory, such as class/net/eth0. A
- * publish function fills an object completely; a read function updates the values that change.
+ * function, and its view of the link partner. `device` is its directory, such as class/net/eth0,
+ * and `link` what the kernel tells of it now. A publish function fills an object completely; a read
+ * function updates the values that change.
  */
 #ifndef NIC_H
 #define NIC_H
 
 #include "object.h"
+#include "rtnetlink.h"
 
-/* A NicPort: link state and counters. */
+/* A NicPort: link state, capabilities and counters. */
 bool nic_port_publish(struct object* object, GANTRY_cpp_context* context, const char* device,
-                      const char* name);
-void nic_port_read(struct object* object, const char* device);
+                      const struct rtnetlink_link* link);
+void nic_port_read(struct object* object, const char* device, const struct rtnetlink_link* link);
 
 /* A NicPartition: addresses, PCI location and driver, link state and counters. */
 bool nic_partition_publish(struct object* object, GANTRY_cpp_context* context, const char* device,
-                           const char* name);
-void nic_partition_read(struct object* object, const char* device);
+                           const struct rtnetlink_link* link);
+void nic_partition_read(struct object* object, const char* device,
+                        const struct rtnetlink_link* link);
 
 /* A NicConnectionView: the bridge that the kernel's spanning tree protocol found. */
 bool nic_connection_publish(struct object* object, GANTRY_cpp_context* context, const char* device,
-                            const char* name);
+                            const struct rtnetlink_link* link);
 void nic_connection_read(struct object* object, const char* device);
 
-/* For ports and partitions, which have the same value in properties of different names. */
-void nic_put_link_status(struct object* object, const char* member, const char* device);
+/* For ports and partitions, which have the same values in properties of different names. */
 
-/* False unless both counters exist and are consistent. */
-bool nic_received_packets(const char* device, uint64_t* unicast, uint64_t* multicast);
+struct nic_counter
+{
+    const char* member;
+    object_put* put;
+    size_t offset; /* of the counter in struct rtnl_link_stats64 */
+};
+
+/* Stores the counters, and in the member `unicast` the received packets that aren't multicast. */
+void nic_put_counters(struct object* object, const struct rtnetlink_link* link,
+                      const struct nic_counter* counters, size_t count, const char* unicast);
+
+/* Stores the time if the object has changed since its last announcement, and so doesn't announce
+ * one without another change. */
+void nic_put_statistics_time(struct object* object);
+
+void nic_put_link_status(struct object* object, const char* member,
+                         const struct rtnetlink_link* link);
+void nic_put_driver_state(struct object* object, const char* member, const char* device);
 
 /* Seconds since the epoch, in the 32 bits of the interfaces' properties. */
 uint32_t nic_now(void);

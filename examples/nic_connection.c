@@ -29,15 +29,15 @@ void nic_connection_read(struct object* object, const char* device)
 }
 
 bool nic_connection_publish(struct object* object, GANTRY_cpp_context* context, const char* device,
-                            const char* name)
+                            const struct rtnetlink_link* link)
 {
     if (!object_publish(object, context,
                         GANTRY_instantiate__com_orvane_velmar_system_NicConnectionView,
-                        "com.orvane.velmar.system.NicConnectionView", name))
+                        "com.orvane.velmar.system.NicConnectionView", link->name))
     {
         return false;
     }
-    object_put_format(object, "FQDD", "NIC.%s", name);
+    object_put_format(object, "FQDD", "NIC.%s", link->name);
     nic_connection_read(object, device);
     return true;
 }

@@ -1,25 +1,19 @@
-#define _XOPEN_SOURCE 700 /* realpath */
-
 #include "attribute.h"
+#include "ethtool.h"
 #include "nic.h"
 #include "pci_location.h"
 #include "sysfs.h"
 
 #include <inttypes.h>
-#include <limits.h>
+#include <linux/if_arp.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
-enum
-{
-    driver_bound = 1 /* this host's code */
-};
-
-static const struct attribute counters[] = {
-    {"LanBytesRxCount", "statistics/rx_bytes", object_put_uint64, 10},
-    {"LanBytesTxCount", "statistics/tx_bytes", object_put_uint64, 10},
-    {"LanUnicastPktTXCount", "statistics/tx_packets", object_put_uint64, 10},
+static const struct nic_counter counters[] = {
+    {"LanBytesRxCount", object_put_uint64, offsetof(struct rtnl_link_stats64, rx_bytes)},
+    {"LanBytesTxCount", object_put_uint64, offsetof(struct rtnl_link_stats64, tx_bytes)},
+    {"LanUnicastPktTXCount", object_put_uint64, offsetof(struct rtnl_link_stats64, tx_packets)},
+    {"LanMulticastPktRxCount", object_put_uint32, offsetof(struct rtnl_link_stats64, multicast)},
 };
 
 static const struct attribute rdma_counters[] = {
@@ -33,7 +27,9 @@ static const struct attribute rdma_words[] = {
     {"RDMATxTotalBytes", "port_xmit_data", object_put_uint64, 10},
 };
 
+/* The device of a virtual machine's adapter is one level below its PCI device. */
 static const struct attribute placement[] = {
+    {"CPUAffinity", "device/../numa_node", object_put_uint16, 10},
     {"CPUAffinity", "device/numa_node", object_put_uint16, 10},
 };
 
@@ -66,82 +62,63 @@ static void read_adapter(void* data, const char* adapter, const char* name)
     }
 }
 
-void nic_partition_read(struct object* object, const char* device)
+/* Two digits a byte, with colons between. */
+static void put_address(struct object* object, const char* member, struct rtnetlink_address address)
 {
+    static const char digits[] = "0123456789abcdef";
+    char text[3 * MAX_ADDR_LEN + 1] = "";
+    const size_t size = address.size < MAX_ADDR_LEN ? address.size : MAX_ADDR_LEN;
+    for (size_t i = 0; i < size; ++i)
+    {
+        text[3 * i] = digits[address.bytes[i] >> 4];
+        text[3 * i + 1] = digits[address.bytes[i] & 0xF];
+        text[3 * i + 2] = i + 1 < size ? ':' : '\0';
+    }
+    object_put_string(object, member, text);
+}
+
+void nic_partition_read(struct object* object, const char* device,
+                        const struct rtnetlink_link* link)
+{
+    static const struct rtnetlink_address none;
     struct rdma rdma = {object, 0};
     char adapters[sysfs_path_size];
-    uint64_t unicast = 0;
-    uint64_t multicast = 0;
-    nic_put_link_status(object, "PartitionLinkStatus", device);
-    attributes_read(object, device, counters, sizeof counters / sizeof *counters);
-    if (nic_received_packets(device, &unicast, &multicast))
-    {
-        object_put_uint64(object, "LanUnicastPktRXCount", unicast);
-        object_put_uint32(object, "LanMulticastPktRxCount", multicast);
-    }
+    const struct rtnetlink_address* permanent = &link->permanent_address;
+    const bool is_permanent = link->address.size == permanent->size &&
+                              (permanent->size == 0 ||
+                               memcmp(link->address.bytes, permanent->bytes, permanent->size) == 0);
+    nic_put_link_status(object, "PartitionLinkStatus", link);
+    put_address(object, "PermanentMACAddress", *permanent);
+    put_address(object, "VirtualMACAddress", is_permanent ? none : link->address);
+    nic_put_counters(object, link, counters, sizeof counters / sizeof *counters,
+                     "LanUnicastPktRXCount");
     if (sysfs_join(adapters, device, "device/infiniband"))
     {
         /* dev_port counts the adapter's ports from 0, the adapter's directories from 1. */
         rdma.port = sysfs_number(device, "dev_port", 10, &rdma.port) ? rdma.port + 1 : 1;
         sysfs_each(adapters, read_adapter, &rdma);
     }
-    object_put_uint32(object, "StatisticsTime", nic_now());
+    nic_put_statistics_time(object);
 }
 
-/* The location of the network interface's PCI device. */
-static bool find_location(const char* device, struct pci_location* location)
+static void put_driver(struct object* object, const char* device, const struct rtnetlink_link* link)
 {
-    char link[sysfs_path_size];
-    char path[PATH_MAX];
-    if (!sysfs_join(link, device, "device") || realpath(link, path) == NULL)
-    {
-        return false;
-    }
-    /* The device of a virtual machine's adapter is one level below its PCI device. */
-    for (int steps = 0; steps < 2; ++steps)
-    {
-        char* slash = strrchr(path, '/');
-        if (pci_location_parse(slash + 1, location))
-        {
-            return true;
-        }
-        *(slash == path ? slash + 1 : slash) = '\0';
-    }
-    return false;
-}
-
-static void put_address(struct object* object, const char* device)
-{
-    enum
-    {
-        permanent = 0
-    };
-    char address[sysfs_text_size];
-    uint64_t origin = 0;
-    /* The address's origin decides which of the two properties it belongs to. */
-    if (sysfs_text(device, "address", address) &&
-        sysfs_number(device, "addr_assign_type", 10, &origin))
-    {
-        object_put_string(object, origin == permanent ? "PermanentMACAddress" : "VirtualMACAddress",
-                          address);
-    }
-}
-
-static void put_driver(struct object* object, const char* device)
-{
-    enum
-    {
-        infiniband = 32
-    };
+    const struct ethtool_drvinfo info = ethtool_ask_driver(device);
+    struct pci_location location;
     char driver[sysfs_path_size];
     char adapters[sysfs_path_size];
-    uint64_t type = 0;
+    nic_put_driver_state(object, "PartitionOSDriverState", device);
+    if (pci_location_parse(info.bus_info, &location))
+    {
+        object_put_uint32(object, "PCIBus", location.bus);
+        object_put_uint32(object, "PCIDevice", location.device);
+        object_put_uint32(object, "PCIFunction", location.function);
+    }
     if (!sysfs_link_name(device, "device/driver", driver))
     {
         return;
     }
-    object_put_byte(object, "PartitionOSDriverState", driver_bound);
-    if (sysfs_number(device, "type", 10, &type) && type == infiniband)
+    if (link->type == ARPHRD_INFINIBAND)
     {
         object_put_string(object, "InfiniBandOSDriver", driver);
     }
@@ -152,26 +129,18 @@ static void put_driver(struct object* object, const char* device)
 }
 
 bool nic_partition_publish(struct object* object, GANTRY_cpp_context* context, const char* device,
-                           const char* name)
+                           const struct rtnetlink_link* link)
 {
-    struct pci_location location;
     if (!object_publish(object, context, GANTRY_instantiate__com_orvane_velmar_system_NicPartition,
-                        "com.orvane.velmar.system.NicPartition", name))
+                        "com.orvane.velmar.system.NicPartition", link->name))
     {
         return false;
     }
-    object_put_format(object, "FQDD", "NIC.%s-1", name);
-    object_put_format(object, "FriendlyFQDD", "Partition 1 of network port %s", name);
+    object_put_format(object, "FQDD", "NIC.%s-1", link->name);
+    object_put_format(object, "FriendlyFQDD", "Partition 1 of network port %s", link->name);
     object_put_uint32(object, "StatisticsStartTime", nic_now());
-    if (find_location(device, &location))
-    {
-        object_put_uint32(object, "PCIBus", location.bus);
-        object_put_uint32(object, "PCIDevice", location.device);
-        object_put_uint32(object, "PCIFunction", location.function);
-    }
     attributes_read(object, device, placement, sizeof placement / sizeof *placement);
-    put_address(object, device);
-    put_driver(object, device);
-    nic_partition_read(object, device);
+    put_driver(object, device, link);
+    nic_partition_read(object, device, link);
     return true;
 }

@@ -1,4 +1,4 @@
-#include "attribute.h"
+#include "ethtool.h"
 #include "nic.h"
 #include "sysfs.h"
 
@@ -13,82 +13,134 @@ enum
     speed_unknown = 255
 };
 
-static const unsigned int megabits[] = {10,    100,   1000,  2500,  5000,
-                                        10000, 25000, 40000, 50000, 100000};
+static const unsigned int megabits[] = {10,    100,   1000,   2500,   5000,   10000, 25000,
+                                        40000, 50000, 100000, 200000, 400000, 800000};
 
-static const struct attribute counters[] = {
-    {"ReceiveTotalBytes", "statistics/rx_bytes", object_put_uint64, 10},
-    {"TransmitTotalBytes", "statistics/tx_bytes", object_put_uint64, 10},
-    {"TransmitTotalUnicast", "statistics/tx_packets", object_put_uint64, 10},
-    {"ReceiveErrorPktFCSErrors", "statistics/rx_crc_errors", object_put_uint32, 10},
-    {"ReceiveErrorPktAlignmentErrors", "statistics/rx_frame_errors", object_put_uint32, 10},
-    {"ReceiveRuntPkt", "statistics/rx_length_errors", object_put_uint32, 10},
-    {"DiscardedPkts", "statistics/rx_dropped", object_put_uint32, 10},
-    {"TransmitErrorPktMultipleCollision", "statistics/collisions", object_put_uint32, 10},
+#define COUNTER(name) offsetof(struct rtnl_link_stats64, name)
+
+static const struct nic_counter counters[] = {
+    {"ReceiveTotalBytes", object_put_uint64, COUNTER(rx_bytes)},
+    {"ReceiveTotalMulticast", object_put_uint64, COUNTER(multicast)},
+    {"TransmitTotalBytes", object_put_uint64, COUNTER(tx_bytes)},
+    {"TransmitTotalUnicast", object_put_uint64, COUNTER(tx_packets)},
+    {"ReceiveErrorPktFCSErrors", object_put_uint32, COUNTER(rx_crc_errors)},
+    {"ReceiveErrorPktAlignmentErrors", object_put_uint32, COUNTER(rx_frame_errors)},
+    {"ReceiveRuntPkt", object_put_uint32, COUNTER(rx_length_errors)},
+    {"DiscardedPkts", object_put_uint32, COUNTER(rx_dropped)},
+    {"TransmitErrorPktMultipleCollision", object_put_uint32, COUNTER(collisions)},
+    {"TransmitErrorPktLateCollision", object_put_uint32, COUNTER(tx_window_errors)},
+    {"TransmitErrorPktExcessiveCollision", object_put_uint32, COUNTER(tx_aborted_errors)},
 };
 
-static const struct attribute identity[] = {
-    {"MediaType", "type", object_put_uint16, 10},
-};
-
-static unsigned int speed_code(const char* device)
+static unsigned int speed_code(uint32_t speed)
 {
-    uint64_t speed = 0;
-    /* The speed of a port that is down can't be read. */
-    if (sysfs_number(device, "speed", 10, &speed))
+    for (unsigned int i = 0; i < sizeof megabits / sizeof *megabits; ++i)
     {
-        for (unsigned int i = 0; i < sizeof megabits / sizeof *megabits; ++i)
+        if (megabits[i] == speed)
         {
-            if (megabits[i] == speed)
-            {
-                return i + 1;
-            }
+            return i + 1;
         }
     }
     return speed_unknown;
 }
 
-static unsigned int duplex_code(const char* device)
+static unsigned int duplex_code(unsigned char duplex)
 {
-    char duplex[sysfs_text_size];
-    if (!sysfs_text(device, "duplex", duplex))
-    {
-        return duplex_unknown;
-    }
-    return strcmp(duplex, "full") == 0   ? duplex_full
-           : strcmp(duplex, "half") == 0 ? duplex_half
-                                         : duplex_unknown;
+    return duplex == DUPLEX_FULL   ? duplex_full
+           : duplex == DUPLEX_HALF ? duplex_half
+                                   : duplex_unknown;
 }
 
-void nic_port_read(struct object* object, const char* device)
+/* ReceiveFlowControl and TransmitFlowControl are what the port is set to, RXFlowControl and
+ * TXFlowControl what is in effect: the same if pause frames aren't negotiated, and otherwise what
+ * follows from the link modes that the port and its partner advertise. */
+static void read_flow_control(struct object* object, const char* device,
+                              const union ethtool_link* link)
 {
-    uint64_t unicast = 0;
-    uint64_t multicast = 0;
-    nic_put_link_status(object, "LinkStatus", device);
-    object_put_byte(object, "LinkSpeed", speed_code(device));
-    object_put_byte(object, "LinkDuplex", duplex_code(device));
-    attributes_read(object, device, counters, sizeof counters / sizeof *counters);
-    if (nic_received_packets(device, &unicast, &multicast))
+    enum
     {
-        object_put_uint64(object, "ReceiveTotalUnicast", unicast);
-        object_put_uint64(object, "ReceiveTotalMulticast", multicast);
+        both = ETHTOOL_LINK_MODE_Pause_BIT,
+        one = ETHTOOL_LINK_MODE_Asym_Pause_BIT /* of the two directions */
+    };
+    struct ethtool_pauseparam pause = {.cmd = ETHTOOL_GPAUSEPARAM};
+    const bool is_known = ethtool_ask(device, &pause, sizeof pause);
+    const bool is_fixed = is_known && pause.autoneg == 0;
+    const bool is_negotiated =
+        ethtool_has_mode(link, ethtool_partner, ETHTOOL_LINK_MODE_Autoneg_BIT);
+    const bool own = ethtool_has_mode(link, ethtool_advertised, both);
+    const bool its = ethtool_has_mode(link, ethtool_partner, both);
+    const bool each = ethtool_has_mode(link, ethtool_advertised, one) &&
+                      ethtool_has_mode(link, ethtool_partner, one);
+    object_put_byte(object, "ReceiveFlowControl", object_switch(is_known, pause.rx_pause != 0));
+    object_put_byte(object, "TransmitFlowControl", object_switch(is_known, pause.tx_pause != 0));
+    object_put_byte(object, "RXFlowControl",
+                    object_switch(is_fixed || is_negotiated,
+                                  is_fixed ? pause.rx_pause != 0 : own && (its || each)));
+    object_put_byte(object, "TXFlowControl",
+                    object_switch(is_fixed || is_negotiated,
+                                  is_fixed ? pause.tx_pause != 0 : its && (own || each)));
+}
+
+void nic_port_read(struct object* object, const char* device, const struct rtnetlink_link* link)
+{
+    union ethtool_link speed;
+    const struct ethtool_link_settings* settings = &speed.settings;
+    const bool is_known = ethtool_ask_link(device, &speed);
+    nic_put_link_status(object, "LinkStatus", link);
+    object_put_byte(object, "LinkSpeed", is_known ? speed_code(settings->speed) : speed_unknown);
+    object_put_byte(object, "LinkDuplex",
+                    is_known ? duplex_code(settings->duplex) : duplex_unknown);
+    object_put_byte(object, "AutoNegotiation",
+                    object_switch(is_known, settings->autoneg == AUTONEG_ENABLE));
+    read_flow_control(object, device, &speed);
+    nic_put_counters(object, link, counters, sizeof counters / sizeof *counters,
+                     "ReceiveTotalUnicast");
+    nic_put_statistics_time(object);
+}
+
+static void put_capabilities(struct object* object, const char* device)
+{
+    static const char* const directories[][2] = {
+        {"RDMASupport", "device/infiniband"},
+        {"OnChipThermalSensor", "device/hwmon"},
+    };
+    struct ethtool_wolinfo wake = {.cmd = ETHTOOL_GWOL};
+    struct ethtool_eee energy = {.cmd = ETHTOOL_GEEE};
+    char directory[sysfs_path_size];
+    uint64_t functions = 0;
+    for (size_t i = 0; i < sizeof directories / sizeof *directories; ++i)
+    {
+        if (sysfs_join(directory, device, directories[i][1]) && sysfs_is_directory(directory))
+        {
+            object_put_byte(object, directories[i][0], switch_on);
+        }
     }
-    object_put_uint32(object, "StatisticsTime", nic_now());
+    bool is_known = sysfs_number(device, "device/sriov_totalvfs", 10, &functions);
+    object_put_byte(object, "VFSRIOVSupport", object_switch(is_known, functions > 0));
+    is_known = ethtool_ask(device, &wake, sizeof wake);
+    object_put_byte(object, "WOLSupport", object_switch(is_known, wake.supported != 0));
+    is_known = ethtool_ask(device, &energy, sizeof energy);
+    object_put_byte(object, "EnergyEfficientEthernet",
+                    object_switch(is_known, energy.supported != 0));
 }
 
 bool nic_port_publish(struct object* object, GANTRY_cpp_context* context, const char* device,
-                      const char* name)
+                      const struct rtnetlink_link* link)
 {
+    const struct ethtool_drvinfo driver = ethtool_ask_driver(device);
     if (!object_publish(object, context, GANTRY_instantiate__com_orvane_velmar_system_NicPort,
-                        "com.orvane.velmar.system.NicPort", name))
+                        "com.orvane.velmar.system.NicPort", link->name))
     {
         return false;
     }
-    object_put_format(object, "FQDD", "NIC.%s", name);
-    object_put_format(object, "FriendlyFQDD", "Network port %s", name);
+    object_put_format(object, "FQDD", "NIC.%s", link->name);
+    object_put_format(object, "FriendlyFQDD", "Network port %s", link->name);
     object_put_uint32(object, "StatisticsStartTime", nic_now());
     object_put_byte(object, "PartitionCount", 1);
-    attributes_read(object, device, identity, sizeof identity / sizeof *identity);
-    nic_port_read(object, device);
+    object_put_uint16(object, "MediaType", link->type);
+    nic_put_driver_state(object, "OSDriverState", device);
+    object_put_string(object, "FamilyDriverVersion", driver.version);
+    put_capabilities(object, device);
+    nic_port_read(object, device, link);
     return true;
 }

@@ -86,6 +86,11 @@ DEFINE_PUT(uint16, unsigned short)
 DEFINE_PUT(uint32, unsigned int)
 DEFINE_PUT(uint64, unsigned long)
 
+enum object_switch object_switch(bool is_known, bool is_on)
+{
+    return !is_known ? switch_unknown : is_on ? switch_on : switch_off;
+}
+
 void object_put_string(struct object* object, const char* member, const char* text)
 {
     char* present = NULL;

@@ -2,6 +2,11 @@
  * A published object and the names of its changed properties. object_put_* stores a value only if
  * it differs, and without a signal; object_announce announces all changes in one signal. The same
  * code thus fills an object and updates it.
+ *
+ * A fact that the kernel doesn't offer, or refuses to this process, leaves its property as the
+ * library created it: 0, the empty text, or the initial value in the interface's table. One that it
+ * offers no longer sets the property to that value again. No code of this host has that value for
+ * another meaning: a switch in a byte is 1 if it is on and 2 if it is off.
  */
 #ifndef OBJECT_H
 #define OBJECT_H
@@ -15,6 +20,13 @@
 enum
 {
     object_most_changes = 31 /* more than any object here has at once */
+};
+
+enum object_switch
+{
+    switch_unknown,
+    switch_on,
+    switch_off
 };
 
 struct object
@@ -48,6 +60,9 @@ object_put object_put_byte;
 object_put object_put_uint16;
 object_put object_put_uint32;
 object_put object_put_uint64;
+
+/* The code of a switch, for a byte. */
+enum object_switch object_switch(bool is_known, bool is_on);
 
 /* Stores a copy; null leaves the property as it is. */
 void object_put_string(struct object* object, const char* member, const char* text);

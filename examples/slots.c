@@ -4,10 +4,13 @@
 
 #include "attribute.h"
 #include "dump.h"
+#include "hwdb.h"
+#include "pci_interfaces.h"
 #include "pci_location.h"
 #include "sysfs.h"
 
 #include <errno.h>
+#include <inttypes.h>
 #include <stdlib.h>
 #include <string.h>
 #include <systemd/sd-bus.h>
@@ -172,9 +175,11 @@ static void publish_slot(void* context, const char* device, const char* address)
     {
         network_controller = 0x02
     };
+    static const struct hwdb_members names = {.vendor = "VendorName", .product = "ProductName"};
     struct pci_location location;
     struct object object;
     uint64_t code = 0;
+    uint64_t lanes = 0;
     if (!sysfs_number(device, "class", 10, &code) || code >> 16 != network_controller ||
         !object_publish(&object, context, create, "com.orvane.velmar.system.NicSlot", address))
     {
@@ -190,6 +195,14 @@ static void publish_slot(void* context, const char* device, const char* address)
         object_put_byte(&object, "BSInfo_Device", location.device);
         object_put_byte(&object, "BSInfo_Function", location.function);
     }
+    if (sysfs_number(device, "current_link_width", 10, &lanes) && lanes > 0)
+    {
+        object_put_format(&object, "DataBusWidth", "x%" PRIu64, lanes);
+    }
+    hwdb_put_device(&object, device, names);
+    const struct ethtool_drvinfo driver = pci_ask_driver(device);
+    object_put_string(&object, "FamilyVersion", driver.fw_version);
+    object_put_string(&object, "ControllerBIOSVersion", driver.erom_version);
     GANTRY_property_set_boolean(object.instance, "IsCoreDumpSupported", true, true, NULL);
     GANTRY_property_set_boolean(object.instance, "IsCoreDumpEnabled", dumps != NULL, true, NULL);
 }

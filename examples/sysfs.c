@@ -5,10 +5,12 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 bool sysfs_join(char path[sysfs_path_size], const char* directory, const char* name)
@@ -81,6 +83,12 @@ bool sysfs_is_directory(const char* path)
 {
     struct stat status;
     return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool sysfs_is_recorded(const char* sys)
+{
+    struct statfs mounted;
+    return statfs(sys, &mounted) != 0 || mounted.f_type != SYSFS_MAGIC;
 }
 
 static int is_visible(const struct dirent* entry)

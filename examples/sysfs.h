@@ -35,6 +35,11 @@ bool sysfs_link_name(const char* directory, const char* link, char name[sysfs_pa
 
 bool sysfs_is_directory(const char* path);
 
+/* Whether this is a tree of plain files, in which what the kernel answers otherwise is in files,
+ * too.
+ */
+bool sysfs_is_recorded(const char* sys);
+
 /* Calls `visit` with the path and name of each entry, sorted by name. */
 void sysfs_each(const char* directory,
                 void (*visit)(void* data, const char* path, const char* name), void* data);

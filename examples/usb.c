@@ -1,7 +1,9 @@
 #include "attribute.h"
+#include "hwdb.h"
 #include "inventory.h"
 #include "sysfs.h"
 
+#include <stdio.h>
 #include <string.h>
 
 static const struct attribute attributes[] = {
@@ -39,8 +41,12 @@ static bool coded_version(const char* device, uint64_t* version)
 
 static void publish_device(void* context, const char* device, const char* name)
 {
+    static const struct hwdb_members names = {.vendor = "Manufacturer", .product = "ProductName"};
     struct object object;
+    char modalias[sizeof "usb:v0000p0000"];
     uint64_t version = 0;
+    uint64_t vendor = 0;
+    uint64_t product = 0;
     /* A device's interfaces are listed too: 1-2:1.0 is one of 1-2. */
     if (strchr(name, ':') != NULL ||
         !object_publish(&object, context, GANTRY_instantiate__com_orvane_velmar_system_USB,
@@ -52,6 +58,13 @@ static void publish_device(void* context, const char* device, const char* name)
     object_put_format(&object, "fqdd", "USB.%s", name);
     object_put_format(&object, "FriendlyFQDD", "USB device %s", name);
     attributes_read(&object, device, attributes, sizeof attributes / sizeof *attributes);
+    if (sysfs_number(device, "idVendor", 16, &vendor) &&
+        sysfs_number(device, "idProduct", 16, &product))
+    {
+        snprintf(modalias, sizeof modalias, "usb:v%04Xp%04X", (unsigned int)vendor & 0xFFFF,
+                 (unsigned int)product & 0xFFFF);
+        hwdb_put(&object, modalias, names);
+    }
     if (coded_version(device, &version))
     {
         object_put_uint16(&object, "USBVersion", version);

@@ -6,11 +6,15 @@
 #include "support/program.hpp"
 #include "support/temp_dir.hpp"
 
+#include <linux/ethtool.h>
+#include <linux/if.h>
+#include <linux/if_arp.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <systemd/sd-daemon.h>
+#include <systemd/sd-hwdb.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,6 +44,28 @@ std::string number(std::uint64_t value, std::size_t width)
     std::string bytes(width, '\0');
     std::memcpy(bytes.data(), &value, std::min(width, sizeof value));
     return bytes;
+}
+
+template <typename Value>
+std::string bytes(const Value& value)
+{
+    return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+
+std::string attribute(unsigned short type, const std::string& data)
+{
+    const auto size = data.size() + 4;
+    return number(size, 2) + number(type, 2) + data + std::string((4 - size % 4) % 4, '\0');
+}
+
+// What the kernel tells of an interface, or a bridge of its port.
+std::string message(unsigned short type, const std::string& name, unsigned int index,
+                    const std::string& attributes = {}, unsigned char family = AF_UNSPEC)
+{
+    const auto body = number(family, 2) + number(ARPHRD_ETHER, 2) + number(index, 12) +
+                      attribute(IFLA_MTU, number(1500, 4)) + attributes +
+                      attribute(IFLA_IFNAME, name + '\0');
+    return number(sizeof(nlmsghdr) + body.size(), 4) + number(type, 12) + body;
 }
 
 // Of "name=value; name=value".
@@ -91,6 +117,12 @@ struct Inventoryd : testing::Test
         create_directories((sys / name).parent_path());
         create_directories(sys / target);
         create_symlink(sys / target, sys / name);
+    }
+
+    // What the interface's driver answers.
+    void answer(const std::string& device, int request, const std::string& text) const
+    {
+        write("class/net/" + device + "/ethtool/" + std::to_string(request), text);
     }
 
     void start(int netlink = -1)
@@ -162,21 +194,37 @@ TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAloneAndARefreshOneSignal)
     };
     write(pci + "/config", configuration(0x10));
     write("bus/pci/devices/0000:00:00.0/config", configuration(0x05));
-    write_lines("class/dmi/id", "bios_version=2.19.1; bios_vendor=Vendor \xFF Inc.");
+    write_lines("class/dmi/id", "bios_version=2.19.1; bios_vendor=Vendor \xFF Inc.; board_name=; "
+                                "board_serial=7; board_vendor=A");
     write_lines(
         "bus/usb/devices",
         "1-2.4/idProduct=12345; 1-2.4/version= 3.20; 1-2.4:1.0/version=1; usb1/version=two");
-    // On that PCI device; one step below one; on another bus.
     link("class/net/eth0.1/device", pci);
-    link("class/net/eth1/device", "devices/0000:00:04.0/virtio1");
-    link("class/net/usb0/device", "devices/0000:00:05.0/2-1/2-1:1.0");
-    write_lines("class/net/eth0.1",
-                "operstate=up; dev_port=1; statistics/rx_dropped=4294967296; "
-                "statistics/rx_bytes=18446744073709551615; "
-                "statistics/tx_bytes=18446744073709551616; brport/designated_bridge=own; "
-                "brport/designated_port=9; brport/bridge/bridge/bridge_id=own");
-    write_lines("class/net/eth1/statistics", "rx_packets=3; multicast=4");
-    write("class/net/bonding_masters", "\n");
+    write_lines("class/net",
+                "eth0.1/dev_port=1; eth0.1/brport/designated_bridge=own; "
+                "eth0.1/brport/designated_port=9; eth0.1/brport/bridge/bridge/bridge_id=own; "
+                "eth1/device/uevent=; usb0/device/uevent=; bridge0/type=1; bonding_masters=");
+    rtnl_link_stats64 counters{};
+    counters.rx_bytes = UINT64_MAX;
+    counters.rx_dropped = UINT64_C(1) << 32;
+    counters.rx_packets = 3;
+    counters.multicast = 4;
+    // An older kernel has fewer counters.
+    const auto links = [&](unsigned char state)
+    {
+        return message(RTM_NEWLINK, "eth0.1", 2,
+                       attribute(IFLA_STATS64, bytes(counters)) +
+                           attribute(IFLA_OPERSTATE, {char(state)})) +
+               message(RTM_NEWLINK, "eth1", 3,
+                       attribute(IFLA_STATS64, bytes(counters).substr(0, 24))) +
+               message(RTM_NEWLINK, "usb0", 4) + message(RTM_NEWLINK, "bridge0", 5);
+    };
+    write("rtnetlink", links(IF_OPER_UP));
+    ethtool_drvinfo driver{};
+    std::strcpy(driver.bus_info, "0001:a2:1f.3");
+    answer("eth0.1", ETHTOOL_GDRVINFO, bytes(driver));
+    std::strcpy(driver.bus_info, "usb-0000:00:05.0-1");
+    answer("usb0", ETHTOOL_GDRVINFO, bytes(driver));
     start();
 
     expect("hwi.HWIStndConfig/_30001_3aa2_3a1f_2e3",
@@ -185,24 +233,27 @@ TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAloneAndARefreshOneSignal)
     expect("hwi.HWIPcie/_30001_3aa2_3a1f_2e3", "CurrentLinkSpeed=u 8000; PortType=y 4");
     expect("hwi.HWIPcie/_30000_3a00_3a00_2e0", "PortType=y 0");
     expect("system.BLT", "Manufacturer=s \"Vendor \uFFFD Inc.\"; Version=t 563031557865472");
+    expect("hwi.HWIOemFruCustomData",
+           "BoardCustomData=as [\"board_vendor=A\", \"board_serial=7\"]; ChassisCustomData=as []");
     expect("system.USB/_31_2d2_2e4", "ProductID=q 0; USBVersion=q 800");
     expect("system.USB/usb1", "USBVersion=q 0");
     expect("system.NicController", "PortsCount=y 3");
     expect("system.NicPort/eth0_2e1",
-           "LinkStatus=y 1; ReceiveTotalBytes=t 18446744073709551615; TransmitTotalBytes=t 0; "
-           "DiscardedPkts=u 0");
+           "LinkStatus=y 1; ReceiveTotalBytes=t 18446744073709551615; DiscardedPkts=u 0; "
+           "ReceiveTotalUnicast=t 0");
+    expect("system.NicPort/eth1",
+           "ReceiveTotalUnicast=t 3; ReceiveTotalBytes=t 18446744073709551615");
     expect("system.NicPartition/eth0_2e1",
            "PCIDevice=u 31; RDMARxTotalBytes=t 40; RDMATxTotalPackets=t 0");
-    expect("system.NicPartition/eth1", "PCIDevice=u 4; LanUnicastPktRXCount=t 0");
     expect("system.NicPartition/usb0", "PCIDevice=u 0");
     expect("system.NicConnectionView/eth0_2e1", "ChassisId=s \"\"");
     EXPECT_EQ(client.introspect(at("system.USB")).find("_3a"), std::string::npos) << "not a device";
 
-    write_lines("class/net/eth0.1", "operstate=down; brport/designated_bridge=other");
-    // The time of a reading changes with each, so a signal without it would be a second one.
-    const auto port = signals("PropertiesChanged", at("system.NicPort/eth0_2e1"), 2);
+    write("class/net/eth0.1/brport/designated_bridge", "other\n");
+    write("rtnetlink", links(IF_OPER_DOWN));
+    const auto port = signals("PropertiesChanged", at("system.NicPort/eth0_2e1"), 1);
     EXPECT_TRUE(port.at(0).changed.contains("StatisticsTime"));
-    EXPECT_TRUE(port.at(1).changed.contains("StatisticsTime"));
+    signals("PropertiesChanged", at("system.NicPort/eth1"), 0);
     const auto partner = signals("PropertiesChanged", at("system.NicConnectionView/eth0_2e1"), 1);
     EXPECT_EQ(
         partner.at(0).changed,
@@ -210,36 +261,35 @@ TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAloneAndARefreshOneSignal)
     expect("system.NicPort/eth0_2e1", "LinkStatus=y 2");
 }
 
-// What the kernel tells of an interface, or a bridge of its port.
-std::string message(unsigned short type, const std::string& name, unsigned char family = AF_UNSPEC)
-{
-    const auto body = number(family, sizeof(ifinfomsg)) + number(6, 2) + number(IFLA_MTU, 6) +
-                      number(5 + name.size(), 2) + number(IFLA_IFNAME, 2) + name + '\0';
-    return number(sizeof(nlmsghdr) + body.size(), 4) + number(type, 12) + body;
-}
-
 TEST_F(Inventoryd, InterfacesThatComeAndGoAreAnnouncedOnceAndLostMessagesMadeGood)
 {
-    write("class/net/lo/operstate", "up\n");
+    setenv("INVENTORYD_EVERY_INTERFACE", "", 1);
+    const auto eth0 = message(RTM_NEWLINK, "eth0", 1);
+    write("class/net/eth0/type", "1\n");
+    write("rtnetlink", eth0);
     int pair[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, pair), 0);
     start(pair[1]);
+    unsetenv("INVENTORYD_EVERY_INTERFACE");
+    // From now on an incomplete answer, which removes and adds nothing.
+    write("rtnetlink", eth0 + number(16, 4) + number(NLMSG_ERROR, 12));
     const auto tell = [&](const std::string& datagram)
     { ASSERT_EQ(send(pair[0], datagram.data(), datagram.size(), 0), std::ssize(datagram)); };
     const auto veth0 = at("system.NicPort/veth0");
     // Not well-formed, not for us, or of an interface that has gone already.
     tell("short");
     tell(number(0, sizeof(nlmsghdr)));
-    tell(message(RTM_NEWLINK, "lo"));
+    tell(eth0);
     tell(number(47, 4) + number(RTM_DELLINK, 12));
-    const auto name = number(7, 2) + number(IFLA_IFNAME, 2) + "lo" + '\0';
-    tell(number(36, 4) + number(RTM_DELLINK, 28) + name);
-    tell(message(RTM_DELLINK, "lo", AF_BRIDGE));
-    tell(message(RTM_NEWLINK, "gone"));
-    tell(message(RTM_NEWLINK, std::string(100, 'x')));
-    write("class/net/veth0/operstate", "up\n");
-    tell(message(RTM_NEWLINK, "veth0"));
-    tell(message(RTM_NEWLINK, "veth0"));
+    const auto name = attribute(IFLA_IFNAME, "eth0\0"s);
+    tell(number(36, 4) + number(RTM_DELLINK, 16) + number(1, 12) + name);
+    tell(message(RTM_DELLINK, "eth0", 1, {}, AF_BRIDGE));
+    tell(message(RTM_NEWLINK, "gone", 2));
+    tell(message(RTM_NEWLINK, std::string(100, 'x'), 3));
+    write("class/net/veth0/type", "1\n");
+    const auto up = attribute(IFLA_OPERSTATE, {IF_OPER_UP});
+    tell(message(RTM_NEWLINK, "veth0", 4, up));
+    tell(message(RTM_NEWLINK, "veth0", 4, up));
     EXPECT_THAT(signals("InterfacesAdded", veth0, 1).at(0).body,
                 testing::HasSubstr("\"LinkStatus\": <y 1>"));
     // Three objects, each from its own path and from the one that clients start at.
@@ -247,20 +297,20 @@ TEST_F(Inventoryd, InterfacesThatComeAndGoAreAnnouncedOnceAndLostMessagesMadeGoo
     expect("system.NicController", "PortsCount=y 2");
 
     // The kernel tells before the directory is gone. Then the path is free again.
-    tell(message(RTM_DELLINK, "veth0"));
+    tell(message(RTM_DELLINK, "veth0", 4));
     signals("InterfacesRemoved", veth0, 1);
     EXPECT_EQ(std::ranges::count(client.signals(), "InterfacesRemoved", &support::Signal::member),
               6);
-    tell(message(RTM_NEWLINK, "veth0"));
+    tell(message(RTM_NEWLINK, "veth0", 5));
     signals("InterfacesAdded", veth0, 2);
     signals("PropertiesChanged", at("system.NicController"), 3);
 
     // Messages were lost: of one that went, of another by a name that is known, of a new one.
-    std::filesystem::remove_all(sys / "class/net/veth0");
-    write_lines("class/net", "lo/ifindex=7; veth1/operstate=down");
     tell(number(0, 40000)); // more than the host reads at a time
+    write("class/net/veth1/type", "1\n");
+    write("rtnetlink", message(RTM_NEWLINK, "eth0", 7) + message(RTM_NEWLINK, "veth1", 8));
     signals("InterfacesAdded", at("system.NicPort/veth1"), 1);
-    signals("InterfacesAdded", at("system.NicPort/lo"), 1);
+    signals("InterfacesAdded", at("system.NicPort/eth0"), 1);
     signals("InterfacesRemoved", veth0, 2);
     expect("system.NicController", "PortsCount=y 2");
     close(pair[0]);
@@ -294,6 +344,7 @@ TEST_F(Inventoryd, BootEntriesAreReadAsFarAsTheyAreWellFormed)
     };
     variable("BootOrder", number(0x0003001A, 4));
     variable("BootCurrent", number(0x0003, 2));
+    variable("BootNext", number(0x0003, 2));
     variable("Boot0003", whole + "\x01\x02");
     variable("Boot001A", load_option(u"a\xD83D-\xDE00", "\x04\x04\x03\x00"s));
     variable("Boot001B", load_option(u"", disk + "\x04\x04\xFF\xFF"));
@@ -309,9 +360,9 @@ TEST_F(Inventoryd, BootEntriesAreReadAsFarAsTheyAreWellFormed)
     expect("system.BootDevice/Boot0003",
            "hdr_DOT_objName=s \"Disk \u00E4\u20AC\U0001F600\"; oBootPath=s "
            "\"Path(4,1,01AB)/\\\\EFI\\\\a.efi\"; oBootData=s \"0102\"; iCurrentIndex=y 2; "
-           "iEnabled=y 1");
-    expect("system.BootDevice/Boot001A",
-           "hdr_DOT_objName=s \"a\uFFFD-\uFFFD\"; oBootPath=s \"\"; iCurrentIndex=y 1");
+           "iPendingIndex=y 1; iEnabled=y 1");
+    expect("system.BootDevice/Boot001A", "hdr_DOT_objName=s \"a\uFFFD-\uFFFD\"; oBootPath=s \"\"; "
+                                         "iCurrentIndex=y 1; iPendingIndex=y 2");
     expect("system.BootDevice/Boot001B",
            "oBootPath=s \"Path(4,1,01AB)/\\\\EFI\\\\a.efi\"; iCurrentIndex=y 0");
     expect("system.BootDevice/Boot001C", "oBootPath=s \"Path(4,4,61)\"");
@@ -418,6 +469,80 @@ TEST_F(Inventoryd, EndsWithFailureWithoutItsNameAndIsNotReadyWhenRefusedIt)
     sd_bus_request_name(client.bus(), service.c_str(), SD_BUS_NAME_REPLACE_EXISTING);
     EXPECT_EQ(host->stop(0), 1);
     host.reset();
+}
+
+// The name that this machine's hardware database has, or what is shown without one.
+std::string database_name(const char* modalias, const char* key, const char* name)
+{
+    sd_hwdb* database = nullptr;
+    (void)(sd_hwdb_new(&database) >= 0 && sd_hwdb_get(database, modalias, key, &name) >= 0);
+    const std::string found = "s \"" + std::string(name) + '"';
+    sd_hwdb_unref(database);
+    return found;
+}
+
+TEST_F(Inventoryd, WhatDriversAndDatabaseTellIsNeitherSwappedNorTakenFromATornAnswer)
+{
+    const std::string pci = "bus/pci/devices/0000:03:00.1";
+    const char* const modalias = "pci:v00008086d00001521sv00000000sd00000000bc02sc00i00";
+    const auto address = [](unsigned short type, char last)
+    { return attribute(type, std::string("\x02\0\xAB\0\0", 5) + last); };
+    write("rtnetlink", message(RTM_NEWLINK, "eth0", 1,
+                               address(IFLA_ADDRESS, 1) + address(IFLA_PERM_ADDRESS, 2)) +
+                           message(RTM_NEWLINK, "eth1", 2, address(IFLA_ADDRESS, 3)));
+    link("class/net/eth0", pci + "/net/eth0");
+    link("class/net/eth0/device", pci);
+    link("class/net/eth1/device", "devices/1");
+    link(pci + "/driver", "drivers/one");
+    ethtool_drvinfo driver{};
+    std::strcpy(driver.version, "6.1");
+    std::strcpy(driver.fw_version, "22.31");
+    answer("eth0", ETHTOOL_GDRVINFO, bytes(driver));
+    // The partner sends pause frames but takes none.
+    const auto sets =
+        number(0, 8) +
+        number(1 << ETHTOOL_LINK_MODE_Pause_BIT | 1 << ETHTOOL_LINK_MODE_Asym_Pause_BIT, 8) +
+        number(1 << ETHTOOL_LINK_MODE_Autoneg_BIT | 1 << ETHTOOL_LINK_MODE_Asym_Pause_BIT, 8);
+    const auto settings = number(ETHTOOL_GLINKSETTINGS, 4) + number(SPEED_25000, 4) +
+                          number(DUPLEX_FULL, 3) + number(AUTONEG_ENABLE, 4) + number(2, 33);
+    answer("eth0", ETHTOOL_GLINKSETTINGS, settings + sets);
+    answer("eth1", ETHTOOL_GLINKSETTINGS, settings + sets.substr(1));
+    const auto words = [](unsigned int first, unsigned int second, unsigned int third)
+    { return number(0, 4) + number(first, 4) + number(second, 4) + number(third, 4); };
+    answer("eth0", ETHTOOL_GPAUSEPARAM, words(1, 0, 1));
+    answer("eth1", ETHTOOL_GPAUSEPARAM, words(0, 0, 1));
+    answer("eth0", ETHTOOL_GWOL, words(WAKE_MAGIC, 0, 0) + number(0, 4));
+    answer("eth0", ETHTOOL_GEEE, words(0, 1, 1) + number(1, 24));
+    write_lines(pci,
+                "class=0x020000; current_link_width=8; sriov_totalvfs=0; modalias="s + modalias);
+    write_lines("bus/pci/slots", "5/address=0000:03:00; 6/address=0000:03:01; 7/address=0000:03:0");
+    write(pci + "/config", number(0, 256) + "\x01\0\x01\x11"s + number(0, 12) + "\x03\0\x01\0"s +
+                               number(0x0102030405060708, 8));
+    write_lines("bus/usb/devices/usb1", "idVendor=1d6b; idProduct=0002; product=own");
+    start();
+
+    expect("system.NicPort/eth0",
+           "FamilyDriverVersion=s \"6.1\"; OSDriverState=y 1; LinkSpeed=y 7; LinkDuplex=y 1; "
+           "AutoNegotiation=y 1; ReceiveFlowControl=y 2; TransmitFlowControl=y 1; "
+           "RXFlowControl=y 1; TXFlowControl=y 2; WOLSupport=y 1; EnergyEfficientEthernet=y 2; "
+           "VFSRIOVSupport=y 2; MediaType=q 1");
+    expect("system.NicPort/eth1",
+           "LinkSpeed=y 255; LinkDuplex=y 0; AutoNegotiation=y 0; RXFlowControl=y 2; "
+           "TXFlowControl=y 1; WOLSupport=y 0; OSDriverState=y 0");
+    expect("system.NicPartition/eth0",
+           "PartitionOSDriverState=y 1; PermanentMACAddress=s \"02:00:ab:00:00:02\"; "
+           "VirtualMACAddress=s \"02:00:ab:00:00:01\"");
+    expect("system.NicPartition/eth1",
+           "PermanentMACAddress=s \"\"; VirtualMACAddress=s \"02:00:ab:00:00:03\"");
+    expect("system.NicSlot/_30000_3a03_3a00_2e1",
+           "FamilyVersion=s \"22.31\"; DataBusWidth=s \"x8\"");
+    expect("hwi.HWIStndConfig/_30000_3a03_3a00_2e1", "SlotString=s \"5\"; DataBusWidth=y 8");
+    expect("hwi.HWIPcie/_30000_3a03_3a00_2e1",
+           "FirmwareVersion=s \"22.31\"; PCISerialNumber=s \"01-02-03-04-05-06-07-08\"; "
+           "description=" +
+               database_name(modalias, "ID_PCI_SUBCLASS_FROM_DATABASE", ""));
+    expect("system.USB/usb1",
+           "ProductName=" + database_name("usb:v1D6Bp0002", "ID_MODEL_FROM_DATABASE", "own"));
 }
 
 } // namespace

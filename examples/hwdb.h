@@ -1,0 +1,28 @@
+/*
+ * Names of vendors, products and classes from the system's hardware database, where it is
+ * installed.
+ */
+#ifndef HWDB_H
+#define HWDB_H
+
+#include "object.h"
+
+/* Which of a device's names belongs into which property; null for none. */
+struct hwdb_members
+{
+    const char* vendor;
+    const char* product;
+    const char* subclass; /* of PCI devices alone */
+};
+
+/* Stores the names of the device with this modalias. A name that the database doesn't have leaves
+ * its property unchanged. */
+void hwdb_put(struct object* object, const char* modalias, struct hwdb_members members);
+
+/* The same for a device whose directory has its modalias. */
+void hwdb_put_device(struct object* object, const char* device, struct hwdb_members members);
+
+/* Unmaps the database, which the first name maps. */
+void hwdb_close(void);
+
+#endif
