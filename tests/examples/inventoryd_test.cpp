@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -38,7 +39,22 @@ using support::Properties;
 std::string number(std::uint64_t value, std::size_t width)
 {
     std::string bytes(width, '\0');
-    std::memcpy(bytes.data(), &value, std::min(width, sizeof value));
+    for (char& byte : bytes)
+    {
+        byte = static_cast<char>(value);
+        value >>= 8;
+    }
+    return bytes;
+}
+
+// The same in this machine's order, which the kernel's messages have.
+std::string native(std::uint64_t value, std::size_t width)
+{
+    std::string bytes = number(value, width);
+    if constexpr (std::endian::native == std::endian::big)
+    {
+        std::ranges::reverse(bytes);
+    }
     return bytes;
 }
 
@@ -213,9 +229,10 @@ TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAloneAndARefreshOneSignal)
 // What the kernel tells of an interface, or a bridge of its port.
 std::string message(unsigned short type, const std::string& name, unsigned char family = AF_UNSPEC)
 {
-    const auto body = number(family, sizeof(ifinfomsg)) + number(6, 2) + number(IFLA_MTU, 6) +
-                      number(5 + name.size(), 2) + number(IFLA_IFNAME, 2) + name + '\0';
-    return number(sizeof(nlmsghdr) + body.size(), 4) + number(type, 12) + body;
+    const auto body = number(family, sizeof(ifinfomsg)) + native(6, 2) + native(IFLA_MTU, 2) +
+                      number(0, 4) + native(5 + name.size(), 2) + native(IFLA_IFNAME, 2) + name +
+                      '\0';
+    return native(sizeof(nlmsghdr) + body.size(), 4) + native(type, 2) + number(0, 10) + body;
 }
 
 TEST_F(Inventoryd, InterfacesThatComeAndGoAreAnnouncedOnceAndLostMessagesMadeGood)
@@ -231,9 +248,9 @@ TEST_F(Inventoryd, InterfacesThatComeAndGoAreAnnouncedOnceAndLostMessagesMadeGoo
     tell("short");
     tell(number(0, sizeof(nlmsghdr)));
     tell(message(RTM_NEWLINK, "lo"));
-    tell(number(47, 4) + number(RTM_DELLINK, 12));
-    const auto name = number(7, 2) + number(IFLA_IFNAME, 2) + "lo" + '\0';
-    tell(number(36, 4) + number(RTM_DELLINK, 28) + name);
+    tell(native(47, 4) + native(RTM_DELLINK, 2) + number(0, 10));
+    const auto name = native(7, 2) + native(IFLA_IFNAME, 2) + "lo" + '\0';
+    tell(native(36, 4) + native(RTM_DELLINK, 2) + number(0, 26) + name);
     tell(message(RTM_DELLINK, "lo", AF_BRIDGE));
     tell(message(RTM_NEWLINK, "gone"));
     tell(message(RTM_NEWLINK, std::string(100, 'x')));
@@ -273,7 +290,12 @@ std::string path_node(unsigned int type, unsigned int subtype, const std::string
 
 std::string utf16(std::u16string_view text)
 {
-    return std::string(reinterpret_cast<const char*>(text.data()), text.size() * 2) + number(0, 2);
+    std::string bytes;
+    for (const char16_t unit : text)
+    {
+        bytes += number(unit, 2);
+    }
+    return bytes + number(0, 2);
 }
 
 std::string load_option(std::u16string_view description, const std::string& path)
