@@ -123,23 +123,20 @@ class Validator
     /** Looks at members of all kinds in the order of the table. */
     void check_names() const
     {
-        std::vector<Member> members;
+        std::multimap<int, Member> members; // by line
         const auto collect = [&members](const auto& kind)
         {
             for (const auto& member : kind)
             {
-                members.push_back({member.name, member.line});
+                members.emplace(member.line, Member{member.name, member.line});
             }
         };
         collect(interface.methods);
         collect(interface.signals);
         collect(interface.properties);
-        std::stable_sort(members.begin(), members.end(),
-                         [](const Member& left, const Member& right)
-                         { return left.line < right.line; });
 
         std::map<std::string, Member> owners;
-        for (const Member& member : members)
+        for (const auto& [line, member] : members)
         {
             const std::string name = checked_accessor(member);
             const auto [owner, fresh] = owners.try_emplace(name, member);

@@ -96,7 +96,11 @@ class TreeBuilder
 
     int line() const
     {
+#if XML_MAJOR_VERSION == 2 && XML_MINOR_VERSION < 9
         return static_cast<int>(XML_GetCurrentLineNumber(parser.get()));
+#else
+        return static_cast<int>(XML_GetCurrentLineNumber64(parser.get()));
+#endif
     }
 
     std::unique_ptr<XML_ParserStruct, ParserFree> parser;

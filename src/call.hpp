@@ -81,7 +81,7 @@ class ServedCall
     [[gnu::tls_model("initial-exec")]] inline static constinit thread_local ServedCall* innermost =
         nullptr;
 
-    sd_bus_error failure = SD_BUS_ERROR_NULL;
+    sd_bus_error failure{};
 };
 
 /** Thrown to pass sdbusplus when a write is refused and the client's error is set; `result` is what

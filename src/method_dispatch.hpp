@@ -84,7 +84,7 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
                                                  &std::get<output>(outputs.forms)...);
         }
         (std::index_sequence_for<Inputs...>{}, std::index_sequence_for<Outputs...>{});
-        std::apply([this](auto&... input) { (disown(input), ...); }, inputs.forms);
+        std::apply([this](auto&... input) { (this->disown(input), ...); }, inputs.forms);
     }
 
     /** The outputs' values. An array takes the storage of an input of the same type. */

@@ -103,7 +103,7 @@ int append_properties(sd_bus_message* message, sd_bus* bus, const Published& obj
             continue;
         }
         const auto& property = row->x.property;
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error{};
         if ((result = sd_bus_message_open_container(message, 'e', "sv")) >= 0 &&
             (result = sd_bus_message_append_basic(message, 's', property.member)) >= 0 &&
             (result = sd_bus_message_open_container(message, 'v', property.signature)) >= 0 &&

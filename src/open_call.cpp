@@ -90,7 +90,7 @@ int TakenCall::refuse(const char* name, const char* text) noexcept
 {
     is_answered = true;
     // It sends nothing if the client wants no reply.
-    const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(name, text);
+    const sd_bus_error error{.name = name, .message = text, ._need_free = 0};
     return sd_bus_reply_method_error(call->message, &error);
 }
 

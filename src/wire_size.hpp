@@ -76,7 +76,7 @@ class WireSize
     void add(const std::tuple<Members...>& members)
     {
         add_bytes(8, 0);
-        std::apply([this](const auto&... each) { (add(each), ...); }, members);
+        std::apply([this](const auto&... each) { (this->add(each), ...); }, members);
     }
 
     template <class... Alternatives>
@@ -86,7 +86,7 @@ class WireSize
         add_bytes(1, longest_signature);
         if (!value.valueless_by_exception())
         {
-            std::visit([this](const auto& held) { add(held); }, value);
+            std::visit([this](const auto& held) { this->add(held); }, value);
         }
     }
 

@@ -55,7 +55,7 @@ char priority(int level) noexcept
 
 bool is_control(char byte) noexcept
 {
-    return (byte >= 0 && byte < ' ') || byte == '\x7f';
+    return static_cast<unsigned char>(byte) < ' ' || byte == '\x7f';
 }
 
 /** The last place up to `size` where the text can be cut without splitting a UTF-8 sequence. */

@@ -103,8 +103,8 @@ TEST_F(Clients, OfSdbusCppSeeWhatThereIsAndHotPlug)
 TEST_F(Clients, OfTheExamplesSeeWhatThereIsAndHotPlug)
 {
     support::Program programs[] = {support::Program({CLIENT, service.c_str()}),
-                                   support::Program({CLIENT ".sh", service.c_str()}),
-                                   support::Program({CLIENT ".py", service.c_str()})};
+                                   support::Program({"env", CLIENT ".sh", service.c_str()}),
+                                   support::Program({"env", CLIENT ".py", service.c_str()})};
     const auto expect_line = [this](support::Program& program, const std::string& text)
     {
         auto line = std::async(std::launch::async, [&program] { return program.line(); });

@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -42,7 +43,22 @@ using support::Properties;
 std::string number(std::uint64_t value, std::size_t width)
 {
     std::string bytes(width, '\0');
-    std::memcpy(bytes.data(), &value, std::min(width, sizeof value));
+    for (char& byte : bytes)
+    {
+        byte = static_cast<char>(value);
+        value >>= 8;
+    }
+    return bytes;
+}
+
+// The same in this machine's order, which the kernel's messages have.
+std::string native(std::uint64_t value, std::size_t width)
+{
+    std::string bytes = number(value, width);
+    if constexpr (std::endian::native == std::endian::big)
+    {
+        std::ranges::reverse(bytes);
+    }
     return bytes;
 }
 
@@ -323,7 +339,12 @@ std::string path_node(unsigned int type, unsigned int subtype, const std::string
 
 std::string utf16(std::u16string_view text)
 {
-    return std::string(reinterpret_cast<const char*>(text.data()), text.size() * 2) + number(0, 2);
+    std::string bytes;
+    for (const char16_t unit : text)
+    {
+        bytes += number(unit, 2);
+    }
+    return bytes + number(0, 2);
 }
 
 std::string load_option(std::u16string_view description, const std::string& path)

@@ -366,7 +366,7 @@ TEST(Sdloop, EndsWithTheExitCodeOfTheEventLoop)
           {-ESRCH, sdloop.failed("sd_event_loop: No such process")}})
     {
         Service service;
-        const auto exit = [&, code = code] { sd_event_exit(service.context->event.get(), code); };
+        const auto exit = [&, rc = code] { sd_event_exit(service.context->event.get(), rc); };
         service.serve(event_source, sdloop.run, exit);
         EXPECT_EQ(logged(2), end);
     }

@@ -70,7 +70,9 @@ NOTED(sd_bus_slot_unref, sd_bus_slot)
 NOTED(sd_event_unref, sd_event)
 
 // pthread_setspecific: what the pointer points at isn't read, and GCC takes it for unset.
+#ifndef __clang__
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #define SCRIPTED(script, function, parameters, ...)                                                \
     static stand_in::Script script;                                                                \
     int function parameters                                                                        \

@@ -50,6 +50,11 @@ class Program
     explicit Program(
         std::vector<const char*> command, const std::function<void()>& prepare = [] {})
     {
+        // What was built may need Meson's wrapper to run here; what $PATH has is this machine's.
+        if (*command[0] == '/')
+        {
+            command.insert(command.begin(), {"sh", "-c", R"(exec $MESON_EXE_WRAPPER "$0" "$@")"});
+        }
         command.push_back(nullptr);
         std::array<int, 2> ends{};
         check(pipe2(ends.data(), O_CLOEXEC) < 0 ? -errno : 0);

@@ -49,7 +49,7 @@ class Mapped
 
   private:
     SdBusInterface* intf;
-    sd_bus_error mapped = SD_BUS_ERROR_NULL;
+    sd_bus_error mapped{};
 };
 
 std::string join(const char* prefix, const char* text)
