@@ -22,7 +22,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <exception>
 #include <new>
@@ -180,7 +179,7 @@ class LoggedBus final : public sdbusplus::SdBusImpl
             }
             catch (const sdbusplus::exception::SdBusError& failure)
             {
-                if (std::strcmp(message, failure.description()) == 0)
+                if (message == failure.description())
                 {
                     const auto text = gantry::for_bus(text_of(failure));
                     return SdBusImpl::sd_bus_error_set(error, name, text.c_str());
