@@ -71,17 +71,17 @@ std::string bytes(const Value& value)
 std::string attribute(unsigned short type, const std::string& data)
 {
     const auto size = data.size() + 4;
-    return number(size, 2) + number(type, 2) + data + std::string((4 - size % 4) % 4, '\0');
+    return native(size, 2) + native(type, 2) + data + std::string((4 - size % 4) % 4, '\0');
 }
 
 // What the kernel tells of an interface, or a bridge of its port.
 std::string message(unsigned short type, const std::string& name, unsigned int index,
                     const std::string& attributes = {}, unsigned char family = AF_UNSPEC)
 {
-    const auto body = number(family, 2) + number(ARPHRD_ETHER, 2) + number(index, 12) +
-                      attribute(IFLA_MTU, number(1500, 4)) + attributes +
+    const auto body = number(family, 2) + native(ARPHRD_ETHER, 2) + native(index, 4) +
+                      number(0, 8) + attribute(IFLA_MTU, native(1500, 4)) + attributes +
                       attribute(IFLA_IFNAME, name + '\0');
-    return number(sizeof(nlmsghdr) + body.size(), 4) + number(type, 12) + body;
+    return native(sizeof(nlmsghdr) + body.size(), 4) + native(type, 2) + number(0, 10) + body;
 }
 
 // Of "name=value; name=value".
@@ -288,7 +288,7 @@ TEST_F(Inventoryd, InterfacesThatComeAndGoAreAnnouncedOnceAndLostMessagesMadeGoo
     start(pair[1]);
     unsetenv("INVENTORYD_EVERY_INTERFACE");
     // From now on an incomplete answer, which removes and adds nothing.
-    write("rtnetlink", eth0 + number(16, 4) + number(NLMSG_ERROR, 12));
+    write("rtnetlink", eth0 + native(16, 4) + native(NLMSG_ERROR, 2) + number(0, 10));
     const auto tell = [&](const std::string& datagram)
     { ASSERT_EQ(send(pair[0], datagram.data(), datagram.size(), 0), std::ssize(datagram)); };
     const auto veth0 = at("system.NicPort/veth0");
@@ -296,9 +296,10 @@ TEST_F(Inventoryd, InterfacesThatComeAndGoAreAnnouncedOnceAndLostMessagesMadeGoo
     tell("short");
     tell(number(0, sizeof(nlmsghdr)));
     tell(eth0);
-    tell(number(47, 4) + number(RTM_DELLINK, 12));
+    tell(native(47, 4) + native(RTM_DELLINK, 2) + number(0, 10));
     const auto name = attribute(IFLA_IFNAME, "eth0\0"s);
-    tell(number(36, 4) + number(RTM_DELLINK, 16) + number(1, 12) + name);
+    tell(native(36, 4) + native(RTM_DELLINK, 2) + number(0, 14) + native(1, 4) + number(0, 8) +
+         name);
     tell(message(RTM_DELLINK, "eth0", 1, {}, AF_BRIDGE));
     tell(message(RTM_NEWLINK, "gone", 2));
     tell(message(RTM_NEWLINK, std::string(100, 'x'), 3));
@@ -522,18 +523,20 @@ TEST_F(Inventoryd, WhatDriversAndDatabaseTellIsNeitherSwappedNorTakenFromATornAn
     // The partner sends pause frames but takes none.
     const auto sets =
         number(0, 8) +
-        number(1 << ETHTOOL_LINK_MODE_Pause_BIT | 1 << ETHTOOL_LINK_MODE_Asym_Pause_BIT, 8) +
-        number(1 << ETHTOOL_LINK_MODE_Autoneg_BIT | 1 << ETHTOOL_LINK_MODE_Asym_Pause_BIT, 8);
-    const auto settings = number(ETHTOOL_GLINKSETTINGS, 4) + number(SPEED_25000, 4) +
+        native(1 << ETHTOOL_LINK_MODE_Pause_BIT | 1 << ETHTOOL_LINK_MODE_Asym_Pause_BIT, 4) +
+        number(0, 4) +
+        native(1 << ETHTOOL_LINK_MODE_Autoneg_BIT | 1 << ETHTOOL_LINK_MODE_Asym_Pause_BIT, 4) +
+        number(0, 4);
+    const auto settings = native(ETHTOOL_GLINKSETTINGS, 4) + native(SPEED_25000, 4) +
                           number(DUPLEX_FULL, 3) + number(AUTONEG_ENABLE, 4) + number(2, 33);
     answer("eth0", ETHTOOL_GLINKSETTINGS, settings + sets);
     answer("eth1", ETHTOOL_GLINKSETTINGS, settings + sets.substr(1));
     const auto words = [](unsigned int first, unsigned int second, unsigned int third)
-    { return number(0, 4) + number(first, 4) + number(second, 4) + number(third, 4); };
+    { return number(0, 4) + native(first, 4) + native(second, 4) + native(third, 4); };
     answer("eth0", ETHTOOL_GPAUSEPARAM, words(1, 0, 1));
     answer("eth1", ETHTOOL_GPAUSEPARAM, words(0, 0, 1));
     answer("eth0", ETHTOOL_GWOL, words(WAKE_MAGIC, 0, 0) + number(0, 4));
-    answer("eth0", ETHTOOL_GEEE, words(0, 1, 1) + number(1, 24));
+    answer("eth0", ETHTOOL_GEEE, words(0, 1, 1) + native(1, 4) + number(0, 20));
     write_lines(pci,
                 "class=0x020000; current_link_width=8; sriov_totalvfs=0; modalias="s + modalias);
     write_lines("bus/pci/slots", "5/address=0000:03:00; 6/address=0000:03:01; 7/address=0000:03:0");
