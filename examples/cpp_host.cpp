@@ -77,7 +77,7 @@ int main()
     GANTRY_context_set_service(context, "com.orvane.velmar.HWInventory");
     try
     {
-        // A host's own object has no instance, and goes before the context does.
+        // A host's own object has no instance; the host destroys it.
         const Support support(*context, "/support", publish_firmware(context));
         GANTRY_dbus_loop(context);
     }

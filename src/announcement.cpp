@@ -132,14 +132,17 @@ void note(GANTRY_cpp_context& context, const char* path, const char* interface, 
 void announce(sdbusplus::server::interface_t& interface, const char* member)
 {
     auto* context = own_context();
-    if (context != nullptr &&
-        GANTRY_get_sd_bus(interface.bus()) == GANTRY_get_sd_bus(context->bus) &&
-        is_stalled(*context))
+    if (context != nullptr && is_stalled(*context))
     {
-        // A message of the interface has its name, which the interface itself gives to nobody.
+        // A message of the interface has its connection, which may be another than the context's,
+        // and its name, which the interface itself gives to nobody.
         auto named = interface.new_signal(member);
-        note(*context, interface.path().c_str(), sd_bus_message_get_interface(named.get()), member);
-        return;
+        if (sd_bus_message_get_bus(named.get()) == GANTRY_get_sd_bus(context->bus))
+        {
+            note(*context, interface.path().c_str(), sd_bus_message_get_interface(named.get()),
+                 member);
+            return;
+        }
     }
     const InAnnouncement announcing;
     // sd-bus runs the property's getter, hence the carrier.

@@ -320,4 +320,20 @@ TEST_F(Object, IsOfItsInstanceAndOfNoOtherClass)
     EXPECT_EQ(gantry::object<BLT>(nullptr), nullptr);
 }
 
+TEST_F(Object, ThatItsHostMadeOutlivesItsContext)
+{
+    using sdbusplus::server::com::orvane::velmar::system::BLT;
+    for (const bool shared : {true, false})
+    {
+        GANTRY_set_use_default(shared);
+        make();
+        auto own = std::make_unique<BLT>(context->bus, "/own");
+        EXPECT_TRUE(serves("/own", blt.interface));
+        GANTRY_context_free(&context);
+        own->firmwareVersion("later");
+        EXPECT_EQ(own->firmwareVersion(), "later");
+        EXPECT_EQ(logged().find("rv=-107") == std::string::npos, shared); // a private one is closed
+    }
+}
+
 } // namespace

@@ -167,10 +167,17 @@ TEST(Bus, the_shared_connection_stays_open_and_a_private_one_is_flushed_and_clos
     {
         const bus::bus own = bus::new_system();
         name = own.get_unique_name();
-        auto flood = own.new_signal("/some/object", "some.Interface", "Flood");
+        const auto signal = [&own](const char* member)
+        {
+            sd_bus_message* m = nullptr;
+            sd_bus_message_new_signal(bus::details::bus_friend::get_busp(own), &m, "/some/object",
+                                      "some.Interface", member);
+            return message(m, &sdbusplus::sdbus_impl, std::false_type{});
+        };
+        auto flood = signal("Flood");
         flood.append(std::vector<unsigned char>(30'000'000)); // more than the socket takes at once
         flood.signal_send();
-        own.new_signal("/some/object", "some.Interface", "Last").signal_send();
+        signal("Last").signal_send();
     }
     EXPECT_TRUE(listener.wait_for([&] { return !listener.signals().empty(); }));
     EXPECT_EQ(listener.name_owner(name.c_str()), "");

@@ -2,9 +2,6 @@
 
 #include "sdbusplus/bus.hpp"
 
-#include "check.hpp"
-#include "sdbusplus/message.hpp"
-
 namespace sdbusplus
 {
 namespace bus
@@ -37,14 +34,6 @@ bus::bus(busp_t b, SdBusInterface* i) : bus(i->sd_bus_ref(b), i, std::false_type
 
 bus::bus(busp_t b, std::false_type held) : bus(b, &sdbus_impl, held)
 {
-}
-
-message::message bus::new_signal(const char* objpath, const char* interf, const char* member) const
-{
-    sd_bus_message* m = nullptr;
-    check(intf->sd_bus_message_new_signal(connection.get(), &m, objpath, interf, member),
-          "sd_bus_message_new_signal");
-    return message::message(m, intf, std::false_type{});
 }
 
 bus new_default_system()

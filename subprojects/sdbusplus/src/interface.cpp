@@ -3,7 +3,6 @@
 #include "sdbusplus/server/interface.hpp"
 
 #include "check.hpp"
-#include "sdbusplus/message.hpp"
 
 #include <cstring>
 
@@ -24,37 +23,36 @@ std::unique_ptr<char[]> copy(const char* text)
     return copied;
 }
 
-sd_bus* get_busp(const bus::bus& b)
-{
-    return bus::details::bus_friend::get_busp(b);
-}
-
 } // namespace
 
 interface::interface(bus_t& b, const char* path, const char* interf, const sd_bus_vtable* vtable,
                      void* context) :
-    connection(b), name(interf), object_path(copy(path))
+    intf(b.getInterface()), name(interf), object_path(copy(path))
 {
-    check(b.getInterface()->sd_bus_add_object_vtable(get_busp(b), &slot, path, interf, vtable,
-                                                     context),
+    check(intf->sd_bus_add_object_vtable(bus::details::bus_friend::get_busp(b), &slot, path, interf,
+                                         vtable, context),
           "sd_bus_add_object_vtable");
 }
 
 interface::~interface()
 {
-    connection.getInterface()->sd_bus_slot_unref(slot);
+    intf->sd_bus_slot_unref(slot);
 }
 
 message::message interface::new_signal(const char* member) const
 {
-    return connection.new_signal(object_path.get(), name, member);
+    sd_bus_message* m = nullptr;
+    check(intf->sd_bus_message_new_signal(sd_bus_slot_get_bus(slot), &m, object_path.get(), name,
+                                          member),
+          "sd_bus_message_new_signal");
+    return message::message(m, intf, std::false_type{});
 }
 
 void interface::property_changed(const char* property)
 {
     const char* names[] = {property, nullptr};
-    connection.getInterface()->sd_bus_emit_properties_changed_strv(get_busp(connection),
-                                                                   object_path.get(), name, names);
+    intf->sd_bus_emit_properties_changed_strv(sd_bus_slot_get_bus(slot), object_path.get(), name,
+                                              names);
 }
 
 } // namespace interface

@@ -10,11 +10,6 @@
 
 namespace sdbusplus
 {
-namespace message
-{
-class message;
-} // namespace message
-
 namespace bus
 {
 
@@ -63,12 +58,6 @@ struct bus
     {
         return intf;
     }
-
-    /**
-     * Makes a signal from `objpath`, which the caller fills and sends. Throws SdBusError with
-     * "sd_bus_message_new_signal".
-     */
-    message::message new_signal(const char* objpath, const char* interf, const char* member) const;
 
     friend class details::bus_friend;
 

@@ -1,8 +1,10 @@
 // One interface of one object, published on a connection as long as this holder exists. A process
-// may have thousands, so a holder stores only its slot and what a signal needs.
+// may have thousands, so a holder stores only its slot, which has a reference on the connection,
+// and what a signal needs.
 #pragma once
 
 #include "sdbusplus/bus.hpp"
+#include "sdbusplus/message.hpp"
 #include "sdbusplus/sdbus.hpp"
 
 #include <memory>
@@ -18,9 +20,9 @@ namespace interface
 struct interface
 {
     /**
-     * `path` is copied; the bus, `interf` and `vtable` must outlive this object. Each callback of
-     * the vtable gets `context`. Throws SdBusError with "sd_bus_add_object_vtable" if the
-     * connection refuses.
+     * `path` is copied; `interf` and `vtable` must outlive this object, the bus need not. Each
+     * callback of the vtable gets `context`. Throws SdBusError with "sd_bus_add_object_vtable" if
+     * the connection refuses.
      */
     interface(bus_t& b, const char* path, const char* interf, const sd_bus_vtable* vtable,
               void* context);
@@ -39,18 +41,13 @@ struct interface
     /** Announces the property's present value. A failure is not reported. */
     void property_changed(const char* property);
 
-    bus_t& bus() const noexcept
-    {
-        return connection;
-    }
-
     std::string path() const
     {
         return object_path.get();
     }
 
   private:
-    bus_t& connection;
+    SdBusInterface* intf;
     const char* name;
     std::unique_ptr<char[]> object_path;
     sd_bus_slot* slot = nullptr;
