@@ -195,12 +195,12 @@ $type $class::$accessor() const
 }
 
 int $class::$get(
-    sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* context,
+    sd_bus* bus, const char*, const char*, const char*, sd_bus_message* reply, void* context,
     sd_bus_error* error)
 {
     auto* object = static_cast<$class*>(context);
     return gantry::get_property<$type>(
-        reply, *object, object->bus_interface, error, &$class::$accessor);
+        bus, &$class::$accessor, object->bus_interface, reply, *object, error);
 }
 
 %end

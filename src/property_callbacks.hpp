@@ -2,11 +2,14 @@
  * The accessors and bus callbacks of properties, as generated code calls them. Each is a
  * class-independent core, instantiated once per property type and not once per class and type
  * (property.hpp has the reason why that works), and where the class matters a template around it
- * that casts the class away.
+ * that casts the class away. The cores are declared hidden, which -fvisibility does only for what
+ * is defined: a callback then jumps to its core directly.
  */
 #pragma once
 
 #include "property.hpp"
+
+#include <gantry/export.h>
 
 #include <systemd/sd-bus.h>
 
@@ -29,12 +32,12 @@ using Passed = std::conditional_t<std::is_scalar_v<Type>, Type, Type&>;
  * what a getter throws that the announcement runs; the value is stored then.
  */
 template <class Type>
-Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,
-         sdbusplus::server::interface_t& interface, const char* member);
+GANTRY_HIDDEN Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,
+                       sdbusplus::server::interface_t& interface, const char* member);
 
 /** The class-independent core of set_and_announce(). */
 template <class Type>
-Type set_and_announce(Object& object, Setter<Type> setter, Type& value);
+GANTRY_HIDDEN Type set_and_announce(Object& object, Setter<Type> setter, Type& value);
 
 /**
  * The body of a property's one-argument setter, which calls the two-argument one. For types whose
@@ -49,27 +52,33 @@ Type set_and_announce(Class& object, Setter<Type, std::type_identity_t<Class>> s
 
 /** The body of a property's getter, for the same types: a copy of the stored value. */
 template <class Type>
-Type get(const Type& stored);
+GANTRY_HIDDEN Type get(const Type& stored);
 
 /** The class-independent core of get_property(). */
 template <class Type>
-int get_property(sd_bus_message* reply, const Object& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, Getter<Type> getter);
+GANTRY_HIDDEN int get_property(sd_bus* bus, Getter<Type> getter,
+                               sdbusplus::SdBusInterface* bus_interface, sd_bus_message* reply,
+                               const Object& object, sd_bus_error* error);
 
-/** The body of a property's get callback: appends what the getter returns to the reply that sd-bus
- *  is making. */
+/**
+ * The body of a property's get callback: appends what the getter returns to the reply that sd-bus
+ * is making. What sd-bus passes to the callback stands where the callback got it, so that a
+ * callback is four instructions.
+ */
 template <class Type, class Class>
-int get_property(sd_bus_message* reply, const Class& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, Getter<Type, std::type_identity_t<Class>> getter)
+int get_property(sd_bus* bus, Getter<Type, std::type_identity_t<Class>> getter,
+                 sdbusplus::SdBusInterface* bus_interface, sd_bus_message* reply,
+                 const Class& object, sd_bus_error* error)
 {
-    return get_property<Type>(reply, reinterpret_cast<const Object&>(object), bus, error,
-                              reinterpret_cast<Getter<Type>>(getter));
+    return get_property<Type>(bus, reinterpret_cast<Getter<Type>>(getter), bus_interface, reply,
+                              reinterpret_cast<const Object&>(object), error);
 }
 
 /** The class-independent core of set_property(). */
 template <class Type>
-int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, const char* member, AnnouncingSetter<Type> setter);
+GANTRY_HIDDEN int set_property(sd_bus_message* value, Object& object,
+                               sdbusplus::SdBusInterface* bus, sd_bus_error* error,
+                               const char* member, AnnouncingSetter<Type> setter);
 
 /**
  * The body of a writable property's set callback: reads a value and passes it to the one-argument

@@ -138,20 +138,20 @@ int append(LentMessage& reply, sdbusplus::SdBusInterface* bus, const Type& value
 }
 
 template <class Type>
-int get_property(sd_bus_message* message, const Object& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, Getter<Type> getter)
+int get_property(sd_bus* bus, Getter<Type> getter, sdbusplus::SdBusInterface* bus_interface,
+                 sd_bus_message* message, const Object& object, sd_bus_error* error)
 {
     const auto get = [&]() __attribute__((always_inline))
     {
         try
         {
-            LentMessage reply(message, bus);
-            Transaction::enter(reply.lent, message);
-            return append(reply, bus, for_bus((object.*getter)()));
+            LentMessage reply(message, bus_interface);
+            Transaction::enter(bus, reply.lent);
+            return append(reply, bus_interface, for_bus((object.*getter)()));
         }
         catch (const sdbusplus::exception::SdBusError& failure)
         {
-            return bus->sd_bus_error_set(error, failure.name(), failure.description());
+            return bus_interface->sd_bus_error_set(error, failure.name(), failure.description());
         }
     };
     return at_bus_edge(get, as_error);
@@ -175,8 +175,8 @@ int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterfac
 #define GANTRY_NUMBER_PROPERTY(...)                                                                \
     template __VA_ARGS__ set(__VA_ARGS__&, Passed<__VA_ARGS__>, bool,                              \
                              sdbusplus::server::interface_t&, const char*);                        \
-    template int get_property(sd_bus_message*, const Object&, sdbusplus::SdBusInterface*,          \
-                              sd_bus_error*, Getter<__VA_ARGS__>);
+    template int get_property(sd_bus*, Getter<__VA_ARGS__>, sdbusplus::SdBusInterface*,            \
+                              sd_bus_message*, const Object&, sd_bus_error*);
 
 #define GANTRY_PROPERTY(...)                                                                       \
     GANTRY_NUMBER_PROPERTY(__VA_ARGS__)                                                            \

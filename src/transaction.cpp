@@ -5,7 +5,7 @@ namespace gantry
 
 constinit thread_local Transaction Transaction::last{};
 
-void Transaction::begin(sdbusplus::message_t& reply, const sd_bus* bus, std::uint64_t cookie)
+void Transaction::begin(const sd_bus* bus, sdbusplus::message_t& reply, std::uint64_t cookie)
 {
     sdbusplus::server::transaction::set_id(reply);
     last.bus = bus;

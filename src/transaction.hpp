@@ -18,21 +18,21 @@ namespace gantry
 class Transaction
 {
   public:
-    /** Makes the call that this reply answers the thread's transaction. A signal has cookie 0. */
-    [[gnu::always_inline]] static void enter(sdbusplus::message_t& reply, sd_bus_message* message)
+    /** Makes the call that this reply on the bus answers the thread's transaction. A signal has
+     *  cookie 0. */
+    [[gnu::always_inline]] static void enter(const sd_bus* bus, sdbusplus::message_t& reply)
     {
         std::uint64_t cookie = 0;
-        sd_bus_message_get_reply_cookie(message, &cookie);
-        const sd_bus* const bus = sd_bus_message_get_bus(message);
+        sd_bus_message_get_reply_cookie(reply.get(), &cookie);
         if (cookie != last.cookie || bus != last.bus ||
             sdbusplus::server::transaction::get_id() != last.id)
         {
-            begin(reply, bus, cookie);
+            begin(bus, reply, cookie);
         }
     }
 
   private:
-    [[gnu::noinline]] static void begin(sdbusplus::message_t& reply, const sd_bus* bus,
+    [[gnu::noinline]] static void begin(const sd_bus* bus, sdbusplus::message_t& reply,
                                         std::uint64_t cookie);
 
     const sd_bus* bus;
