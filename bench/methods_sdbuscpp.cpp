@@ -17,14 +17,41 @@
 namespace
 {
 
+constexpr const char* interface = "com.orvane.velmar.sample.gantrytest";
+
+#if __has_include(<sdbus-c++/VTableItems.h>) // version 2
+using sdbus::ServiceName;
+
+template <class Value>
+void give_back(sdbus::IObject& object, const char* method)
+{
+    object
+        .addVTable(sdbus::registerMethod(method)
+                       .implementedAs([](const Value& value) { return value; })
+                       .markAsPrivileged())
+        .forInterface(interface);
+}
+
+void finish(sdbus::IObject& /*object*/)
+{
+}
+#else
+using ServiceName = std::string;
+
 template <class Value>
 void give_back(sdbus::IObject& object, const char* method)
 {
     object.registerMethod(method)
-        .onInterface("com.orvane.velmar.sample.gantrytest")
+        .onInterface(interface)
         .implementedAs([](const Value& value) { return value; })
         .markAsPrivileged();
 }
+
+void finish(sdbus::IObject& object)
+{
+    object.finishRegistration();
+}
+#endif
 
 } // namespace
 
@@ -36,14 +63,14 @@ int main(int argc, char** argv)
         {
             return EXIT_FAILURE;
         }
-        const auto connection = sdbus::createSystemBusConnection(argv[1]);
-        const auto object =
-            sdbus::createObject(*connection, "/com/orvane/velmar/sample/gantrytest");
+        const auto connection = sdbus::createSystemBusConnection(ServiceName(argv[1]));
+        const auto object = sdbus::createObject(
+            *connection, sdbus::ObjectPath("/com/orvane/velmar/sample/gantrytest"));
         give_back<std::int32_t>(*object, "Try_int32");
         give_back<std::string>(*object, "Try_string");
         give_back<std::vector<std::uint8_t>>(*object, "Try_array");
         give_back<std::vector<std::string>>(*object, "TryArrayString");
-        object->finishRegistration();
+        finish(*object);
         std::puts("ready");
         std::fflush(stdout);
         connection->enterEventLoop();

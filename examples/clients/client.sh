@@ -10,13 +10,20 @@ root=${2:-/com/orvane/velmar}
 manager=org.freedesktop.DBus.ObjectManager
 
 # The list follows when the monitor has begun, so that nothing is missed between the two.
-busctl --json=short monitor --match \
+busctl monitor --match \
     "type='signal',sender='$service',path='$root',interface='$manager'" 2>&1 |
     while read -r line; do
-        if [[ $line == Monitoring* ]]; then
+        case $line in
+        Monitoring*)
             busctl --json=short call "$service" "$root" "$manager" GetManagedObjects |
                 sed 's/":{/\n/g' | sed -n 's/.*"\(\/[^"]*\)$/found \1/p'
-        elif [[ $line =~ '"member":"Interfaces'(Added|Removed)'"'.*'"data":["'([^\"]+) ]]; then
-            echo "${BASH_REMATCH[1],,} ${BASH_REMATCH[2]}"
-        fi
+            ;;
+        *' Member=Interfaces'*)
+            what=${line##*Interfaces}
+            ;;
+        'OBJECT_PATH "'*)
+            path=${line#*\"}
+            echo "${what,,} ${path%%\"*}"
+            ;;
+        esac
     done

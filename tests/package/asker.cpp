@@ -1,5 +1,5 @@
 // A client of examples/answers.c on sdbus-c++: prints what it gets.
-#include <sdbus-c++/sdbus-c++.h>
+#include "sdbus_cpp.hpp"
 
 #include <future>
 #include <iostream>
@@ -8,7 +8,8 @@ int main()
 {
     const char* interface = "com.orvane.velmar.sample.gantrytest";
     const auto bus = sdbus::createSystemBusConnection();
-    const auto host = sdbus::createProxy(*bus, "com.orvane.velmar.HWInventory", "/sample");
+    const auto host = sdbus::createProxy(
+        *bus, support::ServiceName("com.orvane.velmar.HWInventory"), sdbus::ObjectPath("/sample"));
     bus->enterEventLoopAsync();
     const auto ask = [&](const char* text)
     {
@@ -16,8 +17,8 @@ int main()
         host->callMethodAsync("Try_string")
             .onInterface(interface)
             .withArguments(text)
-            .uponReplyInvoke([&](const sdbus::Error* error, const std::string& answer)
-                             { said.set_value(error != nullptr ? error->what() : answer); });
+            .uponReplyInvoke([&](support::Failure error, const std::string& answer)
+                             { said.set_value(error ? error->what() : answer); });
         return said.get_future().get();
     };
     std::cout << ask("refuse") << '\n' << ask("later") << '\n';
