@@ -53,16 +53,21 @@ bool ethtool_ask_link(const char* device, union ethtool_link* link)
     struct ethtool_link_settings* settings = &link->settings;
     memset(link, 0, sizeof *link);
     settings->cmd = ETHTOOL_GLINKSETTINGS;
-    if (!ethtool_ask(device, link, sizeof *settings))
+    if (ethtool_ask(device, link, sizeof *settings))
     {
-        return false;
+        /* The kernel answers only a request with its own size of a set. It tells that size to any
+         * other request, as a negative number. */
+        const int words = abs(settings->link_mode_masks_nwords);
+        settings->link_mode_masks_nwords = (signed char)words;
+        if (words <= ethtool_most_words &&
+            ethtool_ask(device, link, sizeof *settings + 3 * (size_t)words * sizeof *link->words) &&
+            settings->link_mode_masks_nwords == words)
+        {
+            return true;
+        }
     }
-    /* The kernel takes no other size of its sets than its own. At first it tells only that, as a
-     * negative number. */
-    const int words = abs(settings->link_mode_masks_nwords);
-    settings->link_mode_masks_nwords = (signed char)words;
-    return words <= ethtool_most_words &&
-           ethtool_ask(device, link, sizeof *settings + 3 * (size_t)words * sizeof *link->words);
+    memset(link, 0, sizeof *link);
+    return false;
 }
 
 bool ethtool_has_mode(const union ethtool_link* link, enum ethtool_modes modes, unsigned int bit)

@@ -18,7 +18,7 @@ enum
     ethtool_link_words = sizeof(struct ethtool_link_settings) / 4 + (size_t)3 * ethtool_most_words
 };
 
-/* The answer about a link, behind which are three sets of link modes of equal size. */
+/* The answer about a link: its settings, and then three sets of link modes of equal size. */
 union ethtool_link
 {
     struct ethtool_link_settings settings;
@@ -32,16 +32,17 @@ enum ethtool_modes
     ethtool_partner /* what the link partner advertises */
 };
 
-/* Says whether a mounted sysfs or a recorded tree is asked; before the first request. */
+/* Must be called before the first request. `sys` is a mounted sysfs or a recorded tree. */
 void ethtool_open(const char* sys);
 
-/* The request begins with its number, and the answer takes its place. False if the driver has none,
- * or none for this process. */
+/* The request begins with its number, and the answer overwrites it. False if the driver has no
+ * answer, or none for this process. */
 bool ethtool_ask(const char* device, void* request, size_t size);
 
 /* The texts are empty if there is no answer. */
 struct ethtool_drvinfo ethtool_ask_driver(const char* device);
 
+/* All zero, and so without a link mode, if there is no answer. */
 bool ethtool_ask_link(const char* device, union ethtool_link* link);
 
 /* Whether the link mode, an ETHTOOL_LINK_MODE_*_BIT, is one of those. */

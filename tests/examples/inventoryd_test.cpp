@@ -241,6 +241,8 @@ TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAloneAndARefreshOneSignal)
     answer("eth0.1", ETHTOOL_GDRVINFO, bytes(driver));
     std::strcpy(driver.bus_info, "usb-0000:00:05.0-1");
     answer("usb0", ETHTOOL_GDRVINFO, bytes(driver));
+    // Sets of link modes whose size, a signed byte, has no positive counterpart.
+    answer("usb0", ETHTOOL_GLINKSETTINGS, number(0, 15) + '\x80' + number(0, 32));
     start();
 
     expect("hwi.HWIStndConfig/_30001_3aa2_3a1f_2e3",
