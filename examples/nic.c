@@ -6,7 +6,7 @@
 #include <string.h>
 #include <time.h>
 
-/* A host and its clients agree on the codes. */
+/* This host's codes. */
 enum
 {
     link_unknown = 0,
@@ -34,7 +34,7 @@ void nic_put_driver_state(struct object* object, const char* member, const char*
 }
 
 void nic_put_counters(struct object* object, const struct rtnetlink_link* link,
-                      const struct nic_counter* counters, size_t count, const char* unicast)
+                      const struct nic_counter* counters, size_t count)
 {
     if (!link->has_counters)
     {
@@ -46,22 +46,12 @@ void nic_put_counters(struct object* object, const struct rtnetlink_link* link,
         memcpy(&value, (const char*)&link->counters + each->offset, sizeof value);
         each->put(object, each->member, value);
     }
-    /* The driver may not count both at the same moment. */
-    if (link->counters.rx_packets >= link->counters.multicast)
-    {
-        object_put_uint64(object, unicast, link->counters.rx_packets - link->counters.multicast);
-    }
-}
-
-uint32_t nic_now(void)
-{
-    return (uint32_t)time(NULL);
 }
 
 void nic_put_statistics_time(struct object* object)
 {
     if (object->changed_count > 0)
     {
-        object_put_uint32(object, "StatisticsTime", nic_now());
+        object_put_uint32(object, "StatisticsTime", (uint32_t)time(NULL));
     }
 }

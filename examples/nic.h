@@ -35,19 +35,15 @@ struct nic_counter
     size_t offset; /* of the counter in struct rtnl_link_stats64 */
 };
 
-/* Stores the counters, and in the member `unicast` the received packets that aren't multicast. */
 void nic_put_counters(struct object* object, const struct rtnetlink_link* link,
-                      const struct nic_counter* counters, size_t count, const char* unicast);
+                      const struct nic_counter* counters, size_t count);
 
-/* Stores the time if the object has changed since its last announcement, and so doesn't announce
- * one without another change. */
+/* Stores the present time, in seconds since the epoch, if the object has changed since its last
+ * announcement. Otherwise the time alone would announce the object once a second. */
 void nic_put_statistics_time(struct object* object);
 
 void nic_put_link_status(struct object* object, const char* member,
                          const struct rtnetlink_link* link);
 void nic_put_driver_state(struct object* object, const char* member, const char* device);
-
-/* Seconds since the epoch, in the 32 bits of the interfaces' properties. */
-uint32_t nic_now(void);
 
 #endif

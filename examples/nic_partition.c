@@ -12,7 +12,6 @@
 static const struct nic_counter counters[] = {
     {"LanBytesRxCount", object_put_uint64, offsetof(struct rtnl_link_stats64, rx_bytes)},
     {"LanBytesTxCount", object_put_uint64, offsetof(struct rtnl_link_stats64, tx_bytes)},
-    {"LanUnicastPktTXCount", object_put_uint64, offsetof(struct rtnl_link_stats64, tx_packets)},
     {"LanMulticastPktRxCount", object_put_uint32, offsetof(struct rtnl_link_stats64, multicast)},
 };
 
@@ -90,8 +89,7 @@ void nic_partition_read(struct object* object, const char* device,
     nic_put_link_status(object, "PartitionLinkStatus", link);
     put_address(object, "PermanentMACAddress", *permanent);
     put_address(object, "VirtualMACAddress", is_permanent ? none : link->address);
-    nic_put_counters(object, link, counters, sizeof counters / sizeof *counters,
-                     "LanUnicastPktRXCount");
+    nic_put_counters(object, link, counters, sizeof counters / sizeof *counters);
     if (sysfs_join(adapters, device, "device/infiniband"))
     {
         /* dev_port counts the adapter's ports from 0, the adapter's directories from 1. */
@@ -138,7 +136,6 @@ bool nic_partition_publish(struct object* object, GANTRY_cpp_context* context, c
     }
     object_put_format(object, "FQDD", "NIC.%s-1", link->name);
     object_put_format(object, "FriendlyFQDD", "Partition 1 of network port %s", link->name);
-    object_put_uint32(object, "StatisticsStartTime", nic_now());
     attributes_read(object, device, placement, sizeof placement / sizeof *placement);
     put_driver(object, device, link);
     nic_partition_read(object, device, link);

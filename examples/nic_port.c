@@ -22,12 +22,9 @@ static const struct nic_counter counters[] = {
     {"ReceiveTotalBytes", object_put_uint64, COUNTER(rx_bytes)},
     {"ReceiveTotalMulticast", object_put_uint64, COUNTER(multicast)},
     {"TransmitTotalBytes", object_put_uint64, COUNTER(tx_bytes)},
-    {"TransmitTotalUnicast", object_put_uint64, COUNTER(tx_packets)},
     {"ReceiveErrorPktFCSErrors", object_put_uint32, COUNTER(rx_crc_errors)},
     {"ReceiveErrorPktAlignmentErrors", object_put_uint32, COUNTER(rx_frame_errors)},
-    {"ReceiveRuntPkt", object_put_uint32, COUNTER(rx_length_errors)},
     {"DiscardedPkts", object_put_uint32, COUNTER(rx_dropped)},
-    {"TransmitErrorPktMultipleCollision", object_put_uint32, COUNTER(collisions)},
     {"TransmitErrorPktLateCollision", object_put_uint32, COUNTER(tx_window_errors)},
     {"TransmitErrorPktExcessiveCollision", object_put_uint32, COUNTER(tx_aborted_errors)},
 };
@@ -93,8 +90,7 @@ void nic_port_read(struct object* object, const char* device, const struct rtnet
     object_put_byte(object, "AutoNegotiation",
                     object_switch(is_known, settings->autoneg == AUTONEG_ENABLE));
     read_flow_control(object, device, &speed);
-    nic_put_counters(object, link, counters, sizeof counters / sizeof *counters,
-                     "ReceiveTotalUnicast");
+    nic_put_counters(object, link, counters, sizeof counters / sizeof *counters);
     nic_put_statistics_time(object);
 }
 
@@ -135,7 +131,6 @@ bool nic_port_publish(struct object* object, GANTRY_cpp_context* context, const 
     }
     object_put_format(object, "FQDD", "NIC.%s", link->name);
     object_put_format(object, "FriendlyFQDD", "Network port %s", link->name);
-    object_put_uint32(object, "StatisticsStartTime", nic_now());
     object_put_byte(object, "PartitionCount", 1);
     object_put_uint16(object, "MediaType", link->type);
     nic_put_driver_state(object, "OSDriverState", device);

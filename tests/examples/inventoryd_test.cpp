@@ -223,8 +223,6 @@ TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAloneAndARefreshOneSignal)
     rtnl_link_stats64 counters{};
     counters.rx_bytes = UINT64_MAX;
     counters.rx_dropped = UINT64_C(1) << 32;
-    counters.rx_packets = 3;
-    counters.multicast = 4;
     // An older kernel has fewer counters.
     const auto links = [&](unsigned char state)
     {
@@ -257,10 +255,8 @@ TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAloneAndARefreshOneSignal)
     expect("system.USB/usb1", "USBVersion=q 0");
     expect("system.NicController", "PortsCount=y 3");
     expect("system.NicPort/eth0_2e1",
-           "LinkStatus=y 1; ReceiveTotalBytes=t 18446744073709551615; DiscardedPkts=u 0; "
-           "ReceiveTotalUnicast=t 0");
-    expect("system.NicPort/eth1",
-           "ReceiveTotalUnicast=t 3; ReceiveTotalBytes=t 18446744073709551615");
+           "LinkStatus=y 1; ReceiveTotalBytes=t 18446744073709551615; DiscardedPkts=u 0");
+    expect("system.NicPort/eth1", "ReceiveTotalBytes=t 18446744073709551615");
     expect("system.NicPartition/eth0_2e1",
            "PCIDevice=u 31; RDMARxTotalBytes=t 40; RDMATxTotalPackets=t 0");
     expect("system.NicPartition/usb0", "PCIDevice=u 0");
