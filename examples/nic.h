@@ -21,7 +21,8 @@ bool nic_partition_publish(struct object* object, GANTRY_cpp_context* context, c
 void nic_partition_read(struct object* object, const char* device,
                         const struct rtnetlink_link* link);
 
-/* A NicConnectionView: the bridge that the kernel's spanning tree protocol found. */
+/* A NicConnectionView: if the interface is a port of a bridge, the designated bridge and port that
+ * the spanning tree protocol found on its link. */
 bool nic_connection_publish(struct object* object, GANTRY_cpp_context* context, const char* device,
                             const struct rtnetlink_link* link);
 void nic_connection_read(struct object* object, const char* device);

@@ -3,13 +3,12 @@
 
 #include <string.h>
 
-/* Subtypes of a chassis and of a port in the link layer discovery protocol. */
+/* Subtypes under IEEE 802.1AB, which has the same number for a chassis and a port. A bridge's
+ * identifier is its priority and its address, so it isn't of the subtype of addresses. */
 enum
 {
-    chassis_unknown = 0,
-    chassis_mac_address = 4,
-    port_unknown = 0,
-    port_local = 7
+    unknown = 0,
+    locally_assigned = 7
 };
 
 void nic_connection_read(struct object* object, const char* device)
@@ -17,15 +16,15 @@ void nic_connection_read(struct object* object, const char* device)
     char partner[sysfs_text_size];
     char port[sysfs_text_size];
     char own[sysfs_text_size];
-    /* If the own bridge is the link's designated one, no other bridge is known. */
+    /* On a link where the own bridge is the designated one, no other bridge is known. */
     const bool known =
         sysfs_text(device, "brport/designated_bridge", partner) &&
         sysfs_text(device, "brport/designated_port", port) &&
         !(sysfs_text(device, "brport/bridge/bridge/bridge_id", own) && strcmp(partner, own) == 0);
     object_put_string(object, "ChassisId", known ? partner : "");
-    object_put_uint16(object, "ChassisIdSubType", known ? chassis_mac_address : chassis_unknown);
+    object_put_uint16(object, "ChassisIdSubType", known ? locally_assigned : unknown);
     object_put_string(object, "PortId", known ? port : "");
-    object_put_uint16(object, "PortIdSubType", known ? port_local : port_unknown);
+    object_put_uint16(object, "PortIdSubType", known ? locally_assigned : unknown);
 }
 
 bool nic_connection_publish(struct object* object, GANTRY_cpp_context* context, const char* device,

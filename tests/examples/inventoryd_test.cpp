@@ -271,7 +271,7 @@ TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAloneAndARefreshOneSignal)
     const auto partner = signals("PropertiesChanged", at("system.NicConnectionView/eth0_2e1"), 1);
     EXPECT_EQ(
         partner.at(0).changed,
-        values("ChassisId=s \"other\"; ChassisIdSubType=q 4; PortId=s \"9\"; PortIdSubType=q 7"));
+        values("ChassisId=s \"other\"; ChassisIdSubType=q 7; PortId=s \"9\"; PortIdSubType=q 7"));
     expect("system.NicPort/eth0_2e1", "LinkStatus=y 2");
 }
 
