@@ -7,7 +7,7 @@
 
 #include "object.h"
 
-/* Which of a device's names belongs into which property; null for none. */
+/* The properties that get a device's names; null for a name that none gets. */
 struct hwdb_members
 {
     const char* vendor;
@@ -22,7 +22,7 @@ void hwdb_put(struct object* object, const char* modalias, struct hwdb_members m
 /* The same for a device whose directory has its modalias. */
 void hwdb_put_device(struct object* object, const char* device, struct hwdb_members members);
 
-/* Unmaps the database, which the first name maps. */
+/* Closes the database, which the first hwdb_put opens. */
 void hwdb_close(void);
 
 #endif

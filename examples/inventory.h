@@ -1,6 +1,6 @@
 /*
- * What the host publishes once, when it starts: a function for each topic. `sys` is the directory
- * where sysfs is mounted. A failure is logged, and the rest is still published.
+ * What the host publishes once, when it starts: a function for each topic. `sys` is a mounted sysfs
+ * or a recorded tree. A failure is logged, and the rest is still published.
  */
 #ifndef INVENTORY_H
 #define INVENTORY_H

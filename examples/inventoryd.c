@@ -3,14 +3,15 @@
  * firmware and boot configuration. Once a second it reads the network ports again, and it adds and
  * removes them as they appear and disappear. It ends if it doesn't get its name, or loses it.
  *
- *     inventoryd [SYSFS]        SYSFS is where sysfs is mounted, /sys if left out, or a recorded
- * tree
+ *     inventoryd [SYS]
+ *
+ * SYS is where sysfs is mounted, /sys if left out, or a recorded tree (sysfs.h).
  *
  * Facts come from sysfs (sysfs.h), from the kernel's netlink messages about network interfaces
  * (rtnetlink.h), from drivers (ethtool.h), and names from the hardware database (hwdb.h).
  *
- * Dumps of network adapters are written to the directory that the service manager made for it. If
- * $INVENTORYD_EVERY_INTERFACE is set, interfaces without a device are ports, too.
+ * Dumps of network adapters are written to the directory that the service manager has made for this
+ * host. If $INVENTORYD_EVERY_INTERFACE is set, interfaces without a device are ports, too.
  */
 #define _POSIX_C_SOURCE 200809L /* CLOCK_MONOTONIC, and siginfo_t for sd-event */
 
@@ -35,7 +36,7 @@
 static const uint64_t refresh_interval = 1000000; /* in microseconds */
 static bool stopped;
 
-/* Without its name no client finds it. The log says why. */
+/* False if the bus refused the name or another process has taken it, which the library logs. */
 static bool has_name(void)
 {
     const char* name = NULL;
@@ -96,7 +97,7 @@ static int add_sources(sd_event* event, GANTRY_cpp_context* context, struct netw
 
 int main(int argc, char** argv)
 {
-    read_options(argc, argv, " [SYSFS]", 1);
+    read_options(argc, argv, " [SYS]", 1);
     const char* dumps = getenv("STATE_DIRECTORY");
     dumps = dumps != NULL ? dumps : getenv("RUNTIME_DIRECTORY");
     const char* sys = argc > 1 ? argv[1] : "/sys";

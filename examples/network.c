@@ -12,7 +12,7 @@ struct network_interface
     struct network_interface* next;
     int index;
     char name[IF_NAMESIZE];
-    unsigned int refresh; /* the last one that found it */
+    unsigned int refresh; /* the number of the last network_refresh that found it */
     /* If it is a port: */
     char* device; /* its directory, otherwise null */
     struct object port;

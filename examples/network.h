@@ -18,7 +18,7 @@ struct network
     char devices[sysfs_path_size]; /* class/net */
     bool every_interface;          /* whether those without a device are ports, too */
     bool announces;                /* true once the initial interfaces are published */
-    unsigned int refresh;          /* counts them */
+    unsigned int refresh;          /* the number of the last network_refresh */
     struct object controller;
     struct network_interface* first;
 };

@@ -50,32 +50,35 @@ static unsigned int duplex_code(unsigned char duplex)
 
 /* ReceiveFlowControl and TransmitFlowControl are what the port is set to, RXFlowControl and
  * TXFlowControl what is in effect: the same if pause frames aren't negotiated, and otherwise what
- * follows from the link modes that the port and its partner advertise. */
+ * follows from the pause modes that the port and its partner advertise. By asymmetric pause modes
+ * they can agree on one direction alone: from the side without symmetric pause to the other. */
 static void read_flow_control(struct object* object, const char* device,
                               const union ethtool_link* link)
 {
     enum
     {
-        both = ETHTOOL_LINK_MODE_Pause_BIT,
-        one = ETHTOOL_LINK_MODE_Asym_Pause_BIT /* of the two directions */
+        pause_bit = ETHTOOL_LINK_MODE_Pause_BIT,
+        asymmetric_bit = ETHTOOL_LINK_MODE_Asym_Pause_BIT
     };
     struct ethtool_pauseparam pause = {.cmd = ETHTOOL_GPAUSEPARAM};
     const bool is_known = ethtool_ask(device, &pause, sizeof pause);
     const bool is_fixed = is_known && pause.autoneg == 0;
     const bool is_negotiated =
         ethtool_has_mode(link, ethtool_partner, ETHTOOL_LINK_MODE_Autoneg_BIT);
-    const bool own = ethtool_has_mode(link, ethtool_advertised, both);
-    const bool its = ethtool_has_mode(link, ethtool_partner, both);
-    const bool each = ethtool_has_mode(link, ethtool_advertised, one) &&
-                      ethtool_has_mode(link, ethtool_partner, one);
+    const bool port_pauses = ethtool_has_mode(link, ethtool_advertised, pause_bit);
+    const bool partner_pauses = ethtool_has_mode(link, ethtool_partner, pause_bit);
+    const bool asymmetric = ethtool_has_mode(link, ethtool_advertised, asymmetric_bit) &&
+                            ethtool_has_mode(link, ethtool_partner, asymmetric_bit);
     object_put_byte(object, "ReceiveFlowControl", object_switch(is_known, pause.rx_pause != 0));
     object_put_byte(object, "TransmitFlowControl", object_switch(is_known, pause.tx_pause != 0));
     object_put_byte(object, "RXFlowControl",
                     object_switch(is_fixed || is_negotiated,
-                                  is_fixed ? pause.rx_pause != 0 : own && (its || each)));
+                                  is_fixed ? pause.rx_pause != 0
+                                           : port_pauses && (partner_pauses || asymmetric)));
     object_put_byte(object, "TXFlowControl",
                     object_switch(is_fixed || is_negotiated,
-                                  is_fixed ? pause.tx_pause != 0 : its && (own || each)));
+                                  is_fixed ? pause.tx_pause != 0
+                                           : partner_pauses && (port_pauses || asymmetric)));
 }
 
 void nic_port_read(struct object* object, const char* device, const struct rtnetlink_link* link)

@@ -4,9 +4,10 @@
  * code thus fills an object and updates it.
  *
  * A fact that the kernel doesn't offer, or refuses to this process, leaves its property as the
- * library created it: 0, the empty text, or the initial value in the interface's table. One that it
- * offers no longer sets the property to that value again. No code of this host has that value for
- * another meaning: a switch in a byte is 1 if it is on and 2 if it is off.
+ * library created it: 0, the empty text, or the initial value in the interface's table. The codes
+ * that this host defines therefore don't use 0 for a known fact: a switch in a byte is 1 if it is
+ * on and 2 if it is off. Numbers that are the kernel's or the device's own may be 0 for either
+ * reason.
  */
 #ifndef OBJECT_H
 #define OBJECT_H
@@ -19,7 +20,7 @@
 
 enum
 {
-    object_most_changes = 31 /* more than any object here has at once */
+    object_most_changes = 63 /* more than any object here has at once */
 };
 
 enum object_switch

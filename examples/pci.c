@@ -23,22 +23,22 @@ struct pci
     char slots[sysfs_path_size]; /* bus/pci/slots */
 };
 
-struct slot
+struct slot_search
 {
     struct object* object;
-    const char* device; /* the address of one in it, maybe */
+    const char* device; /* the address of the device whose slot is looked for */
 };
 
 /* The slot's address is the device's without the function. */
 static void put_slot(void* data, const char* path, const char* name)
 {
-    const struct slot* slot = data;
+    const struct slot_search* search = data;
     char address[sysfs_text_size];
     if (sysfs_text(path, "address", address) &&
-        strncmp(slot->device, address, strlen(address)) == 0 &&
-        slot->device[strlen(address)] == '.')
+        strncmp(search->device, address, strlen(address)) == 0 &&
+        search->device[strlen(address)] == '.')
     {
-        object_put_string(slot->object, "SlotString", name);
+        object_put_string(search->object, "SlotString", name);
     }
 }
 
@@ -73,7 +73,7 @@ static void publish_configuration(const struct pci* pci, const char* device, con
     }
     object_put_byte(&object, "PCIheaderType", pci_header_type(configuration));
     hwdb_put_device(&object, device, names);
-    sysfs_each(pci->slots, put_slot, &(struct slot){&object, address});
+    sysfs_each(pci->slots, put_slot, &(struct slot_search){&object, address});
 }
 
 /* GT/s as MT/s: 2.5 is 2500. 0 if the file doesn't begin with such a number. */

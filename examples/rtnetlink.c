@@ -38,7 +38,7 @@ static void read_attribute(struct rtnetlink_link* link, const struct rtattr* att
     }
 }
 
-/* The sizes of messages and attributes must be checked here. */
+/* `message` is complete. What it contains is read only as far as the sizes in it are right. */
 static void read_message(const struct nlmsghdr* message, rtnetlink_visit* visit, void* data)
 {
     const char* bytes = (const char*)message;

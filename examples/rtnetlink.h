@@ -18,7 +18,7 @@ union rtnetlink_datagram
     char bytes[32768];
 };
 
-/* Bytes of a message; none if it doesn't have them. */
+/* Bytes in the datagram; of size 0 if the message has no such address. */
 struct rtnetlink_address
 {
     const unsigned char* bytes;
@@ -42,9 +42,9 @@ typedef void rtnetlink_visit(void* data, const struct rtnetlink_link* link);
 
 enum rtnetlink_part
 {
-    rtnetlink_more, /* of an answer, or messages that nobody asked for */
+    rtnetlink_more, /* another datagram of the answer follows; or this was no answer */
     rtnetlink_last,
-    rtnetlink_failed /* or the interfaces changed while the answer was made */
+    rtnetlink_failed /* malformed, an error, or the interfaces changed meanwhile */
 };
 
 /* Calls `visit` for each message about an interface in a datagram of `size` bytes. */

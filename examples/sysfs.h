@@ -35,9 +35,8 @@ bool sysfs_link_name(const char* directory, const char* link, char name[sysfs_pa
 
 bool sysfs_is_directory(const char* path);
 
-/* Whether this is a tree of plain files, in which what the kernel answers otherwise is in files,
- * too.
- */
+/* Whether this is a recorded tree: plain files instead of a mounted sysfs. It also has the answers
+ * that the kernel gives elsewhere; rtnetlink.h and ethtool.h say in which files. */
 bool sysfs_is_recorded(const char* sys);
 
 /* Calls `visit` with the path and name of each entry, sorted by name. */
