@@ -5,7 +5,8 @@
 #include <stdlib.h>
 #include <sys/utsname.h>
 
-/* A dotted version as a number that sorts like it: 6.1.12 is 0x0006'0001'000C'0000. */
+/* A dotted version as a number that sorts like it, if each part is below 65536: 6.1.12 is
+ * 0x0006'0001'000C'0000. */
 static uint64_t packed_version(const char* version)
 {
     uint64_t packed = 0;

@@ -10,7 +10,7 @@ enum
     field_size = 256
 };
 
-/* What no other object has; each field is listed as name=value. */
+/* The DMI fields that no other object has. Each is an item of its area's property: name=value. */
 static const struct area
 {
     const char* member;

@@ -1,6 +1,6 @@
 /*
  * What the host publishes once, when it starts: a function for each topic. `sys` is a mounted sysfs
- * or a recorded tree. A failure is logged, and the rest is still published.
+ * or a recorded tree (sysfs.h). A failure is logged, and the rest is still published.
  */
 #ifndef INVENTORY_H
 #define INVENTORY_H
@@ -11,15 +11,15 @@
 void publish_readiness(GANTRY_cpp_context* context);
 void declare_readiness(GANTRY_cpp_context* context);
 
-/* The firmware that the machine started from, a BLT: from DMI, or the kernel where there is no DMI.
- */
+/* The short record of the firmware that the machine started from, a BLT. Without DMI it describes
+ * the kernel instead. */
 void publish_firmware(GANTRY_cpp_context* context, const char* sys);
 
-/* The inventory's record of that firmware, a BiosSoftwareInventory; none where there is no DMI. */
+/* The long record of that firmware, a BiosSoftwareInventory; none without DMI. */
 void publish_software(GANTRY_cpp_context* context, const char* sys);
 
-/* What DMI tells of the board, the product and the chassis, a HWIOemFruCustomData; none where there
- * is no DMI. */
+/* What DMI tells of the board, the product and the chassis, a HWIOemFruCustomData; none without
+ * DMI. */
 void publish_fru(GANTRY_cpp_context* context, const char* sys);
 
 /* The boot configuration of a machine with EFI firmware: a BootDevice for each load option, and a

@@ -23,7 +23,9 @@ void publish_software(GANTRY_cpp_context* context, const char* sys)
     object_put_string(&object, "Key", "BIOS");
     object_put_string(&object, "FQDD", "BIOS.Setup.1-1");
     object_put_string(&object, "FriendlyFQDD", "System firmware");
-    object_put_format(&object, "DisplayName", "%s system firmware",
-                      sysfs_text(dmi, "bios_vendor", text) ? text : "");
+    if (sysfs_text(dmi, "bios_vendor", text))
+    {
+        object_put_format(&object, "DisplayName", "%s system firmware", text);
+    }
     attributes_read(&object, dmi, attributes, sizeof attributes / sizeof *attributes);
 }
