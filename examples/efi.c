@@ -27,14 +27,15 @@ enum
     most_bytes = 65536
 };
 
-/* Reads a variable into `buffer`; false if it is missing or empty. `value` points into `buffer`. */
+/* Reads a variable into `buffer`, into which `value` then points. False if it is missing or empty,
+ * or if the buffer is full: then its end may be missing. */
 static bool read_variable(const char* sys, const char* name, unsigned char buffer[most_bytes],
                           struct bytes* value)
 {
     char file[128];
     snprintf(file, sizeof file, "%s/%s" GLOBAL, variables, name);
     const size_t size = sysfs_bytes(sys, file, buffer, most_bytes);
-    if (size <= attributes_size)
+    if (size <= attributes_size || size == most_bytes)
     {
         return false;
     }

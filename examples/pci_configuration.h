@@ -1,6 +1,6 @@
 /*
- * The configuration space of a PCI device. `device` is its directory. Without privileges only the
- * first 64 bytes can be read, which hold no capability.
+ * The configuration space of a PCI device. `device` is its directory. Without CAP_SYS_ADMIN
+ * only the first 64 bytes can be read, which hold no capability.
  */
 #ifndef PCI_CONFIGURATION_H
 #define PCI_CONFIGURATION_H
