@@ -36,7 +36,7 @@ bool efi_read_boot_order(const char* sys, struct efi_boot_order* order);
 /* The number of the load option that the machine started from. */
 bool efi_read_boot_current(const char* sys, uint16_t* number);
 
-/* The number of the load option that the firmware tries first at the next start alone. */
+/* The number of the load option that the firmware tries first at the next start only. */
 bool efi_read_boot_next(const char* sys, uint16_t* number);
 
 /* `Boot001A` for 0x001A. */

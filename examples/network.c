@@ -41,10 +41,10 @@ static void withdraw(struct network_interface* interface)
     interface->device = NULL;
 }
 
-static void remove_at(struct network* network, struct network_interface** link)
+static void remove_at(struct network* network, struct network_interface** at)
 {
-    struct network_interface* removed = *link;
-    *link = removed->next;
+    struct network_interface* removed = *at;
+    *at = removed->next;
     withdraw(removed);
     free(removed);
     count_ports(network);

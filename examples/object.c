@@ -19,7 +19,7 @@ bool object_publish(struct object* object, GANTRY_cpp_context* context, object_c
                     const char* interface, const char* name)
 {
     char parent[256];
-    char* path = NULL;
+    char* path = NULL; /* the default path */
     object->instance = NULL;
     object->changed_count = 0;
 
@@ -32,14 +32,8 @@ bool object_publish(struct object* object, GANTRY_cpp_context* context, object_c
     /* D-Bus allows few characters in a path, so others are encoded. */
     if (name == NULL || sd_bus_path_encode(parent, name, &path) >= 0)
     {
-        const char* own = name == NULL ? parent : path;
-        GANTRY_instance* earlier = NULL;
-        GANTRY_instance_find(context, interface, own, &earlier);
-        if (earlier == NULL)
-        {
-            create(context, NULL, own, NULL);
-            GANTRY_instance_find(context, interface, own, &object->instance);
-        }
+        create(context, NULL, path, NULL);
+        GANTRY_instance_get_created(context, &object->instance, NULL);
     }
     free(path);
     return object->instance != NULL;

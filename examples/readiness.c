@@ -24,7 +24,6 @@ void publish_readiness(GANTRY_cpp_context* context)
 void declare_readiness(GANTRY_cpp_context* context)
 {
     GANTRY_instance* instance = NULL;
-    GANTRY_instance_find(context, "com.orvane.velmar.hwi.HWISupport",
-                         "/com/orvane/velmar/hwi/HWISupport", &instance);
+    GANTRY_instance_find(context, "com.orvane.velmar.hwi.HWISupport", NULL, &instance);
     GANTRY_property_set_boolean(instance, member, true, false, NULL);
 }

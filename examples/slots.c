@@ -118,8 +118,8 @@ static int start(GANTRY_instance* slot, const char* sender, uid_t uid, pid_t pid
     return result < 0 ? -result : 0;
 }
 
-/* Writes to a directory of the host's choice alone, so where the client would like to have the dump
- * doesn't matter. */
+/* A dump goes to the host's own directory. The arguments, with which a client says where it wants
+ * to have it, are ignored. */
 static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* share, char* folder,
                     char* file, char* user, char* password, unsigned char flags, int* status,
                     char** message)

@@ -1,7 +1,8 @@
 /*
- * The slots of network adapters: a NicSlot for each PCI device that is one. Its method
- * TriggerAdapterCoreDump reads the adapter's links, reads them again a second later, and answers
- * when both are in a file. One dump runs at a time; another call is refused meanwhile.
+ * The slots of network adapters: a NicSlot for each PCI device that is a network controller. Its
+ * method TriggerAdapterCoreDump reads the adapter's links, reads them again a second later, and
+ * answers when both readings are in a file. One dump runs at a time; another call is refused
+ * meanwhile.
  */
 #ifndef SLOTS_H
 #define SLOTS_H
@@ -15,8 +16,8 @@
 void publish_slots(GANTRY_cpp_context* context, sd_event* event, const char* sys,
                    const char* directory);
 
-/* Frees what a dump holds that is still running. The library has answered its call once the context
- * is freed. */
+/* Frees what a running dump holds. Call it after the context is freed: then the library has
+ * answered the call that waits for the dump. */
 void slots_free(void);
 
 #endif
