@@ -15,15 +15,17 @@ static const struct nic_counter counters[] = {
     {"LanMulticastPktRxCount", object_put_uint32, offsetof(struct rtnl_link_stats64, multicast)},
 };
 
+/* The adapters count data in words of four bytes. */
+static void put_words(struct object* object, const char* member, uint64_t words)
+{
+    object_put_uint64(object, member, words * 4);
+}
+
 static const struct attribute rdma_counters[] = {
     {"RDMARxTotalPackets", "port_rcv_packets", object_put_uint64, 10},
     {"RDMATxTotalPackets", "port_xmit_packets", object_put_uint64, 10},
-};
-
-/* The adapters count data in words of four bytes. */
-static const struct attribute rdma_words[] = {
-    {"RDMARxTotalBytes", "port_rcv_data", object_put_uint64, 10},
-    {"RDMATxTotalBytes", "port_xmit_data", object_put_uint64, 10},
+    {"RDMARxTotalBytes", "port_rcv_data", put_words, 10},
+    {"RDMATxTotalBytes", "port_xmit_data", put_words, 10},
 };
 
 /* The device of a virtual machine's adapter is one level below its PCI device. */
@@ -41,23 +43,14 @@ struct rdma
 static void read_adapter(void* data, const char* adapter, const char* name)
 {
     const struct rdma* rdma = data;
-    char ports[32];
+    char counters_of_port[sizeof "ports/18446744073709551615/counters"];
     char directory[sysfs_path_size];
     (void)name;
-    snprintf(ports, sizeof ports, "ports/%" PRIu64 "/counters", rdma->port);
-    if (!sysfs_join(directory, adapter, ports))
+    snprintf(counters_of_port, sizeof counters_of_port, "ports/%" PRIu64 "/counters", rdma->port);
+    if (sysfs_join(directory, adapter, counters_of_port))
     {
-        return;
-    }
-    attributes_read(rdma->object, directory, rdma_counters,
-                    sizeof rdma_counters / sizeof *rdma_counters);
-    for (size_t i = 0; i < sizeof rdma_words / sizeof *rdma_words; ++i)
-    {
-        uint64_t words = 0;
-        if (sysfs_number(directory, rdma_words[i].file, 10, &words))
-        {
-            object_put_uint64(rdma->object, rdma_words[i].member, words * 4);
-        }
+        attributes_read(rdma->object, directory, rdma_counters,
+                        sizeof rdma_counters / sizeof *rdma_counters);
     }
 }
 

@@ -110,7 +110,10 @@ static int start(GANTRY_instance* slot, const char* sender, uid_t uid, pid_t pid
     }
     fprintf(dump.stream, "a dump of %s for %s, user %lu, process %ld\n", dump.address, sender,
             (unsigned long)uid, (long)pid);
-    fflush(dump.stream);
+    if (fflush(dump.stream) != 0)
+    {
+        return errno; /* `text` is made by a successful flush */
+    }
     fprintf(stderr, SD_NOTICE "%s", dump.text);
     read_links();
     const int result = sd_event_add_time_relative(loop, &dump.timer, CLOCK_MONOTONIC,

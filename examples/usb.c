@@ -58,6 +58,7 @@ static void publish_device(void* context, const char* device, const char* name)
     object_put_format(&object, "fqdd", "USB.%s", name);
     object_put_format(&object, "FriendlyFQDD", "USB device %s", name);
     attributes_read(&object, device, attributes, sizeof attributes / sizeof *attributes);
+    /* Of a USB device, only the interfaces have a file with their modalias. */
     if (sysfs_number(device, "idVendor", 16, &vendor) &&
         sysfs_number(device, "idProduct", 16, &product))
     {
