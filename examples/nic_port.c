@@ -83,16 +83,16 @@ static void read_flow_control(struct object* object, const char* device,
 
 void nic_port_read(struct object* object, const char* device, const struct rtnetlink_link* link)
 {
-    union ethtool_link speed;
-    const struct ethtool_link_settings* settings = &speed.settings;
-    const bool is_known = ethtool_ask_link(device, &speed);
+    union ethtool_link answer;
+    const struct ethtool_link_settings* settings = &answer.settings;
+    const bool is_known = ethtool_ask_link(device, &answer);
     nic_put_link_status(object, "LinkStatus", link);
     object_put_byte(object, "LinkSpeed", is_known ? speed_code(settings->speed) : speed_unknown);
     object_put_byte(object, "LinkDuplex",
                     is_known ? duplex_code(settings->duplex) : duplex_unknown);
     object_put_byte(object, "AutoNegotiation",
                     object_switch(is_known, settings->autoneg == AUTONEG_ENABLE));
-    read_flow_control(object, device, &speed);
+    read_flow_control(object, device, &answer);
     nic_put_counters(object, link, counters, sizeof counters / sizeof *counters);
     nic_put_statistics_time(object);
 }
