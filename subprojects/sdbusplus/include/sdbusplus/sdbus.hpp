@@ -14,26 +14,20 @@ namespace sdbusplus
 class SdBusInterface
 {
   public:
-    virtual int sd_bus_add_object_manager(sd_bus* bus, sd_bus_slot** slot, const char* path) = 0;
     virtual int sd_bus_add_object_vtable(sd_bus* bus, sd_bus_slot** slot, const char* path,
                                          const char* interface, const sd_bus_vtable* vtable,
                                          void* userdata) = 0;
-    virtual int sd_bus_attach_event(sd_bus* bus, sd_event* e, int priority) = 0;
     virtual int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path,
                                                     const char* interface, const char** names) = 0;
     virtual int sd_bus_error_set(sd_bus_error* e, const char* name, const char* message) = 0;
     virtual int sd_bus_error_set_errno(sd_bus_error* e, int error) = 0;
-    virtual int sd_bus_error_is_set(const sd_bus_error* e) = 0;
     virtual void sd_bus_error_free(sd_bus_error* e) = 0;
-    virtual int sd_bus_flush(sd_bus* bus) = 0;
     virtual sd_bus* sd_bus_flush_close_unref(sd_bus* bus) = 0;
     virtual int sd_bus_get_unique_name(sd_bus* bus, const char** unique) = 0;
     virtual sd_bus* sd_bus_ref(sd_bus* bus) = 0;
-    virtual int sd_bus_request_name(sd_bus* bus, const char* name, uint64_t flags) = 0;
     virtual int sd_bus_send(sd_bus* bus, sd_bus_message* m, uint64_t* cookie) = 0;
     virtual sd_bus_slot* sd_bus_slot_unref(sd_bus_slot* slot) = 0;
     virtual sd_bus* sd_bus_unref(sd_bus* bus) = 0;
-    virtual int sd_bus_wait(sd_bus* bus, uint64_t timeout_usec) = 0;
     virtual int sd_bus_message_append_basic(sd_bus_message* m, char type, const void* value) = 0;
     virtual int sd_bus_message_at_end(sd_bus_message* m, int complete) = 0;
     virtual int sd_bus_message_close_container(sd_bus_message* m) = 0;
@@ -63,21 +57,11 @@ class SdBusInterface
 class SdBusImpl : public SdBusInterface
 {
   public:
-    int sd_bus_add_object_manager(sd_bus* bus, sd_bus_slot** slot, const char* path) override
-    {
-        return ::sd_bus_add_object_manager(bus, slot, path);
-    }
-
     int sd_bus_add_object_vtable(sd_bus* bus, sd_bus_slot** slot, const char* path,
                                  const char* interface, const sd_bus_vtable* vtable,
                                  void* userdata) override
     {
         return ::sd_bus_add_object_vtable(bus, slot, path, interface, vtable, userdata);
-    }
-
-    int sd_bus_attach_event(sd_bus* bus, sd_event* e, int priority) override
-    {
-        return ::sd_bus_attach_event(bus, e, priority);
     }
 
     int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path, const char* interface,
@@ -98,19 +82,9 @@ class SdBusImpl : public SdBusInterface
         return ::sd_bus_error_set_errno(e, error);
     }
 
-    int sd_bus_error_is_set(const sd_bus_error* e) override
-    {
-        return ::sd_bus_error_is_set(e);
-    }
-
     void sd_bus_error_free(sd_bus_error* e) override
     {
         ::sd_bus_error_free(e);
-    }
-
-    int sd_bus_flush(sd_bus* bus) override
-    {
-        return ::sd_bus_flush(bus);
     }
 
     sd_bus* sd_bus_flush_close_unref(sd_bus* bus) override
@@ -128,11 +102,6 @@ class SdBusImpl : public SdBusInterface
         return ::sd_bus_ref(bus);
     }
 
-    int sd_bus_request_name(sd_bus* bus, const char* name, uint64_t flags) override
-    {
-        return ::sd_bus_request_name(bus, name, flags);
-    }
-
     int sd_bus_send(sd_bus* bus, sd_bus_message* m, uint64_t* cookie) override
     {
         return ::sd_bus_send(bus, m, cookie);
@@ -146,11 +115,6 @@ class SdBusImpl : public SdBusInterface
     sd_bus* sd_bus_unref(sd_bus* bus) override
     {
         return ::sd_bus_unref(bus);
-    }
-
-    int sd_bus_wait(sd_bus* bus, uint64_t timeout_usec) override
-    {
-        return ::sd_bus_wait(bus, timeout_usec);
     }
 
     int sd_bus_message_append_basic(sd_bus_message* m, char type, const void* value) override
