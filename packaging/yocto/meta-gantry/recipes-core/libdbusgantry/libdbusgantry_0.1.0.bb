@@ -26,13 +26,14 @@ EXTRA_OEMESON = " \
     -Dbench=false \
     -Ddefault_library=shared \
     -Dsystemd_unit_dir=${systemd_system_unitdir} \
+    -Dexamples=false \
     -Dtests=false \
     -Dwerror=false \
 "
 
 PACKAGECONFIG ??= "docs inventoryd"
 PACKAGECONFIG[docs] = "-Ddocs=true,-Ddocs=false"
-PACKAGECONFIG[inventoryd] = "-Dexamples=true,-Dexamples=false"
+PACKAGECONFIG[inventoryd] = "-Dinventoryd=true,-Dinventoryd=false"
 PACKAGECONFIG[stand-ins] = "-Dstand_ins=true,-Dstand_ins=false"
 
 PACKAGE_BEFORE_PN = "${PN}-inventoryd ${PN}-stand-ins"
