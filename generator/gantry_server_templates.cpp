@@ -52,8 +52,8 @@ const std::string_view gantry_server_cpp = R"(
 
 #include "object.hpp"
 %if methods
-#include "call.hpp"
-#include "method_dispatch.hpp"
+#include "served_call.hpp"
+#include "method_to_c.hpp"
 %end
 %if signals
 #include "signal.hpp"

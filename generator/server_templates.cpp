@@ -138,7 +138,7 @@ const std::string_view server_cpp = R"(
 #include "log.hpp"
 %end
 %if methods
-#include "method_callback.hpp"
+#include "method_adapter.hpp"
 %end
 %if signals
 #include "signal.hpp"
@@ -190,7 +190,7 @@ $type $class::$accessor() const
 %if number
     return $accessor_;
 %else
-    return gantry::get($accessor_);
+    return gantry::copy_of($accessor_);
 %end
 }
 

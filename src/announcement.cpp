@@ -1,7 +1,7 @@
 #include "announcement.hpp"
 
 #include "connection.hpp"
-#include "edges.hpp"
+#include "exception_boundary.hpp"
 #include "gantrycontext.hpp"
 
 #include <systemd/sd-bus.h>
@@ -45,7 +45,7 @@ int emit(sd_bus* bus, const char* path, const char* interface, char** members)
 {
     const InAnnouncement announcing;
     // sd-bus runs the getters, hence the carrier.
-    return Carrier::enter(
+    return ExceptionRelay::enter(
         [=] { return sd_bus_emit_properties_changed_strv(bus, path, interface, members); });
 }
 
@@ -55,7 +55,7 @@ void send(NotedChanges& noted)
     auto& context = noted.context;
     const auto changes = std::move(noted.members);
     // What changes from here on, in a getter say, is announced or noted anew.
-    context.noted = sd_event_source_disable_unref(context.noted);
+    context.pending_changes = sd_event_source_disable_unref(context.pending_changes);
     for (const auto& [object, members] : changes)
     {
         std::vector<char*> names;
@@ -68,7 +68,7 @@ void send(NotedChanges& noted)
         const int result =
             emit(GANTRY_get_sd_bus(context.bus), path.c_str(), interface.c_str(), names.data());
         // ENOENT: the object was freed meanwhile.
-        if (result < 0 && result != -ENOENT && !Carrier::is_carrying())
+        if (result < 0 && result != -ENOENT && !ExceptionRelay::is_relaying())
         {
             GANTRY_LOG(log::failed, "the noted changes of [%s] at [%s] failed, rv=%d",
                        interface.c_str(), path.c_str(), result);
@@ -81,7 +81,7 @@ void send(NotedChanges& noted)
 int on_progress(sd_event_source* /*source*/, void* data)
 {
     auto& noted = *static_cast<NotedChanges*>(data);
-    return at_bus_edge(
+    return bus_boundary(
         [&noted]
         {
             if (queued_messages(GANTRY_get_sd_bus(noted.context.bus)) < relieved_queue)
@@ -96,7 +96,7 @@ int on_progress(sd_event_source* /*source*/, void* data)
 /** Whether changes are to be noted. Has them sent later, when this is the first. */
 bool is_stalled(GANTRY_cpp_context& context)
 {
-    if (context.noted != nullptr)
+    if (context.pending_changes != nullptr)
     {
         return true;
     }
@@ -106,11 +106,12 @@ bool is_stalled(GANTRY_cpp_context& context)
         return false;
     }
     auto noted = std::make_unique<NotedChanges>(context);
-    if (sd_event_add_post(context.event.get(), &context.noted, on_progress, noted.get()) < 0)
+    if (sd_event_add_post(context.event.get(), &context.pending_changes, on_progress, noted.get()) <
+        0)
     {
         return false;
     }
-    sd_event_source_set_destroy_callback(context.noted, [](void* owned)
+    sd_event_source_set_destroy_callback(context.pending_changes, [](void* owned)
                                          { delete static_cast<NotedChanges*>(owned); });
     static_cast<void>(noted.release());
     GANTRY_LOG(log::fault, "changes wait, dbus has %lu messages in write queue", queued);
@@ -119,7 +120,8 @@ bool is_stalled(GANTRY_cpp_context& context)
 
 void note(GANTRY_cpp_context& context, const char* path, const char* interface, const char* member)
 {
-    auto& noted = *static_cast<NotedChanges*>(sd_event_source_get_userdata(context.noted));
+    auto& noted =
+        *static_cast<NotedChanges*>(sd_event_source_get_userdata(context.pending_changes));
     auto& members = noted.members[{path, interface}];
     if (std::find(members.begin(), members.end(), member) == members.end())
     {
@@ -146,7 +148,7 @@ void announce(sdbusplus::server::interface_t& interface, const char* member)
     }
     const InAnnouncement announcing;
     // sd-bus runs the property's getter, hence the carrier.
-    Carrier::enter([&interface, member] { interface.property_changed(member); });
+    ExceptionRelay::enter([&interface, member] { interface.property_changed(member); });
 }
 
 void announce(GANTRY_cpp_context& context, const char* path, const char* interface, char** members)

@@ -1,6 +1,6 @@
 #include "connection.hpp"
 
-#include "edges.hpp"
+#include "exception_boundary.hpp"
 #include "log.hpp"
 
 #include <systemd/sd-bus.h>

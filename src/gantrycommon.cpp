@@ -6,8 +6,8 @@
  * run of it enters libsystemd, so an exception that a bus callback threw comes out of that run.
  */
 #include "connection.hpp"
-#include "deferral.hpp"
-#include "edges.hpp"
+#include "deferred_destruction.hpp"
+#include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "gantrycontext.hpp"
 #include "object.hpp"
@@ -40,7 +40,8 @@ using Timeout = std::optional<std::chrono::duration<unsigned long, std::ratio<1,
 /** One run of the event loop. Returns more than 0 if it dispatched something. */
 int run(GANTRY_cpp_context& context, Timeout timeout)
 {
-    return gantry::Carrier::enter([&context, timeout] { return context.event.run(timeout); });
+    return gantry::ExceptionRelay::enter([&context, timeout]
+                                         { return context.event.run(timeout); });
 }
 
 /** Serves all that is ready, or until a stop, and doesn't block. Throws if the connection can't be

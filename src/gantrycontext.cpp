@@ -6,11 +6,11 @@
 #include "gantrycontext.hpp"
 
 #include "connection.hpp"
-#include "deferral.hpp"
-#include "edges.hpp"
+#include "deferred_call.hpp"
+#include "deferred_destruction.hpp"
+#include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "object_manager.hpp"
-#include "open_call.hpp"
 
 #include <gantry/loop.h>
 
@@ -114,7 +114,7 @@ try
     }
     if (GANTRY_cpp_context* existing = gantry::own_context())
     {
-        if (existing->freed == nullptr)
+        if (existing->destroy_when_idle == nullptr)
         {
             *out = existing;
             return;
@@ -199,7 +199,7 @@ class LoggedBus final : public sdbusplus::SdBusImpl
         const int result =
             SdBusImpl::sd_bus_emit_properties_changed_strv(bus, path, interface, names);
         // EDOM: the property is one that never announces a change.
-        if (result < 0 && result != -EDOM && !gantry::Carrier::is_carrying())
+        if (result < 0 && result != -EDOM && !gantry::ExceptionRelay::is_relaying())
         {
             GANTRY_LOG(gantry::log::failed, "failed for [%s] of [%s], rv=%d", *names, path, result);
         }
@@ -262,8 +262,8 @@ GANTRY_cpp_context::GANTRY_cpp_context() :
 GANTRY_cpp_context::~GANTRY_cpp_context()
 {
     running = false;
-    sd_event_source_disable_unref(noted);
-    sd_event_source_disable_unref(minute);
+    sd_event_source_disable_unref(pending_changes);
+    sd_event_source_disable_unref(unreadable_timer);
     sd_event_source_disable_unref(deferral);
     gantry::close_calls(*this, nullptr);
     gantry::destroy_freed_objects(*this);

@@ -1,10 +1,10 @@
 #include "object.hpp"
 
 #include "connection.hpp"
-#include "edges.hpp"
+#include "deferred_call.hpp"
+#include "exception_boundary.hpp"
 #include "gantrycontext.hpp"
 #include "object_manager.hpp"
-#include "open_call.hpp"
 
 #include <gantry/object.hpp>
 
@@ -139,7 +139,7 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
     {
         return;
     }
-    context->created = nullptr;
+    context->last_created = nullptr;
     const char* instance_path = path != nullptr ? path : descriptor.path;
     const auto create = [&]
     {
@@ -178,12 +178,12 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
         context->tracker.push_back({object.get(), descriptor.deleter});
         static_cast<void>(object.release());
         manager.slot = nullptr;
-        context->created = record;
+        context->last_created = record;
         GANTRY_LOG_AT(place, log::trace, "leave");
         return 0;
     };
     const Subject subject{descriptor.interface, instance_path};
-    at_host_edge(place, &context->create_error, create, &subject);
+    host_boundary(place, &context->create_error, create, &subject);
 }
 
 GANTRY_instance* gantry::find_listener(const void* object)
@@ -227,12 +227,12 @@ void GANTRY_context_manage(GANTRY_cpp_context* context, const char* path, int* e
         context = gantry::resolve(here, context);
         if (context == nullptr)
         {
-            return gantry::logged(ENOTCONN);
+            return gantry::already_logged(ENOTCONN);
         }
         gantry::add_root_manager(*context, path, list_paths);
         return 0;
     };
-    gantry::at_host_edge(here, error, manage);
+    gantry::host_boundary(here, error, manage);
 }
 
 void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_instance** out, int* error)
@@ -241,14 +241,14 @@ void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_instance** 
     const auto get = [&]
     {
         context = gantry::resolve(here, context);
-        *out = context != nullptr ? context->created : nullptr;
+        *out = context != nullptr ? context->last_created : nullptr;
         if (context == nullptr)
         {
-            return gantry::logged(ENOTCONN);
+            return gantry::already_logged(ENOTCONN);
         }
         return *out == nullptr && context->create_error == 0 ? ENOENT : context->create_error;
     };
-    gantry::at_host_edge(here, error, get);
+    gantry::host_boundary(here, error, get);
 }
 
 void GANTRY_instance_get_interface(GANTRY_instance* instance, const char** out)
@@ -303,7 +303,7 @@ void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error)
         gantry::announce_added(*instance->vctx, published(*instance));
         return 0;
     };
-    gantry::at_host_edge(GANTRY_HERE, error, announce);
+    gantry::host_boundary(GANTRY_HERE, error, announce);
 }
 
 void GANTRY_instance_free(GANTRY_instance** instance)
@@ -325,9 +325,9 @@ void GANTRY_instance_free(GANTRY_instance** instance)
         return; // It was freed before, in the callback that is running.
     }
     tracker.erase(found);
-    if (context.created == &freed)
+    if (context.last_created == &freed)
     {
-        context.created = nullptr;
+        context.last_created = nullptr;
     }
 
     gantry::announce_removed(context, published(freed));

@@ -6,7 +6,7 @@
  */
 #pragma once
 
-#include "deferral.hpp"
+#include "deferred_destruction.hpp"
 #include "log.hpp"
 #include "property.hpp"
 

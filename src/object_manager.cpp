@@ -1,7 +1,7 @@
 #include "object_manager.hpp"
 
 #include "connection.hpp"
-#include "edges.hpp"
+#include "exception_boundary.hpp"
 #include "log.hpp"
 
 #include <cstdlib>
@@ -89,7 +89,7 @@ int on_enumerate(sd_bus* bus, const char* /*prefix*/, void* data, char*** nodes,
         *nodes = listed.release(); // sd-bus frees them
         return 0;
     };
-    return at_bus_edge(enumerate, as_error);
+    return bus_boundary(enumerate, as_error);
 }
 
 /** Appends the name and the value of each property, as sd-bus does for a signal of its own. */
@@ -245,7 +245,7 @@ void announce_added(GANTRY_cpp_context& context, const Published& object)
     // Getters run here, hence both.
     const InAnnouncement announcing;
     const auto call = [&](const char* name, const auto& announce)
-    { throw_if_failed(Carrier::enter(announce), name); };
+    { throw_if_failed(ExceptionRelay::enter(announce), name); };
 
     call("sd_bus_emit_interfaces_added_strv",
          [&]

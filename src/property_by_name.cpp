@@ -18,7 +18,7 @@ void set_as(const Property<Object>& row, Object& object, const void* value, bool
     }
     else
     {
-        (object.*setter)(get(alternative), skip_signal);
+        (object.*setter)(copy_of(alternative), skip_signal);
     }
 }
 

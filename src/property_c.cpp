@@ -12,7 +12,7 @@
  */
 #include "announcement.hpp"
 #include "c_form.hpp"
-#include "edges.hpp"
+#include "exception_boundary.hpp"
 #include "object.hpp"
 #include "property_by_name.hpp"
 
@@ -108,10 +108,10 @@ const char* signature_of(std::uint8_t tag)
     return found->second;
 }
 
-/** What a setter or getter reports to at_host_edge(). Without an `error` to tell it, it is logged
+/** What a setter or getter reports to host_boundary(). Without an `error` to tell it, it is logged
  *  with the property and both types. */
-int told(const gantry::Place& place, const GANTRY_instance* instance, const char* member,
-         std::uint8_t type, int result, const int* error)
+int report(const gantry::Place& place, const GANTRY_instance* instance, const char* member,
+           std::uint8_t type, int result, const int* error)
 {
     if (error != nullptr || result == 0)
     {
@@ -121,7 +121,7 @@ int told(const gantry::Place& place, const GANTRY_instance* instance, const char
     GANTRY_LOG_AT(place, gantry::log::failed, "property [%s] of type [%s] accessed as [%s]: %s",
                   member != nullptr ? member : "", actual != nullptr ? actual : "",
                   signature_of(type), strerrordesc_np(result));
-    return gantry::logged(result);
+    return gantry::already_logged(result);
 }
 
 /** Sets a member, whose type must be `type`, from a value of it. Returns 0 or an errno. */
@@ -147,12 +147,12 @@ int told(const gantry::Place& place, const GANTRY_instance* instance, const char
                                     std::uint8_t type)
 {
     const auto here = GANTRY_HERE;
-    gantry::at_host_edge(here, error,
-                         [&]
-                         {
-                             return told(here, instance, member, type,
-                                         set(instance, member, value, skip_signal, type), error);
-                         });
+    gantry::host_boundary(here, error,
+                          [&]
+                          {
+                              return report(here, instance, member, type,
+                                            set(instance, member, value, skip_signal, type), error);
+                          });
 }
 
 /** Stores what a row's getter returns in an output of its C form. Returns 0 or an errno. */
@@ -187,7 +187,7 @@ int copy(const Row& row, const gantry::Object& object, void* out)
                                     int* error, Copy copy, std::uint8_t type)
 {
     const auto here = GANTRY_HERE;
-    gantry::at_host_edge(
+    gantry::host_boundary(
         here, error,
         [&]
         {
@@ -196,7 +196,7 @@ int copy(const Row& row, const gantry::Object& object, void* out)
             result = result != 0
                          ? result
                          : copy(*row, *static_cast<gantry::Object*>(instance->the_service), out);
-            return told(here, instance, member, type, result, error);
+            return report(here, instance, member, type, result, error);
         });
 }
 
@@ -223,14 +223,14 @@ void GANTRY_property_set_string(GANTRY_instance* instance, const char* member, c
                                 bool skip_signal, int* error)
 {
     const auto here = GANTRY_HERE;
-    gantry::at_host_edge(here, error,
-                         [&]
-                         {
-                             constexpr auto type = PropertyTypes::tag<std::string>();
-                             const auto text = gantry::from_c<std::string>(value);
-                             return told(here, instance, member, type,
-                                         set(instance, member, &text, skip_signal, type), error);
-                         });
+    gantry::host_boundary(here, error,
+                          [&]
+                          {
+                              constexpr auto type = PropertyTypes::tag<std::string>();
+                              const auto text = gantry::from_c<std::string>(value);
+                              return report(here, instance, member, type,
+                                            set(instance, member, &text, skip_signal, type), error);
+                          });
 }
 
 void GANTRY_property_get_string(GANTRY_instance* instance, const char* member, char** out,
@@ -244,18 +244,19 @@ void GANTRY_property_set_strings(GANTRY_instance* instance, const char* member,
                                  const GANTRY_string_array* value, bool skip_signal, int* error)
 {
     const auto here = GANTRY_HERE;
-    gantry::at_host_edge(here, error,
-                         [&]
-                         {
-                             constexpr auto type = PropertyTypes::tag<Texts>();
-                             if (value != nullptr && value->count > max_count)
-                             {
-                                 return told(here, instance, member, type, EINVAL, error);
-                             }
-                             const auto texts = gantry::from_c<Texts>(value);
-                             return told(here, instance, member, type,
-                                         set(instance, member, &texts, skip_signal, type), error);
-                         });
+    gantry::host_boundary(here, error,
+                          [&]
+                          {
+                              constexpr auto type = PropertyTypes::tag<Texts>();
+                              if (value != nullptr && value->count > max_count)
+                              {
+                                  return report(here, instance, member, type, EINVAL, error);
+                              }
+                              const auto texts = gantry::from_c<Texts>(value);
+                              return report(here, instance, member, type,
+                                            set(instance, member, &texts, skip_signal, type),
+                                            error);
+                          });
 }
 
 void GANTRY_property_get_strings(GANTRY_instance* instance, const char* member,
@@ -345,10 +346,10 @@ int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* m
 
 void GANTRY_property_announce(GANTRY_instance* instance, const char* const* members, int* error)
 {
-    gantry::at_host_edge(GANTRY_HERE, error,
-                         [&]
-                         {
-                             const int result = GANTRY_cpp_property_announce(instance, members);
-                             return instance != nullptr ? gantry::logged(result) : result;
-                         });
+    gantry::host_boundary(GANTRY_HERE, error,
+                          [&]
+                          {
+                              const int result = GANTRY_cpp_property_announce(instance, members);
+                              return instance != nullptr ? gantry::already_logged(result) : result;
+                          });
 }

@@ -52,7 +52,7 @@ Type set_and_announce(Class& object, Setter<Type, std::type_identity_t<Class>> s
 
 /** The body of a property's getter, for the same types: a copy of the stored value. */
 template <class Type>
-GANTRY_HIDDEN Type get(const Type& stored);
+GANTRY_HIDDEN Type copy_of(const Type& stored);
 
 /** The class-independent core of get_property(). */
 template <class Type>

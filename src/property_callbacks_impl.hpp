@@ -6,10 +6,10 @@
 
 #include "announcement.hpp"
 #include "block.hpp"
-#include "call.hpp"
-#include "edges.hpp"
+#include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "property_callbacks.hpp"
+#include "served_call.hpp"
 #include "transaction.hpp"
 
 #include <cerrno>
@@ -45,7 +45,7 @@ Type set_and_announce(Object& object, Setter<Type> setter, Type& value)
 }
 
 template <class Type>
-Type get(const Type& stored)
+Type copy_of(const Type& stored)
 {
     return stored;
 }
@@ -77,7 +77,7 @@ struct Set
             (object->*setter)(std::move(std::exchange(is_put_back, true) ? former : read));
             return 0;
         };
-        write(*listener, member, message, error, set_either);
+        set_unless_refused(*listener, member, message, error, set_either);
     }
 };
 
@@ -154,7 +154,7 @@ int get_property(sd_bus* bus, Getter<Type> getter, sdbusplus::SdBusInterface* bu
             return bus_interface->sd_bus_error_set(error, failure.name(), failure.description());
         }
     };
-    return at_bus_edge(get, as_error);
+    return bus_boundary(get, as_error);
 }
 
 template <class Type>
@@ -181,7 +181,7 @@ int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterfac
 #define GANTRY_PROPERTY(...)                                                                       \
     GANTRY_NUMBER_PROPERTY(__VA_ARGS__)                                                            \
     template __VA_ARGS__ set_and_announce(Object&, Setter<__VA_ARGS__>, __VA_ARGS__&);             \
-    template __VA_ARGS__ get(const __VA_ARGS__&);
+    template __VA_ARGS__ copy_of(const __VA_ARGS__&);
 
 #define GANTRY_WRITABLE_PROPERTY(...)                                                              \
     template int set_property(sd_bus_message*, Object&, sdbusplus::SdBusInterface*, sd_bus_error*, \

@@ -65,11 +65,11 @@ int end_minute(sd_event_source* /*source*/, std::uint64_t /*time*/, void* data)
         GANTRY_LOG(log::failed, "%u more signals could not be read", context.unreadable - logged);
     }
     context.unreadable = 0;
-    context.minute = sd_event_source_disable_unref(context.minute);
+    context.unreadable_timer = sd_event_source_disable_unref(context.unreadable_timer);
     return 0;
 }
 
-int hear(sd_bus_message* message, void* data, sd_bus_error* /*error*/)
+int on_signal(sd_bus_message* message, void* data, sd_bus_error* /*error*/)
 {
     sdbusplus::message_t arrived(message);
     static_cast<Subscription*>(data)->arrival(arrived);
@@ -85,9 +85,9 @@ void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char*
     {
         GANTRY_LOG_EXCEPTION_AT(place, what);
     }
-    if (context.minute == nullptr &&
-        sd_event_add_time_relative(context.event.get(), &context.minute, CLOCK_MONOTONIC, minute, 0,
-                                   end_minute, &context) < 0)
+    if (context.unreadable_timer == nullptr &&
+        sd_event_add_time_relative(context.event.get(), &context.unreadable_timer, CLOCK_MONOTONIC,
+                                   minute, 0, end_minute, &context) < 0)
     {
         context.unreadable = 0; // no end of the minute would come
     }
@@ -99,7 +99,7 @@ void subscribe(GANTRY_cpp_context& context, const char* member,
     const auto rule = std::string("type='signal',member='") + member + "',";
     auto subscription = std::make_unique<Subscription>(std::move(arrival));
     const int result = sd_bus_add_match(GANTRY_get_sd_bus(context.bus), &subscription->slot,
-                                        rule.c_str(), hear, subscription.get());
+                                        rule.c_str(), on_signal, subscription.get());
     if (result < 0)
     {
         GANTRY_LOG(log::failed, "sd_bus_add_match failed for [%s], rv=%d", rule.c_str(), result);

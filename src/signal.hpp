@@ -12,10 +12,10 @@
 #pragma once
 
 #include "block.hpp"
-#include "edges.hpp"
+#include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "gantrycontext.hpp"
-#include "method_dispatch.hpp"
+#include "method_to_c.hpp"
 #include "object.hpp"
 
 #include <functional>
@@ -102,13 +102,13 @@ try
               [context, callback = reinterpret_cast<Form>(callback), stem = place.stem,
                line = place.line](sdbusplus::message_t& message)
               {
-                  if (context->freed != nullptr)
+                  if (context->destroy_when_idle != nullptr)
                   {
                       return; // another subscription's callback for this signal freed it
                   }
                   // NOLINTNEXTLINE(bugprone-lambda-function-name): the name for the log
                   const Place arrival{stem, line, static_cast<const char*>(__func__)};
-                  at_bus_edge(
+                  bus_boundary(
                       [&]
                       {
                           GANTRY_LOG_AT(arrival, log::trace, "enter lambda");

@@ -112,7 +112,7 @@ struct GANTRY_cpp_context
     std::uint32_t loops = 0;
 
     /** Null until the context is freed while it is in use; then what destroys it afterwards. */
-    void (*freed)(GANTRY_cpp_context* context) = nullptr;
+    void (*destroy_when_idle)(GANTRY_cpp_context* context) = nullptr;
 
     /** Objects that were freed inside a callback and are destroyed after it. */
     gantry::FreedObject* freed_objects = nullptr;
@@ -121,11 +121,11 @@ struct GANTRY_cpp_context
     sd_event_source* deferral = nullptr;
 
     /** The event source that sends the changes noted while the bus doesn't read; null without. */
-    sd_event_source* noted = nullptr;
+    sd_event_source* pending_changes = nullptr;
 
     /** Signals that could not be read in the present minute, and the timer that ends it. */
     unsigned unreadable = 0;
-    sd_event_source* minute = nullptr;
+    sd_event_source* unreadable_timer = nullptr;
 
     /** The classes that have had objects here, to find one by its interface name. */
     std::vector<const gantry::Descriptor*> classes;
@@ -147,7 +147,7 @@ struct GANTRY_cpp_context
     bool hears_writes = false;
 
     /** What the last creating function published, and why not. */
-    GANTRY_instance* created = nullptr;
+    GANTRY_instance* last_created = nullptr;
     int create_error = ENOENT;
 };
 

@@ -12,7 +12,7 @@ thread_local std::vector<std::uint64_t> waits;
 thread_local unsigned health_checks = 0;
 
 thread_local int run_error = 0; // of the next run, which does its work first
-stand_in::Script bus_wait;
+interpose::Script bus_wait;
 bool stops_in_wait = false;
 
 } // namespace
@@ -20,7 +20,7 @@ bool stops_in_wait = false;
 int sd_event_run(sd_event* event, std::uint64_t timeout)
 {
     runs.push_back(timeout);
-    const int result = stand_in::hidden<decltype(sd_event_run)>("sd_event_run")(event, timeout);
+    const int result = interpose::hidden<decltype(sd_event_run)>("sd_event_run")(event, timeout);
     return run_error == 0 ? result : std::exchange(run_error, 0);
 }
 
@@ -420,7 +420,7 @@ TEST(Exceptions, ComeOutOfTheInnermostEntryIntoLibsystemdOnce)
     const auto exception = [](const std::string& place, const std::string& what)
     { return "2 EXCEPTION " + place + ": " + what + "\\n\n"; };
     const std::string ended = one_pass.failed("no such luck");
-    const std::string dropped = exception("edges.take", "no such luck");
+    const std::string dropped = exception("exception_boundary.take", "no such luck");
     const auto own_thread = [] { Service().serve(getter, host_loop, fail); };
 
     expect(
@@ -433,17 +433,18 @@ TEST(Exceptions, ComeOutOfTheInnermostEntryIntoLibsystemdOnce)
         one_pass.run, [&] { announce(nullptr), fail(); }, io_reply, ended);
     expect(
         one_pass.run, [&] { EXPECT_THROW(announce(fail), std::runtime_error); }, "", "");
-    expect(one_pass.run, emit_and_fail, io_reply, exception("edges.take", "second") + ended);
+    expect(one_pass.run, emit_and_fail, io_reply,
+           exception("exception_boundary.take", "second") + ended);
     expect(
         one_pass.run, [] { run_error = -EBUSY, fail(); }, io_reply,
-        exception("edges.~Carrier", "no such luck") +
+        exception("exception_boundary.~ExceptionRelay", "no such luck") +
             one_pass.failed("sd_event_run: Device or resource busy"));
     expect(
         one_pass.run, [&] { std::thread(own_thread).join(); }, "", dropped);
     expect(host_loop, fail, io_reply, dropped);
     expect(
         host_loop, [] { throw 42; }, io_reply,
-        exception("edges.take", "exception of unknown type"));
+        exception("exception_boundary.take", "exception of unknown type"));
     expect(one_pass.run, nullptr, "", "");
 }
 

@@ -25,9 +25,9 @@ template <class Handle>
 Handle* release(const char* name, Handle* handle, const void* caller)
 {
     static thread_local int depth = 0;
-    auto* const hidden = stand_in::hidden<Handle*(Handle*)>(name);
-    if (depth == 0 &&
-        stand_in::library_of(caller) != stand_in::library_of(reinterpret_cast<const void*>(hidden)))
+    auto* const hidden = interpose::hidden<Handle*(Handle*)>(name);
+    if (depth == 0 && interpose::library_of(caller) !=
+                          interpose::library_of(reinterpret_cast<const void*>(hidden)))
     {
         record.emplace_back(name);
     }
@@ -74,7 +74,7 @@ NOTED(sd_event_unref, sd_event)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
 #define SCRIPTED(script, function, parameters, ...)                                                \
-    static stand_in::Script script;                                                                \
+    static interpose::Script script;                                                               \
     int function parameters                                                                        \
     {                                                                                              \
         return script.next_or(#function, function, __VA_ARGS__);                                   \
@@ -114,13 +114,13 @@ int sched_yield() noexcept
 
 int pthread_key_delete(pthread_key_t key) noexcept
 {
-    if (key_deletion_fails && stand_in::is_called_by_library(__builtin_return_address(0)))
+    if (key_deletion_fails && interpose::is_called_by_library(__builtin_return_address(0)))
     {
         GANTRY_cpp_context* late = nullptr;
         GANTRY_context_new(&late);
         return EINVAL;
     }
-    return stand_in::hidden<decltype(pthread_key_delete)>("pthread_key_delete")(key);
+    return interpose::hidden<decltype(pthread_key_delete)>("pthread_key_delete")(key);
 }
 
 namespace
@@ -189,7 +189,7 @@ TEST_F(Context, LeavesNothingBehindWhenItCantBeMade)
         failed + "sd_bus_flush: org.freedesktop.DBus.Error.IOError: Input/output error\\n\n";
     struct Case
     {
-        stand_in::Script& script;
+        interpose::Script& script;
         std::vector<int> results;
         std::string reason;
     };

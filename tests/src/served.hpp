@@ -36,7 +36,7 @@
 #include <gantry/context.hpp>
 #include <sdbusplus/exception.hpp>
 
-#include "src/stand_in.hpp"
+#include "src/interpose.hpp"
 #include "support/captured_log.hpp"
 #include "support/client.hpp"
 #include "support/private_bus.hpp"

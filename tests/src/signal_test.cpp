@@ -7,7 +7,7 @@
 namespace
 {
 
-stand_in::Script send;
+interpose::Script send;
 
 } // namespace
 

@@ -5,13 +5,13 @@
 
 #include "src/served.hpp"
 
-static stand_in::Script attach_event;
+static interpose::Script attach_event;
 int sd_bus_attach_event(sd_bus* bus, sd_event* event, int priority)
 {
     return attach_event.next_or("sd_bus_attach_event", sd_bus_attach_event, bus, event, priority);
 }
 
-static stand_in::Script add_match;
+static interpose::Script add_match;
 int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* match,
                      sd_bus_message_handler_t callback, void* data)
 {
@@ -24,7 +24,7 @@ int sd_event_add_time_relative(sd_event* event, sd_event_source** source, clocki
                                std::uint64_t time, std::uint64_t accuracy,
                                sd_event_time_handler_t callback, void* data)
 {
-    auto* real = stand_in::hidden<decltype(sd_event_add_time_relative)>(__func__);
+    auto* real = interpose::hidden<decltype(sd_event_add_time_relative)>(__func__);
     return real(event, source, clock, time / 300, accuracy, callback, data);
 }
 

@@ -1,4 +1,4 @@
-#include "method_callback.hpp"
+#include "method_adapter.hpp"
 
 #include <sdbusplus/server/transaction.hpp>
 #include <string>
@@ -40,7 +40,7 @@ int serve_method(sd_bus_message* message, Object& object, sdbusplus::SdBusInterf
             return set_error(served, bus, error, failure);
         }
     };
-    return at_bus_edge(serve, as_handled);
+    return bus_boundary(serve, as_handled);
 }
 
 void pass_call(sdbusplus::message_t& call, const ServedCall& /*served*/, Object& object,

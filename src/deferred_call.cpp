@@ -1,6 +1,6 @@
-#include "open_call.hpp"
+#include "deferred_call.hpp"
 
-#include "edges.hpp"
+#include "exception_boundary.hpp"
 
 #include <systemd/sd-bus.h>
 
@@ -65,13 +65,13 @@ GANTRY_call** find_open(GANTRY_cpp_context* context, const GANTRY_call* call) no
     return *place != nullptr ? place : nullptr;
 }
 
-TakenCall::TakenCall(GANTRY_call** place) noexcept : call(*place)
+AnsweringCall::AnsweringCall(GANTRY_call** place) noexcept : call(*place)
 {
     *place = call->older;
     --call->context.open_calls;
 }
 
-TakenCall::~TakenCall()
+AnsweringCall::~AnsweringCall()
 {
     if (!is_answered)
     {
@@ -81,12 +81,12 @@ TakenCall::~TakenCall()
     delete call;
 }
 
-bool TakenCall::wants_reply() const noexcept
+bool AnsweringCall::wants_reply() const noexcept
 {
     return sd_bus_message_get_expect_reply(call->message) > 0;
 }
 
-int TakenCall::refuse(const char* name, const char* text) noexcept
+int AnsweringCall::refuse(const char* name, const char* text) noexcept
 {
     is_answered = true;
     // It sends nothing if the client wants no reply.
@@ -101,8 +101,8 @@ void close_calls(GANTRY_cpp_context& context, const GANTRY_instance* instance) n
     {
         if (instance == nullptr || (*place)->instance == instance)
         {
-            TakenCall(place).refuse(SD_BUS_ERROR_NO_REPLY,
-                                    "the object was removed before it answered");
+            AnsweringCall(place).refuse(SD_BUS_ERROR_NO_REPLY,
+                                        "the object was removed before it answered");
         }
         else
         {

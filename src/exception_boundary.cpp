@@ -1,4 +1,4 @@
-#include "edges.hpp"
+#include "exception_boundary.hpp"
 
 #include <cxxabi.h>
 #include <pthread.h>
@@ -13,7 +13,7 @@ namespace gantry
 namespace
 {
 
-constexpr char source_stem[] = "edges";
+constexpr char source_stem[] = "exception_boundary";
 
 /**
  * Returns the positive errno of the exception being handled, and logs it for `place` unless that
@@ -67,40 +67,40 @@ current_errno(const Place* place, const Subject* subject = nullptr)
 
 } // namespace
 
-void Carrier::drop() noexcept
+void ExceptionRelay::drop() noexcept
 {
     try
     {
-        std::rethrow_exception(carried);
+        std::rethrow_exception(relayed);
     }
     catch (...)
     {
-        const Place place{source_stem, __LINE__, "~Carrier"};
+        const Place place{source_stem, __LINE__, "~ExceptionRelay"};
         current_errno(&place);
     }
 }
 
-void Carrier::rethrow()
+void ExceptionRelay::rethrow()
 {
-    std::rethrow_exception(std::exchange(carried, nullptr));
+    std::rethrow_exception(std::exchange(relayed, nullptr));
 }
 
-int Carrier::take()
+int ExceptionRelay::take()
 {
     // Null for an exception of another language's.
     auto taken = std::current_exception();
-    const bool keeps = taken && innermost != nullptr && !innermost->carried;
+    const bool keeps = taken && innermost != nullptr && !innermost->relayed;
     const Place place = GANTRY_HERE;
     const int error = current_errno(keeps ? nullptr : &place);
     if (keeps)
     {
-        innermost->carried = std::move(taken);
+        innermost->relayed = std::move(taken);
     }
     return -error;
 }
 
-__attribute__((no_sanitize("null"))) void at_host_edge(const Place& place, int* error,
-                                                       CallReference call, const Subject* subject)
+__attribute__((no_sanitize("null"))) void host_boundary(const Place& place, int* error,
+                                                        CallReference call, const Subject* subject)
 {
     int result = 0;
     try
@@ -109,7 +109,7 @@ __attribute__((no_sanitize("null"))) void at_host_edge(const Place& place, int* 
     }
     catch (...)
     {
-        result = logged(current_errno(&place, subject));
+        result = already_logged(current_errno(&place, subject));
     }
     if (error != nullptr)
     {

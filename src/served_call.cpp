@@ -1,4 +1,4 @@
-#include "call.hpp"
+#include "served_call.hpp"
 
 #include "connection.hpp"
 #include "gantrycontext.hpp"
@@ -11,7 +11,7 @@
 namespace
 {
 
-constexpr char source_stem[] = "call";
+constexpr char source_stem[] = "served_call";
 
 } // namespace
 
@@ -64,7 +64,7 @@ int ServedCall::fail(const char* name, const char* text)
 
 int at_write_edge(CallReference call)
 {
-    return at_bus_edge(
+    return bus_boundary(
         [&]
         {
             try
@@ -79,8 +79,8 @@ int at_write_edge(CallReference call)
         as_error);
 }
 
-void write(GANTRY_instance& listener, const char* member, sd_bus_message* message,
-           sd_bus_error* error, CallReference set)
+void set_unless_refused(GANTRY_instance& listener, const char* member, sd_bus_message* message,
+                        sd_bus_error* error, CallReference set)
 {
     set();
     ServedCall served(listener.the_service, message, ServedCall::Kind::write);
@@ -106,7 +106,7 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
             return EINVAL;
         }
         *call = nullptr;
-        TakenCall taken(open);
+        AnsweringCall taken(open);
         if (taken.wants_reply())
         {
             auto reply = sdbusplus::message_t(taken.message()).new_method_return();
@@ -116,7 +116,7 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
         taken.mark_answered();
         return 0;
     };
-    at_host_edge(place, error, answer);
+    host_boundary(place, error, answer);
 }
 
 } // namespace gantry
@@ -131,7 +131,7 @@ void GANTRY_call_fail(GANTRY_instance* instance, const char* name, const char* t
         auto* served = gantry::find_served(here, instance);
         if (served == nullptr)
         {
-            return gantry::logged(EINVAL);
+            return gantry::already_logged(EINVAL);
         }
         if (served->is_deferred || !gantry::is_error_name(name))
         {
@@ -139,7 +139,7 @@ void GANTRY_call_fail(GANTRY_instance* instance, const char* name, const char* t
         }
         return served->fail(name, gantry::repaired(text).c_str());
     };
-    gantry::at_host_edge(here, error, fail);
+    gantry::host_boundary(here, error, fail);
 }
 
 void GANTRY_call_get_sender(GANTRY_instance* instance, const char** out)
@@ -157,7 +157,7 @@ void GANTRY_call_get_credentials(GANTRY_instance* instance, uid_t* uid, pid_t* p
         auto* served = gantry::find_served(here, instance);
         if (served == nullptr)
         {
-            return gantry::logged(EINVAL);
+            return gantry::already_logged(EINVAL);
         }
         sd_bus_creds* creds = nullptr;
         int result = gantry::uninterrupted(
@@ -185,7 +185,7 @@ void GANTRY_call_get_credentials(GANTRY_instance* instance, uid_t* uid, pid_t* p
         }
         return 0;
     };
-    gantry::at_host_edge(here, error, ask);
+    gantry::host_boundary(here, error, ask);
 }
 
 void GANTRY_call_defer(GANTRY_instance* instance, GANTRY_call** call, int* error)
@@ -197,7 +197,7 @@ void GANTRY_call_defer(GANTRY_instance* instance, GANTRY_call** call, int* error
         auto* served = gantry::find_served(here, instance);
         if (served == nullptr)
         {
-            return gantry::logged(EINVAL);
+            return gantry::already_logged(EINVAL);
         }
         if (served->is_deferred || served->kind != ServedCall::Kind::method)
         {
@@ -212,7 +212,7 @@ void GANTRY_call_defer(GANTRY_instance* instance, GANTRY_call** call, int* error
         served->is_deferred = true;
         return 0;
     };
-    gantry::at_host_edge(here, error, defer);
+    gantry::host_boundary(here, error, defer);
 }
 
 void GANTRY_call_refuse(GANTRY_call** call, const char* name, const char* text, int* error)
@@ -227,8 +227,8 @@ void GANTRY_call_refuse(GANTRY_call** call, const char* name, const char* text, 
         }
         const auto repaired = gantry::repaired(text);
         *call = nullptr;
-        const int result = gantry::TakenCall(place).refuse(name, repaired.c_str());
+        const int result = gantry::AnsweringCall(place).refuse(name, repaired.c_str());
         return result < 0 ? -result : 0;
     };
-    gantry::at_host_edge(here, error, refuse);
+    gantry::host_boundary(here, error, refuse);
 }

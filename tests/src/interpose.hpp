@@ -6,7 +6,7 @@
 
 #include <dlfcn.h>
 
-namespace stand_in
+namespace interpose
 {
 
 // The function that a stand-in hides, to pass calls on to.
@@ -59,4 +59,4 @@ struct Script : std::vector<int>
     }
 };
 
-} // namespace stand_in
+} // namespace interpose

@@ -3,15 +3,15 @@
  * the virtual method runs, and what it returns is sent; in message shape the virtual method gets
  * the message and answers it itself. In both shapes an SdBusError becomes the client's error, and
  * any other exception is carried to the dispatch loop, without a reply. The host may refuse or
- * defer the call meanwhile (call.hpp).
+ * defer the call meanwhile (served_call.hpp).
  */
 #pragma once
 
 #include "block.hpp"
-#include "call.hpp"
-#include "edges.hpp"
+#include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "property.hpp"
+#include "served_call.hpp"
 
 #include <bit>
 #include <sdbusplus/exception.hpp>

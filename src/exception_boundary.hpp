@@ -4,14 +4,14 @@
  * A bus callback is called by libsystemd. sd-bus and sd-event are C: an exception that unwinds
  * through their frames runs none of their cleanup, leaves the event loop marked as running and the
  * connection holding its current message, and ends the process where C was built without unwind
- * tables. So an exception is taken at the edge of the callback, kept by the innermost Carrier on
- * the stack, which belongs to the C++ frame that entered libsystemd, and thrown again there as soon
- * as the C call has returned:
+ * tables. So an exception is taken at the edge of the callback, kept by the innermost
+ * ExceptionRelay on the stack, which belongs to the C++ frame that entered libsystemd, and thrown
+ * again there as soon as the C call has returned:
  *
- *     Carrier::enter (C++)  ->  sd_event_run, ... (C)  ->  at_bus_edge (C++)  ->  what may throw
- *           throws again    <-       returns           <-    takes
+ *     ExceptionRelay::enter (C++)  ->  sd_event_run, ... (C)  ->  bus_boundary (C++)  ->  what may
+ * throw throws again    <-       returns           <-    takes
  *
- * Without a Carrier on the stack, as when a host drives the thread's event loop itself, the
+ * Without a ExceptionRelay on the stack, as when a host drives the thread's event loop itself, the
  * exception is logged and dropped: if it were kept, it would end some other loop later.
  *
  * An exported function is called by the host. At its edge an exception is logged and becomes the
@@ -30,26 +30,26 @@
 namespace gantry
 {
 
-class Carrier
+class ExceptionRelay
 {
   public:
-    Carrier() noexcept : outer(innermost)
+    ExceptionRelay() noexcept : outer(innermost)
     {
         innermost = this;
     }
-    ~Carrier()
+    ~ExceptionRelay()
     {
         innermost = outer;
-        if (carried)
+        if (relayed)
         {
             // The entered call threw an exception of its own, which is the one that goes on.
             drop();
         }
     }
-    Carrier(const Carrier&) = delete;
-    Carrier(Carrier&&) = delete;
-    Carrier& operator=(const Carrier&) = delete;
-    Carrier& operator=(Carrier&&) = delete;
+    ExceptionRelay(const ExceptionRelay&) = delete;
+    ExceptionRelay(ExceptionRelay&&) = delete;
+    ExceptionRelay& operator=(const ExceptionRelay&) = delete;
+    ExceptionRelay& operator=(ExceptionRelay&&) = delete;
 
     /**
      * Runs `call`, which enters libsystemd, and returns its result. Throws what `call` itself
@@ -58,36 +58,36 @@ class Carrier
     template <class Call>
     static auto enter(Call&& call)
     {
-        Carrier carrier;
+        ExceptionRelay carrier;
         if constexpr (std::is_void_v<std::invoke_result_t<Call>>)
         {
             std::forward<Call>(call)();
-            carrier.throw_carried();
+            carrier.throw_relayed();
         }
         else
         {
             auto result = std::forward<Call>(call)();
-            carrier.throw_carried();
+            carrier.throw_relayed();
             return result;
         }
     }
 
     /**
-     * Hands the exception being handled to the innermost Carrier; logs and drops it if there is
-     * none or if that one already has an exception. Returns its errno, negative.
+     * Hands the exception being handled to the innermost ExceptionRelay; logs and drops it if there
+     * is none or if that one already has an exception. Returns its errno, negative.
      */
     static int take();
 
-    /** Whether the innermost Carrier has an exception: that is logged where it arrives. */
-    static bool is_carrying() noexcept
+    /** Whether the innermost ExceptionRelay has an exception: that is logged where it arrives. */
+    static bool is_relaying() noexcept
     {
-        return innermost != nullptr && innermost->carried;
+        return innermost != nullptr && innermost->relayed;
     }
 
   private:
-    void throw_carried()
+    void throw_relayed()
     {
-        if (carried)
+        if (relayed)
         {
             rethrow();
         }
@@ -99,11 +99,11 @@ class Carrier
     // A bare pointer, not an object with a destructor: the destructor of the thread's pthread key
     // may destroy the thread's context after C++ thread-locals are gone. At a fixed offset from the
     // thread pointer, so that no call is needed to find it.
-    [[gnu::tls_model("initial-exec")]] inline static constinit thread_local Carrier* innermost =
-        nullptr;
+    [[gnu::tls_model(
+        "initial-exec")]] inline static constinit thread_local ExceptionRelay* innermost = nullptr;
 
-    Carrier* outer;
-    std::exception_ptr carried;
+    ExceptionRelay* outer;
+    std::exception_ptr relayed;
 };
 
 /**
@@ -112,7 +112,7 @@ class Carrier
  * nothing for it.
  */
 template <class Call>
-[[gnu::always_inline]] inline int at_bus_edge(const Call& call, int (*failed)(int error))
+[[gnu::always_inline]] inline int bus_boundary(const Call& call, int (*failed)(int error))
 {
     try
     {
@@ -120,7 +120,7 @@ template <class Call>
     }
     catch (...)
     {
-        return failed(Carrier::take());
+        return failed(ExceptionRelay::take());
     }
 }
 
@@ -153,7 +153,7 @@ class NoCancellation
     int before = 0;
 };
 
-/** Type-erased, non-owning reference to a callable that returns int, so that at_host_edge() is
+/** Type-erased, non-owning reference to a callable that returns int, so that host_boundary() is
  *  compiled only once. */
 class CallReference
 {
@@ -174,8 +174,8 @@ class CallReference
     int (*function)(const void* of);
 };
 
-/** The result, for at_host_edge(), of a failure that is in the log already. */
-constexpr int logged(int error) noexcept
+/** The result, for host_boundary(), of a failure that is in the log already. */
+constexpr int already_logged(int error) noexcept
 {
     return -error;
 }
@@ -192,8 +192,8 @@ struct Subject
  * or, if that is null, logs it for `place`. If `call` throws, logs the exception for `place`, with
  * its subject if there is one, and stores its positive errno.
  */
-void at_host_edge(const Place& place, int* error, CallReference call,
-                  const Subject* subject = nullptr);
+void host_boundary(const Place& place, int* error, CallReference call,
+                   const Subject* subject = nullptr);
 
 /** Throws SdBusError if `result` is the negative errno of a failed `call` into libsystemd. */
 void throw_if_failed(int result, const char* call);

@@ -1,4 +1,4 @@
-#include "method_dispatch.hpp"
+#include "method_to_c.hpp"
 
 #include <sdbusplus/exception.hpp>
 #include <utility>

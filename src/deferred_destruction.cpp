@@ -1,7 +1,7 @@
-#include "deferral.hpp"
+#include "deferred_destruction.hpp"
 
 #include "connection.hpp"
-#include "edges.hpp"
+#include "exception_boundary.hpp"
 #include "log.hpp"
 
 #include <systemd/sd-event.h>
@@ -11,7 +11,7 @@ namespace gantry
 namespace
 {
 
-constexpr char source_stem[] = "deferral";
+constexpr char source_stem[] = "deferred_destruction";
 
 /** Destroys what was freed and is not in use any more; that may be the context. */
 void destroy_freed(GANTRY_cpp_context& context) noexcept
@@ -22,9 +22,9 @@ void destroy_freed(GANTRY_cpp_context& context) noexcept
     }
     const NoCancellation no_cancellation;
     destroy_freed_objects(context);
-    if (context.freed != nullptr && context.loops == 0)
+    if (context.destroy_when_idle != nullptr && context.loops == 0)
     {
-        context.freed(&context);
+        context.destroy_when_idle(&context);
     }
 }
 
@@ -72,7 +72,7 @@ InLoop::~InLoop()
     {
         return;
     }
-    if (context.freed == nullptr)
+    if (context.destroy_when_idle == nullptr)
     {
         context.stopping = false;
     }
@@ -96,7 +96,7 @@ void destroy_later(GANTRY_cpp_context& context, FreedObject& object) noexcept
 void destroy_later(GANTRY_cpp_context& context,
                    void (*destroy)(GANTRY_cpp_context* context)) noexcept
 {
-    context.freed = destroy;
+    context.destroy_when_idle = destroy;
     context.stopping = true;
     schedule(context);
 }

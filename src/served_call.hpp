@@ -5,16 +5,16 @@
  *
  *     not at all    with the function's outputs
  *     failed        with the host's error
- *     deferred      not now: the call stays open (open_call.hpp)
+ *     deferred      not now: the call stays open (deferred_call.hpp)
  */
 #pragma once
 
 #include "block.hpp"
 #include "c_form.hpp"
-#include "edges.hpp"
+#include "deferred_call.hpp"
+#include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "object.hpp"
-#include "open_call.hpp"
 
 #include <sdbusplus/message.hpp>
 
@@ -91,13 +91,13 @@ struct Taken
     int result;
 };
 
-/** at_bus_edge() for a client's write, with a handler for Taken inside it. */
+/** bus_boundary() for a client's write, with a handler for Taken inside it. */
 int at_write_edge(CallReference call);
 
 /** A client's write of which the host is told: `set` stores the new value, and, called again, puts
  *  the former one back, for a host that refuses; then the error is set and Taken is thrown. */
-void write(GANTRY_instance& listener, const char* member, sd_bus_message* message,
-           sd_bus_error* error, CallReference set);
+void set_unless_refused(GANTRY_instance& listener, const char* member, sd_bus_message* message,
+                        sd_bus_error* error, CallReference set);
 
 /** Whether the call in this message is being served and its outputs aren't the answer. */
 inline bool is_taken(sd_bus_message* message) noexcept

@@ -29,17 +29,17 @@ GANTRY_call* open_call(GANTRY_cpp_context& context, GANTRY_instance* instance,
 GANTRY_call** find_open(GANTRY_cpp_context* context, const GANTRY_call* call) noexcept;
 
 /** A call that was taken out of the list, to be answered now. */
-class TakenCall
+class AnsweringCall
 {
   public:
     /** `place` is a result of find_open(). */
-    explicit TakenCall(GANTRY_call** place) noexcept;
+    explicit AnsweringCall(GANTRY_call** place) noexcept;
     /** The client gets an error if no answer was sent. */
-    ~TakenCall();
-    TakenCall(const TakenCall&) = delete;
-    TakenCall(TakenCall&&) = delete;
-    TakenCall& operator=(const TakenCall&) = delete;
-    TakenCall& operator=(TakenCall&&) = delete;
+    ~AnsweringCall();
+    AnsweringCall(const AnsweringCall&) = delete;
+    AnsweringCall(AnsweringCall&&) = delete;
+    AnsweringCall& operator=(const AnsweringCall&) = delete;
+    AnsweringCall& operator=(AnsweringCall&&) = delete;
 
     [[nodiscard]] sd_bus_message* message() const noexcept
     {

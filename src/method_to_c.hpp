@@ -14,10 +14,10 @@
 
 #include "block.hpp"
 #include "c_form.hpp"
-#include "call.hpp"
 #include "for_bus.hpp"
 #include "log.hpp"
 #include "object.hpp"
+#include "served_call.hpp"
 
 #include <exception>
 #include <optional>

@@ -8,7 +8,7 @@
 namespace
 {
 
-stand_in::Script send;
+interpose::Script send;
 
 // What was sent, and which of the watched blocks were freed, a letter each: 'a' is the first's.
 std::string events;

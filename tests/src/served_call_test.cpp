@@ -90,7 +90,7 @@ TEST_F(Call, RefusedReachesTheClientAsTheHostsLastErrorAndNotTheLog)
         EXPECT_EQ(logged(8), "");
     }
     EXPECT_EQ(errno_of(GANTRY_call_fail, instance, busy, ""), EINVAL);
-    EXPECT_EQ(logged(8), "2 call.GANTRY_call_fail: no callback of the object is running\n");
+    EXPECT_EQ(logged(8), "2 served_call.GANTRY_call_fail: no callback of the object is running\n");
 }
 
 TEST_F(Call, KnowsItsCaller)
