@@ -1,6 +1,7 @@
 #include "announcement.hpp"
 
 #include "connection.hpp"
+#include "context_state.hpp"
 #include "exception_boundary.hpp"
 #include "gantrycontext.hpp"
 
@@ -55,7 +56,7 @@ void send(NotedChanges& noted)
     auto& context = noted.context;
     const auto changes = std::move(noted.members);
     // What changes from here on, in a getter say, is announced or noted anew.
-    context.pending_changes = sd_event_source_disable_unref(context.pending_changes);
+    context.state->pending_changes = sd_event_source_disable_unref(context.state->pending_changes);
     for (const auto& [object, members] : changes)
     {
         std::vector<char*> names;
@@ -96,7 +97,7 @@ int on_progress(sd_event_source* /*source*/, void* data)
 /** Whether changes are to be noted. Has them sent later, when this is the first. */
 bool is_stalled(GANTRY_cpp_context& context)
 {
-    if (context.pending_changes != nullptr)
+    if (context.state->pending_changes != nullptr)
     {
         return true;
     }
@@ -106,12 +107,12 @@ bool is_stalled(GANTRY_cpp_context& context)
         return false;
     }
     auto noted = std::make_unique<NotedChanges>(context);
-    if (sd_event_add_post(context.event.get(), &context.pending_changes, on_progress, noted.get()) <
-        0)
+    if (sd_event_add_post(context.event.get(), &context.state->pending_changes, on_progress,
+                          noted.get()) < 0)
     {
         return false;
     }
-    sd_event_source_set_destroy_callback(context.pending_changes, [](void* owned)
+    sd_event_source_set_destroy_callback(context.state->pending_changes, [](void* owned)
                                          { delete static_cast<NotedChanges*>(owned); });
     static_cast<void>(noted.release());
     GANTRY_LOG(log::fault, "changes wait, dbus has %lu messages in write queue", queued);
@@ -121,7 +122,7 @@ bool is_stalled(GANTRY_cpp_context& context)
 void note(GANTRY_cpp_context& context, const char* path, const char* interface, const char* member)
 {
     auto& noted =
-        *static_cast<NotedChanges*>(sd_event_source_get_userdata(context.pending_changes));
+        *static_cast<NotedChanges*>(sd_event_source_get_userdata(context.state->pending_changes));
     auto& members = noted.members[{path, interface}];
     if (std::find(members.begin(), members.end(), member) == members.end())
     {

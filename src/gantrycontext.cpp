@@ -6,10 +6,11 @@
 #include "gantrycontext.hpp"
 
 #include "connection.hpp"
+#include "context_state.hpp"
 #include "deferred_call.hpp"
 #include "deferred_destruction.hpp"
 #include "exception_boundary.hpp"
-#include "for_bus.hpp"
+#include "object.hpp"
 #include "object_manager.hpp"
 
 #include <gantry/loop.h>
@@ -114,17 +115,16 @@ try
     }
     if (GANTRY_cpp_context* existing = gantry::own_context())
     {
-        if (existing->destroy_when_idle == nullptr)
+        if (!existing->state->destroy_when_idle)
         {
             *out = existing;
             return;
         }
-        if (gantry::is_in_use(*existing))
+        if (!gantry::destroy_if_idle(*existing))
         {
             // A second context would share its connection and find its objects' paths taken.
             return;
         }
-        destroy(existing);
     }
 
     const gantry::NoCancellation no_cancellation; // what is made here may have to be destroyed
@@ -148,85 +148,6 @@ catch (const std::exception& error)
     GANTRY_LOG_EXCEPTION(error.what());
 }
 
-/**
- * What a client reads of a failure: the failed call and sd-bus's message. Versions of sdbusplus
- * differ in whether description() has the call; what() is "call: error name: message" in all.
- */
-std::string text_of(const sdbusplus::exception::SdBusError& failure)
-{
-    std::string text = failure.what();
-    const auto name = std::string(": ") + failure.name();
-    if (const auto found = text.find(name); found != std::string::npos)
-    {
-        text.erase(found, name.size());
-    }
-    return text;
-}
-
-/** libsystemd as sdbusplus calls it: makes the text of a client's error, and logs a lost
- *  announcement, which sdbusplus ignores. */
-class LoggedBus final : public sdbusplus::SdBusImpl
-{
-  public:
-    /** For the SdBusError being handled. Its text may come from a host, so it is repaired. */
-    int sd_bus_error_set(sd_bus_error* error, const char* name, const char* message) override
-    {
-        if (std::current_exception())
-        {
-            try
-            {
-                throw;
-            }
-            catch (const sdbusplus::exception::SdBusError& failure)
-            {
-                if (message == failure.description())
-                {
-                    const auto text = gantry::for_bus(text_of(failure));
-                    return SdBusImpl::sd_bus_error_set(error, name, text.c_str());
-                }
-            }
-            catch (...)
-            {
-                // Another failure doesn't name a call.
-            }
-        }
-        return SdBusImpl::sd_bus_error_set(error, name, message);
-    }
-
-    int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path, const char* interface,
-                                            const char** names) override
-    {
-        const int result =
-            SdBusImpl::sd_bus_emit_properties_changed_strv(bus, path, interface, names);
-        // EDOM: the property is one that never announces a change.
-        if (result < 0 && result != -EDOM && !gantry::ExceptionRelay::is_relaying())
-        {
-            GANTRY_LOG(gantry::log::failed, "failed for [%s] of [%s], rv=%d", *names, path, result);
-        }
-        return result;
-    }
-};
-
-// Trivially destructible, so a thread that exits after static destruction can still use it.
-constinit LoggedBus logged_bus;
-
-/** Opens the connection that GANTRY_use_default selects. */
-sdbusplus::bus_t open_bus()
-{
-    sd_bus* opened = nullptr;
-    GANTRY_use_default ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
-    const std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)> held{opened, sd_bus_unref};
-    // The bus object reads the connection's unique name, which waits for the bus. That wait isn't
-    // repeated if a signal interrupts it, so the wait is made here.
-    sd_id128_t ignored;
-    gantry::uninterrupted([&] { return sd_bus_get_bus_id(opened, &ignored); });
-
-    sdbusplus::bus_t bus(opened, &logged_bus);
-    // A private connection is closed with its last use; a shared one is left to its other users.
-    bus.set_should_close(!GANTRY_use_default);
-    return bus;
-}
-
 /** Deletes the key when the library is unloaded. Contexts of live threads stay as they are. */
 [[gnu::destructor]] void GANTRY_per_thread_library_destructor()
 {
@@ -247,7 +168,9 @@ sdbusplus::bus_t open_bus()
 } // namespace
 
 GANTRY_cpp_context::GANTRY_cpp_context() :
-    bus(open_bus()), event(sdeventplus::Event::get_default(&sdeventplus::internal::sdevent_impl))
+    bus(gantry::open_bus()),
+    event(sdeventplus::Event::get_default(&sdeventplus::internal::sdevent_impl)),
+    state(std::make_unique<gantry::ContextState>(destroy))
 {
     // A connection that failed to open fails here.
     sd_bus* connection = GANTRY_get_sd_bus(bus);
@@ -262,26 +185,28 @@ GANTRY_cpp_context::GANTRY_cpp_context() :
 GANTRY_cpp_context::~GANTRY_cpp_context()
 {
     running = false;
-    sd_event_source_disable_unref(pending_changes);
-    sd_event_source_disable_unref(unreadable_timer);
-    sd_event_source_disable_unref(deferral);
+    sd_event_source_disable_unref(state->pending_changes);
+    sd_event_source_disable_unref(state->unreadable_timer);
+    sd_event_source_disable_unref(state->destruction);
     gantry::close_calls(*this, nullptr);
     gantry::destroy_freed_objects(*this);
     while (!tracker.empty())
     {
-        // Removed from the list first, so that nothing that the deleter calls finds the object.
+        // Removed from both lists first, so that nothing that the deleter calls finds the object.
         const auto newest = tracker.back();
         tracker.pop_back();
+        if (auto* record = state->objects.newest();
+            record != nullptr && record->the_service == newest.object)
+        {
+            state->objects.remove(*record);
+        }
         newest.deleter(newest.object);
     }
-    if (object_manager != nullptr)
+    delete std::exchange(object_manager, nullptr);
+    state->root_managers.clear();
+    if (state->filter != nullptr)
     {
-        sd_bus_slot_unref(std::exchange(object_manager, nullptr));
-    }
-    gantry::remove_root_managers(*this);
-    if (name_lost != nullptr)
-    {
-        sd_bus_slot_unref(name_lost);
+        sd_bus_slot_unref(state->filter);
     }
     service_name = nullptr;
     user_private = nullptr;
@@ -427,7 +352,7 @@ try
     GANTRY_cpp_context* freed = std::exchange(*context, nullptr);
     if (freed != nullptr && gantry::is_in_use(*freed))
     {
-        gantry::destroy_later(*freed, destroy);
+        gantry::destroy_later(*freed);
     }
     else
     {
@@ -531,7 +456,7 @@ void GANTRY_context_stop(GANTRY_cpp_context* context)
     }
     if (context != nullptr)
     {
-        context->stopping = true;
+        context->state->stopping = true;
     }
 }
 

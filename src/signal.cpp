@@ -1,5 +1,7 @@
 #include "signal.hpp"
 
+#include "context_state.hpp"
+
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
@@ -11,7 +13,8 @@ namespace gantry
 {
 
 const GANTRY_instance* find_sender(const Place& place, const Descriptor& descriptor,
-                                   const GANTRY_instance* instance)
+                                   const GANTRY_instance* instance,
+                                   const GANTRY_instance* (*instance_of)(const void* object))
 {
     if (instance == nullptr)
     {
@@ -27,7 +30,7 @@ const GANTRY_instance* find_sender(const Place& place, const Descriptor& descrip
             if (tracked.deleter == descriptor.deleter)
             {
                 GANTRY_LOG_AT(place, log::trace, "found instance");
-                instance = descriptor.instance_of(tracked.object);
+                instance = instance_of(tracked.object);
                 break;
             }
         }
@@ -60,19 +63,21 @@ int end_minute(sd_event_source* /*source*/, std::uint64_t /*time*/, void* data)
 {
     constexpr unsigned logged = 9;
     auto& context = *static_cast<GANTRY_cpp_context*>(data);
-    if (context.unreadable > logged)
+    if (context.state->unreadable > logged)
     {
-        GANTRY_LOG(log::failed, "%u more signals could not be read", context.unreadable - logged);
+        GANTRY_LOG(log::failed, "%u more signals could not be read",
+                   context.state->unreadable - logged);
     }
-    context.unreadable = 0;
-    context.unreadable_timer = sd_event_source_disable_unref(context.unreadable_timer);
+    context.state->unreadable = 0;
+    context.state->unreadable_timer =
+        sd_event_source_disable_unref(context.state->unreadable_timer);
     return 0;
 }
 
 int on_signal(sd_bus_message* message, void* data, sd_bus_error* /*error*/)
 {
     sdbusplus::message_t arrived(message);
-    static_cast<Subscription*>(data)->arrival(arrived);
+    (*static_cast<Subscription*>(data)->arrival)(arrived);
     return 0;
 }
 
@@ -81,15 +86,15 @@ int on_signal(sd_bus_message* message, void* data, sd_bus_error* /*error*/)
 void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char* what)
 {
     constexpr std::uint64_t minute = 60'000'000;
-    if (++context.unreadable < 10)
+    if (++context.state->unreadable < 10)
     {
         GANTRY_LOG_EXCEPTION_AT(place, what);
     }
-    if (context.unreadable_timer == nullptr &&
-        sd_event_add_time_relative(context.event.get(), &context.unreadable_timer, CLOCK_MONOTONIC,
-                                   minute, 0, end_minute, &context) < 0)
+    if (context.state->unreadable_timer == nullptr &&
+        sd_event_add_time_relative(context.event.get(), &context.state->unreadable_timer,
+                                   CLOCK_MONOTONIC, minute, 0, end_minute, &context) < 0)
     {
-        context.unreadable = 0; // no end of the minute would come
+        context.state->unreadable = 0; // no end of the minute would come
     }
 }
 

@@ -59,7 +59,7 @@ GANTRY_API void GANTRY_context_free(GANTRY_cpp_context** context);
 
 /*
  * Requests the well-known name under which the context's objects are served. The text is kept by
- * pointer, not copied: it must live as long as the context. With null or an empty text no name is
+ * pointer, not copied: it must live as long as the context, or until another name is set. With null or an empty text no name is
  * requested. Without this call the first object that is published requests its interface's default
  * name.
  */
@@ -70,7 +70,7 @@ GANTRY_API void GANTRY_context_set_service(GANTRY_cpp_context* context, const ch
  * requested last of those that it owns; null if it owns none, since none was requested, the bus
  * refused it, another process has taken it, or the connection was lost. A refusal and a loss are
  * each logged. The loops of <gantry/loop.h> hear of a loss; until they do, the name counts as
- * owned. The text is the one that was requested. `owned` must not be null.
+ * owned. The text is valid for as long as the name is owned. `owned` must not be null.
  */
 GANTRY_API void GANTRY_context_get_service(GANTRY_cpp_context* context, const char** owned);
 
