@@ -26,6 +26,10 @@ const GANTRY_instance* find_sender(const Place& place, const Descriptor& descrip
         }
         for (const auto& tracked : context->tracker)
         {
+            if (tracked.object == nullptr)
+            {
+                continue; // it was freed
+            }
             GANTRY_LOG_AT(place, log::trace, "checking tracker");
             if (tracked.deleter == descriptor.deleter)
             {
