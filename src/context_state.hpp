@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "credentials.hpp"
 #include "deferred_call.hpp"
 #include "object_index.hpp"
 #include "object_manager.hpp"
@@ -89,6 +90,10 @@ struct ContextState
     // Calls that are answered later (deferred_call.hpp).
 
     DeferredCalls calls;
+
+    // Who calls (credentials.hpp).
+
+    AskingBus asking_bus{nullptr, sd_bus_close_unref};
 };
 
 } // namespace gantry

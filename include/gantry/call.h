@@ -35,9 +35,10 @@ GANTRY_API void GANTRY_call_fail(GANTRY_instance* instance, const char* name, co
 GANTRY_API void GANTRY_call_get_sender(GANTRY_instance* instance, const char** out);
 
 /*
- * Asks the bus for the effective user and the process of the client, and waits for its answer.
- * `uid` and `pid` may be null; on an error neither is changed. *error gets 0, EINVAL, or the errno
- * of the bus's refusal, as when the client has left.
+ * Asks the bus for the effective user and the process of the client, and waits for its answer. It
+ * asks on a second connection, which the first use opens and the context keeps; no descriptor that
+ * a client sends is taken in meanwhile. `uid` and `pid` may be null; on an error neither is
+ * changed. *error gets 0, EINVAL, or the errno of the bus's refusal, as when the client has left.
  */
 GANTRY_API void GANTRY_call_get_credentials(GANTRY_instance* instance, uid_t* uid, pid_t* pid,
                                             int* error);
