@@ -3,7 +3,7 @@
 #include "connection.hpp"
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
-#include "gantrycontext.hpp"
+#include "thread_context.hpp"
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>

@@ -4,11 +4,13 @@
 #include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "log.hpp"
+#include "thread_context.hpp"
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <list>
@@ -82,8 +84,10 @@ class LoggedBus final : public sdbusplus::SdBusImpl
     {
         const int result =
             SdBusImpl::sd_bus_emit_properties_changed_strv(bus, path, interface, names);
-        // EDOM: the property is one that never announces a change.
-        if (result < 0 && result != -EDOM && !gantry::ExceptionRelay::is_relaying())
+        auto* context = gantry::own_context();
+        // EDOM: the property is one that never announces a change. A lost bus refuses all of them.
+        if (result < 0 && result != -EDOM && !gantry::ExceptionRelay::is_relaying() &&
+            (context == nullptr || context->state->lost_changes.admit(context->event.get())))
         {
             GANTRY_LOG(gantry::log::failed, "failed for [%s] of [%s], rv=%d", *names, path, result);
         }
@@ -162,7 +166,15 @@ sd_bus* GANTRY_get_sd_bus(sdbusplus::bus_t& bus)
 sdbusplus::bus_t gantry::open_bus()
 {
     sd_bus* opened = nullptr;
-    GANTRY_use_default ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
+    const int result =
+        GANTRY_use_default ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
+    if (result < 0)
+    {
+        // libsystemd doesn't tell which address it tried.
+        const char* address = secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
+        GANTRY_LOG(log::failed, "the system bus can't be opened at [%s], rv=%d",
+                   address != nullptr ? address : "its standard address", result);
+    }
     const std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)> held{opened, sd_bus_unref};
     // The bus object reads the connection's unique name, which waits for the bus. That wait isn't
     // repeated if a signal interrupts it, so the wait is made here.
@@ -190,6 +202,7 @@ int gantry::request_name(GANTRY_cpp_context& context, const char* name)
         });
     if (result < 0 && result != -EALREADY)
     {
+        GANTRY_LOG(log::failed, "the bus refused the name [%s], rv=%d", name, result);
         return result;
     }
     if (const auto grant = find_grant(grants, name); result == -EALREADY && grant != grants.end())

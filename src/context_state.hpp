@@ -5,6 +5,7 @@
 #pragma once
 
 #include "deferred_call.hpp"
+#include "limited_log.hpp"
 #include "object_index.hpp"
 #include "object_manager.hpp"
 
@@ -73,6 +74,8 @@ struct ContextState
      * stays where it is for as long as the name is owned. */
     std::list<std::string> granted_names;
 
+    LimitedLog lost_changes{1, "changes could not be announced"};
+
     /** The filter that sees each message that arrives. */
     sd_bus_slot* filter = nullptr;
 
@@ -82,9 +85,7 @@ struct ContextState
 
     // Signals (signal.hpp).
 
-    /** Signals that could not be read in the present minute, and the timer that ends it. */
-    unsigned unreadable = 0;
-    sd_event_source* unreadable_timer = nullptr;
+    LimitedLog unreadable_signals{9, "signals could not be read"};
 
     // Calls that are answered later (deferred_call.hpp).
 

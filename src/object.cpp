@@ -7,6 +7,7 @@
 #include "exception_boundary.hpp"
 #include "gantrycontext.hpp"
 #include "object_manager.hpp"
+#include "thread_context.hpp"
 
 #include <gantry/object.hpp>
 
@@ -146,7 +147,8 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
             const int result = request_name(*context, context->service_name);
             throw_if_failed(result == -EALREADY ? 0 : result, "sd_bus_request_name");
         }
-        instance->manager = add_object_manager(*context, instance->path);
+        const int refused = sd_bus_add_object_manager(GANTRY_get_sd_bus(context->bus),
+                                                      &instance->manager, instance->path);
         auto manager = std::make_unique<ObjectManager>(instance->manager);
         std::unique_ptr<void, void (*)(void*)> object{
             descriptor.create(context->bus, instance.get()), descriptor.deleter};
@@ -156,6 +158,11 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
         context->tracker.push_back({object.get(), descriptor.deleter});
         static_cast<void>(object.release());
         hold_object_manager(*context, std::move(manager));
+        if (refused < 0)
+        {
+            GANTRY_LOG_AT(place, log::failed, "sd_bus_add_object_manager failed for [%s], rv=%d",
+                          record->path, refused);
+        }
         context->state->last_created = record;
         GANTRY_LOG_AT(place, log::trace, "leave");
         return 0;

@@ -201,17 +201,6 @@ void add_root_manager(GANTRY_cpp_context& context, const char* path)
 
 } // namespace
 
-sd_bus_slot* add_object_manager(GANTRY_cpp_context& context, const char* path)
-{
-    sd_bus_slot* added = nullptr;
-    const int result = sd_bus_add_object_manager(GANTRY_get_sd_bus(context.bus), &added, path);
-    if (result < 0)
-    {
-        GANTRY_LOG(log::failed, "sd_bus_add_object_manager failed for [%s], rv=%d", path, result);
-    }
-    return added;
-}
-
 void hold_object_manager(GANTRY_cpp_context& context, std::unique_ptr<ObjectManager> added) noexcept
 {
     const std::unique_ptr<ObjectManager> earlier(

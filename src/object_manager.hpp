@@ -30,10 +30,6 @@ struct RootManager
     Slot enumerator{nullptr, sd_bus_slot_unref};
 };
 
-/** Adds the manager of an object at `path`. Returns its slot; null, and logs it, if the connection
- *  refuses it. */
-sd_bus_slot* add_object_manager(GANTRY_cpp_context& context, const char* path);
-
 /**
  * Makes a manager the one that the context holds. The one before becomes the connection's: a
  * floating slot stays registered until the connection is closed, and keeps nothing alive.

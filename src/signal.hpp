@@ -68,8 +68,7 @@ catch (const std::exception& failure)
 void subscribe(GANTRY_cpp_context& context, const char* member,
                std::function<void(sdbusplus::message_t&)> arrival);
 
-/** Logs that a signal can't be read. Since anyone can send such signals, only the first nine of a
- *  minute have a line each; the others are counted, and one line has their number. */
+/** Logs that a signal can't be read, which any client can cause: at most nine times per minute. */
 void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char* what);
 
 /** Reads a signal's values. Returns false, and logs it, if they have other types than the table's.
