@@ -371,6 +371,11 @@ Words words_of(const Interface& interface)
         }
     }
 
+    std::vector<Words> rows = properties;
+    std::sort(rows.begin(), rows.end(),
+              [](const Words& left, const Words& right)
+              { return std::get<0>(left.at("member")) < std::get<0>(right.at("member")); });
+
     const std::string group = interface.name.substr(0, interface.name.rfind('.'));
     const std::vector<Type> types = crossing_types(interface);
     return {
@@ -399,6 +404,7 @@ Words words_of(const Interface& interface)
         {"methods", std::move(methods)},
         {"signals", std::move(signals)},
         {"properties", std::move(properties)},
+        {"rows", std::move(rows)},
         {"keys", std::move(keys)},
     };
 }

@@ -132,24 +132,23 @@ void note(GANTRY_cpp_context& context, const char* path, const char* interface, 
 
 } // namespace
 
-void announce(sdbusplus::server::interface_t& interface, const char* member)
+void announce(Object& object, const Property<Object>& row)
 {
+    auto& interface = object.server_interface;
     auto* context = own_context();
     if (context != nullptr && is_stalled(*context))
     {
-        // A message of the interface has its connection, which may be another than the context's,
-        // and its name, which the interface itself gives to nobody.
-        auto named = interface.new_signal(member);
-        if (sd_bus_message_get_bus(named.get()) == GANTRY_get_sd_bus(context->bus))
+        // A message of the interface has its connection, which may be another than the context's.
+        auto message = interface.new_signal(row.member);
+        if (sd_bus_message_get_bus(message.get()) == GANTRY_get_sd_bus(context->bus))
         {
-            note(*context, interface.path().c_str(), sd_bus_message_get_interface(named.get()),
-                 member);
+            note(*context, interface.path().c_str(), row.header().member, row.member);
             return;
         }
     }
     const InAnnouncement announcing;
     // sd-bus runs the property's getter, hence the carrier.
-    ExceptionRelay::enter([&interface, member] { interface.property_changed(member); });
+    ExceptionRelay::enter([&interface, &row] { interface.property_changed(row.member); });
 }
 
 void announce(GANTRY_cpp_context& context, const char* path, const char* interface, char** members)
