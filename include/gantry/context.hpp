@@ -26,8 +26,9 @@ struct FreedObject;
 struct RootManager;
 
 /**
- * A match, and what each arrival is passed to. sdbusplus's holder of a match doesn't tell whether
- * the connection refused it, and aborts the process if the thread ends inside the callback.
+ * A match and the function that each matching message is passed to. sdbusplus's own class for a
+ * match doesn't tell whether the connection refused the match, and aborts the process if the thread
+ * ends inside the callback.
  */
 struct Subscription
 {
@@ -111,7 +112,7 @@ struct GANTRY_cpp_context
     /** The number of this context's loops on the stack; above 1 when a callback entered one. */
     std::uint32_t loops = 0;
 
-    /** Null until the context is freed while it is in use; then what destroys it afterwards. */
+    /** Destroys the context when nothing uses it any more; null unless it was freed in use. */
     void (*destroy_when_idle)(GANTRY_cpp_context* context) = nullptr;
 
     /** Objects that were freed inside a callback and are destroyed after it. */
@@ -138,15 +139,15 @@ struct GANTRY_cpp_context
     /** The object managers at paths that the host chose, newest first. */
     gantry::RootManager* root_managers = nullptr;
 
-    /** The well-known names that the bus has granted and not told the loss of, newest last, and the
-     *  slot that hears of a loss. The host owns the texts. */
+    /** The well-known names that the bus has granted and whose loss it hasn't reported, newest
+     * last, and the slot that receives such reports. The host owns the texts. */
     std::vector<const char*> granted_names;
     sd_bus_slot* name_lost = nullptr;
 
-    /** Some object's host has asked to hear of clients' writes. */
+    /** Set once GANTRY_instance_on_write was called for some object. */
     bool hears_writes = false;
 
-    /** What the last creating function published, and why not. */
+    /** The object that the last creating function published, or its errno. */
     GANTRY_instance* last_created = nullptr;
     int create_error = ENOENT;
 };
