@@ -1,9 +1,9 @@
 /*
- * The same methods as methods_gantry's on sdbus-c++, with its own event loop. Its methods are open
- * to everyone unless they are marked, and then sd-bus doesn't ask who calls: these are marked, as
- * the sample's are.
+ * gantry_host's methods on sdbus-c++, with its own event loop, which has no event source that could
+ * answer a call later. Its methods are open to everyone unless they are marked, and then sd-bus
+ * doesn't ask who calls: these are marked, as the sample's are.
  *
- *     methods_sdbuscpp SERVICE    prints "ready" when it serves
+ *     sdbuscpp_host SERVICE    prints "ready" when it serves
  */
 #include <sdbus-c++/sdbus-c++.h>
 
@@ -68,7 +68,6 @@ int main(int argc, char** argv)
             *connection, sdbus::ObjectPath("/com/orvane/velmar/sample/gantrytest"));
         give_back<std::int32_t>(*object, "Try_int32");
         give_back<std::string>(*object, "Try_string");
-        give_back<std::vector<std::uint8_t>>(*object, "Try_array");
         give_back<std::vector<std::string>>(*object, "TryArrayString");
         finish(*object);
         std::puts("ready");
@@ -77,7 +76,7 @@ int main(int argc, char** argv)
     }
     catch (const std::exception& error)
     {
-        std::fprintf(stderr, "methods_sdbuscpp: %s\n", error.what());
+        std::fprintf(stderr, "sdbuscpp_host: %s\n", error.what());
     }
     return EXIT_FAILURE;
 }
