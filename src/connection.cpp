@@ -10,6 +10,7 @@
 #include <systemd/sd-event.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -99,6 +100,19 @@ class LoggedBus final : public sdbusplus::SdBusImpl
 constinit LoggedBus logged_bus;
 
 constexpr char bus_name[] = "org.freedesktop.DBus";
+constexpr char local_name[] = "org.freedesktop.DBus.Local";
+
+int on_disconnected(sd_bus_message* /*message*/, void* data, sd_bus_error* /*error*/)
+{
+    auto& context = *static_cast<GANTRY_cpp_context*>(data);
+    return gantry::bus_boundary(
+        [&context]
+        {
+            context.state->on_disconnect(&context, context.state->disconnect_data);
+            return 0;
+        },
+        gantry::as_handled);
+}
 
 /** How many announcements are on the thread's stack. */
 constinit thread_local unsigned announcements = 0;
@@ -220,6 +234,65 @@ const char* gantry::owned_name(GANTRY_cpp_context& context) noexcept
     const auto& grants = context.state->granted_names;
     const bool is_open = sd_bus_is_open(GANTRY_get_sd_bus(context.bus)) > 0;
     return is_open && !grants.empty() ? grants.back().c_str() : nullptr;
+}
+
+void gantry::write_what_is_left(GANTRY_cpp_context& context) noexcept
+{
+    using std::chrono::steady_clock;
+    sd_bus* bus = GANTRY_get_sd_bus(context.bus);
+    std::uint64_t left = 0;
+    if (sd_bus_get_n_queued_write(bus, &left) < 0 || left == 0)
+    {
+        return;
+    }
+    // A flush has no time limit. A call has one, and while it waits for its reply all that is
+    // queued before it is written.
+    const auto end = steady_clock::now() + std::chrono::seconds(1);
+    int result = -EINTR;
+    while (result == -EINTR && steady_clock::now() < end)
+    {
+        sd_bus_message* ping = nullptr;
+        result = sd_bus_message_new_method_call(bus, &ping, bus_name, "/",
+                                                "org.freedesktop.DBus.Peer", "Ping");
+        if (result >= 0)
+        {
+            const std::chrono::microseconds rest =
+                std::chrono::ceil<std::chrono::microseconds>(end - steady_clock::now());
+            result =
+                sd_bus_call(bus, ping, static_cast<std::uint64_t>(rest.count()), nullptr, nullptr);
+            sd_bus_message_unref(ping);
+        }
+    }
+    sd_bus_get_n_queued_write(bus, &left);
+    if (left > 0)
+    {
+        GANTRY_LOG(log::failed, "%lu messages are dropped that the bus didn't take in a second",
+                   left);
+        if (context.state->is_private)
+        {
+            sd_bus_close(bus); // its release would flush it without a limit
+        }
+    }
+}
+
+void gantry::set_on_disconnect(GANTRY_cpp_context& context,
+                               void (*lost)(GANTRY_cpp_context* context, void* data), void* data)
+{
+    auto& state = *context.state;
+    state.disconnected = nullptr;
+    state.on_disconnect = lost;
+    state.disconnect_data = data;
+    if (lost == nullptr)
+    {
+        return;
+    }
+    sd_bus_slot* slot = nullptr;
+    // sd-bus itself sends this signal, so the bus is not asked for it.
+    const int result = sd_bus_match_signal(GANTRY_get_sd_bus(context.bus), &slot, local_name,
+                                           "/org/freedesktop/DBus/Local", local_name,
+                                           "Disconnected", on_disconnected, &context);
+    throw_if_failed(result, "sd_bus_match_signal");
+    state.disconnected.reset(slot);
 }
 
 void gantry::check_connection(GANTRY_cpp_context& context)

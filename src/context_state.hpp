@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "announcement.hpp"
 #include "deferred_call.hpp"
 #include "limited_log.hpp"
 #include "object_index.hpp"
@@ -79,9 +80,18 @@ struct ContextState
     /** The filter that sees each message that arrives. */
     sd_bus_slot* filter = nullptr;
 
+    /** Whether no one else uses the connection. */
+    bool is_private = false;
+
+    /** Called when the connection is lost; null for none. */
+    void (*on_disconnect)(GANTRY_cpp_context* context, void* data) = nullptr;
+    void* disconnect_data = nullptr;
+    std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)> disconnected{nullptr,
+                                                                            sd_bus_slot_unref};
+
     // Changes that wait (announcement.hpp).
 
-    sd_event_source* pending_changes = nullptr;
+    PendingChanges changes;
 
     // Signals (signal.hpp).
 

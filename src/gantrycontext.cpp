@@ -5,6 +5,7 @@
  */
 #include "gantrycontext.hpp"
 
+#include "announcement.hpp"
 #include "connection.hpp"
 #include "context_state.hpp"
 #include "deferred_call.hpp"
@@ -133,6 +134,7 @@ GANTRY_cpp_context::GANTRY_cpp_context() :
     event(sdeventplus::Event::get_default(&sdeventplus::internal::sdevent_impl)),
     state(std::make_unique<gantry::ContextState>(destroy))
 {
+    state->is_private = !GANTRY_use_default;
     // A connection that failed to open fails here.
     sd_bus* connection = GANTRY_get_sd_bus(bus);
     flush(connection);
@@ -147,7 +149,7 @@ GANTRY_cpp_context::GANTRY_cpp_context() :
 GANTRY_cpp_context::~GANTRY_cpp_context()
 {
     running = false;
-    sd_event_source_disable_unref(state->pending_changes);
+    gantry::send_last_changes(*this);
     sd_event_source_disable_unref(state->destruction);
     gantry::close_calls(*this, nullptr);
     gantry::destroy_freed_objects(*this);
@@ -177,7 +179,7 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
     }
     // Answers and signals may still be queued. If this was the last use of a shared connection, its
     // release would drop them.
-    sd_bus_flush(GANTRY_get_sd_bus(bus));
+    gantry::write_what_is_left(*this);
     // The members' order releases the event reference next and the connection last.
 }
 
@@ -407,6 +409,25 @@ try
 catch (const std::exception& error)
 {
     GANTRY_LOG_EXCEPTION(error.what());
+}
+
+void GANTRY_context_on_disconnect(GANTRY_cpp_context* context,
+                                  void (*lost)(GANTRY_cpp_context* context, void* data), void* data,
+                                  int* error)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    const auto here = GANTRY_HERE;
+    const auto set = [&]
+    {
+        context = gantry::resolve(here, context);
+        if (context == nullptr)
+        {
+            return gantry::already_logged(ENOTCONN);
+        }
+        gantry::set_on_disconnect(*context, lost, data);
+        return 0;
+    };
+    gantry::host_boundary(here, error, set);
 }
 
 // A signal handler calls it: no log, no lock, no allocation.

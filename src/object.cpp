@@ -47,6 +47,21 @@ make_record(const gantry::Descriptor& descriptor, GANTRY_cpp_context* context, c
     return instance;
 }
 
+/**
+ * Makes a manager the one that the context holds. The one before becomes the connection's: a
+ * floating slot stays registered until the connection is closed, and keeps nothing alive.
+ */
+void hold_object_manager(GANTRY_cpp_context& context,
+                         std::unique_ptr<gantry::ObjectManager> added) noexcept
+{
+    const std::unique_ptr<gantry::ObjectManager> earlier(
+        std::exchange(context.object_manager, added.release()));
+    if (earlier != nullptr && earlier->slot != nullptr)
+    {
+        sd_bus_slot_set_floating(earlier->slot, 1);
+    }
+}
+
 /** Removes the tracker's entries whose object was freed. */
 void compact_tracker(GANTRY_cpp_context& context) noexcept
 {

@@ -95,6 +95,33 @@ GANTRY_API void GANTRY_context_get_user_private(GANTRY_cpp_context* context, voi
 GANTRY_API void GANTRY_context_set_user_private(GANTRY_cpp_context* context, void* user_private);
 
 /*
+ * Holds the changes of properties back, to announce many together: until as many calls of
+ * GANTRY_context_send_changes have followed, setters of every kind store, and announce nothing.
+ * GANTRY_context_send_changes then sends one PropertiesChanged for each object that changed, with
+ * the values of that time; a property that was set back to its former value is announced as well.
+ * What an object has changed is sent earlier if the object sends another signal or a reply, and
+ * dropped if the object is freed. Changes that are still held when a callback returns to a loop of
+ * <gantry/loop.h>, or when such a loop is entered, are sent then, and the log has a line about it.
+ *
+ * A null context means the calling thread's. `error` may be null; *error gets 0, EINVAL if no
+ * changes are held, or the positive errno of what a getter threw, which is also logged; the other
+ * objects' changes are sent all the same.
+ */
+GANTRY_API void GANTRY_context_hold_changes(GANTRY_cpp_context* context);
+GANTRY_API void GANTRY_context_send_changes(GANTRY_cpp_context* context, int* error);
+
+/*
+ * Has `lost` called once, with `context` and `data`, when the connection is lost: from any loop of
+ * <gantry/loop.h> and from the host's own event loop alike. A null `lost` ends it; a second call
+ * replaces the first. Inside it any function may be called, GANTRY_context_free too. A null context
+ * means the calling thread's. `error` may be null; *error gets 0 or the positive errno of a
+ * failure, which is also logged.
+ */
+GANTRY_API void GANTRY_context_on_disconnect(GANTRY_cpp_context* context,
+                                             void (*lost)(GANTRY_cpp_context* context, void* data),
+                                             void* data, int* error);
+
+/*
  * Resolves a context argument, as all functions do: sets *out to `context` if that isn't null, else
  * to the calling thread's context if its connection is ready, else to null. `out` must not be null.
  */

@@ -12,3 +12,31 @@
  * reads its value, and SdBusError if the signal can't be sent.
  */
 GANTRY_API int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* members);
+
+namespace gantry
+{
+
+/** Holds changes back for as long as it lives, as GANTRY_context_hold_changes does. */
+class HeldChanges
+{
+  public:
+    /** Null means the calling thread's context. */
+    explicit HeldChanges(GANTRY_cpp_context* context = nullptr) : of(context)
+    {
+        GANTRY_context_hold_changes(of);
+    }
+    /** Sends them; a failure is logged. */
+    ~HeldChanges()
+    {
+        GANTRY_context_send_changes(of, nullptr);
+    }
+    HeldChanges(const HeldChanges&) = delete;
+    HeldChanges(HeldChanges&&) = delete;
+    HeldChanges& operator=(const HeldChanges&) = delete;
+    HeldChanges& operator=(HeldChanges&&) = delete;
+
+  private:
+    GANTRY_cpp_context* of;
+};
+
+} // namespace gantry

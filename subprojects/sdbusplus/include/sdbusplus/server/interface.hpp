@@ -41,6 +41,12 @@ struct interface
     /** Announces the property's present value. A failure is not reported. */
     void property_changed(const char* property);
 
+    /** The connection, with a reference of its own. */
+    bus_t bus() const
+    {
+        return bus_t(sd_bus_slot_get_bus(slot), intf);
+    }
+
     std::string path() const
     {
         return object_path.get();
