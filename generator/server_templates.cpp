@@ -146,18 +146,39 @@ const std::string_view server_cpp = R"(
 
 #include <sdbusplus/vtable.hpp>
 
+namespace $server
+{
+
 %if properties
 namespace
 {
 
 constexpr char source_stem[] = "server";
 
+/** Where the rows below stand. */
+enum Row : std::uint8_t
+{
+    interface,
+%each rows
+    $accessor,
+%end
+};
+
+constexpr gantry::Property<$class> rows[] = {
+    {$class::interface},
+%each rows
+    {Row::$accessor, "$member",
+        &$class::$accessor, &$class::$accessor$silent},
+%end
+};
+
+constexpr gantry::PropertyIndex index{rows};
+
 } // namespace
 
-%end
-namespace $server
-{
+const gantry::Properties $class::properties = index;
 
+%end
 $class::$class(sdbusplus::bus_t& bus, const char* path) :
     server_interface(bus, path, interface, _vtable, this), bus_interface(bus.getInterface())
 {
@@ -208,11 +229,9 @@ int $class::$get(
 $type $class::$accessor($type value, bool skipSignal)
 {
 %if key
-    return gantry::set_key($accessor_, value, skipSignal,
-        server_interface, "$member", "$class");
+    return gantry::set_key($accessor_, value, skipSignal, *this, rows[Row::$accessor], "$class");
 %else
-    return gantry::set($accessor_, value, skipSignal,
-        server_interface, "$member");
+    return gantry::set($accessor_, value, skipSignal, *this, rows[Row::$accessor]);
 %end
 }
 
@@ -260,21 +279,6 @@ const sd_bus_vtable $class::_vtable[] = {
 };
 
 %if properties
-namespace
-{
-
-constexpr gantry::Property<$class> rows[] = {
-%each properties
-    {"$member", &$class::$accessor, &$class::$accessor$silent},
-%end
-};
-
-constexpr gantry::PropertyIndex index{rows};
-
-} // namespace
-
-const gantry::Properties $class::properties = index;
-
 void $class::setPropertyByName(
     const std::string& name, const PropertyVariant& value, bool skipSignal)
 {

@@ -25,6 +25,7 @@ constexpr std::string_view table_name = "server.xml";
 constexpr auto taken = std::to_array<std::string_view>({
     "PropertyCallback",
     "PropertyVariant",
+    "Row",
     "deleter",
     "descriptor",
     "getPropertyByName",
@@ -32,6 +33,7 @@ constexpr auto taken = std::to_array<std::string_view>({
     "inst",
     "interface",
     "properties",
+    "rows",
     "setPropertyByName",
     "source_stem",
     "value",

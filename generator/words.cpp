@@ -86,27 +86,7 @@ std::string truth(bool holds)
     return holds ? "yes" : "";
 }
 
-/** A cell of the reference page. An empty one would look as if something were missing. */
-std::string cell(std::string_view text)
-{
-    return text.empty() ? "–" : "`" + std::string(text) + '`';
-}
-
-/** Text that anyone may have written, as Markdown shows it unchanged in a table. */
-std::string escaped(std::string_view text)
-{
-    std::string safe;
-    for (const char letter : text)
-    {
-        const bool special =
-            std::string_view("\\`*_[]<>|&~").find(letter) != std::string_view::npos;
-        safe += special ? "\\" : "";
-        safe += letter == '\n' || letter == '\r' ? ' ' : letter;
-    }
-    return safe;
-}
-
-/** The same in a comment of C. A slash alone neither ends a comment nor opens another. */
+/** Text for a comment in C. A slash alone neither ends a comment nor opens another. */
 std::string comment(std::string text)
 {
     std::replace(text.begin(), text.end(), '*', ' ');
@@ -124,12 +104,9 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
         {"operation", accessor(method.name)},
         {"callback", "_callback_" + title(method.name)},
         {"inputs", signature_of(method.inputs)},
-        {"incell", cell(signature_of(method.inputs))},
         {"outputs", signature_of(method.outputs)},
-        {"outcell", cell(signature_of(method.outputs))},
         {"flag", method.privileged ? "" : ", vtable::common_::unprivileged"},
-        {"privileged", method.privileged ? "yes" : "no"},
-        {"slot", std::to_string(slot)},
+        {"privileged", truth(method.privileged)},
         {"function", "GANTRY_instance* instance" + listed(method.inputs, "in", c_input, in_front) +
                          listed(method.outputs, "out", c_output, in_front)},
         {"reply", "GANTRY_reply__" + flat + "__" + method.name},
@@ -137,9 +114,7 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
         {"replies", listed(method.outputs, "", only_type)},
         {"answered", listed(method.outputs, "out", only_name, in_front)},
         {"message", truth(message)},
-        {"shape", message ? "message" : "reply"},
         {"doc", method.doc},
-        {"doccell", escaped(method.doc)},
         {"comment", comment(method.doc)},
     };
     if (message)
@@ -169,7 +144,6 @@ Words words_of(const Signal& signal, const std::string& flat)
         {"member", signal.name},
         {"operation", accessor(signal.name)},
         {"signature", signature_of(arguments)},
-        {"cell", cell(signature_of(arguments))},
         {"parameters", listed(arguments, "arg", declaration)},
         {"passed", listed(arguments, "arg", only_name, in_front)},
         {"types", listed(arguments, "", only_type)},
@@ -181,7 +155,6 @@ Words words_of(const Signal& signal, const std::string& flat)
          truth(std::any_of(arguments.begin(), arguments.end(),
                            [](const Argument& argument) { return !is_number(argument.type); }))},
         {"doc", signal.doc},
-        {"doccell", escaped(signal.doc)},
         {"comment", comment(signal.doc)},
     };
 }
@@ -231,10 +204,8 @@ Words words_of(const Property& property)
         {"writable", truth(property.writable)},
         {"key", truth(property.data_store_key)},
         {"initial", property.initial.value_or("")},
-        {"initialcell", escaped(property.initial.value_or(""))},
         {"flags", flags(property)},
         {"doc", property.doc},
-        {"doccell", escaped(property.doc)},
         {"comment", comment(property.doc)},
     };
 }
@@ -371,6 +342,11 @@ Words words_of(const Interface& interface)
         }
     }
 
+    std::vector<Words> rows = properties;
+    std::sort(rows.begin(), rows.end(),
+              [](const Words& left, const Words& right)
+              { return std::get<0>(left.at("member")) < std::get<0>(right.at("member")); });
+
     const std::string group = interface.name.substr(0, interface.name.rfind('.'));
     const std::vector<Type> types = crossing_types(interface);
     return {
@@ -388,9 +364,7 @@ Words words_of(const Interface& interface)
         {"guard", capitals("GANTRY_" + flat + "_H")},
         {"variant", variant(interface)},
         {"summary", interface.summary},
-        {"summarycell", escaped(interface.summary)},
         {"doc", interface.doc},
-        {"doccell", escaped(interface.doc)},
         {"comment", comment(interface.summary)},
         {"callable", truth(!methods.empty() || !signals.empty())},
         {"records", truth(!std::all_of(types.begin(), types.end(), is_basic))},
@@ -399,6 +373,7 @@ Words words_of(const Interface& interface)
         {"methods", std::move(methods)},
         {"signals", std::move(signals)},
         {"properties", std::move(properties)},
+        {"rows", std::move(rows)},
         {"keys", std::move(keys)},
     };
 }

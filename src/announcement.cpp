@@ -1,8 +1,9 @@
 #include "announcement.hpp"
 
 #include "connection.hpp"
+#include "context_state.hpp"
 #include "exception_boundary.hpp"
-#include "gantrycontext.hpp"
+#include "thread_context.hpp"
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
@@ -55,7 +56,7 @@ void send(NotedChanges& noted)
     auto& context = noted.context;
     const auto changes = std::move(noted.members);
     // What changes from here on, in a getter say, is announced or noted anew.
-    context.pending_changes = sd_event_source_disable_unref(context.pending_changes);
+    context.state->pending_changes = sd_event_source_disable_unref(context.state->pending_changes);
     for (const auto& [object, members] : changes)
     {
         std::vector<char*> names;
@@ -96,7 +97,7 @@ int on_progress(sd_event_source* /*source*/, void* data)
 /** Whether changes are to be noted. Has them sent later, when this is the first. */
 bool is_stalled(GANTRY_cpp_context& context)
 {
-    if (context.pending_changes != nullptr)
+    if (context.state->pending_changes != nullptr)
     {
         return true;
     }
@@ -106,12 +107,12 @@ bool is_stalled(GANTRY_cpp_context& context)
         return false;
     }
     auto noted = std::make_unique<NotedChanges>(context);
-    if (sd_event_add_post(context.event.get(), &context.pending_changes, on_progress, noted.get()) <
-        0)
+    if (sd_event_add_post(context.event.get(), &context.state->pending_changes, on_progress,
+                          noted.get()) < 0)
     {
         return false;
     }
-    sd_event_source_set_destroy_callback(context.pending_changes, [](void* owned)
+    sd_event_source_set_destroy_callback(context.state->pending_changes, [](void* owned)
                                          { delete static_cast<NotedChanges*>(owned); });
     static_cast<void>(noted.release());
     GANTRY_LOG(log::fault, "changes wait, dbus has %lu messages in write queue", queued);
@@ -121,7 +122,7 @@ bool is_stalled(GANTRY_cpp_context& context)
 void note(GANTRY_cpp_context& context, const char* path, const char* interface, const char* member)
 {
     auto& noted =
-        *static_cast<NotedChanges*>(sd_event_source_get_userdata(context.pending_changes));
+        *static_cast<NotedChanges*>(sd_event_source_get_userdata(context.state->pending_changes));
     auto& members = noted.members[{path, interface}];
     if (std::find(members.begin(), members.end(), member) == members.end())
     {
@@ -131,24 +132,23 @@ void note(GANTRY_cpp_context& context, const char* path, const char* interface, 
 
 } // namespace
 
-void announce(sdbusplus::server::interface_t& interface, const char* member)
+void announce(Object& object, const Property<Object>& row)
 {
+    auto& interface = object.server_interface;
     auto* context = own_context();
     if (context != nullptr && is_stalled(*context))
     {
-        // A message of the interface has its connection, which may be another than the context's,
-        // and its name, which the interface itself gives to nobody.
-        auto named = interface.new_signal(member);
-        if (sd_bus_message_get_bus(named.get()) == GANTRY_get_sd_bus(context->bus))
+        // A message of the interface has its connection, which may be another than the context's.
+        auto message = interface.new_signal(row.member);
+        if (sd_bus_message_get_bus(message.get()) == GANTRY_get_sd_bus(context->bus))
         {
-            note(*context, interface.path().c_str(), sd_bus_message_get_interface(named.get()),
-                 member);
+            note(*context, interface.path().c_str(), row.header().member, row.member);
             return;
         }
     }
     const InAnnouncement announcing;
     // sd-bus runs the property's getter, hence the carrier.
-    ExceptionRelay::enter([&interface, member] { interface.property_changed(member); });
+    ExceptionRelay::enter([&interface, &row] { interface.property_changed(row.member); });
 }
 
 void announce(GANTRY_cpp_context& context, const char* path, const char* interface, char** members)

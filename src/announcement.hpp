@@ -9,10 +9,11 @@
  */
 #pragma once
 
+#include "property.hpp"
+
 #include <gantry/context.hpp>
 
 #include <cstdint>
-#include <sdbusplus/server/interface.hpp>
 
 namespace gantry
 {
@@ -20,8 +21,8 @@ namespace gantry
 inline constexpr std::uint64_t stalled_queue = 10'000;
 inline constexpr std::uint64_t relieved_queue = 1'000;
 
-/** Announces one property of the object that has this interface. Throws what a getter throws. */
-void announce(sdbusplus::server::interface_t& interface, const char* member);
+/** Announces the property of the object that this row is of. Throws what a getter throws. */
+void announce(Object& object, const Property<Object>& row);
 
 /**
  * Announces several properties of the object at `path` in one signal. `members` ends with a null

@@ -24,10 +24,13 @@ int uninterrupted(const Call& call)
     return result;
 }
 
+/** Opens the connection that GANTRY_use_default selects. */
+sdbusplus::bus_t open_bus();
+
 /**
  * Requests a well-known name: it replaces another owner, may be replaced, and doesn't queue.
  * Returns a negative errno when the bus refuses; -EALREADY if the connection had the name before.
- * The name is the context's until the bus tells of its loss, and kept by pointer.
+ * The name is the context's until the bus tells of its loss.
  */
 int request_name(GANTRY_cpp_context& context, const char* name);
 

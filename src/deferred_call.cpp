@@ -1,5 +1,6 @@
 #include "deferred_call.hpp"
 
+#include "context_state.hpp"
 #include "exception_boundary.hpp"
 
 #include <systemd/sd-bus.h>
@@ -40,15 +41,16 @@ Message make_stub(sd_bus_message* call)
 GANTRY_call* open_call(GANTRY_cpp_context& context, GANTRY_instance* instance,
                        sd_bus_message* message)
 {
-    if (context.open_calls >= context.max_open_calls)
+    if (context.state->open_calls >= context.state->max_open_calls)
     {
         return nullptr;
     }
     auto stub = make_stub(message);
-    context.newest_call = new GANTRY_call{context, instance, stub.get(), context.newest_call};
+    context.state->newest_call =
+        new GANTRY_call{context, instance, stub.get(), context.state->newest_call};
     static_cast<void>(stub.release()); // now the call's
-    ++context.open_calls;
-    return context.newest_call;
+    ++context.state->open_calls;
+    return context.state->newest_call;
 }
 
 GANTRY_call** find_open(GANTRY_cpp_context* context, const GANTRY_call* call) noexcept
@@ -57,7 +59,7 @@ GANTRY_call** find_open(GANTRY_cpp_context* context, const GANTRY_call* call) no
     {
         return nullptr;
     }
-    auto** place = &context->newest_call;
+    auto** place = &context->state->newest_call;
     while (*place != nullptr && *place != call)
     {
         place = &(*place)->older;
@@ -68,7 +70,7 @@ GANTRY_call** find_open(GANTRY_cpp_context* context, const GANTRY_call* call) no
 AnsweringCall::AnsweringCall(GANTRY_call** place) noexcept : call(*place)
 {
     *place = call->older;
-    --call->context.open_calls;
+    --call->context.state->open_calls;
 }
 
 AnsweringCall::~AnsweringCall()
@@ -96,7 +98,7 @@ int AnsweringCall::refuse(const char* name, const char* text) noexcept
 
 void close_calls(GANTRY_cpp_context& context, const GANTRY_instance* instance) noexcept
 {
-    auto** place = &context.newest_call;
+    auto** place = &context.state->newest_call;
     while (*place != nullptr)
     {
         if (instance == nullptr || (*place)->instance == instance)

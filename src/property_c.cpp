@@ -40,8 +40,7 @@ using gantry::PropertyTypes;
 using Row = gantry::Property<gantry::Object>;
 using Texts = std::vector<std::string>;
 
-/** The index over a class's rows allows no more. */
-constexpr std::size_t max_properties = 254;
+constexpr auto max_properties = gantry::Properties::max_count;
 
 /** An array in a message has 64 MiB, and an element of it at least a byte. */
 constexpr unsigned long max_count = 64UL << 20U;
@@ -308,7 +307,7 @@ int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* m
 
     const auto& descriptor = *instance->descriptor;
     const auto* properties = descriptor.properties;
-    std::bitset<max_properties> announced;
+    std::bitset<max_properties + 1> announced;
     char* names[max_properties + 1];
     std::size_t count = 0;
     int error = 0;
@@ -321,7 +320,7 @@ int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* m
             error = error != 0 ? error : ENOENT;
             continue;
         }
-        const auto place = properties->place_of(*row);
+        const auto place = row->place;
         if (!row->announces)
         {
             GANTRY_LOG(gantry::log::failed, "property [%s] never announces a change", *members);

@@ -2,6 +2,7 @@
 
 #include "connection.hpp"
 #include "gantrycontext.hpp"
+#include "thread_context.hpp"
 #include "utf8.hpp"
 
 #include <cerrno>

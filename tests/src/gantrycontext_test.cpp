@@ -331,7 +331,8 @@ TEST_F(Context, DestroysObjectsNewestFirstThenTheManagerThenMatches)
                                     dying->tracker.push_back({names[3], destroy});
                                 }});
     sd_bus* bus = GANTRY_get_sd_bus(context->bus);
-    sd_bus_add_object_manager(bus, &context->object_manager, "/managed");
+    context->object_manager = new gantry::ObjectManager(nullptr);
+    sd_bus_add_object_manager(bus, &context->object_manager->slot, "/managed");
     context->signal_matches.push_back(std::make_unique<gantry::Subscription>(nullptr));
     sd_bus_add_match(bus, &context->signal_matches.back()->slot, "type='signal'", nullptr, nullptr);
     record.clear();

@@ -284,7 +284,6 @@ TEST_F(FreedInItsCallback, GoesWhenTheCallbackHasReturnedToAnyLoop)
         EXPECT_EQ(caller.wait(std::move(second)).text, "s \"/message\"");
         EXPECT_THAT(caller.wait(std::move(again)).text, HasSubstr("Error.Unknown"));
         EXPECT_TRUE(caller.wait(std::move(last)).ok());
-        EXPECT_EQ(context->freed_objects, nullptr);
     }
 }
 
@@ -297,7 +296,6 @@ TEST_F(FreedInItsCallback, GoesWithTheNextPassBehindItOrWithItsContext)
     EXPECT_TRUE(outside.call({service, "/reply"}, gantrytest, "GetString").ok());
     EXPECT_TRUE(outside.call({service, "/message"}, async, "NoParam").ok());
     GANTRY_dbus_loop_one_pass(context);
-    EXPECT_EQ(context->freed_objects, nullptr);
     EXPECT_EQ(destroyed(), 1U);
 
     makes_pass = false;

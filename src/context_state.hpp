@@ -1,0 +1,97 @@
+/*
+ * What a context has besides the fields that hosts see: one struct, so that each file of the frame
+ * keeps its part of a context here and none of it shows in a host's header.
+ */
+#pragma once
+
+#include "deferred_call.hpp"
+#include "limited_log.hpp"
+#include "object_index.hpp"
+#include "object_manager.hpp"
+
+#include <gantry/context.hpp>
+
+#include <systemd/sd-event.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace gantry
+{
+
+struct ContextState
+{
+    explicit ContextState(void (*destroy_context)(GANTRY_cpp_context* context)) :
+        destroy(destroy_context)
+    {
+    }
+
+    // Loops and destruction (deferred_destruction.hpp).
+
+    /** A stop was requested and the outermost loop hasn't returned yet. Signal handlers set it. */
+    std::atomic<bool> stopping{false};
+    static_assert(std::atomic<bool>::is_always_lock_free);
+
+    /** The number of the context's loops on the stack; above 1 when a callback entered one. */
+    std::uint32_t loops = 0;
+
+    /** The context was freed while it was in use; then `destroy` destroys it. */
+    bool destroy_when_idle = false;
+    void (*const destroy)(GANTRY_cpp_context* context);
+
+    /** The newest object that was freed inside a callback; its `older` is the next one. */
+    GANTRY_instance* freed_objects = nullptr;
+
+    /** The event source that destroys what was freed; null before the first use. */
+    sd_event_source* destruction = nullptr;
+
+    // Objects (object.hpp, object_manager.hpp).
+
+    ObjectIndex objects;
+
+    /** Entries of `tracker` whose object was freed. */
+    std::size_t freed_entries = 0;
+
+    /** What the last creating function published, and why not. */
+    GANTRY_instance* last_created = nullptr;
+    int create_error = ENOENT;
+
+    /** The objects whose hosts have asked to hear of clients' writes. */
+    std::unordered_map<const void*, GANTRY_instance*> write_listeners;
+
+    /** The object managers at paths that the host chose, oldest first. */
+    std::vector<std::unique_ptr<RootManager>> root_managers;
+
+    // The connection (connection.hpp).
+
+    /** The well-known names that the bus has granted and not told the loss of, newest last. A text
+     * stays where it is for as long as the name is owned. */
+    std::list<std::string> granted_names;
+
+    LimitedLog lost_changes{1, "changes could not be announced"};
+
+    /** The filter that sees each message that arrives. */
+    sd_bus_slot* filter = nullptr;
+
+    // Changes that wait (announcement.hpp).
+
+    sd_event_source* pending_changes = nullptr;
+
+    // Signals (signal.hpp).
+
+    LimitedLog unreadable_signals{9, "signals could not be read"};
+
+    // Calls that are answered later (deferred_call.hpp).
+
+    GANTRY_call* newest_call = nullptr;
+    std::uint32_t open_calls = 0;
+    std::uint32_t max_open_calls = 1024;
+};
+
+} // namespace gantry
