@@ -31,6 +31,9 @@ struct nic_interface
  * Returns 0 or a negative errno. */
 int nic_watch(sd_event* event, void (*changed)(void));
 
+/* Has an interface read again by a scan. */
+void nic_note(const char* device);
+
 void nic_put_port(struct object* object, const struct nic_interface* interface);
 void nic_put_partition(struct object* object, const struct nic_interface* interface);
 void nic_put_connection(struct object* object, const struct nic_interface* interface);

@@ -305,7 +305,7 @@ void objects_free(void)
             return;                                                                                \
         }                                                                                          \
         GANTRY_property_get_##type(object->instance, member, &present, &error);                    \
-        if (error == 0 && value != present && value == (value_type)value)                          \
+        if (error == 0 && value != (uint64_t)present && value == (uint64_t)(value_type)value)      \
         {                                                                                          \
             GANTRY_property_set_##type(object->instance, member, (value_type)value, true, &error); \
             note(object, member);                                                                  \
@@ -314,6 +314,7 @@ void objects_free(void)
     }
 
 DEFINE_PUT(byte, unsigned char)
+DEFINE_PUT(int16, short)
 DEFINE_PUT(uint16, unsigned short)
 DEFINE_PUT(uint32, unsigned int)
 DEFINE_PUT(uint64, unsigned long)
