@@ -120,6 +120,6 @@ void card_put_slot(struct object* object, const struct card* card, const char* f
     object_put_byte(object, "BSInfo_Bus", card->location.bus);
     object_put_byte(object, "BSInfo_Device", card->location.device);
     object_put_byte(object, "BSInfo_Function", card->location.function);
-    hwdb_put_device(object, card->function, names);
+    hwdb_put(object, card->function, NULL, names);
     vpd_put(object, card->function);
 }

@@ -18,8 +18,9 @@ static bool begin(union netlink_message* message, const char* device, uint8_t co
     {
         return false;
     }
-    /* The header is the first attribute of each request. */
-    struct nlattr* header = mnl_attr_nest_start(&message->header, 1);
+    /* The header is the first attribute of any other request. */
+    const uint16_t type = command == ETHTOOL_MSG_STATS_GET ? ETHTOOL_A_STATS_HEADER : 1;
+    struct nlattr* header = mnl_attr_nest_start(&message->header, type);
     mnl_attr_put_strz(&message->header, ETHTOOL_A_HEADER_DEV_NAME, devices_name(device));
     if (command == ETHTOOL_MSG_PAUSE_GET)
     {
@@ -79,19 +80,24 @@ bool ethtool_statistic(const union netlink_message* message, unsigned int group,
     return false;
 }
 
+/* A set without a mask has only the bits that are set. */
+static bool is_set(const struct nlattr* set, const struct nlattr* bit)
+{
+    return netlink_find_in(set, ETHTOOL_A_BITSET_NOMASK) != NULL ||
+           netlink_find_in(bit, ETHTOOL_A_BITSET_BIT_VALUE) != NULL;
+}
+
 bool ethtool_has_bit(const struct nlattr* set, unsigned int bit)
 {
     const struct nlattr* bits = netlink_find_in(set, ETHTOOL_A_BITSET_BITS);
     const struct nlattr* each = NULL;
-    /* A set without a mask has only the bits that are set. */
-    const bool is_list = netlink_find_in(set, ETHTOOL_A_BITSET_NOMASK) != NULL;
     while (bits != NULL && (each = netlink_next_in(bits, each)) != NULL)
     {
         uint64_t number = 0;
         if (netlink_number(netlink_find_in(each, ETHTOOL_A_BITSET_BIT_INDEX), &number) &&
             number == bit)
         {
-            return is_list || netlink_find_in(each, ETHTOOL_A_BITSET_BIT_VALUE) != NULL;
+            return is_set(set, each);
         }
     }
     return false;
@@ -113,7 +119,7 @@ bool ethtool_has_name(const struct nlattr* set, const char* name)
         if (netlink_text(netlink_find_in(each, ETHTOOL_A_BITSET_BIT_NAME), text, sizeof text) &&
             strcmp(text, name) == 0)
         {
-            return true;
+            return is_set(set, each);
         }
     }
     return false;

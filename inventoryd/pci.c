@@ -92,7 +92,7 @@ static void scan_configuration(const char* device, const char* address,
         object_put_byte(object, "progIF", number & 0xFF);
     }
     object_put_byte(object, "PCIheaderType", pci_header_type(configuration));
-    hwdb_put_device(object, device, names);
+    hwdb_put(object, device, NULL, names);
     if (sysfs_join(slots, sysfs_root, "bus/pci/slots"))
     {
         sysfs_each(slots, put_slot, &(struct slot_search){object, address});
@@ -147,7 +147,7 @@ static void scan_link(const char* device, const char* address,
     }
     firmware_versions_read(&versions, device);
     object_put_string(object, "FirmwareVersion", versions.firmware);
-    hwdb_put_device(object, device, names);
+    hwdb_put(object, device, NULL, names);
     object_announce(object);
 }
 

@@ -70,7 +70,7 @@ static void scan_device(void* data, const char* device, const char* name)
     {
         snprintf(modalias, sizeof modalias, "usb:v%04Xp%04X", (unsigned int)vendor & 0xFFFF,
                  (unsigned int)product & 0xFFFF);
-        hwdb_put(object, modalias, names);
+        hwdb_put(object, device, modalias, names);
     }
     if (coded_version(device, &version))
     {
