@@ -59,6 +59,8 @@ static void scan_devices(void)
     scan_pci();
     scan_usb();
     scan_nic();
+    scan_fc();
+    scan_ib();
     devices_forget();
 }
 

@@ -58,6 +58,18 @@ const struct module_standard* module_standard(const struct module_memory* memory
     }
 }
 
+uint32_t module_things(const struct module_standard* standard, const struct module_memory* memory)
+{
+    uint32_t things = (MODULE_PAGE(0) - 1) | standard->pages;
+    for (const struct module_condition* each = standard->conditions;
+         each < standard->conditions + standard->condition_count; ++each)
+    {
+        const uint8_t bits = module_bits(memory, each->page, each->offset, each->bits);
+        things &= bits >= each->least && bits <= each->most ? UINT32_MAX : ~each->things;
+    }
+    return things;
+}
+
 void module_hide_serial(const struct module_standard* standard, struct module_memory* memory)
 {
     const struct module_field* field = standard->fields;
@@ -184,8 +196,8 @@ static double read_number(const struct module_standard* standard,
 void module_put(struct object* object, const struct module_standard* standard,
                 const struct module_memory* memory)
 {
-    const uint32_t kinds = standard->kinds(memory) | ((1U << module_laser) - 1);
-    const uint32_t lanes = kinds >> module_lane_0 | 1; /* bit 0 for what isn't of a lane */
+    const uint32_t kinds = module_things(standard, memory);
+    const uint32_t lanes = kinds >> module_lane_0;
     for (const struct module_field* each = standard->fields;
          each < standard->fields + standard->field_count; ++each)
     {

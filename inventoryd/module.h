@@ -26,6 +26,7 @@ enum module_page
     module_page_count,
     module_page_size = 128
 };
+#define MODULE_PAGE(page) (1U << (page) << 24)
 
 /* What was read: of each page as many bytes, none of a page that the module doesn't have. */
 struct module_memory
@@ -34,9 +35,8 @@ struct module_memory
     size_t sizes[module_page_count];
 };
 
-/* What the bytes of a field are. A module may not have the kinds from module_laser on. Of a
- * measurement, two bytes are a reading or a limit, or its status if the property is a byte; one
- * byte is flags. */
+/* What the bytes of a field are. Of a measurement, two bytes are a reading or a limit, or its
+ * status if the property is a byte; one byte is flags. */
 enum module_kind
 {
     module_plain,        /* a number or a text */
@@ -55,6 +55,8 @@ enum module_kind
     module_rx_power,
     module_lane_0 /* lane 1 is the next; fields without a lane have 0 instead */
 };
+#define MODULE_KIND(kind) (1U << (kind))
+#define MODULE_MEASUREMENTS (MODULE_KIND(module_lane_0) - MODULE_KIND(module_temperature))
 
 struct module_field
 {
@@ -85,18 +87,28 @@ struct module_field
         MODULE_LANE(name, 3, value, page, offset, kind),                                           \
         MODULE_LANE(name, 4, value, page, offset, kind)
 
+/* What a module has only if some bits of a byte are within limits; an unread byte is 0. */
+struct module_condition
+{
+    uint32_t things; /* kinds, lanes and pages, as bits */
+    uint8_t page;
+    uint8_t offset;
+    uint8_t bits;
+    uint8_t least;
+    uint8_t most;
+};
+
 struct module_standard
 {
-    /* The pages that the module has, as bits: by its lower page, and then by each further one. */
-    uint32_t (*pages)(const struct module_memory* memory);
-    /* The kinds from module_laser on and the lanes that it has, as bits. */
-    uint32_t (*kinds)(const struct module_memory* memory);
-    /* Corrects a measurement as the module says; NaN if it can't. */
+    uint32_t pages; /* that such a module may have, as bits */
+    const struct module_condition* conditions;
+    size_t condition_count;
+    const struct module_field* fields;
+    size_t field_count;
+    /* Corrects a measurement as the module says; NaN if it can't. Null if there is no need to. */
     double (*calibrate)(const struct module_memory* memory, enum module_kind kind, double raw);
     uint8_t limits_page;
     uint8_t limits[module_lane_0 - module_temperature]; /* the offset of each measurement's */
-    const struct module_field* fields;
-    size_t field_count;
 };
 extern const struct module_standard module_sfp;
 extern const struct module_standard module_qsfp;
@@ -104,6 +116,9 @@ extern const struct module_standard module_qsfpd;
 
 /* The standard of the module with this lower page; null if it is none of the three. */
 const struct module_standard* module_standard(const struct module_memory* memory);
+
+/* What the module may have and no condition denies, by the pages that were read. */
+uint32_t module_things(const struct module_standard* standard, const struct module_memory* memory);
 
 /* Puts all properties of the table. One that the module has no value for gets its initial value, 0
  * or the empty text, for the case that another module had one. */

@@ -1,53 +1,21 @@
 /* SFF-8636: four lanes. */
 #include "module.h"
 
-static uint32_t pages(const struct module_memory* memory)
-{
-    enum
-    {
-        flat = 0x04
-    };
-    const uint32_t pages = 1U << module_lower | 1U << module_upper_00;
-    return module_bits(memory, module_lower, 2, flat) ? pages : pages | 1U << module_upper_03;
-}
-
-/* From revision 2.8 on a module says whether it measures temperature and voltage. Before, all but
- * passive cables do. No copper cable has a laser. */
-static uint32_t kinds(const struct module_memory* memory)
-{
-    enum
-    {
-        not_ready = 0x01,
-        revision_2_8 = 8,
-        temperature = 0x20,
-        voltage = 0x10,
-        tx_power = 0x04,
-        passive_copper = 0xA0,
-        active_copper = 0xC0,
-        four_lanes = 0x1E << module_lane_0
-    };
-    const uint8_t technology = module_bits(memory, module_upper_00, 147, 0xF0);
-    const uint8_t told = module_bits(memory, module_upper_00, 220, 0xFF);
-    const bool tells = module_bits(memory, module_lower, 1, 0xFF) >= revision_2_8;
-    const bool is_passive = technology >= passive_copper && technology < active_copper;
-    const bool has_laser = technology < passive_copper;
-    uint32_t kinds = has_laser ? 1U << module_wavelength | 1U << module_tolerance : 0;
-    if (module_bits(memory, module_lower, 2, not_ready))
-    {
-        return kinds;
-    }
-    kinds |= (tells ? (told & temperature) != 0 : !is_passive) ? 1U << module_temperature : 0;
-    kinds |= (tells ? (told & voltage) != 0 : !is_passive) ? 1U << module_voltage : 0;
-    kinds |= has_laser ? 1U << module_bias | 1U << module_rx_power : 0;
-    kinds |= has_laser && (told & tx_power) ? 1U << module_tx_power : 0;
-    return kinds | four_lanes;
-}
-
 enum
 {
     LO = module_lower,
     U0 = module_upper_00,
     U3 = module_upper_03
+};
+
+static const struct module_condition conditions[] = {
+    {MODULE_PAGE(U3), LO, 2, 0x04, 0, 0},     /* the bit of flat memory */
+    {MODULE_MEASUREMENTS, LO, 2, 0x01, 0, 0}, /* the bit of data that isn't ready */
+    /* The technologies from 0xA0 on are copper's. */
+    {MODULE_KIND(module_wavelength) | MODULE_KIND(module_tolerance) | MODULE_KIND(module_bias) |
+         MODULE_KIND(module_tx_power) | MODULE_KIND(module_rx_power),
+     U0, 147, 0xF0, 0, 0x90},
+    {MODULE_KIND(module_tx_power), U0, 220, 0x04, 0x04, 0x04},
 };
 
 static const struct module_field fields[] = {
@@ -87,5 +55,12 @@ static const struct module_field fields[] = {
 };
 
 const struct module_standard module_qsfp = {
-    pages, kinds, NULL, U3, {128, 144, 184, 192, 176}, fields, sizeof fields / sizeof *fields,
+    MODULE_PAGE(LO) | MODULE_PAGE(U0) | MODULE_PAGE(U3),
+    conditions,
+    sizeof conditions / sizeof *conditions,
+    fields,
+    sizeof fields / sizeof *fields,
+    NULL,
+    U3,
+    {128, 144, 184, 192, 176},
 };

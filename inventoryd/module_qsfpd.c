@@ -3,40 +3,15 @@
 
 #include <math.h>
 
-static uint32_t pages(const struct module_memory* memory)
+enum
 {
-    enum
-    {
-        flat = 0x80,
-        diagnostics = 0x20,
-        all = 1 << module_lower | 1 << module_upper_00 | 1 << module_upper_01 |
-              1 << module_upper_02 | 1 << module_upper_11 | 1 << module_upper_13
-    };
-    return module_bits(memory, module_lower, 2, flat) ? 1U << module_lower | 1U << module_upper_00
-           : module_bits(memory, module_upper_01, 142, diagnostics) ? all
-                                                                    : all - (1U << module_upper_13);
-}
-
-static uint32_t kinds(const struct module_memory* memory)
-{
-    enum
-    {
-        first_copper = 0x0A,
-        last_copper = 0x0F
-    };
-    const uint8_t technology = module_bits(memory, module_upper_00, 212, 0xFF);
-    const uint8_t missing_lanes = module_bits(memory, module_upper_00, 210, 0xFF);
-    uint32_t kinds = (0xFFU ^ missing_lanes) << (module_lane_0 + 1);
-    kinds |= technology >= first_copper && technology <= last_copper
-                 ? 0
-                 : 1U << module_wavelength | 1U << module_tolerance;
-    kinds |= module_bits(memory, module_upper_01, 159, 1) ? 1U << module_temperature : 0;
-    kinds |= module_bits(memory, module_upper_01, 159, 2) ? 1U << module_voltage : 0;
-    kinds |= module_bits(memory, module_upper_01, 160, 1) ? 1U << module_bias : 0;
-    kinds |= module_bits(memory, module_upper_01, 160, 2) ? 1U << module_tx_power : 0;
-    kinds |= module_bits(memory, module_upper_01, 160, 4) ? 1U << module_rx_power : 0;
-    return kinds;
-}
+    LO = module_lower,
+    U0 = module_upper_00,
+    U1 = module_upper_01,
+    U2 = module_upper_02,
+    U11 = module_upper_11,
+    U13 = module_upper_13
+};
 
 /* The module says in which multiple of the unit it counts the bias current: of 1, 2 or 4. */
 static double calibrate(const struct module_memory* memory, enum module_kind kind, double raw)
@@ -47,14 +22,24 @@ static double calibrate(const struct module_memory* memory, enum module_kind kin
                : raw * multiples[module_bits(memory, module_upper_01, 160, 0x18) >> 3];
 }
 
-enum
-{
-    LO = module_lower,
-    U0 = module_upper_00,
-    U1 = module_upper_01,
-    U2 = module_upper_02,
-    U11 = module_upper_11,
-    U13 = module_upper_13
+static const struct module_condition conditions[] = {
+    /* The bit of flat memory, and that of pages for diagnostics. */
+    {MODULE_PAGE(U1) | MODULE_PAGE(U2) | MODULE_PAGE(U11) | MODULE_PAGE(U13), LO, 2, 0x80, 0, 0},
+    {MODULE_PAGE(U13), U1, 142, 0x20, 0x20, 0x20},
+    {MODULE_KIND(module_temperature), U1, 159, 1, 1, 1},
+    {MODULE_KIND(module_voltage), U1, 159, 2, 2, 2},
+    {MODULE_KIND(module_bias), U1, 160, 1, 1, 1},
+    {MODULE_KIND(module_tx_power), U1, 160, 2, 2, 2},
+    {MODULE_KIND(module_rx_power), U1, 160, 4, 4, 4},
+    /* The bits of lanes that the module doesn't have. */
+    {MODULE_KIND(module_lane_0 + 1), U0, 210, 1 << 0, 0, 0},
+    {MODULE_KIND(module_lane_0 + 2), U0, 210, 1 << 1, 0, 0},
+    {MODULE_KIND(module_lane_0 + 3), U0, 210, 1 << 2, 0, 0},
+    {MODULE_KIND(module_lane_0 + 4), U0, 210, 1 << 3, 0, 0},
+    {MODULE_KIND(module_lane_0 + 5), U0, 210, 1 << 4, 0, 0},
+    {MODULE_KIND(module_lane_0 + 6), U0, 210, 1 << 5, 0, 0},
+    {MODULE_KIND(module_lane_0 + 7), U0, 210, 1 << 6, 0, 0},
+    {MODULE_KIND(module_lane_0 + 8), U0, 210, 1 << 7, 0, 0},
 };
 
 #define LANES(name, value, page, offset, kind)                                                     \
@@ -119,5 +104,13 @@ static const struct module_field fields[] = {
 };
 
 const struct module_standard module_qsfpd = {
-    pages, kinds, calibrate, U2, {128, 136, 184, 176, 192}, fields, sizeof fields / sizeof *fields,
+    MODULE_PAGE(LO) | MODULE_PAGE(U0) | MODULE_PAGE(U1) | MODULE_PAGE(U2) | MODULE_PAGE(U11) |
+        MODULE_PAGE(U13),
+    conditions,
+    sizeof conditions / sizeof *conditions,
+    fields,
+    sizeof fields / sizeof *fields,
+    calibrate,
+    U2,
+    {128, 136, 184, 176, 192},
 };

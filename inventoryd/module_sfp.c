@@ -4,38 +4,13 @@
 #include <math.h>
 #include <string.h>
 
-/* The byte that says how the module measures. */
 enum
 {
-    monitoring = 92,
-    is_monitored = 0x40,
-    is_raw = 0x10,   /* its constants are in its memory, and hold for limits, too */
-    is_hidden = 0x04 /* behind a change of address, which nothing here asks for */
+    A0 = module_lower,
+    A2 = module_diagnostics,
+    monitoring = 92, /* the byte that says how the module measures */
+    is_raw = 0x10    /* it has constants in its memory, which hold for limits, too */
 };
-
-static uint32_t pages(const struct module_memory* memory)
-{
-    return module_bits(memory, module_lower, monitoring, is_monitored | is_hidden) == is_monitored
-               ? 1U << module_lower | 1U << module_diagnostics
-               : 1U << module_lower;
-}
-
-static uint32_t kinds(const struct module_memory* memory)
-{
-    enum
-    {
-        passive_or_active_cable = 0x0C,
-        has_flags = 0x80,
-        not_ready = 0x01,
-        measurements = 1 << module_temperature | 1 << module_voltage | 1 << module_bias |
-                       1 << module_tx_power | 1 << module_rx_power
-    };
-    uint32_t kinds = 0;
-    kinds |= module_bits(memory, module_lower, 8, passive_or_active_cable) ? 0 : 1U << module_laser;
-    kinds |= module_bits(memory, module_lower, 93, has_flags) ? 1U << module_flags : 0;
-    kinds |= module_bits(memory, module_diagnostics, 110, not_ready) ? 0 : measurements;
-    return kinds;
-}
 
 /* A polynomial, whose coefficients are IEEE 754 singles from the fourth power down. */
 static double calibrate_rx_power(const struct module_memory* memory, double raw)
@@ -77,10 +52,12 @@ static double calibrate(const struct module_memory* memory, enum module_kind kin
                : NAN;
 }
 
-enum
-{
-    A0 = module_lower,
-    A2 = module_diagnostics
+/* The diagnostics may be absent, or behind a change of address, which nothing here asks for. */
+static const struct module_condition conditions[] = {
+    {MODULE_PAGE(A2), A0, monitoring, 0x44, 0x40, 0x40},
+    {MODULE_KIND(module_laser), A0, 8, 0x0C, 0, 0}, /* the bits of cables */
+    {MODULE_KIND(module_flags), A0, 93, 0x80, 0x80, 0x80},
+    {MODULE_MEASUREMENTS, A2, 110, 0x01, 0, 0}, /* the bit of data that isn't ready */
 };
 
 static const struct module_field fields[] = {
@@ -115,5 +92,12 @@ static const struct module_field fields[] = {
 };
 
 const struct module_standard module_sfp = {
-    pages, kinds, calibrate, A2, {0, 8, 16, 24, 32}, fields, sizeof fields / sizeof *fields,
+    MODULE_PAGE(A0) | MODULE_PAGE(A2),
+    conditions,
+    sizeof conditions / sizeof *conditions,
+    fields,
+    sizeof fields / sizeof *fields,
+    calibrate,
+    A2,
+    {0, 8, 16, 24, 32},
 };

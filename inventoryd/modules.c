@@ -9,20 +9,14 @@
 
 static void put_readings(struct object* object);
 
-#define INTERFACE(name)                                                                            \
-    {                                                                                              \
-        "com.orvane.velmar.system." #name, GANTRY_instantiate__com_orvane_velmar_system_##name,    \
-            put_readings                                                                           \
-    }
-
 static struct
 {
     const struct module_standard* standard;
     struct kind kind;
 } interfaces[] = {
-    {&module_sfp, INTERFACE(SFP)},
-    {&module_qsfp, INTERFACE(QSFP)},
-    {&module_qsfpd, INTERFACE(QSFPD)},
+    {&module_sfp, KIND(SFP, GANTRY_instantiate__com_orvane_velmar_system_SFP, put_readings)},
+    {&module_qsfp, KIND(QSFP, GANTRY_instantiate__com_orvane_velmar_system_QSFP, put_readings)},
+    {&module_qsfpd, KIND(QSFPD, GANTRY_instantiate__com_orvane_velmar_system_QSFPD, put_readings)},
 };
 
 enum
@@ -41,11 +35,11 @@ static const struct module_standard* read_memory(const char* device, struct modu
         [module_upper_13] = {0x50, 0, 0x13, 128}, [module_diagnostics] = {0x51, 0, 0x00, 0},
     };
     const struct module_standard* standard = NULL;
-    uint32_t pages = 1U << module_lower;
+    uint32_t things = MODULE_PAGE(module_lower);
     memset(memory->sizes, 0, sizeof memory->sizes);
     for (unsigned int page = 0; page < module_page_count; ++page)
     {
-        if ((pages >> page & 1) != 0 &&
+        if ((things & MODULE_PAGE(page)) != 0 &&
             ethtool_read_page(device, places[page], memory->bytes[page]))
         {
             memory->sizes[page] = module_page_size;
@@ -54,7 +48,7 @@ static const struct module_standard* read_memory(const char* device, struct modu
         {
             return NULL;
         }
-        pages = standard->pages(memory);
+        things = module_things(standard, memory);
     }
     if (!sysfs_serials)
     {

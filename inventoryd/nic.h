@@ -61,6 +61,12 @@ void nic_put_link_status(struct object* object, const char* member,
                          const struct rtnetlink_link* link);
 void nic_put_driver_state(struct object* object, const char* member, const char* device);
 
+/* The present and the permanent address. */
+void nic_put_addresses(struct object* object, const struct rtnetlink_link* link);
+
+/* The counters of an RDMA device's port, which has this directory. */
+void nic_put_rdma(struct object* object, const char* port);
+
 /* The packets by kind, as far as the driver has standard statistics. `message` gets its answer. */
 struct nic_packets
 {

@@ -64,6 +64,12 @@ struct kind
     unsigned int scan;
 };
 
+#define KIND(name, instantiate, counters)                                                          \
+    {                                                                                              \
+        .interface = "com.orvane.velmar.system." #name, .create = (instantiate),                   \
+        .put_counters = (counters)                                                                 \
+    }
+
 void kind_begin(struct kind* kind);
 void kind_end(struct kind* kind);
 

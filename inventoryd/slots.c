@@ -191,7 +191,7 @@ enum
     protocol_ethernet = 1
 };
 
-static void put_pci(struct object* object, const struct card* card)
+void slots_put_pci(struct object* object, const struct card* card, const char* length)
 {
     char text[vpd_text_size];
     struct dmi_slot slot;
@@ -206,7 +206,7 @@ static void put_pci(struct object* object, const struct card* card)
     }
     if (dmi_slot_find(&slot, &card->location))
     {
-        object_put_string(object, "SlotLen", dmi_slot_length_name(&slot));
+        object_put_string(object, length, dmi_slot_length_name(&slot));
         object_put_string(object, "SlotType", slot.name);
     }
 }
@@ -232,7 +232,7 @@ void slots_scan_card(const struct card* card)
     object_put_byte(object, "Protocol", protocol_ethernet);
     if (card->is_pci)
     {
-        put_pci(object, card);
+        slots_put_pci(object, card, "SlotLen");
     }
     firmware_versions_read(&versions, card->function);
     object_put_string(object, "FamilyVersion", versions.firmware);
