@@ -2,6 +2,7 @@
 
 #include "boot.h"
 
+#include "devices.h"
 #include "inventory.h"
 #include "object.h"
 #include "sysfs.h"
@@ -251,7 +252,7 @@ static void scan_option(uint16_t number, const char* name)
     object_put_format(object, "hdr_DOT_key", "BootDevice.%s", name);
     object_put_string(object, "hdr_DOT_objName", description);
     object_put_string(object, "ParentObjectKey", sequence_key);
-    object_announce(object);
+    object_complete(object);
 }
 
 static void visit_variable(void* data, const char* path, const char* file)
@@ -293,7 +294,7 @@ static void scan_sequence(void)
     {
         object_put_byte(object, "iCurrentIndex", index_of(current));
     }
-    object_announce(object);
+    object_complete(object);
 }
 
 void scan_boot(void)
@@ -320,6 +321,7 @@ static void (*on_change)(void);
 static int on_variable(sd_event_source* source, const struct inotify_event* event, void* data)
 {
     (void)source, (void)event, (void)data;
+    devices_note(variables);
     on_change();
     return 0;
 }

@@ -2,6 +2,7 @@
 
 #include "devices.h"
 
+#include "pci_location.h"
 #include "record.h"
 
 #include <stdio.h>
@@ -16,7 +17,7 @@ enum
     most_changed = 64
 };
 
-/* The parent directories of the devices that have changed. */
+/* The directories of what has changed; of a PCI function, the one above it. */
 static char* changed[most_changed];
 static size_t changed_count;
 static bool all_changed = true;
@@ -27,25 +28,6 @@ const char* devices_name(const char* device)
 {
     const char* slash = strrchr(device, '/');
     return slash != NULL ? slash + 1 : device;
-}
-
-struct visitor
-{
-    void (*visit)(void* data, const char* device, const char* name);
-    void* data;
-};
-
-static void visit_recorded(void* data, const char* path, const char* name)
-{
-    const struct visitor* visitor = data;
-    char* device = realpath(path, NULL);
-    const size_t length = strlen(sysfs_root);
-    /* A link to the outside would make another machine's files a part of the record. */
-    if (device != NULL && strncmp(device, sysfs_root, length) == 0 && device[length] == '/')
-    {
-        visitor->visit(visitor->data, device, name);
-    }
-    free(device);
 }
 
 /* Where the subsystem has links to its devices, relative to sysfs. */
@@ -72,12 +54,33 @@ static void record_device(const char* links, const char* device)
     }
 }
 
+struct visitor
+{
+    const char* links; /* where the subsystem has its links */
+    void (*visit)(void* data, const char* device, const char* name);
+    void* data;
+};
+
+static void visit_recorded(void* data, const char* path, const char* name)
+{
+    const struct visitor* visitor = data;
+    char* device = realpath(path, NULL);
+    const size_t length = strlen(sysfs_root);
+    /* A link to the outside would make another machine's files a part of the record. */
+    if (device != NULL && strncmp(device, sysfs_root, length) == 0 && device[length] == '/')
+    {
+        record_device(visitor->links, device);
+        visitor->visit(visitor->data, device, name);
+    }
+    free(device);
+}
+
 void devices_each(const char* subsystem,
                   void (*visit)(void* data, const char* device, const char* name), void* data)
 {
-    struct visitor visitor = {visit, data};
-    sd_device_enumerator* enumerator = NULL;
     char links[sysfs_path_size];
+    struct visitor visitor = {links, visit, data};
+    sd_device_enumerator* enumerator = NULL;
     if (!find_links(subsystem, links))
     {
         return;
@@ -140,6 +143,7 @@ void devices_note(const char* device)
     {
         return;
     }
+    struct pci_location location;
     char* parent =
         device != NULL && changed_count < most_changed ? malloc(strlen(device) + 1) : NULL;
     if (parent == NULL)
@@ -148,7 +152,10 @@ void devices_note(const char* device)
         return;
     }
     strcpy(parent, device);
-    *strrchr(parent, '/') = '\0';
+    if (pci_location_parse(devices_name(device), &location))
+    {
+        *strrchr(parent, '/') = '\0';
+    }
     changed[changed_count++] = parent;
 }
 

@@ -3,9 +3,9 @@
  * change. Of a record, the links in class/ and bus/ are the devices.
  *
  * What has changed since the last scan is kept as a set of directories. A device is due, so that
- * its objects are read again, if its directory, one beside it or one below it is in the set: a
- * virtual function that comes changes its physical function, which is its neighbour, and an
- * interface that comes changes the card that has it.
+ * its objects are read again, if its directory is in the set, or one above or below it: an
+ * interface that comes changes the card that has it. Of a PCI function the directory above is in
+ * the set, as a virtual function that comes changes its physical function beside it.
  */
 #ifndef DEVICES_H
 #define DEVICES_H

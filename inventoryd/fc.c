@@ -140,6 +140,7 @@ static void put_port(struct object* object, const struct card* card)
         {"PortDownTimeOut", "dev_loss_tmo", object_put_uint32, 10}};
     char directory[sysfs_path_size];
     char text[sysfs_text_size];
+    object_put_byte(object, "PortNumber", object->tag);
     read_class(object, "fc_host", object->device, timeouts, 1);
     if (sysfs_link_name(card->function, "driver", text))
     {
@@ -207,10 +208,14 @@ void scan_fc(void)
         put_slot,
         put_port,
         put_partition,
-        KIND(FCSlot, create_slot, NULL),
-        KIND(FCController, GANTRY_instantiate__com_orvane_velmar_system_FCController, NULL),
-        KIND(FCPort, GANTRY_instantiate__com_orvane_velmar_system_FCPort, put_counters),
-        KIND(FCPartition, GANTRY_instantiate__com_orvane_velmar_system_FCPartition, NULL),
+        {.interface = "com.orvane.velmar.system.FCSlot", .create = create_slot},
+        {.interface = "com.orvane.velmar.system.FCController",
+         .create = GANTRY_instantiate__com_orvane_velmar_system_FCController},
+        {.interface = "com.orvane.velmar.system.FCPort",
+         .create = GANTRY_instantiate__com_orvane_velmar_system_FCPort,
+         .put_counters = put_counters},
+        {.interface = "com.orvane.velmar.system.FCPartition",
+         .create = GANTRY_instantiate__com_orvane_velmar_system_FCPartition},
     };
     adapter_scan(&family);
 }

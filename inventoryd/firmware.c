@@ -53,5 +53,5 @@ void scan_firmware(void)
                       sysfs_text(dmi, "product_name", text) ? text : kernel.sysname);
     object_put_string(object, "FirmwareVersion", release);
     object_put_uint64(object, "Version", packed_version(release));
-    object_announce(object);
+    object_complete(object);
 }

@@ -2,6 +2,7 @@
 
 #include "devices.h"
 #include "ethtool.h"
+#include "record.h"
 
 #include <linux/devlink.h>
 #include <stdio.h>
@@ -69,6 +70,29 @@ static void read_version(struct firmware_versions* versions, const struct nlattr
     }
 }
 
+static bool is_serial(const struct nlattr* attribute)
+{
+    return mnl_attr_get_type(attribute) == DEVLINK_ATTR_INFO_SERIAL_NUMBER ||
+           mnl_attr_get_type(attribute) == DEVLINK_ATTR_INFO_BOARD_SERIAL_NUMBER;
+}
+
+/* Without serial numbers, unless they are asked for. */
+static void record_answer(union netlink_message* message, const char* function)
+{
+    char path[sysfs_path_size];
+    for (const struct nlattr* each = NULL; (each = netlink_next(message, each)) != NULL;)
+    {
+        if (is_serial(each) && !sysfs_serials)
+        {
+            memset(mnl_attr_get_payload(each), 'X', mnl_attr_get_payload_len(each));
+        }
+    }
+    if (sysfs_join(path, function, "devlink"))
+    {
+        record_file(path, message, message->header.nlmsg_len, 0444);
+    }
+}
+
 static bool ask_devlink(union netlink_message* message, const char* function)
 {
     if (!netlink_begin_generic(message, DEVLINK_GENL_NAME, DEVLINK_CMD_INFO_GET))
@@ -77,7 +101,16 @@ static bool ask_devlink(union netlink_message* message, const char* function)
     }
     mnl_attr_put_strz(&message->header, DEVLINK_ATTR_BUS_NAME, "pci");
     mnl_attr_put_strz(&message->header, DEVLINK_ATTR_DEV_NAME, devices_name(function));
-    return netlink_ask(message, NETLINK_GENERIC, function, "devlink");
+    if (sysfs_is_recorded())
+    {
+        return netlink_ask(message, NETLINK_GENERIC, function, "devlink");
+    }
+    if (!netlink_ask(message, NETLINK_GENERIC, function, NULL))
+    {
+        return false;
+    }
+    record_answer(message, function);
+    return true;
 }
 
 void firmware_versions_read(struct firmware_versions* versions, const char* function)
@@ -97,7 +130,7 @@ void firmware_versions_read(struct firmware_versions* versions, const char* func
         {
             read_version(versions, each);
         }
-        else if (type == DEVLINK_ATTR_INFO_SERIAL_NUMBER)
+        else if (type == DEVLINK_ATTR_INFO_SERIAL_NUMBER && sysfs_serials)
         {
             (void)netlink_text(each, versions->serial_number, sizeof versions->serial_number);
         }

@@ -60,7 +60,7 @@ void scan_fru(void)
         {
             put_area(object, dmi, areas + i);
         }
-        object_announce(object);
+        object_complete(object);
     }
     kind_end(&fru_kind);
 }

@@ -43,7 +43,6 @@ static const uint64_t burst = 200000;
 
 static uint64_t counters_interval = 5;
 static sd_event_source* burst_timer;
-static bool boot_changed;
 static bool stopped;
 
 /* False if the bus refused the name or another process has taken it, which the library logs. */
@@ -54,22 +53,19 @@ static bool has_name(void)
     return name != NULL;
 }
 
-static void scan_devices(void)
+static void scan_all(void)
 {
+    scan_firmware();
+    scan_software();
+    scan_fru();
+    scan_boot();
     scan_pci();
     scan_usb();
     scan_nic();
     scan_fc();
     scan_ib();
     devices_forget();
-}
-
-static void scan_platform(void)
-{
-    scan_firmware();
-    scan_software();
-    scan_fru();
-    scan_boot();
+    hwdb_close();
 }
 
 /* The event loop calls these. */
@@ -77,13 +73,8 @@ static void scan_platform(void)
 static int on_burst(sd_event_source* timer, uint64_t now, void* data)
 {
     (void)timer, (void)now, (void)data;
-    if (boot_changed)
-    {
-        boot_changed = false;
-        scan_boot();
-    }
-    scan_devices();
-    hwdb_close();
+    (void)objects_have_changed(); /* a link's state isn't part of the inventory */
+    scan_all();
     if (objects_have_changed())
     {
         readiness_signal_change();
@@ -103,12 +94,6 @@ static void on_change(void)
     }
 }
 
-static void on_boot_change(void)
-{
-    boot_changed = true;
-    on_change();
-}
-
 static int on_counters(sd_event_source* timer, uint64_t now, void* data)
 {
     (void)now, (void)data;
@@ -116,7 +101,7 @@ static int on_counters(sd_event_source* timer, uint64_t now, void* data)
     {
         GANTRY_context_stop(NULL);
     }
-    objects_put_counters();
+    objects_refresh();
     return sd_event_source_set_time_relative(timer, counters_interval * second);
 }
 
@@ -133,7 +118,6 @@ static int on_reload(sd_event_source* source, const struct signalfd_siginfo* sig
 {
     (void)source, (void)signal, (void)data;
     devices_note(NULL);
-    scan_platform();
     on_change();
     return 0;
 }
@@ -178,16 +162,9 @@ static int add_sources(sd_event* event)
         /* Without these, what is present at start is still published. */
         warn("devices that come later", devices_watch(event, on_change));
         warn("network interfaces that come later", nic_watch(event, on_change));
-        warn("boot entries that change later", boot_watch(event, on_boot_change));
+        warn("boot entries that change later", boot_watch(event, on_change));
     }
     return 0;
-}
-
-static void scan_all(void)
-{
-    scan_platform();
-    scan_devices();
-    hwdb_close();
 }
 
 static int serve(void)

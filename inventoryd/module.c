@@ -34,7 +34,7 @@ double module_signed(uint32_t raw)
     return raw > INT16_MAX ? (double)raw - (UINT16_MAX + 1) : raw;
 }
 
-const struct module_standard* module_standard(const struct module_memory* memory)
+const struct module_standard* module_standard_of(const struct module_memory* memory)
 {
     /* The first byte has the same codes in all of the standards. */
     switch (module_bits(memory, module_lower, 0, 0xFF))
@@ -145,22 +145,18 @@ static enum state state_of(const struct module_standard* standard,
 static double measure(const struct module_standard* standard, const struct module_memory* memory,
                       const struct module_field* field, uint32_t raw)
 {
-    /* The units of the numbers in memory, in those of doubles and of integers. */
-    static const double units[module_lane_0][2] = {
-        [module_laser] = {1, 1},
-        [module_wavelength] = {1.0 / 20, 1},
-        [module_tolerance] = {1.0 / 200, 1},
-        [module_temperature] = {1.0 / 256, 1.0 / 256},
-        [module_voltage] = {1.0 / 10000, 1},
-        [module_bias] = {1.0 / 500, 1.0 / 5},
-        [module_tx_power] = {1.0 / 10000, 1},
-        [module_rx_power] = {1.0 / 10000, 1},
+    /* How many steps of the number make the unit of doubles, and that of integers. */
+    static const double steps[module_lane_0][2] = {
+        [module_laser] = {1, 1},        [module_wavelength] = {20, 1},
+        [module_tolerance] = {200, 1},  [module_temperature] = {256, 256},
+        [module_voltage] = {10000, 1},  [module_bias] = {500, 5},
+        [module_tx_power] = {10000, 1}, [module_rx_power] = {10000, 1},
     };
     const bool is_real = field->type == 'd';
     double number = field->kind == module_temperature ? module_signed(raw) : raw;
     number =
         standard->calibrate != NULL ? standard->calibrate(memory, field->kind, number) : number;
-    number *= units[field->kind][is_real ? 0 : 1];
+    number /= steps[field->kind][is_real ? 0 : 1];
     number = is_real ? number : round(number);
     const bool fits = is_real ? isfinite(number)
                               : number >= (field->type == 'n' ? INT16_MIN : 0) &&
@@ -221,7 +217,7 @@ void module_put(struct object* object, const struct module_standard* standard,
             object_put_double(object, each->member, number);
             break;
         case 'n':
-            object_put_int16(object, each->member, (uint64_t)(int64_t)number);
+            object_put_int16(object, each->member, (int)number);
             break;
         default:
             (each->type == 'y'   ? object_put_byte

@@ -14,9 +14,18 @@ static struct
     const struct module_standard* standard;
     struct kind kind;
 } interfaces[] = {
-    {&module_sfp, KIND(SFP, GANTRY_instantiate__com_orvane_velmar_system_SFP, put_readings)},
-    {&module_qsfp, KIND(QSFP, GANTRY_instantiate__com_orvane_velmar_system_QSFP, put_readings)},
-    {&module_qsfpd, KIND(QSFPD, GANTRY_instantiate__com_orvane_velmar_system_QSFPD, put_readings)},
+    {&module_sfp,
+     {.interface = "com.orvane.velmar.system.SFP",
+      .create = GANTRY_instantiate__com_orvane_velmar_system_SFP,
+      .put_counters = put_readings}},
+    {&module_qsfp,
+     {.interface = "com.orvane.velmar.system.QSFP",
+      .create = GANTRY_instantiate__com_orvane_velmar_system_QSFP,
+      .put_counters = put_readings}},
+    {&module_qsfpd,
+     {.interface = "com.orvane.velmar.system.QSFPD",
+      .create = GANTRY_instantiate__com_orvane_velmar_system_QSFPD,
+      .put_counters = put_readings}},
 };
 
 enum
@@ -44,7 +53,7 @@ static const struct module_standard* read_memory(const char* device, struct modu
         {
             memory->sizes[page] = module_page_size;
         }
-        if ((standard = module_standard(memory)) == NULL)
+        if ((standard = module_standard_of(memory)) == NULL)
         {
             return NULL;
         }

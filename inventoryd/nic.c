@@ -17,6 +17,8 @@
 
 bool nic_every_interface;
 
+static const char turns[] = "network ports and their partitions";
+
 static struct kind controller_kind = {
     .interface = "com.orvane.velmar.system.NicController",
     .create = GANTRY_instantiate__com_orvane_velmar_system_NicController,
@@ -25,11 +27,13 @@ static struct kind port_kind = {
     .interface = "com.orvane.velmar.system.NicPort",
     .create = GANTRY_instantiate__com_orvane_velmar_system_NicPort,
     .put_counters = nic_put_port_counters,
+    .turns = turns,
 };
 static struct kind partition_kind = {
     .interface = "com.orvane.velmar.system.NicPartition",
     .create = GANTRY_instantiate__com_orvane_velmar_system_NicPartition,
     .put_counters = nic_put_partition_counters,
+    .turns = turns,
 };
 static struct kind connection_kind = {
     .interface = "com.orvane.velmar.system.NicConnectionView",
@@ -234,7 +238,7 @@ static void scan_partition(const char* port, unsigned int number,
         object_put_format(object, "FQDD", "NIC.%s", name);
         object_put_format(object, "FriendlyFQDD", "Partition %u of port NIC.%s", number, port);
         nic_put_partition(object, interface);
-        object_announce(object);
+        object_complete(object);
     }
 }
 
@@ -252,14 +256,14 @@ static void scan_port(const char* name, unsigned int number, const struct nic_in
         object_put_byte(object, "NicPartitioningSupport",
                         object_switch(partitions > 1, true)); /* of one alone it isn't known */
         nic_put_port(object, first);
-        object_announce(object);
+        object_complete(object);
     }
     object = due(&connection_kind, name, first);
     if (object != NULL)
     {
         object_put_format(object, "FQDD", "NIC.%s", name);
         nic_put_connection(object, first);
-        object_announce(object);
+        object_complete(object);
     }
 }
 
@@ -312,7 +316,7 @@ static void scan_controller(const char* card, const char* device, unsigned int p
     if (object != NULL)
     {
         object_put_byte(object, "PortsCount", ports < most_ports ? ports : most_ports);
-        object_announce(object);
+        object_complete(object);
     }
     if (ports > most_ports && !is_told)
     {

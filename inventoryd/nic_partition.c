@@ -109,11 +109,16 @@ void nic_put_partition_link(struct object* object, const struct rtnetlink_link* 
 }
 
 /* The standard statistics tell unicast, multicast and broadcast apart, if the driver has them. */
-static void put_counters(struct object* object, const struct rtnetlink_link* link)
+void nic_put_partition_counters(struct object* object)
 {
     struct nic_packets packets;
     union netlink_message message;
-    nic_put_counters(object, link, counters, sizeof counters / sizeof *counters);
+    struct rtnetlink_link link;
+    if (!rtnetlink_ask(&link, object->device))
+    {
+        return;
+    }
+    nic_put_counters(object, &link, counters, sizeof counters / sizeof *counters);
     if (nic_ask_packets(&packets, object->device, &message))
     {
         object_put_uint64(object, "LanUnicastPktRXCount", packets.received_unicast);
@@ -124,15 +129,6 @@ static void put_counters(struct object* object, const struct rtnetlink_link* lin
     }
     read_rdma(object, object->device);
     nic_put_statistics_times(object);
-}
-
-void nic_put_partition_counters(struct object* object)
-{
-    struct rtnetlink_link link;
-    if (rtnetlink_ask(&link, object->device))
-    {
-        put_counters(object, &link);
-    }
 }
 
 void nic_put_partition(struct object* object, const struct nic_interface* interface)
@@ -148,5 +144,4 @@ void nic_put_partition(struct object* object, const struct nic_interface* interf
     card_put_node(object, "CPUAffinity", card);
     put_driver(object, interface->device);
     nic_put_partition_link(object, &interface->link);
-    put_counters(object, &interface->link);
 }

@@ -198,15 +198,20 @@ void nic_put_port_link(struct object* object, const struct rtnetlink_link* link)
     }
 }
 
-static void put_counters(struct object* object, const struct rtnetlink_link* link)
+void nic_put_port_counters(struct object* object)
 {
     struct nic_packets packets;
     union netlink_message message;
-    nic_put_counters(object, link, counters, sizeof counters / sizeof *counters);
-    if (link->has_counters)
+    struct rtnetlink_link link;
+    if (!rtnetlink_ask(&link, object->device))
+    {
+        return;
+    }
+    nic_put_counters(object, &link, counters, sizeof counters / sizeof *counters);
+    if (link.has_counters)
     {
         object_put_uint32(object, "DiscardedPkts",
-                          link->counters.rx_dropped + link->counters.rx_missed_errors);
+                          link.counters.rx_dropped + link.counters.rx_missed_errors);
     }
     if (nic_ask_packets(&packets, object->device, &message))
     {
@@ -228,21 +233,13 @@ static void put_counters(struct object* object, const struct rtnetlink_link* lin
     nic_put_statistics_times(object);
 }
 
-void nic_put_port_counters(struct object* object)
-{
-    struct rtnetlink_link link;
-    if (rtnetlink_ask(&link, object->device))
-    {
-        put_counters(object, &link);
-    }
-}
-
 static void put_capabilities(struct object* object, const struct nic_interface* interface)
 {
     const char* device = interface->device;
     union netlink_message answer;
     uint64_t functions = 0;
-    const bool is_bound = sysfs_has_directory(device, "device/driver");
+    char driver[sysfs_path_size];
+    const bool is_bound = sysfs_link_name(device, "device/driver", driver);
     object_put_byte(object, "RDMASupport",
                     object_switch(is_bound, sysfs_has_directory(device, "device/infiniband")));
     object_put_byte(object, "OnChipThermalSensor",
@@ -270,9 +267,11 @@ void nic_put_port(struct object* object, const struct nic_interface* interface)
     nic_put_driver_state(object, "OSDriverState", interface->device);
     firmware_versions_read(&versions, interface->card.function);
     object_put_string(object, "FamilyDriverVersion", versions.driver);
+    /* What starts a machine from the network is UNDI's driver; without its version it isn't known
+     * whether there is one. */
+    object_put_byte(object, "PXEBootSupport", object_switch(versions.option_rom[0] != '\0', true));
     put_capabilities(object, interface);
     nic_put_link_status(object, "LinkStatus", &interface->link);
     put_link_modes(object, interface->device);
     put_medium(object, interface->device);
-    put_counters(object, &interface->link);
 }

@@ -45,7 +45,6 @@ static void announce_changes(void)
         changes.count = 0;
         GANTRY_property_announce(changes.object->instance, changes.members, &error);
         report("PropertiesChanged", error);
-        have_changed = have_changed || !are_counters;
     }
 }
 
@@ -59,6 +58,7 @@ static void note(struct object* object, const char* member)
     {
         announce_changes();
     }
+    have_changed = have_changed || !are_counters;
     changes.object = object;
     changes.members[changes.count++] = member;
 }
@@ -80,6 +80,22 @@ void object_announce(struct object* object)
     }
 }
 
+static void put_counters(struct object* object)
+{
+    if (object->kind->put_counters != NULL)
+    {
+        are_counters = true;
+        object->kind->put_counters(object);
+        are_counters = false;
+    }
+}
+
+void object_complete(struct object* object)
+{
+    put_counters(object);
+    object_announce(object);
+}
+
 struct object* object_of(GANTRY_instance* instance)
 {
     void* object = NULL;
@@ -92,7 +108,7 @@ bool object_has_changes(const struct object* object)
     return object->is_new || (changes.object == object && changes.count > 0);
 }
 
-static bool publish(struct object* object, const struct kind* kind)
+static bool publish(struct object* object)
 {
     char parent[256];
     char* path = NULL; /* the default path */
@@ -101,7 +117,7 @@ static bool publish(struct object* object, const struct kind* kind)
         return true; /* a record needs no bus: what is put is dropped */
     }
     /* An interface's default path is its name with slashes. */
-    snprintf(parent, sizeof parent, "/%s", kind->interface);
+    snprintf(parent, sizeof parent, "/%s", object->kind->interface);
     for (char* dot = parent; (dot = strchr(dot, '.')) != NULL;)
     {
         *dot = '/';
@@ -109,7 +125,7 @@ static bool publish(struct object* object, const struct kind* kind)
     /* D-Bus allows few characters in a path, so others are encoded. */
     if (object->name[0] == '\0' || sd_bus_path_encode(parent, object->name, &path) >= 0)
     {
-        kind->create(NULL, NULL, path, object);
+        object->kind->create(NULL, NULL, path, object);
         GANTRY_instance_get_created(NULL, &object->instance, NULL);
     }
     free(path);
@@ -155,10 +171,11 @@ static struct object* add(struct kind* kind, const char* name, const char* devic
     {
         return NULL;
     }
+    object->kind = kind;
     object->is_new = true;
     object->name = copy(name);
     object->device = copy(device);
-    if (object->name == NULL || object->device == NULL || !publish(object, kind))
+    if (object->name == NULL || object->device == NULL || !publish(object))
     {
         release(object);
         return NULL;
@@ -221,7 +238,7 @@ void kind_end(struct kind* kind)
     kind->last_found = NULL;
 }
 
-void kind_each(struct kind* kind, void (*each)(struct object* object))
+void kind_each(const struct kind* kind, void (*each)(struct object* object))
 {
     for (struct object* object = kind->first; object != NULL; object = object->next)
     {
@@ -239,19 +256,30 @@ struct object* kind_find(const struct kind* kind, uint64_t tag)
     return object;
 }
 
-void objects_put_counters(void)
+/* Whether it is the kind's turn in this round. */
+static bool has_turn(const struct kind* kind, unsigned int round)
 {
-    are_counters = true;
+    unsigned int count = 0;
+    unsigned int place = 0;
+    for (const struct kind* each = kinds; each != NULL; each = each->next)
+    {
+        place = each == kind ? count : place;
+        count += each->turns == kind->turns ? 1 : 0;
+    }
+    return kind->turns == NULL || round % count == place;
+}
+
+void objects_refresh(void)
+{
+    static unsigned int round;
+    ++round;
     for (struct kind* kind = kinds; kind != NULL; kind = kind->next)
     {
-        for (struct object* each = kind->first; kind->put_counters != NULL && each != NULL;
-             each = each->next)
+        if (kind->put_counters != NULL && has_turn(kind, round))
         {
-            kind->put_counters(each);
-            object_announce(each);
+            kind_each(kind, object_complete);
         }
     }
-    are_counters = false;
 }
 
 void objects_declare_complete(void)
@@ -295,63 +323,32 @@ void objects_free(void)
     }
 }
 
-#define DEFINE_PUT(type, value_type)                                                               \
-    void object_put_##type(struct object* object, const char* member, uint64_t value)              \
+/* Defines object_put_TYPE for values of `given`, of which the property holds those that `stored`
+ * can. */
+#define DEFINE_PUT(type, given, stored)                                                            \
+    void object_put_##type(struct object* object, const char* member, given value)                 \
     {                                                                                              \
-        value_type present = 0;                                                                    \
+        stored present = 0;                                                                        \
         int error = 0;                                                                             \
-        if (object->instance == NULL)                                                              \
+        if (object->instance != NULL && value == (given)(stored)value)                             \
         {                                                                                          \
-            return;                                                                                \
+            GANTRY_property_get_##type(object->instance, member, &present, &error);                \
+            if (error == 0 && (stored)value != present)                                            \
+            {                                                                                      \
+                GANTRY_property_set_##type(object->instance, member, (stored)value, true, &error); \
+                note(object, member);                                                              \
+            }                                                                                      \
+            report(member, error);                                                                 \
         }                                                                                          \
-        GANTRY_property_get_##type(object->instance, member, &present, &error);                    \
-        if (error == 0 && value != (uint64_t)present && value == (uint64_t)(value_type)value)      \
-        {                                                                                          \
-            GANTRY_property_set_##type(object->instance, member, (value_type)value, true, &error); \
-            note(object, member);                                                                  \
-        }                                                                                          \
-        report(member, error);                                                                     \
     }
 
-DEFINE_PUT(byte, unsigned char)
-DEFINE_PUT(int16, short)
-DEFINE_PUT(uint16, unsigned short)
-DEFINE_PUT(uint32, unsigned int)
-DEFINE_PUT(uint64, unsigned long)
-
-void object_put_double(struct object* object, const char* member, double value)
-{
-    double present = 0;
-    int error = 0;
-    if (object->instance == NULL)
-    {
-        return;
-    }
-    GANTRY_property_get_double(object->instance, member, &present, &error);
-    if (error == 0 && (value < present || value > present))
-    {
-        GANTRY_property_set_double(object->instance, member, value, true, &error);
-        note(object, member);
-    }
-    report(member, error);
-}
-
-void object_put_boolean(struct object* object, const char* member, bool value)
-{
-    bool present = false;
-    int error = 0;
-    if (object->instance == NULL)
-    {
-        return;
-    }
-    GANTRY_property_get_boolean(object->instance, member, &present, &error);
-    if (error == 0 && value != present)
-    {
-        GANTRY_property_set_boolean(object->instance, member, value, true, &error);
-        note(object, member);
-    }
-    report(member, error);
-}
+DEFINE_PUT(byte, uint64_t, unsigned char)
+DEFINE_PUT(int16, int, short)
+DEFINE_PUT(uint16, uint64_t, unsigned short)
+DEFINE_PUT(uint32, uint64_t, unsigned int)
+DEFINE_PUT(uint64, uint64_t, unsigned long)
+DEFINE_PUT(double, double, double)
+DEFINE_PUT(boolean, bool, bool)
 
 enum object_switch object_switch(bool is_known, bool is_on)
 {
@@ -376,39 +373,15 @@ void object_put_string(struct object* object, const char* member, const char* te
     free(present);
 }
 
-static bool are_equal(const GANTRY_string_array* some, const GANTRY_string_array* others)
-{
-    const size_t count = some != NULL ? some->count : 0;
-    if (count != others->count)
-    {
-        return false;
-    }
-    for (size_t i = 0; i < count; ++i)
-    {
-        if (strcmp(some->data[i], others->data[i]) != 0)
-        {
-            return false;
-        }
-    }
-    return true;
-}
-
 void object_put_strings(struct object* object, const char* member, const GANTRY_string_array* texts)
 {
-    GANTRY_string_array* present = NULL;
     int error = 0;
-    if (object->instance == NULL)
+    if (object->instance != NULL)
     {
-        return;
+        /* Here the library compares, and announces a change by itself. */
+        GANTRY_property_set_strings(object->instance, member, texts, object->is_new, &error);
+        report(member, error);
     }
-    GANTRY_property_get_strings(object->instance, member, &present, &error);
-    if (error == 0 && !are_equal(present, texts))
-    {
-        GANTRY_property_set_strings(object->instance, member, texts, true, &error);
-        note(object, member);
-    }
-    report(member, error);
-    GANTRY_strings_free(&present);
 }
 
 void object_put_format(struct object* object, const char* member, const char* format, ...)

@@ -10,14 +10,14 @@
  *         if (object != NULL)
  *         {
  *             object_put_...(object, "Member", value);
- *             object_announce(object);
+ *             object_complete(object);
  *         }
  *     kind_end(&kind);
  *
  * An object that isn't known is published, one that is known is given if it has to be read again,
  * and what the scan didn't come to is withdrawn. object_put_* stores a value only if it differs,
- * without a signal, and notes the change; object_announce announces the object if it is new, or all
- * its changes in one signal.
+ * without a signal, and notes the change; object_complete puts the counters too, and announces the
+ * object if it is new, or all its changes in one signal.
  *
  * A fact that the kernel doesn't offer, or refuses to this process, leaves its property as the
  * library created it: 0, the empty text, or the initial value in the interface's table. The codes
@@ -45,6 +45,7 @@ struct object
     char* device; /* the sysfs directory that it was read from */
     uint64_t tag; /* the reader's own, such as an interface's number */
     /* object.c's own: */
+    const struct kind* kind;
     struct object* next;
     unsigned int scan;
     bool is_new;
@@ -57,18 +58,15 @@ struct kind
     /* Puts the counters of an object again, from its device and tag; null if it has none. It is
      * called by the counters' timer, and for a client that reads them. */
     void (*put_counters)(struct object* object);
+    /* Of the kinds with the same name here, one has its turn at each interval of the timer. So a
+     * port and its partition, which mostly change together, cost one message per interval. */
+    const char* turns;
     /* object.c's own: */
     struct kind* next;
     struct object* first;
     struct object* last_found;
     unsigned int scan;
 };
-
-#define KIND(name, instantiate, counters)                                                          \
-    {                                                                                              \
-        .interface = "com.orvane.velmar.system." #name, .create = (instantiate),                   \
-        .put_counters = (counters)                                                                 \
-    }
 
 void kind_begin(struct kind* kind);
 void kind_end(struct kind* kind);
@@ -81,7 +79,7 @@ void kind_end(struct kind* kind);
 struct object* object_due(struct kind* kind, const char* name, const char* device);
 
 /* Calls `each` for each object of the kind; it must not remove any. */
-void kind_each(struct kind* kind, void (*each)(struct object* object));
+void kind_each(const struct kind* kind, void (*each)(struct object* object));
 
 /* The first object of the kind with that tag, or null. */
 struct object* kind_find(const struct kind* kind, uint64_t tag);
@@ -89,20 +87,22 @@ struct object* kind_find(const struct kind* kind, uint64_t tag);
 /* The object of that instance, for its callbacks. */
 struct object* object_of(GANTRY_instance* instance);
 
-/* Announces what has changed since the last call: the object, or its changes. */
+/* Announces what has changed since the last call: the object, or its changes. The first function
+ * puts the counters before; it is also what brings one object's counters up to date. */
+void object_complete(struct object* object);
 void object_announce(struct object* object);
 
 /* Whether it has something to announce. */
 bool object_has_changes(const struct object* object);
 
-/* Puts the counters of all objects again and announces the changes. */
-void objects_put_counters(void);
+/* Puts the counters of all objects again whose kind has its turn, and announces the changes. */
+void objects_refresh(void);
 
 /* Objects that are made before this call aren't announced: no client can know of them. Logs how
  * many there are of each interface. */
 void objects_declare_complete(void);
 
-/* Whether an object was added, changed or withdrawn since the last call, counters aside. */
+/* Whether an object was added, changed or withdrawn since the last call; counters don't count. */
 bool objects_have_changed(void);
 
 /* Frees the memory. The context owns the objects on the bus. */
@@ -122,10 +122,10 @@ enum object_switch object_switch(bool is_known, bool is_on);
  */
 typedef void object_put(struct object* object, const char* member, uint64_t value);
 object_put object_put_byte;
-object_put object_put_int16; /* of a signed number, converted */
 object_put object_put_uint16;
 object_put object_put_uint32;
 object_put object_put_uint64;
+void object_put_int16(struct object* object, const char* member, int value);
 void object_put_double(struct object* object, const char* member, double value);
 void object_put_boolean(struct object* object, const char* member, bool value);
 

@@ -97,7 +97,7 @@ static void scan_configuration(const char* device, const char* address,
     {
         sysfs_each(slots, put_slot, &(struct slot_search){object, address});
     }
-    object_announce(object);
+    object_complete(object);
 }
 
 /* GT/s as MT/s: 2.5 is 2500. 0 if the file doesn't begin with such a number. */
@@ -148,7 +148,7 @@ static void scan_link(const char* device, const char* address,
     firmware_versions_read(&versions, device);
     object_put_string(object, "FirmwareVersion", versions.firmware);
     hwdb_put(object, device, NULL, names);
-    object_announce(object);
+    object_complete(object);
 }
 
 static void scan_device(void* data, const char* device, const char* address)

@@ -211,6 +211,11 @@ void slots_put_pci(struct object* object, const struct card* card, const char* l
     }
 }
 
+static const char* known(const char* text)
+{
+    return text[0] != '\0' ? text : NULL;
+}
+
 void slots_scan_card(const struct card* card)
 {
     char name[card_name_size + 8];
@@ -226,6 +231,12 @@ void slots_scan_card(const struct card* card)
     {
         return;
     }
+    firmware_versions_read(&versions, card->function);
+    object_put_string(object, "FamilyVersion", versions.firmware);
+    object_put_string(object, "ControllerBIOSVersion", versions.option_rom);
+    /* These two the card's VPD may tell better. */
+    object_put_string(object, "PartNumber", known(versions.part_number));
+    object_put_string(object, "SerialNumber", known(versions.serial_number));
     snprintf(name, sizeof name, "NIC.%s", card->name);
     card_put_slot(object, card, name);
     object_put_format(object, "FriendlyFQDD", "Network adapter %s", card->name);
@@ -234,12 +245,9 @@ void slots_scan_card(const struct card* card)
     {
         slots_put_pci(object, card, "SlotLen");
     }
-    firmware_versions_read(&versions, card->function);
-    object_put_string(object, "FamilyVersion", versions.firmware);
-    object_put_string(object, "ControllerBIOSVersion", versions.option_rom);
     const bool is_supported =
         find_interface(interface, card->function) && dump_is_supported(interface);
     object_put_boolean(object, "IsCoreDumpSupported", is_supported);
     object_put_boolean(object, "IsCoreDumpEnabled", is_supported && dumps != NULL);
-    object_announce(object);
+    object_complete(object);
 }

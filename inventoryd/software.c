@@ -30,7 +30,7 @@ void scan_software(void)
             object_put_format(object, "DisplayName", "%s system firmware", text);
         }
         attributes_read(object, dmi, attributes, sizeof attributes / sizeof *attributes);
-        object_announce(object);
+        object_complete(object);
     }
     kind_end(&software_kind);
 }

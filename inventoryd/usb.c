@@ -76,7 +76,7 @@ static void scan_device(void* data, const char* device, const char* name)
     {
         object_put_uint16(object, "USBVersion", version);
     }
-    object_announce(object);
+    object_complete(object);
 }
 
 void scan_usb(void)
