@@ -31,4 +31,9 @@ void scan_usb(void);
  * for each port, and a NicPartition for each of its interfaces. */
 void scan_nic(void);
 
+/* Fibre Channel and InfiniBand adapters: a slot and a controller for each card, a port for each of
+ * its ports, and a partition for each port. */
+void scan_fc(void);
+void scan_ib(void);
+
 #endif

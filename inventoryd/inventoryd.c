@@ -62,6 +62,8 @@ static void scan_all(void)
     scan_pci();
     scan_usb();
     scan_nic();
+    scan_fc();
+    scan_ib();
     devices_forget();
     hwdb_close();
 }

@@ -4,6 +4,7 @@
 
 #include "devices.h"
 #include "inventory.h"
+#include "modules.h"
 #include "slots.h"
 
 #include <linux/if.h>
@@ -245,6 +246,7 @@ static void scan_port(const char* name, unsigned int number, const struct nic_in
                       unsigned int partitions)
 {
     struct object* object = due(&port_kind, name, first);
+    modules_scan_port(name, first->device, (uint64_t)first->link.index, object != NULL);
     if (object != NULL)
     {
         object_put_format(object, "FQDD", "NIC.%s", name);
@@ -369,6 +371,7 @@ void scan_nic(void)
     kind_begin(&port_kind);
     kind_begin(&partition_kind);
     kind_begin(&connection_kind);
+    modules_begin();
     seen_count = 0;
     devices_each("net", collect, NULL);
     if (found.count > 0)
@@ -390,6 +393,7 @@ void scan_nic(void)
     kind_end(&port_kind);
     kind_end(&partition_kind);
     kind_end(&connection_kind);
+    modules_end();
     for (size_t i = 0; i < found.count; ++i)
     {
         free(found.items[i].device);
@@ -399,6 +403,15 @@ void scan_nic(void)
 }
 
 static void (*on_change)(void);
+
+void nic_note(const char* device)
+{
+    devices_note(device);
+    if (on_change != NULL)
+    {
+        on_change();
+    }
+}
 
 static void on_link(const struct rtnetlink_link* link)
 {
@@ -421,6 +434,10 @@ static void on_link(const struct rtnetlink_link* link)
     if ((object = kind_find(&port_kind, (uint64_t)link->index)) != NULL)
     {
         nic_put_port_link(object, link);
+        if (link->state == IF_OPER_UP && object_has_changes(object) && !modules_has(object->tag))
+        {
+            nic_note(object->device);
+        }
         object_announce(object);
     }
     if ((object = kind_find(&partition_kind, (uint64_t)link->index)) != NULL)

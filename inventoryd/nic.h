@@ -31,6 +31,9 @@ struct nic_interface
  * Returns 0 or a negative errno. */
 int nic_watch(sd_event* event, void (*changed)(void));
 
+/* Has an interface read again by a scan. */
+void nic_note(const char* device);
+
 void nic_put_port(struct object* object, const struct nic_interface* interface);
 void nic_put_partition(struct object* object, const struct nic_interface* interface);
 void nic_put_connection(struct object* object, const struct nic_interface* interface);
@@ -57,6 +60,12 @@ void nic_put_counters(struct object* object, const struct rtnetlink_link* link,
 void nic_put_link_status(struct object* object, const char* member,
                          const struct rtnetlink_link* link);
 void nic_put_driver_state(struct object* object, const char* member, const char* device);
+
+/* The present and the permanent address. */
+void nic_put_addresses(struct object* object, const struct rtnetlink_link* link);
+
+/* The counters of an RDMA device's port, which has this directory. */
+void nic_put_rdma(struct object* object, const char* port);
 
 /* The packets by kind, as far as the driver has standard statistics. `message` gets its answer. */
 struct nic_packets

@@ -18,19 +18,21 @@ static void put_words(struct object* object, const char* member, uint64_t words)
     object_put_uint64(object, member, words * 4);
 }
 
-static const struct attribute rdma_counters[] = {
-    {"RDMARxTotalPackets", "port_rcv_packets", object_put_uint64, 10},
-    {"RDMATxTotalPackets", "port_xmit_packets", object_put_uint64, 10},
-    {"RDMARxTotalBytes", "port_rcv_data", put_words, 10},
-    {"RDMATxTotalBytes", "port_xmit_data", put_words, 10},
-};
-
-/* As drivers of iWARP adapters call them. */
-static const struct attribute rdma_driver_counters[] = {
-    {"RDMATxTotalReadReqPkts", "iwOutRdmaReads", object_put_uint64, 10},
-    {"RDMATxTotalSendPkts", "iwOutRdmaSends", object_put_uint64, 10},
-    {"RDMATxTotalWritePkts", "iwOutRdmaWrites", object_put_uint64, 10},
-};
+void nic_put_rdma(struct object* object, const char* port)
+{
+    static const struct attribute counters_of_port[] = {
+        {"RDMARxTotalPackets", "counters/port_rcv_packets", object_put_uint64, 10},
+        {"RDMATxTotalPackets", "counters/port_xmit_packets", object_put_uint64, 10},
+        {"RDMARxTotalBytes", "counters/port_rcv_data", put_words, 10},
+        {"RDMATxTotalBytes", "counters/port_xmit_data", put_words, 10},
+        /* As drivers of iWARP adapters call them. */
+        {"RDMATxTotalReadReqPkts", "hw_counters/iwOutRdmaReads", object_put_uint64, 10},
+        {"RDMATxTotalSendPkts", "hw_counters/iwOutRdmaSends", object_put_uint64, 10},
+        {"RDMATxTotalWritePkts", "hw_counters/iwOutRdmaWrites", object_put_uint64, 10},
+    };
+    attributes_read(object, port, counters_of_port,
+                    sizeof counters_of_port / sizeof *counters_of_port);
+}
 
 struct rdma
 {
@@ -41,20 +43,13 @@ struct rdma
 static void read_adapter(void* data, const char* adapter, const char* name)
 {
     const struct rdma* rdma = data;
-    char directory[sysfs_path_size];
-    char place[sizeof "ports/18446744073709551615/hw_counters"];
+    char port[sysfs_path_size];
+    char place[sizeof "ports/18446744073709551615"];
     (void)name;
-    snprintf(place, sizeof place, "ports/%" PRIu64 "/counters", rdma->port);
-    if (sysfs_join(directory, adapter, place))
+    snprintf(place, sizeof place, "ports/%" PRIu64, rdma->port);
+    if (sysfs_join(port, adapter, place))
     {
-        attributes_read(rdma->object, directory, rdma_counters,
-                        sizeof rdma_counters / sizeof *rdma_counters);
-    }
-    snprintf(place, sizeof place, "ports/%" PRIu64 "/hw_counters", rdma->port);
-    if (sysfs_join(directory, adapter, place))
-    {
-        attributes_read(rdma->object, directory, rdma_driver_counters,
-                        sizeof rdma_driver_counters / sizeof *rdma_driver_counters);
+        nic_put_rdma(rdma->object, port);
     }
 }
 
@@ -86,7 +81,7 @@ static void put_address(struct object* object, const char* member,
     object_put_string(object, member, text);
 }
 
-static void put_addresses(struct object* object, const struct rtnetlink_link* link)
+void nic_put_addresses(struct object* object, const struct rtnetlink_link* link)
 {
     static const struct rtnetlink_address none;
     const struct rtnetlink_address* permanent = &link->permanent_address;
@@ -110,7 +105,7 @@ static void put_driver(struct object* object, const char* device)
 void nic_put_partition_link(struct object* object, const struct rtnetlink_link* link)
 {
     nic_put_link_status(object, "PartitionLinkStatus", link);
-    put_addresses(object, link);
+    nic_put_addresses(object, link);
 }
 
 /* The standard statistics tell unicast, multicast and broadcast apart, if the driver has them. */

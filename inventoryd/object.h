@@ -68,6 +68,12 @@ struct kind
     unsigned int scan;
 };
 
+#define KIND(name, instantiate, counters)                                                          \
+    {                                                                                              \
+        .interface = "com.orvane.velmar.system." #name, .create = (instantiate),                   \
+        .put_counters = (counters)                                                                 \
+    }
+
 void kind_begin(struct kind* kind);
 void kind_end(struct kind* kind);
 
@@ -122,6 +128,7 @@ enum object_switch object_switch(bool is_known, bool is_on);
  */
 typedef void object_put(struct object* object, const char* member, uint64_t value);
 object_put object_put_byte;
+object_put object_put_int16; /* of a signed number, converted */
 object_put object_put_uint16;
 object_put object_put_uint32;
 object_put object_put_uint64;

@@ -196,7 +196,7 @@ enum
     protocol_ethernet = 1
 };
 
-static void put_pci(struct object* object, const struct card* card)
+void slots_put_pci(struct object* object, const struct card* card, const char* length)
 {
     char text[vpd_text_size];
     struct dmi_slot slot;
@@ -211,7 +211,7 @@ static void put_pci(struct object* object, const struct card* card)
     }
     if (dmi_slot_find(&slot, &card->location))
     {
-        object_put_string(object, "SlotLen", dmi_slot_length_name(&slot));
+        object_put_string(object, length, dmi_slot_length_name(&slot));
         object_put_string(object, "SlotType", slot.name);
     }
 }
@@ -248,7 +248,7 @@ void slots_scan_card(const struct card* card)
     object_put_byte(object, "Protocol", protocol_ethernet);
     if (card->is_pci)
     {
-        put_pci(object, card);
+        slots_put_pci(object, card, "SlotLen");
     }
     const bool is_supported =
         find_interface(interface, card->function) && dump_is_supported(interface);

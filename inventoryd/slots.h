@@ -20,6 +20,10 @@ void slots_begin(void);
 void slots_scan_card(const struct card* card);
 void slots_end(void);
 
+/* Puts the width of the card's link and its maker's name for it, and the form of its slot; `length`
+ * is the property with the slot's length. */
+void slots_put_pci(struct object* object, const struct card* card, const char* length);
+
 /* Frees what a running dump holds. Call it after the context is freed: then the library has
  * answered the call that waits for the dump. */
 void slots_free(void);
