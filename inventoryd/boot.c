@@ -15,6 +15,9 @@
 
 #ifdef HAVE_EFIVAR
 #include <efivar/efivar.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #endif
 
 /* The vendor of the firmware's own variables. Variables of other vendors may have the same names.
@@ -185,22 +188,53 @@ static size_t copy_text(char text[text_size], const struct value* value, size_t 
     return at;
 }
 
+#ifdef HAVE_EFIVAR
+/* Returns the length, or -1. The library trusts a path's nodes to be what their types say, and a
+ * variable may hold anything. So it runs in a process of its own, which may crash. */
+static ssize_t format_path(char text[text_size], const void* bytes, size_t size)
+{
+    int ends[2];
+    ssize_t length = -1;
+    int status = -1;
+    if (pipe(ends) != 0)
+    {
+        return -1;
+    }
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        enum
+        {
+            longest_time = 2 /* seconds */
+        };
+        prctl(PR_SET_DUMPABLE, 0);
+        alarm(longest_time);
+        length = efidp_format_device_path(text, text_size, bytes, (ssize_t)size);
+        _exit(length > 0 && length < text_size && write(ends[1], text, (size_t)length) == length
+                  ? EXIT_SUCCESS
+                  : EXIT_FAILURE);
+    }
+    close(ends[1]);
+    if (child > 0)
+    {
+        length = read(ends[0], text, text_size - 1);
+        waitpid(child, &status, 0);
+    }
+    close(ends[0]);
+    return status == 0 ? length : -1;
+}
+#endif
+
 /* The text of a device path, as UEFI's specification writes it. */
-static void put_path(struct object* object, const unsigned char* bytes, size_t size)
+static void put_path(struct object* object, const void* bytes, size_t size)
 {
 #ifdef HAVE_EFIVAR
-    const ssize_t length =
-        size > 0 && efidp_is_valid((const_efidp)(const void*)bytes, (ssize_t)size)
-            ? efidp_format_device_path(NULL, 0, (const_efidp)(const void*)bytes, (ssize_t)size)
-            : -1;
-    char* text = length > 0 ? calloc(1, (size_t)length + 1) : NULL;
-    if (text != NULL &&
-        efidp_format_device_path(text, (size_t)length, (const_efidp)(const void*)bytes,
-                                 (ssize_t)size) > 0)
+    char text[text_size];
+    const ssize_t length = size > 0 ? format_path(text, bytes, size) : -1;
+    if (length > 0)
     {
-        object_put_string(object, "oBootPath", text);
+        object_put_format(object, "oBootPath", "%.*s", (int)length, text);
     }
-    free(text);
 #else
     (void)object, (void)bytes, (void)size;
 #endif

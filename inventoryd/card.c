@@ -40,6 +40,12 @@ static bool is_usb_device(const char* name)
     return strchr(name, '-') != NULL && name[strspn(name, "0123456789-.")] == '\0';
 }
 
+static bool is_virtual_function(const char* function)
+{
+    char physical[sysfs_path_size];
+    return sysfs_link_name(function, "physfn", physical);
+}
+
 bool card_find(struct card* card, const char* device)
 {
     char path[sysfs_path_size];
@@ -65,7 +71,7 @@ bool card_find(struct card* card, const char* device)
         }
     }
     strcpy(card->function, path);
-    return card->name[0] != '\0' && !(card->is_pci && sysfs_has_directory(path, "physfn"));
+    return card->name[0] != '\0' && !(card->is_pci && is_virtual_function(path));
 }
 
 bool card_has_class(const char* function, unsigned int code)
@@ -73,7 +79,7 @@ bool card_has_class(const char* function, unsigned int code)
     uint64_t class = 0;
     return sysfs_number(function, "class", 10, &class) && class >> 16 == code >> 8 &&
            ((code & 0xFF) == 0xFF || (class >> 8 & 0xFF) == (code & 0xFF)) &&
-           !sysfs_has_directory(function, "physfn");
+           !is_virtual_function(function);
 }
 
 void card_put_functions(struct object* object, const struct card* card)

@@ -154,18 +154,9 @@ static void hide_serial(struct ethtool_page page, uint8_t bytes[ethtool_page_siz
     }
 }
 
-bool ethtool_read_page(const char* device, struct ethtool_page page,
-                       uint8_t bytes[ethtool_page_size])
+static bool ask_page(const char* device, struct ethtool_page page, uint8_t bytes[ethtool_page_size])
 {
-    char file[sizeof "module/ff-ff-ff-ff"];
-    char path[sysfs_path_size];
     union netlink_message message;
-    snprintf(file, sizeof file, "module/%02x-%02x-%02x-%02x", page.i2c_address, page.bank,
-             page.page, page.offset);
-    if (sysfs_is_recorded())
-    {
-        return sysfs_bytes(device, file, bytes, ethtool_page_size) == ethtool_page_size;
-    }
     if (!begin(&message, device, ETHTOOL_MSG_MODULE_EEPROM_GET))
     {
         return false;
@@ -175,7 +166,6 @@ bool ethtool_read_page(const char* device, struct ethtool_page page,
     mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_PAGE, page.page);
     mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_BANK, page.bank);
     mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_I2C_ADDRESS, page.i2c_address);
-    /* Not by netlink_ask: a record has the bytes themselves. */
     const struct nlattr* data = netlink_ask(&message, NETLINK_GENERIC, device, NULL)
                                     ? netlink_find(&message, ETHTOOL_A_MODULE_EEPROM_DATA)
                                     : NULL;
@@ -184,6 +174,27 @@ bool ethtool_read_page(const char* device, struct ethtool_page page,
         return false;
     }
     memcpy(bytes, mnl_attr_get_payload(data), ethtool_page_size);
+    return true;
+}
+
+bool ethtool_read_page(const char* device, struct ethtool_page page,
+                       uint8_t bytes[ethtool_page_size])
+{
+    char file[sizeof "module/ff-ff-ff-ff"];
+    char path[sysfs_path_size];
+    snprintf(file, sizeof file, "module/%02x-%02x-%02x-%02x", page.i2c_address, page.bank,
+             page.page, page.offset);
+    if (sysfs_is_recorded())
+    {
+        if (sysfs_bytes(device, file, bytes, ethtool_page_size) != ethtool_page_size)
+        {
+            return false;
+        }
+    }
+    else if (!ask_page(device, page, bytes))
+    {
+        return false;
+    }
     if (!sysfs_serials)
     {
         hide_serial(page, bytes, bytes[0]);

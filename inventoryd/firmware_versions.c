@@ -76,8 +76,8 @@ static bool is_serial(const struct nlattr* attribute)
            mnl_attr_get_type(attribute) == DEVLINK_ATTR_INFO_BOARD_SERIAL_NUMBER;
 }
 
-/* Without serial numbers, unless they are asked for. */
-static void record_answer(union netlink_message* message, const char* function)
+/* In the answer, and in a record of it. */
+static void hide_serials(union netlink_message* message, const char* function)
 {
     char path[sysfs_path_size];
     for (const struct nlattr* each = NULL; (each = netlink_next(message, each)) != NULL;)
@@ -101,15 +101,11 @@ static bool ask_devlink(union netlink_message* message, const char* function)
     }
     mnl_attr_put_strz(&message->header, DEVLINK_ATTR_BUS_NAME, "pci");
     mnl_attr_put_strz(&message->header, DEVLINK_ATTR_DEV_NAME, devices_name(function));
-    if (sysfs_is_recorded())
-    {
-        return netlink_ask(message, NETLINK_GENERIC, function, "devlink");
-    }
-    if (!netlink_ask(message, NETLINK_GENERIC, function, NULL))
+    if (!netlink_ask(message, NETLINK_GENERIC, function, "devlink"))
     {
         return false;
     }
-    record_answer(message, function);
+    hide_serials(message, function);
     return true;
 }
 

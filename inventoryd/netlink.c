@@ -65,6 +65,7 @@ bool netlink_begin_generic(union netlink_message* message, const char* family, u
         if (!ask_kernel(message, NETLINK_GENERIC) ||
             !netlink_number(netlink_find(message, CTRL_ATTR_FAMILY_ID), &type))
         {
+            message->header.nlmsg_len = 0;
             return false;
         }
         families[i].type = (uint16_t)type;
@@ -77,16 +78,18 @@ bool netlink_begin_generic(union netlink_message* message, const char* family, u
 bool netlink_ask(union netlink_message* message, int protocol, const char* device, const char* file)
 {
     char path[sysfs_path_size];
+    bool is_answered = false;
     if (sysfs_is_recorded())
     {
         const size_t size = sysfs_bytes(device, file, message, sizeof *message);
-        return size >= sizeof message->header && mnl_nlmsg_ok(&message->header, (int)size);
+        is_answered = size >= sizeof message->header && mnl_nlmsg_ok(&message->header, (int)size);
     }
-    const bool is_answered = ask_kernel(message, protocol);
-    if (is_answered && file != NULL && sysfs_join(path, device, file))
+    else if ((is_answered = ask_kernel(message, protocol)) && file != NULL &&
+             sysfs_join(path, device, file))
     {
         record_file(path, message, message->header.nlmsg_len, 0444);
     }
+    message->header.nlmsg_len = is_answered ? message->header.nlmsg_len : 0;
     return is_answered;
 }
 

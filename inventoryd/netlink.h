@@ -26,7 +26,8 @@ void netlink_begin(union netlink_message* message, uint16_t type, const void* he
 bool netlink_begin_generic(union netlink_message* message, const char* family, uint8_t command);
 
 /* Replaces the request by its answer, which `file` holds in a record of that device; a null file
- * isn't recorded. False if there is none, or an error. `protocol` is a NETLINK_*. */
+ * isn't recorded. False if there is none, or an error; the message then has no attributes.
+ * `protocol` is a NETLINK_*. */
 bool netlink_ask(union netlink_message* message, int protocol, const char* device,
                  const char* file);
 

@@ -159,7 +159,7 @@ static void find_port(struct nic_interface* interface)
     char text[sysfs_text_size];
     uint64_t number = 0;
     interface->function = interface->card.location.function;
-    if (sysfs_number(interface->device, "dev_port", 10, &number) && number < most_ports)
+    if (sysfs_number(interface->device, "dev_port", 10, &number) && number <= UINT16_MAX)
     {
         interface->port_of_function = (unsigned int)number;
     }

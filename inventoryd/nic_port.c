@@ -11,46 +11,39 @@ enum
     duplex_unknown = 0,
     duplex_full = 1,
     duplex_half = 2,
-    speed_unknown = 255
+    speed_unknown = 255,
+    no_counter = -1
 };
 
 static const unsigned int megabits[] = {10,    100,   1000,   2500,   5000,   10000, 25000,
                                         40000, 50000, 100000, 200000, 400000, 800000};
 
 #define COUNTER(name) offsetof(struct rtnl_link_stats64, name)
+#define MAC(name) ETHTOOL_STATS_ETH_MAC, ETHTOOL_A_STATS_ETH_MAC_##name
+#define RMON(name) ETHTOOL_STATS_RMON, ETHTOOL_A_STATS_RMON_##name
 
 static const struct nic_counter counters[] = {
     {"ReceiveTotalBytes", object_put_uint64, COUNTER(rx_bytes)},
-    {"ReceiveTotalMulticast", object_put_uint64, COUNTER(multicast)},
     {"TransmitTotalBytes", object_put_uint64, COUNTER(tx_bytes)},
-    {"ReceiveErrorPktFCSErrors", object_put_uint32, COUNTER(rx_crc_errors)},
-    {"ReceiveErrorPktAlignmentErrors", object_put_uint32, COUNTER(rx_frame_errors)},
-    {"TransmitErrorPktLateCollision", object_put_uint32, COUNTER(tx_window_errors)},
-    {"TransmitErrorPktExcessiveCollision", object_put_uint32, COUNTER(tx_aborted_errors)},
 };
 
-/* Standard statistics, of drivers that have them. They are more exact than the counters above. */
+/* Standard statistics, of drivers that have them, and the link's counter that stands for one where
+ * a driver has not. */
 static const struct statistic
 {
     const char* member;
-    object_put* put;
     unsigned int group;
     unsigned int id;
+    ptrdiff_t offset; /* in struct rtnl_link_stats64, or no_counter */
 } statistics[] = {
-    {"ReceiveErrorPktFCSErrors", object_put_uint32, ETHTOOL_STATS_ETH_MAC,
-     ETHTOOL_A_STATS_ETH_MAC_6_FCS_ERR},
-    {"ReceiveErrorPktAlignmentErrors", object_put_uint32, ETHTOOL_STATS_ETH_MAC,
-     ETHTOOL_A_STATS_ETH_MAC_7_ALIGN_ERR},
-    {"TransmitErrorPktSingleCollision", object_put_uint32, ETHTOOL_STATS_ETH_MAC,
-     ETHTOOL_A_STATS_ETH_MAC_3_SINGLE_COL},
-    {"TransmitErrorPktMultipleCollision", object_put_uint32, ETHTOOL_STATS_ETH_MAC,
-     ETHTOOL_A_STATS_ETH_MAC_4_MULTI_COL},
-    {"TransmitErrorPktLateCollision", object_put_uint32, ETHTOOL_STATS_ETH_MAC,
-     ETHTOOL_A_STATS_ETH_MAC_10_LATE_COL},
-    {"TransmitErrorPktExcessiveCollision", object_put_uint32, ETHTOOL_STATS_ETH_MAC,
-     ETHTOOL_A_STATS_ETH_MAC_11_XS_COL},
-    {"ReceiveRuntPkt", object_put_uint32, ETHTOOL_STATS_RMON, ETHTOOL_A_STATS_RMON_UNDERSIZE},
-    {"ReceiveJabberPkt", object_put_uint32, ETHTOOL_STATS_RMON, ETHTOOL_A_STATS_RMON_JABBER},
+    {"ReceiveErrorPktFCSErrors", MAC(6_FCS_ERR), COUNTER(rx_crc_errors)},
+    {"ReceiveErrorPktAlignmentErrors", MAC(7_ALIGN_ERR), COUNTER(rx_frame_errors)},
+    {"TransmitErrorPktSingleCollision", MAC(3_SINGLE_COL), no_counter},
+    {"TransmitErrorPktMultipleCollision", MAC(4_MULTI_COL), no_counter},
+    {"TransmitErrorPktLateCollision", MAC(10_LATE_COL), COUNTER(tx_window_errors)},
+    {"TransmitErrorPktExcessiveCollision", MAC(11_XS_COL), COUNTER(tx_aborted_errors)},
+    {"ReceiveRuntPkt", RMON(UNDERSIZE), no_counter},
+    {"ReceiveJabberPkt", RMON(JABBER), no_counter},
 };
 
 bool nic_ask_packets(struct nic_packets* packets, const char* device,
@@ -77,6 +70,7 @@ bool nic_ask_packets(struct nic_packets* packets, const char* device,
         is_known = ethtool_statistic(message, ETHTOOL_STATS_ETH_MAC, parts[i].id, parts[i].count);
         if (is_known && parts[i].total != NULL)
         {
+            is_known = *parts[i].count <= *parts[i].total;
             *parts[i].total -= *parts[i].count;
         }
     }
@@ -180,10 +174,6 @@ static void put_link_modes(struct object* object, const char* device)
 {
     union netlink_message modes;
     const bool is_known = ethtool_ask(&modes, device, ETHTOOL_MSG_LINKMODES_GET);
-    if (!is_known)
-    {
-        memset(&modes.header, 0, sizeof modes.header);
-    }
     put_settings(object, &modes, is_known);
     put_flow_control(object, &modes, device);
 }
@@ -213,10 +203,12 @@ void nic_put_port_counters(struct object* object)
         object_put_uint32(object, "DiscardedPkts",
                           link.counters.rx_dropped + link.counters.rx_missed_errors);
     }
-    if (nic_ask_packets(&packets, object->device, &message))
+    const bool has_packets = nic_ask_packets(&packets, object->device, &message);
+    object_put_uint64(object, "ReceiveTotalMulticast",
+                      has_packets ? packets.received_multicast : link.counters.multicast);
+    if (has_packets)
     {
         object_put_uint64(object, "ReceiveTotalUnicast", packets.received_unicast);
-        object_put_uint64(object, "ReceiveTotalMulticast", packets.received_multicast);
         object_put_uint64(object, "ReceiveTotalBroadcast", packets.received_broadcast);
         object_put_uint64(object, "TransmitTotalUnicast", packets.sent_unicast);
         object_put_uint64(object, "TransmitTotalMulticast", packets.sent_multicast);
@@ -224,10 +216,17 @@ void nic_put_port_counters(struct object* object)
     }
     for (size_t i = 0; i < sizeof statistics / sizeof *statistics; ++i)
     {
+        const struct statistic* each = &statistics[i];
         uint64_t count = 0;
-        if (ethtool_statistic(&message, statistics[i].group, statistics[i].id, &count))
+        bool is_known = ethtool_statistic(&message, each->group, each->id, &count);
+        if (!is_known && each->offset != no_counter)
         {
-            statistics[i].put(object, statistics[i].member, count);
+            memcpy(&count, (const char*)&link.counters + each->offset, sizeof count);
+            is_known = link.has_counters;
+        }
+        if (is_known)
+        {
+            object_put_uint32(object, each->member, count);
         }
     }
     nic_put_statistics_times(object);

@@ -33,6 +33,11 @@ static struct
 
 void slots_open(sd_event* event, const char* directory)
 {
+    sigset_t ends;
+    /* The event loop learns of a process's end only if the signal is blocked. */
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &ends, NULL);
     loop = event;
     dumps = directory;
 }
