@@ -70,15 +70,18 @@ static void put_module(struct object* object, const struct module_standard* stan
                        const struct module_memory* memory)
 {
     module_put(object, standard, memory);
-    object_put_uint32(object, "StatisticsTime", (uint64_t)time(NULL));
+    object->read_at = (uint64_t)time(NULL);
+    /* Otherwise the time alone would be a change. */
+    if (object_has_changes(object))
+    {
+        object_put_uint32(object, "StatisticsTime", object->read_at);
+    }
 }
 
 static void put_readings(struct object* object)
 {
     struct module_memory memory;
-    unsigned int last = 0;
-    GANTRY_property_get_uint32(object->instance, "StatisticsTime", &last, NULL);
-    if ((uint64_t)time(NULL) - last < reading_interval)
+    if ((uint64_t)time(NULL) - object->read_at < reading_interval)
     {
         return;
     }

@@ -44,6 +44,7 @@ struct object
     char* name;   /* empty for the only object of its kind */
     char* device; /* the sysfs directory that it was read from */
     uint64_t tag; /* the reader's own, such as an interface's number */
+    uint64_t read_at; /* likewise, in seconds, if it isn't read each time that it could be */
     /* object.c's own: */
     const struct kind* kind;
     struct object* next;

@@ -288,13 +288,13 @@ TEST_F(Inventoryd, ACardIsOneSlotWhoseFunctionsAreItsPartitions)
     link("class/net/ib0", hca + "/net/ib0");
     write_lines(hca, "class=0x020700; net/ib0/type=32");
     start();
-    const std::vector<std::string> cards{"0000:00:1f", "0000:3b:00", "USB.1-2"};
+    const std::vector<std::string> cards{"0000:00:1f", "0000:3b:00", "0000:af:00", "USB.1-2"};
     EXPECT_THAT(names("system.NicSlot"), testing::UnorderedElementsAreArray(cards));
     EXPECT_THAT(names("system.NicController"), testing::UnorderedElementsAreArray(cards));
     const std::vector<std::string> ports{"0000:00:1f-7", "0000:3b:00-1", "0000:3b:00-2",
-                                         "USB.1-2-1"};
+                                         "0000:af:00-1", "USB.1-2-1"};
     EXPECT_THAT(names("system.NicPort"), testing::UnorderedElementsAreArray(ports));
-    EXPECT_EQ(names("system.NicPartition").size(), 4);
+    EXPECT_EQ(names("system.NicPartition").size(), 5);
     expect("system.NicController/0000:3b:00", "PortsCount=y 2");
     expect("system.NicPartition/0000:3b:00-1-1",
            "NumberPCIEFunctionsEnabled=q 5; NumberPCIEFunctionsSupported=q 129; "
@@ -312,9 +312,9 @@ TEST_F(Inventoryd, ACardIsOneSlotWhoseFunctionsAreItsPartitions)
     host.reset();
     make("functions");
     start();
-    EXPECT_EQ(names("system.NicSlot").size(), 3);
-    EXPECT_EQ(names("system.NicPort").size(), 4);
-    EXPECT_EQ(names("hwi.HWIStndConfig").size(), 136);
+    EXPECT_EQ(names("system.NicSlot").size(), 4);
+    EXPECT_EQ(names("system.NicPort").size(), 5);
+    EXPECT_EQ(names("hwi.HWIStndConfig").size(), 141);
     expect("system.NicPartition/0000:3b:00-1-1", "NumberPCIEFunctionsEnabled=q 129");
 }
 
@@ -382,10 +382,11 @@ TEST_F(Inventoryd, ReadingAllAgainTellsWhatCameWentAndChangedOnce)
     std::filesystem::remove(sys / "class/net/lan0");
     std::filesystem::remove(sys / "class/net/ens3f1np1");
     reload();
-    EXPECT_EQ(sent("InterfacesRemoved").size(), 2 * (2 * 2 + 2 + 2 * 3));
+    EXPECT_EQ(sent("InterfacesRemoved").size(), 2 * (2 * 2 + 2 + 2 * 4));
     EXPECT_THAT(sent("Refresh"), ElementsAre("/HWInventory"));
     EXPECT_THAT(sent("HardwareInventoryChanged"), ElementsAre("/hwi/HWISupport"));
-    EXPECT_THAT(names("system.NicSlot"), testing::UnorderedElementsAre("0000:00:1f", "USB.1-2"));
+    EXPECT_THAT(names("system.NicSlot"),
+                testing::UnorderedElementsAre("0000:00:1f", "0000:af:00", "USB.1-2"));
     for (const char* method : {"GetDMStatus", "GetPopStatus"})
     {
         EXPECT_EQ(client.call(at("HWInventory"), "com.orvane.velmar.HWInventory", method).text,
@@ -542,7 +543,7 @@ TEST_F(Inventoryd, SaysWhatItFoundAndRefusesWhatItDoesNotKnow)
     EXPECT_THAT(manager.received(), ElementsAre());
     make("server");
     start();
-    EXPECT_THAT(log(), testing::ContainsRegex("found .*3 NicSlot, 2 USB, .*12 HWIStndConfig"));
+    EXPECT_THAT(log(), testing::ContainsRegex("found .*4 NicSlot, 2 USB, .*17 HWIStndConfig"));
 }
 
 TEST_F(Inventoryd, OnAMachineThatShowsNothingTheServiceManagerIsToldAll)
