@@ -100,7 +100,8 @@ struct module_condition
 
 struct module_standard
 {
-    uint32_t pages; /* that such a module may have, as bits */
+    const char* identifiers; /* what the first byte of such a module is */
+    uint32_t pages;          /* that such a module may have, as bits */
     const struct module_condition* conditions;
     size_t condition_count;
     const struct module_field* fields;

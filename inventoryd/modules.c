@@ -136,12 +136,12 @@ void modules_end(void)
     }
 }
 
-bool modules_has(uint64_t tag)
+bool modules_may_come(const struct object* port)
 {
-    bool has = false;
+    bool is_known = strstr(port->device, "/devices/virtual/") != NULL;
     for (size_t i = 0; i < interface_count; ++i)
     {
-        has = has || kind_find(&interfaces[i].kind, tag) != NULL;
+        is_known = is_known || kind_find(&interfaces[i].kind, port->tag) != NULL;
     }
-    return has;
+    return !is_known;
 }

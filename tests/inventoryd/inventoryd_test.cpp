@@ -620,6 +620,82 @@ TEST_F(Inventoryd, ADumpIsTheDriversAndAnsweredWhenItIsThere)
                              "for dumps");
 }
 
+TEST_F(Inventoryd, PortsOfOtherFabricsBelongToTheirCardsAndCountAsFarAsTheyCan)
+{
+    make("server");
+    const auto fc = "devices/pci0000:5d/0000:5e:04.0/host7/"s;
+    const auto ib = "devices/pci0000:86/0000:86:00.0/0000:87:00."s;
+    // A virtual Fibre Channel port, a virtual function, a port of another kind, and a state, a
+    // speed and a number that nothing has.
+    write_lines(fc + "vport-7:0-0/host9/fc_host/host9", "port_state=Online");
+    write_lines(fc + "fc_host/host7", "port_state=Elsewhere; speed=16 parsecs; dev_loss_tmo=-1");
+    link("bus/pci/devices/0000:87:00.2", ib + "2");
+    link(ib + "2/physfn", ib + "0");
+    write_lines(ib + "2", "class=0x020700; infiniband/hca2/ports/1/link_layer=InfiniBand");
+    write_lines(ib + "1/infiniband/hca1/ports/2", "link_layer=Ethernet");
+    write_lines(ib + "1/infiniband/hca1/ports/1", "rate=10 Gb/sec (4X; gids/0=fe80::1; gids/1=");
+    start();
+    EXPECT_THAT(names("system.FCPort"),
+                testing::UnorderedElementsAre("0000:5e:04-1", "0000:5e:04-2"));
+    expect("system.FCController/0000:5e:04", "PortsCount=y 2");
+    expect("system.FCSlot/0000:5e:04", "DeviceName=s \"HBA-2\"; PartitionCount=y 2; "
+                                       "FramePayloadSize=s \"2048 bytes\"; SerialNumber=s \"\"");
+    expect("system.FCPort/0000:5e:04-1",
+           "LinkStatus=y 0; PortStatus=y 0; PortSpeed=q 0; PortDownTimeOut=u 0; FCBootSupport=y 1; "
+           "FCRxTotalFrames=u 16; FCTxKBCount=u 32; FCInvalidCRCs=u 4294967295");
+    expect("system.FCPort/0000:5e:04-2",
+           "LinkStatus=y 2; PortStatus=y 7; FCRxKBCount=u 16; FCTxKBCount=u 0");
+    expect("system.FCPartition/0000:5e:04-2-1",
+           "PCIFunction=u 1; WWPN=s \"0x210000e08b112233\"; VirtualWWPN=s \"0x2100ffff11223301\"; "
+           "OSDriver=s \"fc\"");
+    EXPECT_THAT(names("system.IBPort"),
+                testing::UnorderedElementsAre("0000:87:00-1", "0000:87:00-2", "0000:87:00-3"));
+    expect("system.IBController/0000:87:00", "PortsCount=y 3");
+    expect("system.IBSlot/0000:87:00",
+           "NodeGUID=s \"0002:c903:0000:0000\"; FamilyVersion=s \"20.31.1014\"");
+    expect("system.IBPort/0000:87:00-2",
+           "LinkStatus=y 2; LinkSpeed=y 6; LinkWidth=y 4; PermanentPortGUID=s "
+           "\"0002:c903:0000:0011\"; "
+           "PortXmitData=u 4294967295; TransmitTotalBytes=t 17179869584; PortRcvData=u 101");
+    expect("system.IBPort/0000:87:00-3",
+           "LinkSpeed=y 255; LinkWidth=y 4; PermanentPortGUID=s \"\"");
+    expect("system.IBPartition/0000:87:00-2-1",
+           "PartitionLinkStatus=y 2; IBMulticastPacketsTxCount=t 118; RDMARxTotalBytes=t 404; "
+           "VirtualMACAddress=s \"00:00:00:00:00:00:00:00:00:00:00:00:00:02:c9:03:00:00:00:01\"");
+    // Both cards are pulled.
+    for (const char* each : {"5e:04.0", "5e:04.1", "87:00.0", "87:00.1", "87:00.2"})
+    {
+        std::filesystem::remove(sys / "bus/pci/devices" / ("0000:"s + each));
+    }
+    reload();
+    // With them a HWIStndConfig for each function and a HWIPcie for each that isn't virtual.
+    EXPECT_EQ(sent("InterfacesRemoved").size(), 2 * (2 + 2 * 2 + 2 + 2 * 3 + 5 + 4));
+}
+
+TEST_F(Inventoryd, AModuleIsThePortsAndComesAndGoes)
+{
+    make("server");
+    const auto module = sys / card / "net/ens3f0np0/module";
+    start();
+    expect("system.SFP/0000:3b:00-1", "FQDD=s \"NIC.0000:3b:00-1\"; VendorName=s \"Module maker\"; "
+                                      "Vendor_SN=s \"\"; TempValue=d 76.5; "
+                                      "TempHighAlarmThreshold=q 75; TemperatureStatus=y 5");
+    expect("system.QSFP/0000:3b:00-2", "TX1BiasCurrentValue=q 700; LaserWavelength=d 850");
+    expect("system.QSFPD/0000:af:00-1",
+           "CmisRevision=s \"5.2\"; TempLowAlarmThreshold=n -5; HostLaneCount=y 8");
+    rename(module, sys / "pulled");
+    reload();
+    EXPECT_EQ(
+        sent("InterfacesRemoved").count(at("system.SFP/0000:3b:00-1").path.substr(root.size())), 1);
+    create_directories(module);
+    copy(sys / card / "../0000:3b:00.1/net/ens3f1np1/module", module);
+    reload();
+    EXPECT_THAT(names("system.QSFP"),
+                testing::UnorderedElementsAre("0000:3b:00-1", "0000:3b:00-2"));
+    start({"--publish-serials"});
+    expect("system.QSFPD/0000:af:00-1", "Vendor_SN=s \"SN-1\"");
+}
+
 // How many properties of an interface have a value on at least one object of the server.
 TEST_F(Inventoryd, TheServersPropertiesHaveValues)
 {
