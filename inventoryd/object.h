@@ -55,8 +55,9 @@ struct kind
 {
     const char* interface;
     object_create* create;
-    /* Puts the counters of an object again, from its device and tag; null if it has none. It is
-     * called by the counters' timer, and for a client that reads them. */
+    /* Puts again what changes all the time, the counters and the link's state, from the object's
+     * device and tag; null if it has none. It is called by the counters' timer, and for a client
+     * that reads them. */
     void (*put_counters)(struct object* object);
     /* Of the kinds with the same name here, one has its turn at each interval of the timer. So a
      * port and its partition, which mostly change together, cost one message per interval. */
