@@ -73,6 +73,7 @@ void adapter_found(struct adapter_scan* scan, const char* port, unsigned int num
         object_put_format(object, "FriendlyFQDD", "Port %u of adapter %s.%s", number,
                           family->prefix, card->name);
         object_put_byte(object, family->partition_count, 1);
+        object->tag = number;
         family->put_port(object, card);
         object_announce(object);
     }

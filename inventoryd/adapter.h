@@ -20,7 +20,7 @@ struct adapter_family
     /* `port` is the directory of the card's first port, or empty. */
     void (*put_slot)(struct object* object, const struct card* card, const char* port,
                      unsigned int ports);
-    /* These read the object's device, which is the port's directory. */
+    /* The object's device is the port's directory, and its tag the port's number. */
     void (*put_port)(struct object* object, const struct card* card);
     void (*put_partition)(struct object* object, const struct card* card);
     struct kind slot;

@@ -9,6 +9,7 @@
 #include "nic.h"
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <time.h>
 
@@ -87,7 +88,6 @@ static void put_state(struct object* object, const char* fc_host)
     };
     char text[sysfs_text_size] = "";
     size_t code = count - 1;
-    unsigned int gigabits = 0;
     (void)sysfs_text(fc_host, "port_state", text);
     while (code > unknown && strcmp(text, states[code]) != 0)
     {
@@ -98,11 +98,8 @@ static void put_state(struct object* object, const char* fc_host)
                     code == unknown  ? unknown
                     : code == online ? adapter_link_up
                                      : adapter_link_down);
-    if (!sysfs_text(fc_host, "speed", text) || sscanf(text, "%5u Gbit", &gigabits) != 1)
-    {
-        gigabits = 0;
-    }
-    object_put_uint16(object, "PortSpeed", gigabits);
+    const bool is_speed = sysfs_text(fc_host, "speed", text) && strstr(text, " Gbit") != NULL;
+    object_put_uint16(object, "PortSpeed", is_speed ? strtoul(text, NULL, 10) : 0);
 }
 
 static void put_counters(struct object* object)
@@ -140,6 +137,7 @@ static void put_port(struct object* object, const struct card* card)
         {"PortDownTimeOut", "dev_loss_tmo", object_put_uint32, 10}};
     char directory[sysfs_path_size];
     char text[sysfs_text_size];
+    object_put_byte(object, "PortNumber", object->tag);
     read_class(object, "fc_host", object->device, timeouts, 1);
     if (sysfs_link_name(card->function, "driver", text))
     {
@@ -152,9 +150,9 @@ static void put_port(struct object* object, const struct card* card)
                               sysfs_text(directory, "option_rom_version", text);
         object_put_byte(object, "FCBootSupport",
                         object_switch(is_known, text[strspn(text, "0. ")] != '\0'));
+        const bool has_file = sysfs_text(directory, "thermal_temp", text);
         object_put_byte(object, "OnChipThermalSensor",
-                        object_switch(sysfs_text(directory, "thermal_temp", text),
-                                      text[strspn(text, "0123456789")] == '\0'));
+                        object_switch(has_file, text[0] >= '0' && text[0] <= '9'));
     }
     put_counters(object);
 }
@@ -162,26 +160,23 @@ static void put_port(struct object* object, const struct card* card)
 /* A name that isn't the one of the adapter's maker is virtual. */
 static void put_partition(struct object* object, const struct card* card)
 {
-    static const struct attribute of_fc_host[] = {
-        {"WWN", "node_name", NULL, 0},
-        {"WWPN", "permanent_port_name", NULL, 0},
-    };
+    static const struct attribute of_fc_host[] = {{"WWN", "node_name", NULL, 0}};
     static const struct attribute of_scsi_host[] = {
         {"FCMaxNumberExchanges", "max_xri", object_put_uint16, 10},
         {"FCMaxNumberOutStandingCommands", "can_queue", object_put_uint16, 10},
     };
     char directory[sysfs_path_size];
-    char text[sysfs_text_size];
+    char text[sysfs_text_size] = "";
     char permanent[sysfs_text_size];
-    read_class(object, "fc_host", object->device, of_fc_host, 2);
+    read_class(object, "fc_host", object->device, of_fc_host, 1);
     read_class(object, "scsi_host", object->device, of_scsi_host, 2);
-    if (find_class(directory, object->device, "fc_host", "") &&
-        sysfs_text(directory, "port_name", text))
+    if (find_class(directory, object->device, "fc_host", ""))
     {
-        const bool is_told = sysfs_text(directory, "permanent_port_name", permanent);
-        const bool is_virtual = is_told && strcmp(text, permanent) != 0;
-        object_put_string(object, is_told ? "VirtualWWPN" : "WWPN",
-                          is_told && !is_virtual ? "" : text);
+        (void)sysfs_text(directory, "port_name", text);
+        const bool is_virtual =
+            sysfs_text(directory, "permanent_port_name", permanent) && strcmp(text, permanent) != 0;
+        object_put_string(object, "WWPN", is_virtual ? permanent : text);
+        object_put_string(object, "VirtualWWPN", is_virtual ? text : "");
     }
     if (sysfs_link_name(card->function, "driver", text))
     {
@@ -207,10 +202,14 @@ void scan_fc(void)
         put_slot,
         put_port,
         put_partition,
-        KIND(FCSlot, create_slot, NULL),
-        KIND(FCController, GANTRY_instantiate__com_orvane_velmar_system_FCController, NULL),
-        KIND(FCPort, GANTRY_instantiate__com_orvane_velmar_system_FCPort, put_counters),
-        KIND(FCPartition, GANTRY_instantiate__com_orvane_velmar_system_FCPartition, NULL),
+        {.interface = "com.orvane.velmar.system.FCSlot", .create = create_slot},
+        {.interface = "com.orvane.velmar.system.FCController",
+         .create = GANTRY_instantiate__com_orvane_velmar_system_FCController},
+        {.interface = "com.orvane.velmar.system.FCPort",
+         .create = GANTRY_instantiate__com_orvane_velmar_system_FCPort,
+         .put_counters = put_counters},
+        {.interface = "com.orvane.velmar.system.FCPartition",
+         .create = GANTRY_instantiate__com_orvane_velmar_system_FCPartition},
     };
     adapter_scan(&family);
 }

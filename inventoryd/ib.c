@@ -232,6 +232,7 @@ static void create_slot(GANTRY_cpp_context* context, const void* table, const ch
 
 void scan_ib(void)
 {
+    static const char turns[] = "InfiniBand ports and their partitions";
     static struct adapter_family family = {
         "IB",
         "InfiniBand",
@@ -241,11 +242,17 @@ void scan_ib(void)
         put_slot,
         put_port,
         put_partition,
-        KIND(IBSlot, create_slot, NULL),
-        KIND(IBController, GANTRY_instantiate__com_orvane_velmar_system_IBController, NULL),
-        KIND(IBPort, GANTRY_instantiate__com_orvane_velmar_system_IBPort, put_port_counters),
-        KIND(IBPartition, GANTRY_instantiate__com_orvane_velmar_system_IBPartition,
-             put_partition_counters),
+        {.interface = "com.orvane.velmar.system.IBSlot", .create = create_slot},
+        {.interface = "com.orvane.velmar.system.IBController",
+         .create = GANTRY_instantiate__com_orvane_velmar_system_IBController},
+        {.interface = "com.orvane.velmar.system.IBPort",
+         .create = GANTRY_instantiate__com_orvane_velmar_system_IBPort,
+         .put_counters = put_port_counters,
+         .turns = turns},
+        {.interface = "com.orvane.velmar.system.IBPartition",
+         .create = GANTRY_instantiate__com_orvane_velmar_system_IBPartition,
+         .put_counters = put_partition_counters,
+         .turns = turns},
     };
     adapter_scan(&family);
 }

@@ -34,28 +34,19 @@ double module_signed(uint32_t raw)
     return raw > INT16_MAX ? (double)raw - (UINT16_MAX + 1) : raw;
 }
 
-const struct module_standard* module_standard(const struct module_memory* memory)
+const struct module_standard* module_standard_of(const struct module_memory* memory)
 {
-    /* The first byte has the same codes in all of the standards. */
-    switch (module_bits(memory, module_lower, 0, 0xFF))
+    static const struct module_standard* const standards[] = {&module_sfp, &module_qsfp,
+                                                              &module_qsfpd};
+    const uint8_t identifier = module_bits(memory, module_lower, 0, 0xFF);
+    for (size_t i = 0; i < sizeof standards / sizeof *standards; ++i)
     {
-    case 0x03: /* SFP, SFP+, SFP28 */
-    case 0x0B: /* DWDM-SFP */
-        return &module_sfp;
-    case 0x0C: /* QSFP */
-    case 0x0D: /* QSFP+ */
-    case 0x11: /* QSFP28 */
-        return &module_qsfp;
-    case 0x18: /* QSFP-DD */
-    case 0x19: /* OSFP */
-    case 0x1B: /* DSFP */
-    case 0x1E: /* QSFP, SFP-DD and SFP with CMIS */
-    case 0x1F:
-    case 0x20:
-        return &module_qsfpd;
-    default:
-        return NULL;
+        if (identifier != 0 && strchr(standards[i]->identifiers, identifier) != NULL)
+        {
+            return standards[i];
+        }
     }
+    return NULL;
 }
 
 uint32_t module_things(const struct module_standard* standard, const struct module_memory* memory)
@@ -86,11 +77,16 @@ static void put_text(struct object* object, const struct module_memory* memory,
 {
     char text[17] = "";
     size_t length = 0;
+    uint32_t byte = 0;
     for (unsigned int i = 0; i < field->size; ++i)
     {
-        uint32_t byte = 0;
-        if (!module_number(memory, field->page, field->offset + i, 1, &byte) ||
-            (byte != 0 && (byte < ' ' || byte > '~')))
+        const bool is_read = module_number(memory, field->page, field->offset + i, 1, &byte);
+        if (field->size == 1 && is_read)
+        {
+            length = (size_t)snprintf(text, sizeof text, "%u.%u", byte >> 4, byte & 0xF);
+            break;
+        }
+        if (!is_read || (byte != 0 && (byte < ' ' || byte > '~')))
         {
             length = 0;
             break;
@@ -99,11 +95,6 @@ static void put_text(struct object* object, const struct module_memory* memory,
         length = text[i] != ' ' ? i + 1U : length;
     }
     text[length] = '\0';
-    if (field->size == 1 && memory->sizes[field->page] > field->offset)
-    {
-        const unsigned int revision = module_bits(memory, field->page, field->offset, 0xFF);
-        snprintf(text, sizeof text, "%u.%u", revision >> 4, revision & 0xF);
-    }
     object_put_string(object, field->member, text);
 }
 
@@ -145,22 +136,18 @@ static enum state state_of(const struct module_standard* standard,
 static double measure(const struct module_standard* standard, const struct module_memory* memory,
                       const struct module_field* field, uint32_t raw)
 {
-    /* The units of the numbers in memory, in those of doubles and of integers. */
-    static const double units[module_lane_0][2] = {
-        [module_laser] = {1, 1},
-        [module_wavelength] = {1.0 / 20, 1},
-        [module_tolerance] = {1.0 / 200, 1},
-        [module_temperature] = {1.0 / 256, 1.0 / 256},
-        [module_voltage] = {1.0 / 10000, 1},
-        [module_bias] = {1.0 / 500, 1.0 / 5},
-        [module_tx_power] = {1.0 / 10000, 1},
-        [module_rx_power] = {1.0 / 10000, 1},
+    /* How many steps of the number make the unit of doubles, and that of integers. */
+    static const double steps[module_lane_0][2] = {
+        [module_laser] = {1, 1},        [module_wavelength] = {20, 1},
+        [module_tolerance] = {200, 1},  [module_temperature] = {256, 256},
+        [module_voltage] = {10000, 1},  [module_bias] = {500, 5},
+        [module_tx_power] = {10000, 1}, [module_rx_power] = {10000, 1},
     };
     const bool is_real = field->type == 'd';
     double number = field->kind == module_temperature ? module_signed(raw) : raw;
     number =
         standard->calibrate != NULL ? standard->calibrate(memory, field->kind, number) : number;
-    number *= units[field->kind][is_real ? 0 : 1];
+    number /= steps[field->kind][is_real ? 0 : 1];
     number = is_real ? number : round(number);
     const bool fits = is_real ? isfinite(number)
                               : number >= (field->type == 'n' ? INT16_MIN : 0) &&
@@ -193,6 +180,23 @@ static double read_number(const struct module_standard* standard,
     }
 }
 
+static void put_number(struct object* object, const struct module_field* field, double number)
+{
+    switch (field->type)
+    {
+    case 'd':
+        object_put_double(object, field->member, number);
+        break;
+    case 'n':
+        object_put_int16(object, field->member, (int)number);
+        break;
+    default:
+        (field->type == 'y'   ? object_put_byte
+         : field->type == 'q' ? object_put_uint16
+                              : object_put_uint32)(object, field->member, (uint64_t)number);
+    }
+}
+
 void module_put(struct object* object, const struct module_standard* standard,
                 const struct module_memory* memory)
 {
@@ -201,32 +205,26 @@ void module_put(struct object* object, const struct module_standard* standard,
     for (const struct module_field* each = standard->fields;
          each < standard->fields + standard->field_count; ++each)
     {
-        const bool is_status = each->type == 'y' && each->size == 2;
-        const bool is_there =
-            (kinds >> each->kind & 1) != 0 && (is_status || (lanes >> each->lane & 1) != 0);
-        double number = is_there && !is_status ? read_number(standard, memory, each) : 0;
-        for (unsigned int lane = 1; is_there && is_status && lane <= each->lane; ++lane)
+        if (each->type == 's')
         {
-            const enum state state = each->lane == 1 || (lanes >> lane & 1) != 0
-                                         ? state_of(standard, memory, each, lane - 1)
-                                         : state_unknown;
-            number = state > number ? state : number;
-        }
-        switch (each->type)
-        {
-        case 's':
             put_text(object, memory, each);
-            break;
-        case 'd':
-            object_put_double(object, each->member, number);
-            break;
-        case 'n':
-            object_put_int16(object, each->member, (uint64_t)(int64_t)number);
-            break;
-        default:
-            (each->type == 'y'   ? object_put_byte
-             : each->type == 'q' ? object_put_uint16
-                                 : object_put_uint32)(object, each->member, (uint64_t)number);
+            continue;
         }
+        double number = 0;
+        if ((kinds >> each->kind & 1) != 0 && each->type == 'y' && each->size == 2)
+        {
+            for (unsigned int lane = 0; lane < each->lane; ++lane)
+            {
+                const enum state state = each->lane == 1 || (lanes >> (lane + 1) & 1) != 0
+                                             ? state_of(standard, memory, each, lane)
+                                             : state_unknown;
+                number = state > number ? state : number;
+            }
+        }
+        else if ((kinds >> each->kind & 1) != 0 && (lanes >> each->lane & 1) != 0)
+        {
+            number = read_number(standard, memory, each);
+        }
+        put_number(object, each, number);
     }
 }

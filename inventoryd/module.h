@@ -100,7 +100,8 @@ struct module_condition
 
 struct module_standard
 {
-    uint32_t pages; /* that such a module may have, as bits */
+    const char* identifiers; /* what the first byte of such a module is */
+    uint32_t pages;          /* that such a module may have, as bits */
     const struct module_condition* conditions;
     size_t condition_count;
     const struct module_field* fields;
@@ -115,7 +116,7 @@ extern const struct module_standard module_qsfp;
 extern const struct module_standard module_qsfpd;
 
 /* The standard of the module with this lower page; null if it is none of the three. */
-const struct module_standard* module_standard(const struct module_memory* memory);
+const struct module_standard* module_standard_of(const struct module_memory* memory);
 
 /* What the module may have and no condition denies, by the pages that were read. */
 uint32_t module_things(const struct module_standard* standard, const struct module_memory* memory);

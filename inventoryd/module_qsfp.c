@@ -55,12 +55,12 @@ static const struct module_field fields[] = {
 };
 
 const struct module_standard module_qsfp = {
-    MODULE_PAGE(LO) | MODULE_PAGE(U0) | MODULE_PAGE(U3),
-    conditions,
-    sizeof conditions / sizeof *conditions,
-    fields,
-    sizeof fields / sizeof *fields,
-    NULL,
-    U3,
-    {128, 144, 184, 192, 176},
+    .identifiers = "\x0C\x0D\x11", /* QSFP, QSFP+, QSFP28 */
+    .pages = MODULE_PAGE(LO) | MODULE_PAGE(U0) | MODULE_PAGE(U3),
+    .conditions = conditions,
+    .condition_count = sizeof conditions / sizeof *conditions,
+    .fields = fields,
+    .field_count = sizeof fields / sizeof *fields,
+    .limits_page = U3,
+    .limits = {128, 144, 184, 192, 176},
 };

@@ -22,9 +22,11 @@ static double calibrate(const struct module_memory* memory, enum module_kind kin
                : raw * multiples[module_bits(memory, module_upper_01, 160, 0x18) >> 3];
 }
 
+#define FURTHER_PAGES (MODULE_PAGE(U1) | MODULE_PAGE(U2) | MODULE_PAGE(U11) | MODULE_PAGE(U13))
+
 static const struct module_condition conditions[] = {
     /* The bit of flat memory, and that of pages for diagnostics. */
-    {MODULE_PAGE(U1) | MODULE_PAGE(U2) | MODULE_PAGE(U11) | MODULE_PAGE(U13), LO, 2, 0x80, 0, 0},
+    {FURTHER_PAGES, LO, 2, 0x80, 0, 0},
     {MODULE_PAGE(U13), U1, 142, 0x20, 0x20, 0x20},
     {MODULE_KIND(module_temperature), U1, 159, 1, 1, 1},
     {MODULE_KIND(module_voltage), U1, 159, 2, 2, 2},
@@ -104,13 +106,13 @@ static const struct module_field fields[] = {
 };
 
 const struct module_standard module_qsfpd = {
-    MODULE_PAGE(LO) | MODULE_PAGE(U0) | MODULE_PAGE(U1) | MODULE_PAGE(U2) | MODULE_PAGE(U11) |
-        MODULE_PAGE(U13),
-    conditions,
-    sizeof conditions / sizeof *conditions,
-    fields,
-    sizeof fields / sizeof *fields,
-    calibrate,
-    U2,
-    {128, 136, 184, 176, 192},
+    .identifiers = "\x18\x19\x1B\x1E\x1F\x20", /* QSFP-DD, OSFP, DSFP, and smaller ones with CMIS */
+    .pages = MODULE_PAGE(LO) | MODULE_PAGE(U0) | FURTHER_PAGES,
+    .conditions = conditions,
+    .condition_count = sizeof conditions / sizeof *conditions,
+    .fields = fields,
+    .field_count = sizeof fields / sizeof *fields,
+    .calibrate = calibrate,
+    .limits_page = U2,
+    .limits = {128, 136, 184, 176, 192},
 };

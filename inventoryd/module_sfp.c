@@ -92,12 +92,13 @@ static const struct module_field fields[] = {
 };
 
 const struct module_standard module_sfp = {
-    MODULE_PAGE(A0) | MODULE_PAGE(A2),
-    conditions,
-    sizeof conditions / sizeof *conditions,
-    fields,
-    sizeof fields / sizeof *fields,
-    calibrate,
-    A2,
-    {0, 8, 16, 24, 32},
+    .identifiers = "\x03\x0B", /* SFP and its faster kinds, DWDM-SFP */
+    .pages = MODULE_PAGE(A0) | MODULE_PAGE(A2),
+    .conditions = conditions,
+    .condition_count = sizeof conditions / sizeof *conditions,
+    .fields = fields,
+    .field_count = sizeof fields / sizeof *fields,
+    .calibrate = calibrate,
+    .limits_page = A2,
+    .limits = {0, 8, 16, 24, 32},
 };

@@ -14,9 +14,18 @@ static struct
     const struct module_standard* standard;
     struct kind kind;
 } interfaces[] = {
-    {&module_sfp, KIND(SFP, GANTRY_instantiate__com_orvane_velmar_system_SFP, put_readings)},
-    {&module_qsfp, KIND(QSFP, GANTRY_instantiate__com_orvane_velmar_system_QSFP, put_readings)},
-    {&module_qsfpd, KIND(QSFPD, GANTRY_instantiate__com_orvane_velmar_system_QSFPD, put_readings)},
+    {&module_sfp,
+     {.interface = "com.orvane.velmar.system.SFP",
+      .create = GANTRY_instantiate__com_orvane_velmar_system_SFP,
+      .put_counters = put_readings}},
+    {&module_qsfp,
+     {.interface = "com.orvane.velmar.system.QSFP",
+      .create = GANTRY_instantiate__com_orvane_velmar_system_QSFP,
+      .put_counters = put_readings}},
+    {&module_qsfpd,
+     {.interface = "com.orvane.velmar.system.QSFPD",
+      .create = GANTRY_instantiate__com_orvane_velmar_system_QSFPD,
+      .put_counters = put_readings}},
 };
 
 enum
@@ -44,7 +53,7 @@ static const struct module_standard* read_memory(const char* device, struct modu
         {
             memory->sizes[page] = module_page_size;
         }
-        if ((standard = module_standard(memory)) == NULL)
+        if ((standard = module_standard_of(memory)) == NULL)
         {
             return NULL;
         }
@@ -61,15 +70,18 @@ static void put_module(struct object* object, const struct module_standard* stan
                        const struct module_memory* memory)
 {
     module_put(object, standard, memory);
-    object_put_uint32(object, "StatisticsTime", (uint64_t)time(NULL));
+    object->read_at = (uint64_t)time(NULL);
+    /* Otherwise the time alone would be a change. */
+    if (object_has_changes(object))
+    {
+        object_put_uint32(object, "StatisticsTime", object->read_at);
+    }
 }
 
 static void put_readings(struct object* object)
 {
     struct module_memory memory;
-    unsigned int last = 0;
-    GANTRY_property_get_uint32(object->instance, "StatisticsTime", &last, NULL);
-    if ((uint64_t)time(NULL) - last < reading_interval)
+    if ((uint64_t)time(NULL) - object->read_at < reading_interval)
     {
         return;
     }
@@ -124,12 +136,12 @@ void modules_end(void)
     }
 }
 
-bool modules_has(uint64_t tag)
+bool modules_may_come(const struct object* port)
 {
-    bool has = false;
+    bool is_known = strstr(port->device, "/devices/virtual/") != NULL;
     for (size_t i = 0; i < interface_count; ++i)
     {
-        has = has || kind_find(&interfaces[i].kind, tag) != NULL;
+        is_known = is_known || kind_find(&interfaces[i].kind, port->tag) != NULL;
     }
-    return has;
+    return !is_known;
 }

@@ -14,7 +14,7 @@ void modules_begin(void);
 void modules_scan_port(const char* port, const char* device, uint64_t tag, bool is_due);
 void modules_end(void);
 
-/* Whether a module is known in the port with that tag. */
-bool modules_has(uint64_t tag);
+/* Whether a port, whose link has come up, may have a module that isn't known. */
+bool modules_may_come(const struct object* port);
 
 #endif

@@ -434,9 +434,7 @@ static void on_link(const struct rtnetlink_link* link)
     if ((object = kind_find(&port_kind, (uint64_t)link->index)) != NULL)
     {
         nic_put_port_link(object, link);
-        /* A module may have been plugged in. */
-        if (link->state == IF_OPER_UP && object_has_changes(object) &&
-            strstr(object->device, "/devices/virtual/") == NULL && !modules_has(object->tag))
+        if (link->state == IF_OPER_UP && object_has_changes(object) && modules_may_come(object))
         {
             nic_note(object->device);
         }

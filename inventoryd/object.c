@@ -343,7 +343,7 @@ void objects_free(void)
     }
 
 DEFINE_PUT(byte, uint64_t, unsigned char)
-DEFINE_PUT(int16, uint64_t, short)
+DEFINE_PUT(int16, int, short)
 DEFINE_PUT(uint16, uint64_t, unsigned short)
 DEFINE_PUT(uint32, uint64_t, unsigned int)
 DEFINE_PUT(uint64, uint64_t, unsigned long)

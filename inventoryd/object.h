@@ -41,9 +41,10 @@ typedef void object_create(GANTRY_cpp_context* context, const void* table, const
 struct object
 {
     GANTRY_instance* instance;
-    char* name;   /* empty for the only object of its kind */
-    char* device; /* the sysfs directory that it was read from */
-    uint64_t tag; /* the reader's own, such as an interface's number */
+    char* name;       /* empty for the only object of its kind */
+    char* device;     /* the sysfs directory that it was read from */
+    uint64_t tag;     /* the reader's own, such as an interface's number */
+    uint64_t read_at; /* likewise, in seconds, if it isn't read each time that it could be */
     /* object.c's own: */
     const struct kind* kind;
     struct object* next;
@@ -68,12 +69,6 @@ struct kind
     struct object* last_found;
     unsigned int scan;
 };
-
-#define KIND(name, instantiate, counters)                                                          \
-    {                                                                                              \
-        .interface = "com.orvane.velmar.system." #name, .create = (instantiate),                   \
-        .put_counters = (counters)                                                                 \
-    }
 
 void kind_begin(struct kind* kind);
 void kind_end(struct kind* kind);
@@ -129,10 +124,10 @@ enum object_switch object_switch(bool is_known, bool is_on);
  */
 typedef void object_put(struct object* object, const char* member, uint64_t value);
 object_put object_put_byte;
-object_put object_put_int16; /* of a signed number, converted */
 object_put object_put_uint16;
 object_put object_put_uint32;
 object_put object_put_uint64;
+void object_put_int16(struct object* object, const char* member, int value);
 void object_put_double(struct object* object, const char* member, double value);
 void object_put_boolean(struct object* object, const char* member, bool value);
 

@@ -288,13 +288,13 @@ TEST_F(Inventoryd, ACardIsOneSlotWhoseFunctionsAreItsPartitions)
     link("class/net/ib0", hca + "/net/ib0");
     write_lines(hca, "class=0x020700; net/ib0/type=32");
     start();
-    const std::vector<std::string> cards{"0000:00:1f", "0000:3b:00", "USB.1-2"};
+    const std::vector<std::string> cards{"0000:00:1f", "0000:3b:00", "0000:af:00", "USB.1-2"};
     EXPECT_THAT(names("system.NicSlot"), testing::UnorderedElementsAreArray(cards));
     EXPECT_THAT(names("system.NicController"), testing::UnorderedElementsAreArray(cards));
     const std::vector<std::string> ports{"0000:00:1f-7", "0000:3b:00-1", "0000:3b:00-2",
-                                         "USB.1-2-1"};
+                                         "0000:af:00-1", "USB.1-2-1"};
     EXPECT_THAT(names("system.NicPort"), testing::UnorderedElementsAreArray(ports));
-    EXPECT_EQ(names("system.NicPartition").size(), 4);
+    EXPECT_EQ(names("system.NicPartition").size(), 5);
     expect("system.NicController/0000:3b:00", "PortsCount=y 2");
     expect("system.NicPartition/0000:3b:00-1-1",
            "NumberPCIEFunctionsEnabled=q 5; NumberPCIEFunctionsSupported=q 129; "
@@ -312,9 +312,9 @@ TEST_F(Inventoryd, ACardIsOneSlotWhoseFunctionsAreItsPartitions)
     host.reset();
     make("functions");
     start();
-    EXPECT_EQ(names("system.NicSlot").size(), 3);
-    EXPECT_EQ(names("system.NicPort").size(), 4);
-    EXPECT_EQ(names("hwi.HWIStndConfig").size(), 136);
+    EXPECT_EQ(names("system.NicSlot").size(), 4);
+    EXPECT_EQ(names("system.NicPort").size(), 5);
+    EXPECT_EQ(names("hwi.HWIStndConfig").size(), 141);
     expect("system.NicPartition/0000:3b:00-1-1", "NumberPCIEFunctionsEnabled=q 129");
 }
 
@@ -382,10 +382,11 @@ TEST_F(Inventoryd, ReadingAllAgainTellsWhatCameWentAndChangedOnce)
     std::filesystem::remove(sys / "class/net/lan0");
     std::filesystem::remove(sys / "class/net/ens3f1np1");
     reload();
-    EXPECT_EQ(sent("InterfacesRemoved").size(), 2 * (2 * 2 + 2 + 2 * 3));
+    EXPECT_EQ(sent("InterfacesRemoved").size(), 2 * (2 * 2 + 2 + 2 * 4));
     EXPECT_THAT(sent("Refresh"), ElementsAre("/HWInventory"));
     EXPECT_THAT(sent("HardwareInventoryChanged"), ElementsAre("/hwi/HWISupport"));
-    EXPECT_THAT(names("system.NicSlot"), testing::UnorderedElementsAre("0000:00:1f", "USB.1-2"));
+    EXPECT_THAT(names("system.NicSlot"),
+                testing::UnorderedElementsAre("0000:00:1f", "0000:af:00", "USB.1-2"));
     for (const char* method : {"GetDMStatus", "GetPopStatus"})
     {
         EXPECT_EQ(client.call(at("HWInventory"), "com.orvane.velmar.HWInventory", method).text,
@@ -542,7 +543,7 @@ TEST_F(Inventoryd, SaysWhatItFoundAndRefusesWhatItDoesNotKnow)
     EXPECT_THAT(manager.received(), ElementsAre());
     make("server");
     start();
-    EXPECT_THAT(log(), testing::ContainsRegex("found .*3 NicSlot, 2 USB, .*12 HWIStndConfig"));
+    EXPECT_THAT(log(), testing::ContainsRegex("found .*4 NicSlot, 2 USB, .*17 HWIStndConfig"));
 }
 
 TEST_F(Inventoryd, OnAMachineThatShowsNothingTheServiceManagerIsToldAll)
@@ -619,6 +620,82 @@ TEST_F(Inventoryd, ADumpIsTheDriversAndAnsweredWhenItIsThere)
                              "for dumps");
 }
 
+TEST_F(Inventoryd, PortsOfOtherFabricsBelongToTheirCardsAndCountAsFarAsTheyCan)
+{
+    make("server");
+    const auto fc = "devices/pci0000:5d/0000:5e:04.0/host7/"s;
+    const auto ib = "devices/pci0000:86/0000:86:00.0/0000:87:00."s;
+    // A virtual Fibre Channel port, a virtual function, a port of another kind, and a state, a
+    // speed and a number that nothing has.
+    write_lines(fc + "vport-7:0-0/host9/fc_host/host9", "port_state=Online");
+    write_lines(fc + "fc_host/host7", "port_state=Elsewhere; speed=16 parsecs; dev_loss_tmo=-1");
+    link("bus/pci/devices/0000:87:00.2", ib + "2");
+    link(ib + "2/physfn", ib + "0");
+    write_lines(ib + "2", "class=0x020700; infiniband/hca2/ports/1/link_layer=InfiniBand");
+    write_lines(ib + "1/infiniband/hca1/ports/2", "link_layer=Ethernet");
+    write_lines(ib + "1/infiniband/hca1/ports/1", "rate=10 Gb/sec (4X; gids/0=fe80::1; gids/1=");
+    start();
+    EXPECT_THAT(names("system.FCPort"),
+                testing::UnorderedElementsAre("0000:5e:04-1", "0000:5e:04-2"));
+    expect("system.FCController/0000:5e:04", "PortsCount=y 2");
+    expect("system.FCSlot/0000:5e:04", "DeviceName=s \"HBA-2\"; PartitionCount=y 2; "
+                                       "FramePayloadSize=s \"2048 bytes\"; SerialNumber=s \"\"");
+    expect("system.FCPort/0000:5e:04-1",
+           "LinkStatus=y 0; PortStatus=y 0; PortSpeed=q 0; PortDownTimeOut=u 0; FCBootSupport=y 1; "
+           "FCRxTotalFrames=u 16; FCTxKBCount=u 32; FCInvalidCRCs=u 4294967295");
+    expect("system.FCPort/0000:5e:04-2",
+           "LinkStatus=y 2; PortStatus=y 7; FCRxKBCount=u 16; FCTxKBCount=u 0");
+    expect("system.FCPartition/0000:5e:04-2-1",
+           "PCIFunction=u 1; WWPN=s \"0x210000e08b112233\"; VirtualWWPN=s \"0x2100ffff11223301\"; "
+           "OSDriver=s \"fc\"");
+    EXPECT_THAT(names("system.IBPort"),
+                testing::UnorderedElementsAre("0000:87:00-1", "0000:87:00-2", "0000:87:00-3"));
+    expect("system.IBController/0000:87:00", "PortsCount=y 3");
+    expect("system.IBSlot/0000:87:00",
+           "NodeGUID=s \"0002:c903:0000:0000\"; FamilyVersion=s \"20.31.1014\"");
+    expect("system.IBPort/0000:87:00-2",
+           "LinkStatus=y 2; LinkSpeed=y 6; LinkWidth=y 4; PermanentPortGUID=s "
+           "\"0002:c903:0000:0011\"; "
+           "PortXmitData=u 4294967295; TransmitTotalBytes=t 17179869584; PortRcvData=u 101");
+    expect("system.IBPort/0000:87:00-3",
+           "LinkSpeed=y 255; LinkWidth=y 4; PermanentPortGUID=s \"\"");
+    expect("system.IBPartition/0000:87:00-2-1",
+           "PartitionLinkStatus=y 2; IBMulticastPacketsTxCount=t 118; RDMARxTotalBytes=t 404; "
+           "VirtualMACAddress=s \"00:00:00:00:00:00:00:00:00:00:00:00:00:02:c9:03:00:00:00:01\"");
+    // Both cards are pulled.
+    for (const char* each : {"5e:04.0", "5e:04.1", "87:00.0", "87:00.1", "87:00.2"})
+    {
+        std::filesystem::remove(sys / "bus/pci/devices" / ("0000:"s + each));
+    }
+    reload();
+    // With them a HWIStndConfig for each function and a HWIPcie for each that isn't virtual.
+    EXPECT_EQ(sent("InterfacesRemoved").size(), 2 * (2 + 2 * 2 + 2 + 2 * 3 + 5 + 4));
+}
+
+TEST_F(Inventoryd, AModuleIsThePortsAndComesAndGoes)
+{
+    make("server");
+    const auto module = sys / card / "net/ens3f0np0/module";
+    start();
+    expect("system.SFP/0000:3b:00-1", "FQDD=s \"NIC.0000:3b:00-1\"; VendorName=s \"Module maker\"; "
+                                      "Vendor_SN=s \"\"; TempValue=d 76.5; "
+                                      "TempHighAlarmThreshold=q 75; TemperatureStatus=y 5");
+    expect("system.QSFP/0000:3b:00-2", "TX1BiasCurrentValue=q 700; LaserWavelength=d 850");
+    expect("system.QSFPD/0000:af:00-1",
+           "CmisRevision=s \"5.2\"; TempLowAlarmThreshold=n -5; HostLaneCount=y 8");
+    rename(module, sys / "pulled");
+    reload();
+    EXPECT_EQ(
+        sent("InterfacesRemoved").count(at("system.SFP/0000:3b:00-1").path.substr(root.size())), 1);
+    create_directories(module);
+    copy(sys / card / "../0000:3b:00.1/net/ens3f1np1/module", module);
+    reload();
+    EXPECT_THAT(names("system.QSFP"),
+                testing::UnorderedElementsAre("0000:3b:00-1", "0000:3b:00-2"));
+    start({"--publish-serials"});
+    expect("system.QSFPD/0000:af:00-1", "Vendor_SN=s \"SN-1\"");
+}
+
 // How many properties of an interface have a value on at least one object of the server.
 TEST_F(Inventoryd, TheServersPropertiesHaveValues)
 {
@@ -628,9 +705,13 @@ TEST_F(Inventoryd, TheServersPropertiesHaveValues)
     start({"--publish-serials"});
     unsetenv("STATE_DIRECTORY");
     const std::map<std::string, std::size_t> bars{
-        {"hwi.HWIPcie", 10},    {"hwi.HWIStndConfig", 22},   {"system.BLT", 8},
-        {"system.USB", 15},     {"system.NicSlot", 31},      {"system.NicController", 1},
-        {"system.NicPort", 41}, {"system.NicPartition", 29},
+        {"hwi.HWIPcie", 10},        {"hwi.HWIStndConfig", 22},   {"system.BLT", 8},
+        {"system.USB", 15},         {"system.NicSlot", 31},      {"system.NicController", 1},
+        {"system.NicPort", 41},     {"system.NicPartition", 29}, {"system.FCController", 1},
+        {"system.FCSlot", 28},      {"system.FCPort", 19},       {"system.FCPartition", 11},
+        {"system.IBController", 1}, {"system.IBSlot", 28},       {"system.IBPort", 38},
+        {"system.IBPartition", 27}, {"system.SFP", 45},          {"system.QSFP", 59},
+        {"system.QSFPD", 90},
     };
     for (const auto& [interface, bar] : bars)
     {
