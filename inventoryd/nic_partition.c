@@ -118,6 +118,7 @@ void nic_put_partition_counters(struct object* object)
     {
         return;
     }
+    nic_put_link_status(object, "PartitionLinkStatus", &link);
     nic_put_counters(object, &link, counters, sizeof counters / sizeof *counters);
     if (nic_ask_packets(&packets, object->device, &message))
     {
@@ -143,5 +144,5 @@ void nic_put_partition(struct object* object, const struct nic_interface* interf
     card_put_functions(object, card);
     card_put_node(object, "CPUAffinity", card);
     put_driver(object, interface->device);
-    nic_put_partition_link(object, &interface->link);
+    nic_put_addresses(object, &interface->link);
 }

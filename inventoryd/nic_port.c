@@ -197,6 +197,7 @@ void nic_put_port_counters(struct object* object)
     {
         return;
     }
+    nic_put_link_status(object, "LinkStatus", &link);
     nic_put_counters(object, &link, counters, sizeof counters / sizeof *counters);
     if (link.has_counters)
     {
@@ -270,7 +271,6 @@ void nic_put_port(struct object* object, const struct nic_interface* interface)
      * whether there is one. */
     object_put_byte(object, "PXEBootSupport", object_switch(versions.option_rom[0] != '\0', true));
     put_capabilities(object, interface);
-    nic_put_link_status(object, "LinkStatus", &interface->link);
     put_link_modes(object, interface->device);
     put_medium(object, interface->device);
 }

@@ -41,9 +41,9 @@ typedef void object_create(GANTRY_cpp_context* context, const void* table, const
 struct object
 {
     GANTRY_instance* instance;
-    char* name;   /* empty for the only object of its kind */
-    char* device; /* the sysfs directory that it was read from */
-    uint64_t tag; /* the reader's own, such as an interface's number */
+    char* name;       /* empty for the only object of its kind */
+    char* device;     /* the sysfs directory that it was read from */
+    uint64_t tag;     /* the reader's own, such as an interface's number */
     uint64_t read_at; /* likewise, in seconds, if it isn't read each time that it could be */
     /* object.c's own: */
     const struct kind* kind;
@@ -56,8 +56,9 @@ struct kind
 {
     const char* interface;
     object_create* create;
-    /* Puts the counters of an object again, from its device and tag; null if it has none. It is
-     * called by the counters' timer, and for a client that reads them. */
+    /* Puts again what changes all the time, the counters and the link's state, from the object's
+     * device and tag; null if it has none. It is called by the counters' timer, and for a client
+     * that reads them. */
     void (*put_counters)(struct object* object);
     /* Of the kinds with the same name here, one has its turn at each interval of the timer. So a
      * port and its partition, which mostly change together, cost one message per interval. */
