@@ -32,6 +32,9 @@ constexpr auto usage = R"(gantrygen: code that follows from an interface's membe
                                          gantry_server.cpp and gantry_server.h of the table
                                          into its directory below DIR (default: .)
     gantrygen --headers DIR TABLE...     writes the headers of these below DIR
+    gantrygen --property-types DIR TABLE...
+                                         writes the list of their properties' types, and the code
+                                         for each type, into DIR
     gantrygen --catalogue TABLE...       prints the header that includes all gantry_server.h
     gantrygen --reference TABLE...       prints docs/catalogue.md: every interface with its members
     gantrygen --html TABLE...            prints the same as a page with an index and a search
@@ -96,6 +99,16 @@ void write_headers(const fs::path& root, std::span<const std::string> files)
     }
 }
 
+void write_property_types(const fs::path& directory, std::span<const std::string> files)
+{
+    const Words words = words_of(read_tables(files));
+    write_outputs(directory,
+                  {{"property_types.hpp", render(templates::property_types_hpp, words)},
+                   {"property_callbacks.cpp", render(templates::property_callbacks_cpp, words)},
+                   {"composite_property_callbacks.cpp",
+                    render(templates::composite_property_callbacks_cpp, words)}});
+}
+
 std::string as_html(std::string_view text)
 {
     std::string safe;
@@ -137,6 +150,10 @@ bool obey(std::span<const std::string> arguments, std::ostream& out)
     else if (first == "--headers" && rest.size() > 1)
     {
         write_headers(rest[0], rest.subspan(1));
+    }
+    else if (first == "--property-types" && rest.size() > 1)
+    {
+        write_property_types(rest[0], rest.subspan(1));
     }
     else if (const auto listing = listings.find(first); listing != listings.end() && !rest.empty())
     {

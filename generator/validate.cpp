@@ -73,7 +73,6 @@ class Validator
         }
         for (const Property& property : interface.properties)
         {
-            check_type(property);
             check_initial(property);
             check_data_store(property);
         }
@@ -202,15 +201,6 @@ class Validator
         if (method.outputs.empty())
         {
             fail(method.line, quote(method.name) + " has no result");
-        }
-    }
-
-    void check_type(const Property& property) const
-    {
-        if (!is_property_type(property.type))
-        {
-            fail(property.line,
-                 "no property can have the type " + quote(extended_signature(property.type)));
         }
     }
 

@@ -285,6 +285,17 @@ std::vector<Words> structures(const std::vector<Type>& types)
     return found;
 }
 
+/** A line for each of these headers. */
+std::vector<Words> headers(const std::set<std::string>& names)
+{
+    std::vector<Words> found(names.size());
+    std::transform(names.begin(), names.end(), found.begin(),
+                   [](const std::string& name) {
+                       return Words{{"header", name}};
+                   });
+    return found;
+}
+
 /** What server.hpp includes. */
 std::vector<Words> headers(const Interface& interface)
 {
@@ -320,11 +331,38 @@ std::vector<Words> headers(const Interface& interface)
         add_headers(property.type, names);
         names.insert({"string", "variant"});
     }
-    std::vector<Words> found(names.size());
-    std::transform(names.begin(), names.end(), found.begin(),
-                   [](const std::string& name) {
-                       return Words{{"header", name}};
-                   });
+    return headers(names);
+}
+
+/** The types of properties: those in the tables, and those that a host in C may ask for. */
+std::vector<Words> property_types(const std::vector<Interface>& interfaces,
+                                  std::set<std::string>& header_names)
+{
+    std::vector<Type> types = c_property_types();
+    std::set<std::string> writable;
+    for (const Interface& interface : interfaces)
+    {
+        for (const Property& property : interface.properties)
+        {
+            types.push_back(property.type);
+            if (property.writable)
+            {
+                writable.insert(cpp_type(property.type));
+            }
+        }
+    }
+    std::vector<Words> found;
+    for (const Type& type : property_variant(types).members)
+    {
+        add_headers(type, header_names);
+        const std::string name = cpp_type(type);
+        found.push_back({{"type", name},
+                         {"comma", ","},
+                         {"number", truth(is_number(type))},
+                         {"composite", truth(c_property_type(type).empty())},
+                         {"writable", truth(writable.count(name) > 0)}});
+    }
+    found.back()["comma"] = "";
     return found;
 }
 
@@ -434,7 +472,12 @@ Words words_of(const std::vector<Interface>& interfaces)
     {
         index.push_back({{"name", name.second}, {"places", std::move(where)}});
     }
-    return {{"interfaces", std::move(listed)}, {"index", std::move(index)}};
+    std::set<std::string> header_names;
+    std::vector<Words> types = property_types(interfaces, header_names);
+    return {{"interfaces", std::move(listed)},
+            {"index", std::move(index)},
+            {"types", std::move(types)},
+            {"headers", headers(header_names)}};
 }
 
 } // namespace gantrygen

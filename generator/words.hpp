@@ -45,8 +45,16 @@ namespace gantrygen
 /** The words of a valid table (validate.hpp). */
 Words words_of(const Interface& interface);
 
-/** The words of a listing: `interfaces`, and `index`, a list of all members' names in alphabetical
- *  order: name, and places, a list of the interfaces that have it: interface, leaf. */
+/**
+ * The words of several tables:
+ *
+ *     interfaces      a list: the words of each
+ *     index           a list of all members' names in alphabetical order: name, and places, a list
+ *                     of the interfaces that have it: interface, leaf
+ *     types           a list of the types that properties have: type, comma (not behind the last),
+ *                     number, composite (no host in C has it), writable (in some table)
+ *     headers         a list of what these types need: header
+ */
 Words words_of(const std::vector<Interface>& interfaces);
 
 } // namespace gantrygen
