@@ -76,14 +76,14 @@ void write(const fs::path& root, const Interface& interface, bool sources)
 {
     const Words words = words_of(interface);
     std::vector<Output> outputs{
-        {"server.hpp", render(templates::server_hpp, words)},
-        {"gantry_server.hpp", render(templates::gantry_server_hpp, words)},
-        {"gantry_server.h", render(templates::gantry_server_h, words)},
+        {"server.hpp", render_code(templates::server_hpp, words)},
+        {"gantry_server.hpp", render_code(templates::gantry_server_hpp, words)},
+        {"gantry_server.h", render_code(templates::gantry_server_h, words)},
     };
     if (sources)
     {
-        outputs.push_back({"server.cpp", render(templates::server_cpp, words)});
-        outputs.push_back({"gantry_server.cpp", render(templates::gantry_server_cpp, words)});
+        outputs.push_back({"server.cpp", render_code(templates::server_cpp, words)});
+        outputs.push_back({"gantry_server.cpp", render_code(templates::gantry_server_cpp, words)});
     }
     write_outputs(root / directory(interface.name), outputs);
 }
@@ -103,10 +103,10 @@ void write_property_types(const fs::path& directory, std::span<const std::string
 {
     const Words words = words_of(read_tables(files));
     write_outputs(directory,
-                  {{"property_types.hpp", render(templates::property_types_hpp, words)},
-                   {"property_callbacks.cpp", render(templates::property_callbacks_cpp, words)},
+                  {{"property_types.hpp", render_code(templates::property_types_hpp, words)},
+                   {"property_callbacks.cpp", render_code(templates::property_callbacks_cpp, words)},
                    {"composite_property_callbacks.cpp",
-                    render(templates::composite_property_callbacks_cpp, words)}});
+                    render_code(templates::composite_property_callbacks_cpp, words)}});
 }
 
 std::string as_html(std::string_view text)

@@ -126,7 +126,8 @@ void $instantiate(
 void $reply(GANTRY_call** call$replied, int* error)
 {
     gantry::answer<$replies>(
-        GANTRY_HERE, $leaf::descriptor, "$member", call, error$answered);
+        GANTRY_HERE, $leaf::descriptor, "$member",
+        call, error$answered);
 }
 %end
 %each signals
@@ -135,7 +136,7 @@ void $send(
     GANTRY_instance* instance$sent)
 {
     gantry::send_signal<$leaf>(
-        GANTRY_HERE, $leaf::descriptor, instance, &$leaf::$operation$passed);
+        GANTRY_HERE, $leaf::descriptor, instance, &$leaf::$operation$handed);
 }
 
 void $receive(

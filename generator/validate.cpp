@@ -62,7 +62,7 @@ class Validator
         check_names();
         for (const Method& method : interface.methods)
         {
-            check_field(method);
+            check_word(method.name, method.line); // in the C table it names a field
             check_arguments(method.inputs);
             check_arguments(method.outputs);
             check_results(method);
@@ -182,16 +182,6 @@ class Validator
             {
                 fail(argument.line, quote(extended_signature(argument.type)) + " has no C form");
             }
-        }
-    }
-
-    // In the C table the method's name is that of a field.
-    void check_field(const Method& method) const
-    {
-        check_word(method.name, method.line);
-        if (is_macro_like(method.name))
-        {
-            fail(method.line, quote(method.name) + " is named like a macro");
         }
     }
 

@@ -19,8 +19,35 @@ using Arguments = std::vector<Argument>;
 
 constexpr bool in_front = true;
 
+/** The parameters that the C functions have beside the arguments of members. */
+const std::set<std::string> own_parameters{"call", "callback", "context", "error", "instance"};
+
+std::string positional(const std::string& stem, std::size_t index)
+{
+    return stem + std::to_string(index + 1);
+}
+
+/** The arguments with the names that they have in C: those of the table, if they have one that C and
+ *  C++ take. The names that a function has already are in `used`. */
+Arguments named_for_c(Arguments arguments, const std::string& stem, std::set<std::string>& used)
+{
+    for (std::size_t index = 0; index < arguments.size(); ++index)
+    {
+        std::string& name = arguments[index].name;
+        if (!is_member_name(name) || name.front() == '_')
+        {
+            name = positional(stem, index);
+        }
+        while (!is_free_word(name) || !used.insert(name).second)
+        {
+            name += '_';
+        }
+    }
+    return arguments;
+}
+
 /** What `text` makes of each argument's type and name, with commas between, and in front too if
- *  asked. An argument's name is `stem` and its position. */
+ *  asked. An argument's name is `stem` and its position, or without a stem its own. */
 template <class Text>
 std::string listed(const Arguments& arguments, const std::string& stem, Text text,
                    bool comma_in_front = false)
@@ -29,7 +56,8 @@ std::string listed(const Arguments& arguments, const std::string& stem, Text tex
     for (std::size_t index = 0; index < arguments.size(); ++index)
     {
         list += index > 0 || comma_in_front ? ", " : "";
-        list += text(arguments[index].type, stem + std::to_string(index + 1));
+        const Argument& argument = arguments[index];
+        list += text(argument.type, stem.empty() ? argument.name : positional(stem, index));
     }
     return list;
 }
@@ -119,6 +147,9 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
     const bool several = method.outputs.size() > 1;
     const std::string inputs = listed(method.inputs, "", only_type, in_front);
     const std::string outputs = listed(method.outputs, "", only_type);
+    std::set<std::string> used = own_parameters;
+    const Arguments c_inputs = named_for_c(method.inputs, "in", used);
+    const Arguments c_outputs = named_for_c(method.outputs, "out", used);
     Words words{
         {"member", method.name},
         {"operation", accessor(method.name)},
@@ -130,12 +161,12 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
         {"flag", method.privileged ? "" : ", vtable::common_::unprivileged"},
         {"privileged", method.privileged ? "yes" : "no"},
         {"slot", std::to_string(slot)},
-        {"function", "GANTRY_instance* instance" + listed(method.inputs, "in", c_input, in_front) +
-                         listed(method.outputs, "out", c_output, in_front)},
+        {"function", "GANTRY_instance* instance" + listed(c_inputs, "", c_input, in_front) +
+                         listed(c_outputs, "", c_output, in_front)},
         {"reply", "GANTRY_reply__" + flat + "__" + method.name},
-        {"replied", listed(method.outputs, "out", c_lent, in_front)},
+        {"replied", listed(c_outputs, "", c_lent, in_front)},
         {"replies", listed(method.outputs, "", only_type)},
-        {"answered", listed(method.outputs, "out", only_name, in_front)},
+        {"answered", listed(c_outputs, "", only_name, in_front)},
         {"message", truth(message)},
         {"shape", message ? "message" : "reply"},
         {"doc", method.doc},
@@ -165,6 +196,8 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
 Words words_of(const Signal& signal, const std::string& flat)
 {
     const Arguments& arguments = signal.arguments;
+    std::set<std::string> used = own_parameters;
+    const Arguments c_arguments = named_for_c(arguments, "arg", used);
     return {
         {"member", signal.name},
         {"operation", accessor(signal.name)},
@@ -175,8 +208,9 @@ Words words_of(const Signal& signal, const std::string& flat)
         {"types", listed(arguments, "", only_type)},
         {"send", "GANTRY_signal__" + flat + "__" + signal.name},
         {"receive", "GANTRY_receive_signal__" + flat + "__" + signal.name},
-        {"sent", listed(arguments, "arg", c_lent, in_front)},
-        {"received", listed(arguments, "arg", c_input, in_front)},
+        {"sent", listed(c_arguments, "", c_lent, in_front)},
+        {"handed", listed(c_arguments, "", only_name, in_front)},
+        {"received", listed(c_arguments, "", c_input, in_front)},
         {"points",
          truth(std::any_of(arguments.begin(), arguments.end(),
                            [](const Argument& argument) { return !is_number(argument.type); }))},

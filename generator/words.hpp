@@ -28,7 +28,7 @@
  *                 message                                  not empty if it makes its own reply
  *     signal      operation, parameters, passed, types     the C++ operation
  *                 signature                                for its row in the vtable
- *                 send, sent, receive, received            the C functions
+ *                 send, sent, handed, receive, received    the C functions
  *                 points                                   not empty if an argument is a pointer
  *     property    accessor, type, start                    the C++ accessors, and the data member
  *                 get, set, access, signature, flag        the callbacks, and the row in the vtable
