@@ -45,6 +45,9 @@ bool is_taken(std::string_view name)
     return std::binary_search(taken.begin(), taken.end(), name);
 }
 
+// A place among the rows of properties is a byte, and 0 is the header's.
+constexpr std::size_t most_properties = 255;
+
 // Namespaces that generated code names from inside that of the interface.
 constexpr auto hidden = std::to_array<std::string_view>({"gantry", "sdbusplus", "std", "vtable"});
 
@@ -70,6 +73,10 @@ class Validator
         for (const Signal& signal : interface.signals)
         {
             check_arguments(signal.arguments);
+        }
+        if (interface.properties.size() > most_properties)
+        {
+            fail(interface.properties[most_properties].line, "an interface has at most 255 properties");
         }
         for (const Property& property : interface.properties)
         {
