@@ -102,11 +102,12 @@ void write_headers(const fs::path& root, std::span<const std::string> files)
 void write_property_types(const fs::path& directory, std::span<const std::string> files)
 {
     const Words words = words_of(read_tables(files));
-    write_outputs(directory,
-                  {{"property_types.hpp", render_code(templates::property_types_hpp, words)},
-                   {"property_callbacks.cpp", render_code(templates::property_callbacks_cpp, words)},
-                   {"composite_property_callbacks.cpp",
-                    render_code(templates::composite_property_callbacks_cpp, words)}});
+    write_outputs(
+        directory,
+        {{"property_types.hpp", render_code(templates::property_types_hpp, words)},
+         {"property_callbacks.cpp", render_code(templates::property_callbacks_cpp, words)},
+         {"composite_property_callbacks.cpp",
+          render_code(templates::composite_property_callbacks_cpp, words)}});
 }
 
 std::string as_html(std::string_view text)

@@ -159,6 +159,9 @@ const std::string_view gantry_server_h = R"(
 %if callable
 #include <gantry/instance.h>
 %end
+%if properties
+#include <gantry/property.h>
+%end
 %if records
 #include <gantry/records.h>
 %end
@@ -253,6 +256,34 @@ GANTRY_API void $receive(
 %end
 GANTRY_END_C
 
+%if properties
+/*
+ * The properties of $interface: for each its name, its setter and its
+ * getter. These are the functions of <gantry/property.h> for its type, which is the one that the
+ * compiler checks `value` and `out` for. They are macros, as 1,500 functions would double the time
+ * that a host takes to compile. Without NDEBUG they also see whether the instance's object is of
+ * this interface; one of another is EINVAL.
+ */
+%each properties
+
+%if comment
+/* $comment */
+%end
+#define $name \
+    "$member"
+%if suffix
+#define $setter(instance, value, skip_signal, error) \
+    GANTRY_property_set_$suffix(GANTRY_instance_of(instance, "$interface"), \
+        "$member", value, skip_signal, error)
+#define $getter(instance, out, error) \
+    GANTRY_property_get_$suffix(GANTRY_instance_of(instance, "$interface"), \
+        "$member", out, error)
+%else
+/* A host in C can't set or get it: there are no functions for $signature. */
+%end
+%end
+
+%end
 #endif
 )";
 

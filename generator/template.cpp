@@ -121,7 +121,7 @@ void add_broken(std::string line, std::string& out)
     const std::size_t indent = std::min(line.find_first_not_of(' '), line.size());
     const bool is_comment = line.find_first_of("/*", indent) == indent;
     const std::string continued = std::string(indent, ' ') + (is_comment ? " * " : "    ");
-    while (line.size() > columns)
+    while (line.size() > columns && !line.starts_with('#'))
     {
         // A literal may contain a comma that is none of the code's.
         const std::size_t end = is_comment ? columns : std::min(columns - 1, line.find('"'));

@@ -20,8 +20,8 @@ constexpr int deepest_array = 32;
 constexpr int deepest_structure = 32;
 constexpr int deepest_container = 64;
 
-/** A kind's name in C++, and that of a basic kind in the names of C functions and records. The order
- *  of the kinds is that of a PropertyVariant's alternatives. */
+/** A kind's name in C++, and that of a basic kind in the names of C functions and records. The
+ * order of the kinds is that of a PropertyVariant's alternatives. */
 struct KindNames
 {
     Kind kind;

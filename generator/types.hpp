@@ -79,8 +79,8 @@ Type property_variant(const std::vector<Type>& types);
 /** The types whose properties a host in C sets and gets by <gantry/property.h>. */
 std::vector<Type> c_property_types();
 
-/** What the functions of <gantry/property.h> for such a type end with: `uint16`, `strings`. Empty for
- *  any other type. */
+/** What the functions of <gantry/property.h> for such a type end with: `uint16`, `strings`. Empty
+ * for any other type. */
 std::string c_property_type(const Type& type);
 
 /** Dicts, variants and deeper nesting have no C form. */

@@ -76,7 +76,8 @@ class Validator
         }
         if (interface.properties.size() > most_properties)
         {
-            fail(interface.properties[most_properties].line, "an interface has at most 255 properties");
+            fail(interface.properties[most_properties].line,
+                 "an interface has at most 255 properties");
         }
         for (const Property& property : interface.properties)
         {

@@ -27,8 +27,8 @@ std::string positional(const std::string& stem, std::size_t index)
     return stem + std::to_string(index + 1);
 }
 
-/** The arguments with the names that they have in C: those of the table, if they have one that C and
- *  C++ take. The names that a function has already are in `used`. */
+/** The arguments with the names that they have in C: those of the table, if they have one that C
+ * and C++ take. The names that a function has already are in `used`. */
 Arguments named_for_c(Arguments arguments, const std::string& stem, std::set<std::string>& used)
 {
     for (std::size_t index = 0; index < arguments.size(); ++index)
@@ -246,8 +246,9 @@ std::string flags(const Property& property)
     return text.substr(text.empty() ? 0 : 2);
 }
 
-Words words_of(const Property& property)
+Words words_of(const Property& property, const std::string& flat)
 {
+    const std::string qualified = flat + "__" + property.name;
     const std::string get = "_callback_get_" + property.name;
     const std::string set = "_callback_set_" + property.name;
     return {
@@ -264,6 +265,10 @@ Words words_of(const Property& property)
         {"silent", property.constant ? ", false" : ""},
         {"writable", truth(property.writable)},
         {"key", truth(property.data_store_key)},
+        {"name", "GANTRY_name__" + qualified},
+        {"setter", "GANTRY_set__" + qualified},
+        {"getter", "GANTRY_get__" + qualified},
+        {"suffix", c_property_type(property.type)},
         {"initial", property.initial.value_or("")},
         {"initialcell", escaped(property.initial.value_or(""))},
         {"flags", flags(property)},
@@ -436,7 +441,7 @@ Words words_of(const Interface& interface)
     std::vector<Words> keys;
     for (const Property& property : interface.properties)
     {
-        properties.push_back(words_of(property));
+        properties.push_back(words_of(property, flat));
         if (property.data_store_key)
         {
             keys.push_back(properties.back());

@@ -33,6 +33,8 @@
  *     property    accessor, type, start                    the C++ accessors, and the data member
  *                 get, set, access, signature, flag        the callbacks, and the row in the vtable
  *                 number, writable, key                    not empty if it is that
+ *                 name, setter, getter                     the constant and the accessors in C
+ *                 suffix                                   of what they call; empty without them
  */
 #pragma once
 
