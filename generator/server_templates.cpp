@@ -217,21 +217,11 @@ $type $class::$accessor() const
 %end
 }
 
-int $class::$get(
-    sd_bus* bus, const char*, const char*, const char*, sd_bus_message* reply, void* context,
-    sd_bus_error* error)
-{
-    auto* object = static_cast<$class*>(context);
-    return gantry::get_property<$type>(
-        bus, &$class::$accessor, object->bus_interface, reply, *object, error);
-}
-
-%end
-%each properties
 $type $class::$accessor($type value, bool skipSignal)
 {
 %if key
-    return gantry::set_key($accessor_, value, skipSignal, *this, rows[Row::$accessor], "$class");
+    return gantry::set_key($accessor_, value, skipSignal,
+        *this, rows[Row::$accessor], "$class");
 %else
     return gantry::set($accessor_, value, skipSignal, *this, rows[Row::$accessor]);
 %end
@@ -246,6 +236,15 @@ $type $class::$accessor($type value)
 %end
 }
 
+int $class::$get(
+    sd_bus* bus, const char*, const char*, const char*, sd_bus_message* reply, void* context,
+    sd_bus_error* error)
+{
+    auto* object = static_cast<$class*>(context);
+    return gantry::get_property<$type>(
+        bus, &$class::$accessor, object->bus_interface, reply, *object, error);
+}
+
 %if writable
 int $class::$set(
     sd_bus*, const char*, const char*, const char*, sd_bus_message* value, void* context,
@@ -253,7 +252,8 @@ int $class::$set(
 {
     auto* object = static_cast<$class*>(context);
     return gantry::set_property<$type>(
-        value, *object, object->bus_interface, error, "$member", &$class::$accessor);
+        value, *object, object->bus_interface, error,
+        "$member", &$class::$accessor);
 }
 
 %end
@@ -268,7 +268,8 @@ void $class::$operation($parameters)
 const sd_bus_vtable $class::_vtable[] = {
     vtable::start(),
 %each methods
-    vtable::method("$member", "$inputs", "$outputs", $callback$flag),
+    vtable::method("$member", "$inputs", "$outputs",
+        $callback$flag),
 %end
 %each signals
     vtable::signal("$member", "$signature"),

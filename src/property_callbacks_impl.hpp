@@ -1,6 +1,5 @@
 /*
- * The bodies of property_callbacks.hpp, for the two files that instantiate them: one for the types
- * of the inventory, one for what the sample interface adds.
+ * The bodies of property_callbacks.hpp, for the files in which gantrygen instantiates them.
  */
 #pragma once
 

@@ -29,6 +29,10 @@
 #include <gantry/records.h>
 #include <gantry/types.h>
 
+#ifndef NDEBUG
+#include <string.h>
+#endif
+
 GANTRY_BEGIN_C
 
 /* Sets or gets a number or a boolean, by value. */
@@ -81,6 +85,24 @@ GANTRY_API void GANTRY_property_list(GANTRY_instance* instance,
  */
 GANTRY_API void GANTRY_property_announce(GANTRY_instance* instance, const char* const* members,
                                          int* error);
+
+/* The instance, as the accessors of each interface's gantry_server.h pass it on. In a build without
+ * NDEBUG it is null if the object is of another interface, which makes the call fail with EINVAL.
+ */
+static inline GANTRY_instance* GANTRY_instance_of(GANTRY_instance* instance, const char* interface)
+{
+#ifdef NDEBUG
+    (void)interface;
+#else
+    const char* actual = "";
+    GANTRY_instance_get_interface(instance, &actual);
+    if (strcmp(actual, interface) != 0)
+    {
+        return NULL;
+    }
+#endif
+    return instance;
+}
 
 GANTRY_END_C
 
