@@ -99,9 +99,7 @@ struct ContextState
 
     // Calls that are answered later (deferred_call.hpp).
 
-    GANTRY_call* newest_call = nullptr;
-    std::uint32_t open_calls = 0;
-    std::uint32_t max_open_calls = 1024;
+    DeferredCalls calls;
 };
 
 } // namespace gantry

@@ -16,7 +16,10 @@
 
 GANTRY_BEGIN_C
 
-/* A call that is answered later. */
+/*
+ * A call that is answered later. The pointer is the call's name and points to nothing: once the
+ * call is closed it names no call, so that using it is an error and answers no other.
+ */
 typedef struct GANTRY_call GANTRY_call;
 
 /*
@@ -49,12 +52,13 @@ GANTRY_API void GANTRY_call_get_credentials(GANTRY_instance* instance, uid_t* ui
  * whether the client is still there or wants a reply.
  *
  * If the object or the context of an open call is destroyed, the client gets the error
- * org.freedesktop.DBus.Error.NoReply, and the GANTRY_call is invalid from then on. Of several open
- * calls the newest is answered first.
+ * org.freedesktop.DBus.Error.NoReply; of several open calls the newest is answered first. A call
+ * whose client leaves the bus is closed without an answer: a loop finds that out within seconds,
+ * GANTRY_dbus_loop at the next message that arrives; see GANTRY_call_on_cancel.
  *
  * *error gets 0; EINVAL if the call is deferred already; ENOMEM; or ENOBUFS if 1,024 calls of the
- * context are open: then the client gets org.freedesktop.DBus.Error.LimitsExceeded. On an error
- * *call is null. `call` must not be null.
+ * context, or 128 of this client, are open: then the client gets
+ * org.freedesktop.DBus.Error.LimitsExceeded. On an error *call is null. `call` must not be null.
  */
 GANTRY_API void GANTRY_call_defer(GANTRY_instance* instance, GANTRY_call** call, int* error);
 
@@ -65,6 +69,20 @@ GANTRY_API void GANTRY_call_defer(GANTRY_instance* instance, GANTRY_call** call,
  */
 GANTRY_API void GANTRY_call_refuse(GANTRY_call** call, const char* name, const char* text,
                                    int* error);
+
+/*
+ * Has `cancelled` called once, with `data`, if the client of the deferred call leaves the bus
+ * before the call is answered. The call is closed by then, and `call` is there to be compared. A
+ * client with several calls has them cancelled one after the other, newest first. The function runs
+ * in a loop and may call any function. It is not called for a call that is answered, or that is
+ * closed with its object or context. Of several functions the last counts, and a null one ends it.
+ *
+ * *error gets 0; EINVAL if the call isn't open; or the errno of what can't be asked of the bus, and
+ * then nothing changes.
+ */
+GANTRY_API void GANTRY_call_on_cancel(GANTRY_call* call,
+                                      void (*cancelled)(GANTRY_call* call, void* data), void* data,
+                                      int* error);
 
 GANTRY_END_C
 
