@@ -32,9 +32,11 @@ constexpr auto usage = R"(gantrygen: code that follows from an interface's membe
                                          gantry_server.cpp and gantry_server.h of the table
                                          into its directory below DIR (default: .)
     gantrygen --headers DIR TABLE...     writes the headers of these below DIR
+    gantrygen --property-types DIR TABLE...
+                                         writes the list of their properties' types, and the code
+                                         for each type, into DIR
     gantrygen --catalogue TABLE...       prints the header that includes all gantry_server.h
-    gantrygen --reference TABLE...       prints docs/catalogue.md: every interface with its members
-    gantrygen --html TABLE...            prints the same as a page with an index and a search
+    gantrygen --html TABLE...            prints a page of every interface with its members
     gantrygen --symbols TABLE...         prints the symbols that the library exports for the tables,
                                          without parameter lists
     gantrygen --version                  prints the version that gantrygen is of
@@ -73,14 +75,14 @@ void write(const fs::path& root, const Interface& interface, bool sources)
 {
     const Words words = words_of(interface);
     std::vector<Output> outputs{
-        {"server.hpp", render(templates::server_hpp, words)},
-        {"gantry_server.hpp", render(templates::gantry_server_hpp, words)},
-        {"gantry_server.h", render(templates::gantry_server_h, words)},
+        {"server.hpp", render_code(templates::server_hpp, words)},
+        {"gantry_server.hpp", render_code(templates::gantry_server_hpp, words)},
+        {"gantry_server.h", render_code(templates::gantry_server_h, words)},
     };
     if (sources)
     {
-        outputs.push_back({"server.cpp", render(templates::server_cpp, words)});
-        outputs.push_back({"gantry_server.cpp", render(templates::gantry_server_cpp, words)});
+        outputs.push_back({"server.cpp", render_code(templates::server_cpp, words)});
+        outputs.push_back({"gantry_server.cpp", render_code(templates::gantry_server_cpp, words)});
     }
     write_outputs(root / directory(interface.name), outputs);
 }
@@ -94,6 +96,17 @@ void write_headers(const fs::path& root, std::span<const std::string> files)
         fs::last_write_time(root / elements(interface.name).front(),
                             fs::file_time_type::clock::now());
     }
+}
+
+void write_property_types(const fs::path& directory, std::span<const std::string> files)
+{
+    const Words words = words_of(read_tables(files));
+    write_outputs(
+        directory,
+        {{"property_types.hpp", render_code(templates::property_types_hpp, words)},
+         {"property_callbacks.cpp", render_code(templates::property_callbacks_cpp, words)},
+         {"composite_property_callbacks.cpp",
+          render_code(templates::composite_property_callbacks_cpp, words)}});
 }
 
 std::string as_html(std::string_view text)
@@ -121,7 +134,6 @@ bool obey(std::span<const std::string> arguments, std::ostream& out)
     const std::map<std::string_view, std::pair<std::string_view, Escape>> listings{
         {"--catalogue", {templates::catalogue, nullptr}},
         {"--html", {templates::page, as_html}},
-        {"--reference", {templates::reference, nullptr}},
         {"--symbols", {templates::symbols, nullptr}},
     };
     const std::string& first = arguments.front();
@@ -137,6 +149,10 @@ bool obey(std::span<const std::string> arguments, std::ostream& out)
     else if (first == "--headers" && rest.size() > 1)
     {
         write_headers(rest[0], rest.subspan(1));
+    }
+    else if (first == "--property-types" && rest.size() > 1)
+    {
+        write_property_types(rest[0], rest.subspan(1));
     }
     else if (const auto listing = listings.find(first); listing != listings.end() && !rest.empty())
     {

@@ -125,7 +125,8 @@ void $instantiate(
 void $reply(GANTRY_call** call$replied, int* error)
 {
     gantry::answer<$replies>(
-        GANTRY_HERE, $leaf::descriptor, "$member", call, error$answered);
+        GANTRY_HERE, $leaf::descriptor, "$member",
+        call, error$answered);
 }
 %end
 %each signals
@@ -134,7 +135,7 @@ void $send(
     GANTRY_instance* instance$sent)
 {
     gantry::send_signal<$leaf>(
-        GANTRY_HERE, $leaf::descriptor, instance, &$leaf::$operation$passed);
+        GANTRY_HERE, $leaf::descriptor, instance, &$leaf::$operation$handed);
 }
 
 void $receive(
@@ -156,6 +157,9 @@ const std::string_view gantry_server_h = R"(
 %end
 %if callable
 #include <gantry/instance.h>
+%end
+%if properties
+#include <gantry/property.h>
 %end
 %if records
 #include <gantry/records.h>
@@ -251,6 +255,34 @@ GANTRY_API void $receive(
 %end
 GANTRY_END_C
 
+%if properties
+/*
+ * The properties of $interface: for each its name, its setter and its
+ * getter. These are the functions of <gantry/property.h> for its type, which is the one that the
+ * compiler checks `value` and `out` for. They are macros, as 1,500 functions would double the time
+ * that a host takes to compile. Without NDEBUG they also see whether the instance's object is of
+ * this interface; one of another is EINVAL.
+ */
+%each properties
+
+%if comment
+/* $comment */
+%end
+#define $name \
+    "$member"
+%if suffix
+#define $setter(instance, value, skip_signal, error) \
+    GANTRY_property_set_$suffix(GANTRY_instance_of(instance, "$interface"), \
+        "$member", value, skip_signal, error)
+#define $getter(instance, out, error) \
+    GANTRY_property_get_$suffix(GANTRY_instance_of(instance, "$interface"), \
+        "$member", out, error)
+%else
+/* A host in C can't set or get it: there are no functions for $signature. */
+%end
+%end
+
+%end
 #endif
 )";
 

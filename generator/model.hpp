@@ -14,10 +14,11 @@
 namespace gantrygen
 {
 
-/** Of a method or a signal. D-Bus and C identify it by its position, so its name is left out. */
+/** Of a method or a signal. Its position identifies it; the name may be empty, and is C's alone. */
 struct Argument
 {
     Type type;
+    std::string name;
     int line;
 };
 

@@ -46,8 +46,7 @@ constexpr bool is_element(std::string_view text)
                        });
 }
 
-// The keywords of C and C++, the alternative tokens of C++, what GNU C adds, and macros of the
-// headers that generated code or its users include.
+// The keywords of C and C++, the alternative tokens of C++, and what GNU C adds.
 constexpr std::string_view reserved =
     " alignas alignof and and_eq asm auto bitand bitor bool break case catch char char16_t"
     " char32_t char8_t class co_await co_return co_yield compl concept const const_cast"
@@ -57,12 +56,7 @@ constexpr std::string_view reserved =
     " public register reinterpret_cast requires restrict return short signed sizeof static"
     " static_assert static_cast struct switch template this thread_local throw true try"
     " typedef typeid typename typeof union unix unsigned using virtual void volatile wchar_t"
-    " while xor xor_eq"
-    " alloca assert be16toh be32toh be64toh complex errno htobe16 htobe32 htobe64 htole16 htole32"
-    " htole64 le16toh le32toh le64toh offsetof sa_handler sa_sigaction sched_priority si_addr"
-    " si_addr_lsb si_arch si_band si_call_addr si_fd si_int si_lower si_overrun si_pid si_pkey"
-    " si_ptr si_status si_stime si_syscall si_timerid si_uid si_upper si_utime si_value sigmask"
-    " st_atime st_ctime st_mtime stderr stdin stdout strdupa strndupa EOF I NULL ";
+    " while xor xor_eq ";
 
 } // namespace
 
@@ -84,11 +78,6 @@ bool is_free_word(std::string_view name)
         name.size() > 1 && name[0] == '_' && (name[1] == '_' || is_upper(name[1]));
     return !is_implementations &&
            reserved.find(' ' + std::string(name) + ' ') == std::string_view::npos;
-}
-
-bool is_macro_like(std::string_view name)
-{
-    return name.size() > 2 && std::none_of(name.begin(), name.end(), is_lower);
 }
 
 std::string capitals(std::string_view name)

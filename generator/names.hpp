@@ -20,11 +20,8 @@ bool is_interface_name(std::string_view name);
 /** As D-Bus allows it: letters, digits and `_`, no digit first. */
 bool is_member_name(std::string_view name);
 
-/** Whether neither C nor C++ reserves the name, nor a macro of their headers has it. */
+/** Whether neither C nor C++ reserves the name. */
 bool is_free_word(std::string_view name);
-
-/** Whether it has no small letter but three characters, as macros are named. */
-bool is_macro_like(std::string_view name);
 
 /** The name in capitals. */
 std::string capitals(std::string_view name);

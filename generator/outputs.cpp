@@ -1,13 +1,26 @@
 #include "outputs.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <iterator>
 #include <system_error>
 
 namespace gantrygen
 {
 
 namespace fs = std::filesystem;
+
+namespace
+{
+
+bool holds(const fs::path& path, const std::string& text)
+{
+    std::ifstream file(path, std::ios::binary);
+    return file && std::equal(std::istreambuf_iterator<char>(file), {}, text.begin(), text.end());
+}
+
+} // namespace
 
 void write_outputs(const fs::path& directory, const std::vector<Output>& outputs)
 {
@@ -18,6 +31,10 @@ void write_outputs(const fs::path& directory, const std::vector<Output>& outputs
         for (const Output& output : outputs)
         {
             const fs::path path = directory / output.name;
+            if (holds(path, output.text))
+            {
+                continue;
+            }
             errno = 0;
             std::ofstream file(path, std::ios::binary | std::ios::trunc);
             if (file)

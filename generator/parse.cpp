@@ -166,7 +166,8 @@ class TableReader
     Argument read_argument(const Element& element) const
     {
         expect(element, {"name", "type", "direction"}, {"annotation"});
-        return {type_of(element, annotations(element, {type_annotation})), element.line};
+        return {type_of(element, annotations(element, {type_annotation})),
+                optional(element, "name").value_or(""), element.line};
     }
 
     static std::vector<const Element*> arguments(const Element& element)

@@ -130,6 +130,7 @@ const std::string_view server_cpp = R"(
 %if properties
 #include "property_by_name.hpp"
 #include "property_callbacks.hpp"
+#include "waiting_changes.hpp"
 %end
 %if keys
 #include "property_data_store.hpp"
@@ -146,18 +147,39 @@ const std::string_view server_cpp = R"(
 
 #include <sdbusplus/vtable.hpp>
 
+namespace $server
+{
+
 %if properties
 namespace
 {
 
 constexpr char source_stem[] = "server";
 
+/** Where the rows below stand. */
+enum Row : std::uint8_t
+{
+    interface,
+%each rows
+    $accessor,
+%end
+};
+
+constexpr gantry::Property<$class> rows[] = {
+    {$class::interface},
+%each rows
+    {Row::$accessor, "$member",
+        &$class::$accessor, &$class::$accessor$silent},
+%end
+};
+
+constexpr gantry::PropertyIndex index{rows};
+
 } // namespace
 
-%end
-namespace $server
-{
+const gantry::Properties $class::properties = index;
 
+%end
 $class::$class(sdbusplus::bus_t& bus, const char* path) :
     server_interface(bus, path, interface, _vtable, this), bus_interface(bus.getInterface())
 {
@@ -167,6 +189,7 @@ $class::$class(sdbusplus::bus_t& bus, const char* path) :
 $class::~$class()
 {
     GANTRY_LOG_DESTRUCTION();
+    gantry::forget_changes_of(*this);
 %each keys
     gantry::remove_key($accessor_);
 %end
@@ -194,25 +217,13 @@ $type $class::$accessor() const
 %end
 }
 
-int $class::$get(
-    sd_bus* bus, const char*, const char*, const char*, sd_bus_message* reply, void* context,
-    sd_bus_error* error)
-{
-    auto* object = static_cast<$class*>(context);
-    return gantry::get_property<$type>(
-        bus, &$class::$accessor, object->bus_interface, reply, *object, error);
-}
-
-%end
-%each properties
 $type $class::$accessor($type value, bool skipSignal)
 {
 %if key
     return gantry::set_key($accessor_, value, skipSignal,
-        server_interface, "$member", "$class");
+        *this, rows[Row::$accessor], "$class");
 %else
-    return gantry::set($accessor_, value, skipSignal,
-        server_interface, "$member");
+    return gantry::set($accessor_, value, skipSignal, *this, rows[Row::$accessor]);
 %end
 }
 
@@ -225,6 +236,15 @@ $type $class::$accessor($type value)
 %end
 }
 
+int $class::$get(
+    sd_bus* bus, const char*, const char*, const char*, sd_bus_message* reply, void* context,
+    sd_bus_error* error)
+{
+    auto* object = static_cast<$class*>(context);
+    return gantry::get_property<$type>(
+        bus, &$class::$accessor, object->bus_interface, reply, *object, error);
+}
+
 %if writable
 int $class::$set(
     sd_bus*, const char*, const char*, const char*, sd_bus_message* value, void* context,
@@ -232,7 +252,8 @@ int $class::$set(
 {
     auto* object = static_cast<$class*>(context);
     return gantry::set_property<$type>(
-        value, *object, object->bus_interface, error, "$member", &$class::$accessor);
+        value, *object, object->bus_interface, error,
+        "$member", &$class::$accessor);
 }
 
 %end
@@ -240,14 +261,15 @@ int $class::$set(
 %each signals
 void $class::$operation($parameters)
 {
-    gantry::emit(server_interface, "$member"$passed);
+    gantry::emit(*this, "$member"$passed);
 }
 
 %end
 const sd_bus_vtable $class::_vtable[] = {
     vtable::start(),
 %each methods
-    vtable::method("$member", "$inputs", "$outputs", $callback$flag),
+    vtable::method("$member", "$inputs", "$outputs",
+        $callback$flag),
 %end
 %each signals
     vtable::signal("$member", "$signature"),
@@ -260,21 +282,6 @@ const sd_bus_vtable $class::_vtable[] = {
 };
 
 %if properties
-namespace
-{
-
-constexpr gantry::Property<$class> rows[] = {
-%each properties
-    {"$member", &$class::$accessor, &$class::$accessor$silent},
-%end
-};
-
-constexpr gantry::PropertyIndex index{rows};
-
-} // namespace
-
-const gantry::Properties $class::properties = index;
-
 void $class::setPropertyByName(
     const std::string& name, const PropertyVariant& value, bool skipSignal)
 {

@@ -114,6 +114,28 @@ std::string_view add_section(std::string_view& rest, const Scope& scope, std::st
     return {};
 }
 
+/** Adds a line of code, broken in front of column 120, where a comma or comment allows it. */
+void add_broken(std::string line, std::string& out)
+{
+    constexpr std::size_t columns = 120;
+    const std::size_t indent = std::min(line.find_first_not_of(' '), line.size());
+    const bool is_comment = line.find_first_of("/*", indent) == indent;
+    const std::string continued = std::string(indent, ' ') + (is_comment ? " * " : "    ");
+    while (line.size() > columns && !line.starts_with('#'))
+    {
+        // A literal may contain a comma that is none of the code's.
+        const std::size_t end = is_comment ? columns : std::min(columns - 1, line.find('"'));
+        const std::size_t space = line.rfind(is_comment ? " " : ", ", end) + (is_comment ? 0 : 1);
+        if (space <= continued.size() || space >= line.size())
+        {
+            break;
+        }
+        out.append(line, 0, space) += '\n';
+        line = continued + line.substr(space + 1);
+    }
+    out += line + '\n';
+}
+
 } // namespace
 
 std::string render(std::string_view text, const Words& words, Escape escape)
@@ -121,6 +143,17 @@ std::string render(std::string_view text, const Words& words, Escape escape)
     std::string out;
     text.remove_prefix(text.starts_with('\n') ? 1 : 0);
     add_section(text, {words, nullptr, escape}, &out);
+    return out;
+}
+
+std::string render_code(std::string_view text, const Words& words)
+{
+    const std::string code = render(text, words);
+    std::string out;
+    for (std::string_view rest = code; !rest.empty();)
+    {
+        add_broken(std::string(cut(rest, '\n')), out);
+    }
     return out;
 }
 

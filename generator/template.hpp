@@ -34,4 +34,8 @@ using Escape = std::string (*)(std::string_view);
 /** The template with these words in it. A newline that opens the template is left out. */
 std::string render(std::string_view text, const Words& words, Escape escape = nullptr);
 
+/** The same for code: lines of more than 120 columns are broken at their commas, or at the spaces
+ * of a comment. */
+std::string render_code(std::string_view text, const Words& words);
+
 } // namespace gantrygen

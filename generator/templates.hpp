@@ -20,13 +20,16 @@ extern const std::string_view gantry_server_cpp;
 /** what a host in C calls. */
 extern const std::string_view gantry_server_h;
 
+/** Of all interfaces: the list of their property types, and what the frame has for each of these,
+ *  apart for those that are compiled for size: composite types, and what clients write. */
+extern const std::string_view property_types_hpp;
+extern const std::string_view property_callbacks_cpp;
+extern const std::string_view composite_property_callbacks_cpp;
+
 /** Of several interfaces: <gantry/catalogue.h>, */
 extern const std::string_view catalogue;
 
-/** docs/catalogue.md, */
-extern const std::string_view reference;
-
-/** the same as a page for a browser, with an index and a search, */
+/** catalogue.html, the page of every interface with its members, */
 extern const std::string_view page;
 
 /** the exported symbols without parameter lists, a line for each overload. */

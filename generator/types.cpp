@@ -4,7 +4,6 @@
 #include <array>
 #include <cstddef>
 #include <map>
-#include <sstream>
 #include <utility>
 
 namespace gantrygen
@@ -21,35 +20,31 @@ constexpr int deepest_array = 32;
 constexpr int deepest_structure = 32;
 constexpr int deepest_container = 64;
 
-/** Those of src/property_types.hpp. */
-constexpr auto served = "b d n q u t y s as i x ay aay aAay a{qs} a{s(nix)} a{sv<ns(nix)>} Ai A(y)"
-                        " A(nix) (nix) ((y(qu))i(xt)) v<y(nix)s>";
-
-/** A kind's name in C++, and what the C record of an array of such elements is called behind
- *  GANTRY_, if there is one. The order of the kinds is that of a PropertyVariant's alternatives. */
+/** A kind's name in C++, and that of a basic kind in the names of C functions and records. The
+ * order of the kinds is that of a PropertyVariant's alternatives. */
 struct KindNames
 {
     Kind kind;
     std::string_view cpp;
-    std::string_view record = {};
+    std::string_view c = {};
 };
 
 constexpr std::array kinds{
-    KindNames{Kind::boolean, "bool"},
-    KindNames{Kind::double_, "double", "double_array"},
-    KindNames{Kind::int16, "short", "int16_array"},
-    KindNames{Kind::int32, "int", "int32_array"},
-    KindNames{Kind::int64, "long", "int64_array"},
+    KindNames{Kind::boolean, "bool", "boolean"},
+    KindNames{Kind::double_, "double", "double"},
+    KindNames{Kind::int16, "short", "int16"},
+    KindNames{Kind::int32, "int", "int32"},
+    KindNames{Kind::int64, "long", "int64"},
     KindNames{Kind::dict, "std::map"},
     KindNames{Kind::set, "std::set"},
-    KindNames{Kind::string, "std::string", "string_array"},
+    KindNames{Kind::string, "std::string", "string"},
     KindNames{Kind::structure, "std::tuple"},
     KindNames{Kind::variant, "std::variant"},
     KindNames{Kind::array, "std::vector"},
-    KindNames{Kind::uint16, "unsigned short", "uint16_array"},
-    KindNames{Kind::uint32, "unsigned int", "uint32_array"},
-    KindNames{Kind::uint64, "unsigned long", "uint64_array"},
-    KindNames{Kind::byte, "unsigned char", "byte_array"},
+    KindNames{Kind::uint16, "unsigned short", "uint16"},
+    KindNames{Kind::uint32, "unsigned int", "uint32"},
+    KindNames{Kind::uint64, "unsigned long", "uint64"},
+    KindNames{Kind::byte, "unsigned char", "byte"},
 };
 
 constexpr auto names_of(Kind kind)
@@ -59,10 +54,14 @@ constexpr auto names_of(Kind kind)
 }
 
 /** The name behind GANTRY_ of the C record of an array of such elements; empty if there is none. */
-std::string_view record_of(const Type& element)
+std::string record_of(const Type& element)
 {
-    const bool nested = element.kind == Kind::array && element.members[0].kind == Kind::uint32;
-    return nested ? "uint32_array_array" : names_of(element.kind)->record;
+    if (element.kind == Kind::array)
+    {
+        return element.members[0].kind == Kind::uint32 ? "uint32_array_array" : "";
+    }
+    const bool has_record = is_basic(element) && element.kind != Kind::boolean;
+    return has_record ? std::string(names_of(element.kind)->c) + "_array" : "";
 }
 
 /** How deep the type being read lies. */
@@ -320,22 +319,23 @@ Type property_variant(const std::vector<Type>& types)
     return variant;
 }
 
-std::vector<Type> property_types()
+std::vector<Type> c_property_types()
 {
-    std::istringstream list(served);
-    std::vector<Type> types;
-    for (std::string type; list >> type;)
+    std::vector<Type> types{{Kind::array, {{Kind::string, {}}}}};
+    for (const KindNames& names : kinds)
     {
-        types.push_back(parse_type(type));
+        if (!names.c.empty())
+        {
+            types.push_back({names.kind, {}});
+        }
     }
     return types;
 }
 
-bool is_property_type(const Type& type)
+std::string c_property_type(const Type& type)
 {
-    const std::vector<Type> types = property_types();
-    return std::any_of(types.begin(), types.end(),
-                       [&type](const Type& each) { return cpp_type(each) == cpp_type(type); });
+    const bool strings = type.kind == Kind::array && type.members[0].kind == Kind::string;
+    return strings ? "strings" : std::string(names_of(type.kind)->c);
 }
 
 bool has_c_form(const Type& type)
@@ -363,7 +363,7 @@ std::string c_type(const Type& type)
         return "char*";
     case Kind::array:
     case Kind::set:
-        return "GANTRY_" + std::string(record_of(type.members[0])) + '*';
+        return "GANTRY_" + record_of(type.members[0]) + '*';
     case Kind::structure:
         return c_struct(type) + '*';
     default:

@@ -76,12 +76,12 @@ bool is_number(const Type& type);
 /** The variant of the distinct types among those given, in the order that a PropertyVariant has. */
 Type property_variant(const std::vector<Type>& types);
 
-/** Whether a property may have it: the frame is compiled for the types that
- *  src/property_types.hpp lists. */
-bool is_property_type(const Type& type);
+/** The types whose properties a host in C sets and gets by <gantry/property.h>. */
+std::vector<Type> c_property_types();
 
-/** The types that properties may have, in the order of that list. */
-std::vector<Type> property_types();
+/** What the functions of <gantry/property.h> for such a type end with: `uint16`, `strings`. Empty
+ * for any other type. */
+std::string c_property_type(const Type& type);
 
 /** Dicts, variants and deeper nesting have no C form. */
 bool has_c_form(const Type& type);

@@ -25,6 +25,7 @@ constexpr std::string_view table_name = "server.xml";
 constexpr auto taken = std::to_array<std::string_view>({
     "PropertyCallback",
     "PropertyVariant",
+    "Row",
     "deleter",
     "descriptor",
     "getPropertyByName",
@@ -32,6 +33,7 @@ constexpr auto taken = std::to_array<std::string_view>({
     "inst",
     "interface",
     "properties",
+    "rows",
     "setPropertyByName",
     "source_stem",
     "value",
@@ -42,6 +44,9 @@ bool is_taken(std::string_view name)
 {
     return std::binary_search(taken.begin(), taken.end(), name);
 }
+
+// A place among the rows of properties is a byte, and 0 is the header's.
+constexpr std::size_t most_properties = 255;
 
 // Namespaces that generated code names from inside that of the interface.
 constexpr auto hidden = std::to_array<std::string_view>({"gantry", "sdbusplus", "std", "vtable"});
@@ -60,7 +65,7 @@ class Validator
         check_names();
         for (const Method& method : interface.methods)
         {
-            check_field(method);
+            check_word(method.name, method.line); // in the C table it names a field
             check_arguments(method.inputs);
             check_arguments(method.outputs);
             check_results(method);
@@ -69,9 +74,13 @@ class Validator
         {
             check_arguments(signal.arguments);
         }
+        if (interface.properties.size() > most_properties)
+        {
+            fail(interface.properties[most_properties].line,
+                 "an interface has at most 255 properties");
+        }
         for (const Property& property : interface.properties)
         {
-            check_type(property);
             check_initial(property);
             check_data_store(property);
         }
@@ -184,31 +193,12 @@ class Validator
         }
     }
 
-    // In the C table the method's name is that of a field.
-    void check_field(const Method& method) const
-    {
-        check_word(method.name, method.line);
-        if (is_macro_like(method.name))
-        {
-            fail(method.line, quote(method.name) + " is named like a macro");
-        }
-    }
-
     // A method's callback appends its result to the reply, so there must be one.
     void check_results(const Method& method) const
     {
         if (method.outputs.empty())
         {
             fail(method.line, quote(method.name) + " has no result");
-        }
-    }
-
-    void check_type(const Property& property) const
-    {
-        if (!is_property_type(property.type))
-        {
-            fail(property.line,
-                 "no property can have the type " + quote(extended_signature(property.type)));
         }
     }
 

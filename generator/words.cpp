@@ -19,8 +19,35 @@ using Arguments = std::vector<Argument>;
 
 constexpr bool in_front = true;
 
+/** The parameters that the C functions have beside the arguments of members. */
+const std::set<std::string> own_parameters{"call", "callback", "context", "error", "instance"};
+
+std::string positional(const std::string& stem, std::size_t index)
+{
+    return stem + std::to_string(index + 1);
+}
+
+/** The arguments with the names that they have in C: those of the table, if they have one that C
+ * and C++ take. The names that a function has already are in `used`. */
+Arguments named_for_c(Arguments arguments, const std::string& stem, std::set<std::string>& used)
+{
+    for (std::size_t index = 0; index < arguments.size(); ++index)
+    {
+        std::string& name = arguments[index].name;
+        if (!is_member_name(name) || name.front() == '_')
+        {
+            name = positional(stem, index);
+        }
+        while (!is_free_word(name) || !used.insert(name).second)
+        {
+            name += '_';
+        }
+    }
+    return arguments;
+}
+
 /** What `text` makes of each argument's type and name, with commas between, and in front too if
- *  asked. An argument's name is `stem` and its position. */
+ *  asked. An argument's name is `stem` and its position, or without a stem its own. */
 template <class Text>
 std::string listed(const Arguments& arguments, const std::string& stem, Text text,
                    bool comma_in_front = false)
@@ -29,7 +56,8 @@ std::string listed(const Arguments& arguments, const std::string& stem, Text tex
     for (std::size_t index = 0; index < arguments.size(); ++index)
     {
         list += index > 0 || comma_in_front ? ", " : "";
-        list += text(arguments[index].type, stem + std::to_string(index + 1));
+        const Argument& argument = arguments[index];
+        list += text(argument.type, stem.empty() ? argument.name : positional(stem, index));
     }
     return list;
 }
@@ -86,27 +114,7 @@ std::string truth(bool holds)
     return holds ? "yes" : "";
 }
 
-/** A cell of the reference page. An empty one would look as if something were missing. */
-std::string cell(std::string_view text)
-{
-    return text.empty() ? "–" : "`" + std::string(text) + '`';
-}
-
-/** Text that anyone may have written, as Markdown shows it unchanged in a table. */
-std::string escaped(std::string_view text)
-{
-    std::string safe;
-    for (const char letter : text)
-    {
-        const bool special =
-            std::string_view("\\`*_[]<>|&~").find(letter) != std::string_view::npos;
-        safe += special ? "\\" : "";
-        safe += letter == '\n' || letter == '\r' ? ' ' : letter;
-    }
-    return safe;
-}
-
-/** The same in a comment of C. A slash alone neither ends a comment nor opens another. */
+/** Text for a comment in C. A slash alone neither ends a comment nor opens another. */
 std::string comment(std::string text)
 {
     std::replace(text.begin(), text.end(), '*', ' ');
@@ -119,27 +127,25 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
     const bool several = method.outputs.size() > 1;
     const std::string inputs = listed(method.inputs, "", only_type, in_front);
     const std::string outputs = listed(method.outputs, "", only_type);
+    std::set<std::string> used = own_parameters;
+    const Arguments c_inputs = named_for_c(method.inputs, "in", used);
+    const Arguments c_outputs = named_for_c(method.outputs, "out", used);
     Words words{
         {"member", method.name},
         {"operation", accessor(method.name)},
         {"callback", "_callback_" + title(method.name)},
         {"inputs", signature_of(method.inputs)},
-        {"incell", cell(signature_of(method.inputs))},
         {"outputs", signature_of(method.outputs)},
-        {"outcell", cell(signature_of(method.outputs))},
         {"flag", method.privileged ? "" : ", vtable::common_::unprivileged"},
-        {"privileged", method.privileged ? "yes" : "no"},
-        {"slot", std::to_string(slot)},
-        {"function", "GANTRY_instance* instance" + listed(method.inputs, "in", c_input, in_front) +
-                         listed(method.outputs, "out", c_output, in_front)},
+        {"privileged", truth(method.privileged)},
+        {"function", "GANTRY_instance* instance" + listed(c_inputs, "", c_input, in_front) +
+                         listed(c_outputs, "", c_output, in_front)},
         {"reply", "GANTRY_reply__" + flat + "__" + method.name},
-        {"replied", listed(method.outputs, "out", c_lent, in_front)},
+        {"replied", listed(c_outputs, "", c_lent, in_front)},
         {"replies", listed(method.outputs, "", only_type)},
-        {"answered", listed(method.outputs, "out", only_name, in_front)},
+        {"answered", listed(c_outputs, "", only_name, in_front)},
         {"message", truth(message)},
-        {"shape", message ? "message" : "reply"},
         {"doc", method.doc},
-        {"doccell", escaped(method.doc)},
         {"comment", comment(method.doc)},
     };
     if (message)
@@ -165,23 +171,24 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
 Words words_of(const Signal& signal, const std::string& flat)
 {
     const Arguments& arguments = signal.arguments;
+    std::set<std::string> used = own_parameters;
+    const Arguments c_arguments = named_for_c(arguments, "arg", used);
     return {
         {"member", signal.name},
         {"operation", accessor(signal.name)},
         {"signature", signature_of(arguments)},
-        {"cell", cell(signature_of(arguments))},
         {"parameters", listed(arguments, "arg", declaration)},
         {"passed", listed(arguments, "arg", only_name, in_front)},
         {"types", listed(arguments, "", only_type)},
         {"send", "GANTRY_signal__" + flat + "__" + signal.name},
         {"receive", "GANTRY_receive_signal__" + flat + "__" + signal.name},
-        {"sent", listed(arguments, "arg", c_lent, in_front)},
-        {"received", listed(arguments, "arg", c_input, in_front)},
+        {"sent", listed(c_arguments, "", c_lent, in_front)},
+        {"handed", listed(c_arguments, "", only_name, in_front)},
+        {"received", listed(c_arguments, "", c_input, in_front)},
         {"points",
          truth(std::any_of(arguments.begin(), arguments.end(),
                            [](const Argument& argument) { return !is_number(argument.type); }))},
         {"doc", signal.doc},
-        {"doccell", escaped(signal.doc)},
         {"comment", comment(signal.doc)},
     };
 }
@@ -212,8 +219,9 @@ std::string flags(const Property& property)
     return text.substr(text.empty() ? 0 : 2);
 }
 
-Words words_of(const Property& property)
+Words words_of(const Property& property, const std::string& flat)
 {
+    const std::string qualified = flat + "__" + property.name;
     const std::string get = "_callback_get_" + property.name;
     const std::string set = "_callback_set_" + property.name;
     return {
@@ -230,11 +238,13 @@ Words words_of(const Property& property)
         {"silent", property.constant ? ", false" : ""},
         {"writable", truth(property.writable)},
         {"key", truth(property.data_store_key)},
+        {"name", "GANTRY_name__" + qualified},
+        {"setter", "GANTRY_set__" + qualified},
+        {"getter", "GANTRY_get__" + qualified},
+        {"suffix", c_property_type(property.type)},
         {"initial", property.initial.value_or("")},
-        {"initialcell", escaped(property.initial.value_or(""))},
         {"flags", flags(property)},
         {"doc", property.doc},
-        {"doccell", escaped(property.doc)},
         {"comment", comment(property.doc)},
     };
 }
@@ -285,6 +295,17 @@ std::vector<Words> structures(const std::vector<Type>& types)
     return found;
 }
 
+/** A line for each of these headers. */
+std::vector<Words> headers(const std::set<std::string>& names)
+{
+    std::vector<Words> found(names.size());
+    std::transform(names.begin(), names.end(), found.begin(),
+                   [](const std::string& name) {
+                       return Words{{"header", name}};
+                   });
+    return found;
+}
+
 /** What server.hpp includes. */
 std::vector<Words> headers(const Interface& interface)
 {
@@ -320,11 +341,38 @@ std::vector<Words> headers(const Interface& interface)
         add_headers(property.type, names);
         names.insert({"string", "variant"});
     }
-    std::vector<Words> found(names.size());
-    std::transform(names.begin(), names.end(), found.begin(),
-                   [](const std::string& name) {
-                       return Words{{"header", name}};
-                   });
+    return headers(names);
+}
+
+/** The types of properties: those in the tables, and those that a host in C may ask for. */
+std::vector<Words> property_types(const std::vector<Interface>& interfaces,
+                                  std::set<std::string>& header_names)
+{
+    std::vector<Type> types = c_property_types();
+    std::set<std::string> writable;
+    for (const Interface& interface : interfaces)
+    {
+        for (const Property& property : interface.properties)
+        {
+            types.push_back(property.type);
+            if (property.writable)
+            {
+                writable.insert(cpp_type(property.type));
+            }
+        }
+    }
+    std::vector<Words> found;
+    for (const Type& type : property_variant(types).members)
+    {
+        add_headers(type, header_names);
+        const std::string name = cpp_type(type);
+        found.push_back({{"type", name},
+                         {"comma", ","},
+                         {"number", truth(is_number(type))},
+                         {"composite", truth(c_property_type(type).empty())},
+                         {"writable", truth(writable.count(name) > 0)}});
+    }
+    found.back()["comma"] = "";
     return found;
 }
 
@@ -364,12 +412,17 @@ Words words_of(const Interface& interface)
     std::vector<Words> keys;
     for (const Property& property : interface.properties)
     {
-        properties.push_back(words_of(property));
+        properties.push_back(words_of(property, flat));
         if (property.data_store_key)
         {
             keys.push_back(properties.back());
         }
     }
+
+    std::vector<Words> rows = properties;
+    std::sort(rows.begin(), rows.end(),
+              [](const Words& left, const Words& right)
+              { return std::get<0>(left.at("member")) < std::get<0>(right.at("member")); });
 
     const std::string group = interface.name.substr(0, interface.name.rfind('.'));
     const std::vector<Type> types = crossing_types(interface);
@@ -388,9 +441,7 @@ Words words_of(const Interface& interface)
         {"guard", capitals("GANTRY_" + flat + "_H")},
         {"variant", variant(interface)},
         {"summary", interface.summary},
-        {"summarycell", escaped(interface.summary)},
         {"doc", interface.doc},
-        {"doccell", escaped(interface.doc)},
         {"comment", comment(interface.summary)},
         {"callable", truth(!methods.empty() || !signals.empty())},
         {"records", truth(!std::all_of(types.begin(), types.end(), is_basic))},
@@ -399,6 +450,7 @@ Words words_of(const Interface& interface)
         {"methods", std::move(methods)},
         {"signals", std::move(signals)},
         {"properties", std::move(properties)},
+        {"rows", std::move(rows)},
         {"keys", std::move(keys)},
     };
 }
@@ -428,7 +480,12 @@ Words words_of(const std::vector<Interface>& interfaces)
     {
         index.push_back({{"name", name.second}, {"places", std::move(where)}});
     }
-    return {{"interfaces", std::move(listed)}, {"index", std::move(index)}};
+    std::set<std::string> header_names;
+    std::vector<Words> types = property_types(interfaces, header_names);
+    return {{"interfaces", std::move(listed)},
+            {"index", std::move(index)},
+            {"types", std::move(types)},
+            {"headers", headers(header_names)}};
 }
 
 } // namespace gantrygen

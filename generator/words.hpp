@@ -12,26 +12,29 @@
  *     headers                     a list: header
  *     structures                  a list: structure, defined (its guard), signature, and fields,
  *                                 a list: field
- *     methods, signals, properties, and keys, the properties that are a data store's key
+ *     methods, signals, properties, rows, the properties in the order of their names, and keys, the
+ *                                 properties that are a data store's key
  *
  * Every method, signal and property has `member`, its name on the bus. A list of arguments that
  * others precede begins with a comma: passed, sent, received. Words for the listings alone are
- * shape, privileged, initial, flags, summary and doc, and in Markdown those that end in `cell`.
- * `comment` is the doc of a member or the summary of the interface, for C.
+ * privileged, initial, flags, summary and doc. `comment` is the doc of a member or the summary of
+ * the interface, for C.
  *
  *     method      operation, result, parameters, passed    the C++ operation
  *                 callback, call, inputs, outputs, flag    its callback, and its row in the vtable
- *                 slot, function, dispatch                 the host's function, and what calls it
+ *                 function, dispatch                       the host's function, and what calls it
  *                 reply, replied, replies, answered        the C function that answers later: its
  *                                                          name, parameters, and what it calls
  *                 message                                  not empty if it makes its own reply
  *     signal      operation, parameters, passed, types     the C++ operation
  *                 signature                                for its row in the vtable
- *                 send, sent, receive, received            the C functions
+ *                 send, sent, handed, receive, received    the C functions
  *                 points                                   not empty if an argument is a pointer
  *     property    accessor, type, start                    the C++ accessors, and the data member
  *                 get, set, access, signature, flag        the callbacks, and the row in the vtable
  *                 number, writable, key                    not empty if it is that
+ *                 name, setter, getter                     the constant and the accessors in C
+ *                 suffix                                   of what they call; empty without them
  */
 #pragma once
 
@@ -44,8 +47,16 @@ namespace gantrygen
 /** The words of a valid table (validate.hpp). */
 Words words_of(const Interface& interface);
 
-/** The words of a listing: `interfaces`, and `index`, a list of all members' names in alphabetical
- *  order: name, and places, a list of the interfaces that have it: interface, leaf. */
+/**
+ * The words of several tables:
+ *
+ *     interfaces      a list: the words of each
+ *     index           a list of all members' names in alphabetical order: name, and places, a list
+ *                     of the interfaces that have it: interface, leaf
+ *     types           a list of the types that properties have: type, comma (not behind the last),
+ *                     number, composite (no host in C has it), writable (in some table)
+ *     headers         a list of what these types need: header
+ */
 Words words_of(const std::vector<Interface>& interfaces);
 
 } // namespace gantrygen

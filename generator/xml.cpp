@@ -8,6 +8,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <utility>
 
 namespace gantrygen
 {
@@ -48,9 +49,9 @@ class TreeBuilder
         }
         const auto status =
             XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE);
-        if (stray_text)
+        if (fault)
         {
-            throw TableError(file, *stray_text, "text where only elements may stand");
+            throw TableError(file, fault->first, fault->second);
         }
         if (status != XML_STATUS_OK)
         {
@@ -60,10 +61,18 @@ class TreeBuilder
     }
 
   private:
+    /** An annotation of a table is the fifth. */
+    static constexpr std::size_t deepest = 16;
+
     static void XMLCALL start_element(void* self, const XML_Char* name,
                                       const XML_Char** attributes) noexcept
     {
         auto& builder = *static_cast<TreeBuilder*>(self);
+        if (builder.open.size() == deepest)
+        {
+            builder.stop("elements nest too deep");
+            return;
+        }
         Element element{name, builder.line(), {}, {}};
         for (; *attributes != nullptr; attributes += 2)
         {
@@ -89,9 +98,14 @@ class TreeBuilder
         const std::string_view data(text, static_cast<std::size_t>(length));
         if (data.find_first_not_of(" \t\r\n") != std::string_view::npos)
         {
-            builder.stray_text = builder.line();
-            XML_StopParser(builder.parser.get(), XML_FALSE);
+            builder.stop("text where only elements may stand");
         }
+    }
+
+    void stop(const char* message)
+    {
+        fault = {line(), message};
+        XML_StopParser(parser.get(), XML_FALSE);
     }
 
     int line() const
@@ -108,7 +122,8 @@ class TreeBuilder
     /** The elements not yet closed, the root first. The root stays once it is closed. */
     std::vector<Element> open;
 
-    std::optional<int> stray_text;
+    /** Its line, and what is said of it. */
+    std::optional<std::pair<int, const char*>> fault;
 };
 
 } // namespace

@@ -4,11 +4,14 @@
 #include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "log.hpp"
+#include "thread_context.hpp"
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <list>
@@ -82,8 +85,10 @@ class LoggedBus final : public sdbusplus::SdBusImpl
     {
         const int result =
             SdBusImpl::sd_bus_emit_properties_changed_strv(bus, path, interface, names);
-        // EDOM: the property is one that never announces a change.
-        if (result < 0 && result != -EDOM && !gantry::ExceptionRelay::is_relaying())
+        auto* context = gantry::own_context();
+        // EDOM: the property is one that never announces a change. A lost bus refuses all of them.
+        if (result < 0 && result != -EDOM && !gantry::ExceptionRelay::is_relaying() &&
+            (context == nullptr || context->state->lost_changes.admit(context->event.get())))
         {
             GANTRY_LOG(gantry::log::failed, "failed for [%s] of [%s], rv=%d", *names, path, result);
         }
@@ -95,6 +100,19 @@ class LoggedBus final : public sdbusplus::SdBusImpl
 constinit LoggedBus logged_bus;
 
 constexpr char bus_name[] = "org.freedesktop.DBus";
+constexpr char local_name[] = "org.freedesktop.DBus.Local";
+
+int on_disconnected(sd_bus_message* /*message*/, void* data, sd_bus_error* /*error*/)
+{
+    auto& context = *static_cast<GANTRY_cpp_context*>(data);
+    return gantry::bus_boundary(
+        [&context]
+        {
+            context.state->on_disconnect(&context, context.state->disconnect_data);
+            return 0;
+        },
+        gantry::as_handled);
+}
 
 /** How many announcements are on the thread's stack. */
 constinit thread_local unsigned announcements = 0;
@@ -162,7 +180,15 @@ sd_bus* GANTRY_get_sd_bus(sdbusplus::bus_t& bus)
 sdbusplus::bus_t gantry::open_bus()
 {
     sd_bus* opened = nullptr;
-    GANTRY_use_default ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
+    const int result =
+        GANTRY_use_default ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
+    if (result < 0)
+    {
+        // libsystemd doesn't tell which address it tried.
+        const char* address = secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
+        GANTRY_LOG(log::failed, "the system bus can't be opened at [%s], rv=%d",
+                   address != nullptr ? address : "its standard address", result);
+    }
     const std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)> held{opened, sd_bus_unref};
     // The bus object reads the connection's unique name, which waits for the bus. That wait isn't
     // repeated if a signal interrupts it, so the wait is made here.
@@ -190,6 +216,7 @@ int gantry::request_name(GANTRY_cpp_context& context, const char* name)
         });
     if (result < 0 && result != -EALREADY)
     {
+        GANTRY_LOG(log::failed, "the bus refused the name [%s], rv=%d", name, result);
         return result;
     }
     if (const auto grant = find_grant(grants, name); result == -EALREADY && grant != grants.end())
@@ -207,6 +234,65 @@ const char* gantry::owned_name(GANTRY_cpp_context& context) noexcept
     const auto& grants = context.state->granted_names;
     const bool is_open = sd_bus_is_open(GANTRY_get_sd_bus(context.bus)) > 0;
     return is_open && !grants.empty() ? grants.back().c_str() : nullptr;
+}
+
+void gantry::write_what_is_left(GANTRY_cpp_context& context) noexcept
+{
+    using std::chrono::steady_clock;
+    sd_bus* bus = GANTRY_get_sd_bus(context.bus);
+    std::uint64_t left = 0;
+    if (sd_bus_get_n_queued_write(bus, &left) < 0 || left == 0)
+    {
+        return;
+    }
+    // A flush has no time limit. A call has one, and while it waits for its reply all that is
+    // queued before it is written.
+    const auto end = steady_clock::now() + std::chrono::seconds(1);
+    int result = -EINTR;
+    while (result == -EINTR && steady_clock::now() < end)
+    {
+        sd_bus_message* ping = nullptr;
+        result = sd_bus_message_new_method_call(bus, &ping, bus_name, "/",
+                                                "org.freedesktop.DBus.Peer", "Ping");
+        if (result >= 0)
+        {
+            const std::chrono::microseconds rest =
+                std::chrono::ceil<std::chrono::microseconds>(end - steady_clock::now());
+            result =
+                sd_bus_call(bus, ping, static_cast<std::uint64_t>(rest.count()), nullptr, nullptr);
+            sd_bus_message_unref(ping);
+        }
+    }
+    sd_bus_get_n_queued_write(bus, &left);
+    if (left > 0)
+    {
+        GANTRY_LOG(log::failed, "%lu messages are dropped that the bus didn't take in a second",
+                   left);
+        if (context.state->is_private)
+        {
+            sd_bus_close(bus); // its release would flush it without a limit
+        }
+    }
+}
+
+void gantry::set_on_disconnect(GANTRY_cpp_context& context,
+                               void (*lost)(GANTRY_cpp_context* context, void* data), void* data)
+{
+    auto& state = *context.state;
+    state.disconnected = nullptr;
+    state.on_disconnect = lost;
+    state.disconnect_data = data;
+    if (lost == nullptr)
+    {
+        return;
+    }
+    sd_bus_slot* slot = nullptr;
+    // sd-bus itself sends this signal, so the bus is not asked for it.
+    const int result = sd_bus_match_signal(GANTRY_get_sd_bus(context.bus), &slot, local_name,
+                                           "/org/freedesktop/DBus/Local", local_name,
+                                           "Disconnected", on_disconnected, &context);
+    throw_if_failed(result, "sd_bus_match_signal");
+    state.disconnected.reset(slot);
 }
 
 void gantry::check_connection(GANTRY_cpp_context& context)

@@ -4,8 +4,10 @@
  */
 #pragma once
 
+#include "announcement.hpp"
 #include "credentials.hpp"
 #include "deferred_call.hpp"
+#include "limited_log.hpp"
 #include "object_index.hpp"
 #include "object_manager.hpp"
 
@@ -74,18 +76,27 @@ struct ContextState
      * stays where it is for as long as the name is owned. */
     std::list<std::string> granted_names;
 
+    LimitedLog lost_changes{1, "changes could not be announced"};
+
     /** The filter that sees each message that arrives. */
     sd_bus_slot* filter = nullptr;
 
+    /** Whether no one else uses the connection. */
+    bool is_private = false;
+
+    /** Called when the connection is lost; null for none. */
+    void (*on_disconnect)(GANTRY_cpp_context* context, void* data) = nullptr;
+    void* disconnect_data = nullptr;
+    std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)> disconnected{nullptr,
+                                                                            sd_bus_slot_unref};
+
     // Changes that wait (announcement.hpp).
 
-    sd_event_source* pending_changes = nullptr;
+    PendingChanges changes;
 
     // Signals (signal.hpp).
 
-    /** Signals that could not be read in the present minute, and the timer that ends it. */
-    unsigned unreadable = 0;
-    sd_event_source* unreadable_timer = nullptr;
+    LimitedLog unreadable_signals{9, "signals could not be read"};
 
     // Calls that are answered later (deferred_call.hpp).
 

@@ -5,9 +5,10 @@
 #include "exception_boundary.hpp"
 #include "log.hpp"
 #include "object.hpp"
-#include "object_manager.hpp"
 
 #include <systemd/sd-event.h>
+
+#include <utility>
 
 namespace gantry
 {
@@ -15,6 +16,24 @@ namespace
 {
 
 constexpr char source_stem[] = "deferred_destruction";
+
+/** Takes the manager that came with an object off the bus; null is ignored. */
+void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexcept
+{
+    if (slot == nullptr)
+    {
+        return;
+    }
+    if (context.object_manager != nullptr && context.object_manager->slot == slot)
+    {
+        delete std::exchange(context.object_manager, nullptr);
+        return;
+    }
+    // No longer floating, it has one reference, which is dropped here.
+    sd_bus_slot_ref(slot);
+    sd_bus_slot_set_floating(slot, 0);
+    sd_bus_slot_unref(slot);
+}
 
 /** Inside a callback for a client's write sd-bus would answer that with an error. */
 void destroy_now(GANTRY_instance& instance) noexcept

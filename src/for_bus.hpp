@@ -44,6 +44,8 @@ inline void repair(std::string& text)
 
 template <class Element>
 void repair(std::vector<Element>& elements);
+template <class Element>
+void repair(std::set<Element>& elements);
 template <class Key, class Value>
 void repair(std::map<Key, Value>& entries);
 template <class... Members>
@@ -68,6 +70,20 @@ void repair(std::vector<Element>& elements)
     {
         repair(element);
     }
+}
+
+// Two elements may become equal.
+template <class Element>
+void repair(std::set<Element>& elements)
+{
+    std::set<Element> result;
+    while (!elements.empty())
+    {
+        auto element = elements.extract(elements.begin());
+        repair(element.value());
+        result.insert(std::move(element));
+    }
+    elements = std::move(result);
 }
 
 // Two keys may become equal. The first is kept, as when a client sends one key twice.

@@ -5,6 +5,7 @@
  * All traffic is processed by the sd-event loop that the context attached its connection to. Each
  * run of it enters libsystemd, so an exception that a bus callback threw comes out of that run.
  */
+#include "announcement.hpp"
 #include "connection.hpp"
 #include "context_state.hpp"
 #include "deferred_destruction.hpp"
@@ -50,9 +51,11 @@ int run(GANTRY_cpp_context& context, Timeout timeout)
 void drain(GANTRY_cpp_context& context)
 {
     constexpr Timeout at_once{std::chrono::microseconds{1}};
+    gantry::send_due_changes(context);
     while (!context.state->stopping && run(context, at_once) > 0)
     {
     }
+    gantry::send_due_changes(context);
     gantry::check_connection(context);
 }
 
@@ -64,9 +67,11 @@ void drain(GANTRY_cpp_context& context)
 int loop(GANTRY_cpp_context& context)
 {
     sd_event* event = context.event.get();
+    gantry::send_due_changes(context);
     while (!context.state->stopping)
     {
         run(context, std::nullopt);
+        gantry::send_due_changes(context);
         gantry::check_connection(context);
         if (sd_event_get_state(event) == SD_EVENT_FINISHED)
         {

@@ -1,10 +1,11 @@
 /*
- * The per-thread context: made at a thread's first use, kept under one process-wide pthread key,
- * destroyed by GANTRY_context_free or at the thread's exit. Also what a context does with itself:
+ * The per-thread context: made at a thread's first use, destroyed by GANTRY_context_free or at the
+ * thread's exit. Also what a context does with itself:
  * the health check, and the stop of its loops.
  */
 #include "gantrycontext.hpp"
 
+#include "announcement.hpp"
 #include "connection.hpp"
 #include "context_state.hpp"
 #include "deferred_call.hpp"
@@ -12,16 +13,15 @@
 #include "exception_boundary.hpp"
 #include "object.hpp"
 #include "object_manager.hpp"
+#include "thread_context.hpp"
 
 #include <gantry/loop.h>
 
 #include <pthread.h>
-#include <sched.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <exception>
@@ -37,47 +37,13 @@ namespace
 
 constexpr char source_stem[] = "gantrycontext";
 
-pthread_once_t key_once = PTHREAD_ONCE_INIT;
-pthread_key_t context_key;
-std::atomic<bool> key_valid{false};
-
-/**
- * The key's destructor, in the thread that exits. If the thread ended inside a callback, the frames
- * of sd-bus never returned and keep their references, so the connection is closed here: else its
- * name would stay owned, and calls would wait for their timeout.
- */
-void destroy_at_thread_exit(void* data)
-{
-    auto* context = static_cast<GANTRY_cpp_context*>(data);
-    sd_bus* abandoned =
-        gantry::is_in_callback(*context) ? sd_bus_ref(GANTRY_get_sd_bus(context->bus)) : nullptr;
-    delete context;
-    sd_bus_close_unref(abandoned);
-}
-
-void create_key()
-{
-    constexpr int attempts = 10;
-    for (int attempt = 1; pthread_key_create(&context_key, destroy_at_thread_exit) != 0; ++attempt)
-    {
-        if (attempt == attempts)
-        {
-            return;
-        }
-        sched_yield();
-    }
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-    key_valid.store(true);
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-}
-
 /** Deletes a context, after its thread's key has dropped it. */
 void destroy(GANTRY_cpp_context* context) noexcept
 {
     const gantry::NoCancellation no_cancellation;
     if (context != nullptr && gantry::own_context() == context)
     {
-        pthread_setspecific(context_key, nullptr);
+        gantry::set_own_context(nullptr);
     }
     delete context;
 }
@@ -107,8 +73,7 @@ void GANTRY_get_or_allocate_ctx(GANTRY_cpp_context** out)
 try
 {
     *out = nullptr;
-    pthread_once(&key_once, create_key);
-    if (!key_valid)
+    if (!gantry::has_thread_key())
     {
         GANTRY_LOG(gantry::log::fault, "key is not valid");
         return;
@@ -135,11 +100,8 @@ try
     {
         return;
     }
-    if (const int error = pthread_setspecific(context_key, context.get()); error != 0)
-    {
-        // Memory is short. A context that the thread can't find again would never be freed.
-        throw std::bad_alloc();
-    }
+    // If memory is too short for this, the thread couldn't find the context again to free it.
+    gantry::set_own_context(context.get());
     *out = context.release();
     GANTRY_LOG(gantry::log::trace, "leave");
 }
@@ -152,13 +114,13 @@ catch (const std::exception& error)
 [[gnu::destructor]] void GANTRY_per_thread_library_destructor()
 {
     GANTRY_LOG(gantry::log::trace, "enter tid=%lu", pthread_self());
-    if (!key_valid)
+    const int result = gantry::delete_thread_key();
+    if (result < 0)
     {
         GANTRY_LOG(gantry::log::trace, "no key, no cleanup needed");
         return;
     }
-    key_valid = false;
-    if (const int result = pthread_key_delete(context_key); result != 0)
+    if (result > 0)
     {
         GANTRY_LOG(gantry::log::fault, "pthread_key_delete failed with irv=%d", result);
     }
@@ -172,21 +134,22 @@ GANTRY_cpp_context::GANTRY_cpp_context() :
     event(sdeventplus::Event::get_default(&sdeventplus::internal::sdevent_impl)),
     state(std::make_unique<gantry::ContextState>(destroy))
 {
+    state->is_private = !GANTRY_use_default;
     // A connection that failed to open fails here.
     sd_bus* connection = GANTRY_get_sd_bus(bus);
     flush(connection);
     const int result = sd_bus_attach_event(connection, event.get(), SD_EVENT_PRIORITY_NORMAL);
     if (sd_bus_get_event(connection) != event.get())
     {
-        GANTRY_LOG(gantry::log::failed, "sd_bus_attach_event failed, rv=%d", result);
+        GANTRY_LOG(gantry::log::failed, "sd_bus_attach_event failed, rv=%d%s", result,
+                   result == -ESTALE ? ": the thread's event loop has exited" : "");
     }
 }
 
 GANTRY_cpp_context::~GANTRY_cpp_context()
 {
     running = false;
-    sd_event_source_disable_unref(state->pending_changes);
-    sd_event_source_disable_unref(state->unreadable_timer);
+    gantry::send_last_changes(*this);
     sd_event_source_disable_unref(state->destruction);
     gantry::close_calls(*this, nullptr);
     gantry::destroy_freed_objects(*this);
@@ -216,7 +179,7 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
     }
     // Answers and signals may still be queued. If this was the last use of a shared connection, its
     // release would drop them.
-    sd_bus_flush(GANTRY_get_sd_bus(bus));
+    gantry::write_what_is_left(*this);
     // The members' order releases the event reference next and the connection last.
 }
 
@@ -226,7 +189,8 @@ void GANTRY_cpp_context::sanity_check() noexcept
     using gantry::log::trace;
 
     const gantry::NoCancellation no_cancellation;
-    // The kernel is asked once a thread. In a forked child sd_bus_get_tid fails first.
+    // The kernel is asked once per thread, and again in a forked child, whose thread has another
+    // id.
     [[gnu::tls_model("initial-exec")]] static constinit thread_local pid_t caller = 0;
     if (caller == 0)
     {
@@ -246,7 +210,7 @@ void GANTRY_cpp_context::sanity_check() noexcept
                 GANTRY_LOG(fault, "sd_bus_get_tid returned an error, irv=%d", result);
             }
         }
-        else if (owner != caller)
+        else if (owner != caller && owner != (caller = gettid()))
         {
             GANTRY_LOG(fault, "thread ids are not equal");
         }
@@ -447,6 +411,25 @@ catch (const std::exception& error)
     GANTRY_LOG_EXCEPTION(error.what());
 }
 
+void GANTRY_context_on_disconnect(GANTRY_cpp_context* context,
+                                  void (*lost)(GANTRY_cpp_context* context, void* data), void* data,
+                                  int* error)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    const auto here = GANTRY_HERE;
+    const auto set = [&]
+    {
+        context = gantry::resolve(here, context);
+        if (context == nullptr)
+        {
+            return gantry::already_logged(ENOTCONN);
+        }
+        gantry::set_on_disconnect(*context, lost, data);
+        return 0;
+    };
+    gantry::host_boundary(here, error, set);
+}
+
 // A signal handler calls it: no log, no lock, no allocation.
 void GANTRY_context_stop(GANTRY_cpp_context* context)
 {
@@ -458,13 +441,6 @@ void GANTRY_context_stop(GANTRY_cpp_context* context)
     {
         context->state->stopping = true;
     }
-}
-
-// POSIX leaves pthread_getspecific out of what a signal handler may call; glibc allows it, and it
-// is a load from the thread's descriptor.
-GANTRY_cpp_context* gantry::own_context() noexcept
-{
-    return key_valid ? static_cast<GANTRY_cpp_context*>(pthread_getspecific(context_key)) : nullptr;
 }
 
 GANTRY_cpp_context* gantry::resolve(const Place& place, GANTRY_cpp_context* context)

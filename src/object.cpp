@@ -7,6 +7,7 @@
 #include "exception_boundary.hpp"
 #include "gantrycontext.hpp"
 #include "object_manager.hpp"
+#include "thread_context.hpp"
 
 #include <gantry/object.hpp>
 
@@ -44,6 +45,21 @@ make_record(const gantry::Descriptor& descriptor, GANTRY_cpp_context* context, c
         throw std::bad_alloc();
     }
     return instance;
+}
+
+/**
+ * Makes a manager the one that the context holds. The one before becomes the connection's: a
+ * floating slot stays registered until the connection is closed, and keeps nothing alive.
+ */
+void hold_object_manager(GANTRY_cpp_context& context,
+                         std::unique_ptr<gantry::ObjectManager> added) noexcept
+{
+    const std::unique_ptr<gantry::ObjectManager> earlier(
+        std::exchange(context.object_manager, added.release()));
+    if (earlier != nullptr && earlier->slot != nullptr)
+    {
+        sd_bus_slot_set_floating(earlier->slot, 1);
+    }
 }
 
 /** Removes the tracker's entries whose object was freed. */
@@ -146,7 +162,8 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
             const int result = request_name(*context, context->service_name);
             throw_if_failed(result == -EALREADY ? 0 : result, "sd_bus_request_name");
         }
-        instance->manager = add_object_manager(*context, instance->path);
+        const int refused = sd_bus_add_object_manager(GANTRY_get_sd_bus(context->bus),
+                                                      &instance->manager, instance->path);
         auto manager = std::make_unique<ObjectManager>(instance->manager);
         std::unique_ptr<void, void (*)(void*)> object{
             descriptor.create(context->bus, instance.get()), descriptor.deleter};
@@ -156,6 +173,11 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
         context->tracker.push_back({object.get(), descriptor.deleter});
         static_cast<void>(object.release());
         hold_object_manager(*context, std::move(manager));
+        if (refused < 0)
+        {
+            GANTRY_LOG_AT(place, log::failed, "sd_bus_add_object_manager failed for [%s], rv=%d",
+                          record->path, refused);
+        }
         context->state->last_created = record;
         GANTRY_LOG_AT(place, log::trace, "leave");
         return 0;

@@ -201,46 +201,9 @@ void add_root_manager(GANTRY_cpp_context& context, const char* path)
 
 } // namespace
 
-sd_bus_slot* add_object_manager(GANTRY_cpp_context& context, const char* path)
-{
-    sd_bus_slot* added = nullptr;
-    const int result = sd_bus_add_object_manager(GANTRY_get_sd_bus(context.bus), &added, path);
-    if (result < 0)
-    {
-        GANTRY_LOG(log::failed, "sd_bus_add_object_manager failed for [%s], rv=%d", path, result);
-    }
-    return added;
-}
-
-void hold_object_manager(GANTRY_cpp_context& context, std::unique_ptr<ObjectManager> added) noexcept
-{
-    const std::unique_ptr<ObjectManager> earlier(
-        std::exchange(context.object_manager, added.release()));
-    if (earlier != nullptr && earlier->slot != nullptr)
-    {
-        sd_bus_slot_set_floating(earlier->slot, 1);
-    }
-}
-
-void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexcept
-{
-    if (slot == nullptr)
-    {
-        return;
-    }
-    if (context.object_manager != nullptr && context.object_manager->slot == slot)
-    {
-        delete std::exchange(context.object_manager, nullptr);
-        return;
-    }
-    // No longer floating, it has one reference, which is dropped here.
-    sd_bus_slot_ref(slot);
-    sd_bus_slot_set_floating(slot, 0);
-    sd_bus_slot_unref(slot);
-}
-
 void announce_added(const GANTRY_instance& object)
 {
+    send_changes_of(*static_cast<const Object*>(object.the_service));
     // Getters run inside: the relay keeps their exceptions, InAnnouncement marks the callback.
     const InAnnouncement announcing;
     const auto call = [&](const char* name, const auto& announce)

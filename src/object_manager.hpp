@@ -30,20 +30,6 @@ struct RootManager
     Slot enumerator{nullptr, sd_bus_slot_unref};
 };
 
-/** Adds the manager of an object at `path`. Returns its slot; null, and logs it, if the connection
- *  refuses it. */
-sd_bus_slot* add_object_manager(GANTRY_cpp_context& context, const char* path);
-
-/**
- * Makes a manager the one that the context holds. The one before becomes the connection's: a
- * floating slot stays registered until the connection is closed, and keeps nothing alive.
- */
-void hold_object_manager(GANTRY_cpp_context& context,
-                         std::unique_ptr<ObjectManager> added) noexcept;
-
-/** Takes the manager that came with an object off the bus; null is ignored. */
-void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexcept;
-
 /** Sends InterfacesAdded from the object's path and from each root above it. Throws what a getter
  *  throws, and SdBusError if a signal can't be sent. */
 void announce_added(const GANTRY_instance& object);

@@ -5,16 +5,15 @@ namespace gantry
 
 const Property<Object>* Properties::find(std::string_view name) const noexcept
 {
-    const auto* const rows = static_cast<const Property<Object>*>(first);
+    const auto* const rows = static_cast<const Property<Object>*>(header);
     for (std::uint32_t at = name_hash(name);; ++at)
     {
-        const std::uint8_t slot = slots[at & mask];
-        if (slot == 0)
+        const auto& row = rows[slots[at & mask]];
+        if (row.place == 0)
         {
             return nullptr;
         }
-        const auto& row = rows[slot - 1];
-        if (name == std::string_view{row.member, row.length})
+        if (row.name() == name)
         {
             return &row;
         }

@@ -14,8 +14,6 @@
 #include <systemd/sd-bus.h>
 
 #include <sdbusplus/sdbus.hpp>
-#include <sdbusplus/server/interface.hpp>
-#include <string>
 #include <type_traits>
 
 namespace gantry
@@ -25,15 +23,24 @@ namespace gantry
 template <class Type>
 using Passed = std::conditional_t<std::is_scalar_v<Type>, Type, Type&>;
 
-/**
- * The body of a property's two-argument setter: an equal value changes nothing; another one is
- * stored, and then announced under the member name unless `skip_signal`. Returns the stored value.
- * Throws SdBusError with EMSGSIZE, and stores nothing, if no message can hold the value. Throws
- * what a getter throws that the announcement runs; the value is stored then.
- */
+/** The class-independent core of set(). */
 template <class Type>
 GANTRY_HIDDEN Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,
-                       sdbusplus::server::interface_t& interface, const char* member);
+                       Object& object, const Property<Object>& row);
+
+/**
+ * The body of a property's two-argument setter: an equal value changes nothing; another one is
+ * stored, and then announced unless `skip_signal`. Returns the stored value. Throws SdBusError with
+ * EMSGSIZE, and stores nothing, if no message can hold the value. Throws what a getter throws that
+ * the announcement runs; the value is stored then.
+ */
+template <class Type, class Class>
+Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal, Class& object,
+         const Property<Class>& row)
+{
+    static_assert(std::is_polymorphic_v<Class> && sizeof(Class) > sizeof(Object));
+    return set<Type>(stored, value, skip_signal, reinterpret_cast<Object&>(object), row_of(row));
+}
 
 /** The class-independent core of set_and_announce(). */
 template <class Type>

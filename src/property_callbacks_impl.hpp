@@ -1,6 +1,5 @@
 /*
- * The bodies of property_callbacks.hpp, for the two files that instantiate them: one for the types
- * of the inventory, one for what the sample interface adds.
+ * The bodies of property_callbacks.hpp, for the files in which gantrygen instantiates them.
  */
 #pragma once
 
@@ -23,8 +22,8 @@ namespace gantry
 {
 
 template <class Type>
-Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal,
-         sdbusplus::server::interface_t& interface, const char* member)
+Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal, Object& object,
+         const Property<Object>& row)
 {
     if (stored != value)
     {
@@ -32,7 +31,7 @@ Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signa
         stored = std::move(value);
         if (!skip_signal)
         {
-            announce(interface, member);
+            announce(object, row);
         }
     }
     return stored;
@@ -173,8 +172,8 @@ int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterfac
 } // namespace gantry
 
 #define GANTRY_NUMBER_PROPERTY(...)                                                                \
-    template __VA_ARGS__ set(__VA_ARGS__&, Passed<__VA_ARGS__>, bool,                              \
-                             sdbusplus::server::interface_t&, const char*);                        \
+    template __VA_ARGS__ set(__VA_ARGS__&, Passed<__VA_ARGS__>, bool, Object&,                     \
+                             const Property<Object>&);                                             \
     template int get_property(sd_bus*, Getter<__VA_ARGS__>, sdbusplus::SdBusInterface*,            \
                               sd_bus_message*, const Object&, sd_bus_error*);
 

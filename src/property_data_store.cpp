@@ -7,13 +7,12 @@
 namespace gantry
 {
 
-std::string set_key(std::string& stored, std::string& value, bool skip_signal,
-                    sdbusplus::server::interface_t& interface, const char* member,
-                    const char* class_name)
+std::string set_key(std::string& stored, std::string& value, bool skip_signal, Object& object,
+                    const Property<Object>& row, const char* class_name)
 {
-    static_cast<void>(set(stored, value, skip_signal, interface, member));
+    static_cast<void>(set(stored, value, skip_signal, object, row));
     // Set or equal before, the stored value is the one that was given.
-    Tallybook::set_key(stored, class_name, interface.path(),
+    Tallybook::set_key(stored, class_name, object.server_interface.path(),
                        static_cast<unsigned short>(tallybook_caller_id()));
     return stored;
 }

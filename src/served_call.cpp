@@ -2,6 +2,7 @@
 
 #include "credentials.hpp"
 #include "gantrycontext.hpp"
+#include "thread_context.hpp"
 #include "utf8.hpp"
 
 #include <cerrno>

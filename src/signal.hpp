@@ -18,20 +18,21 @@
 #include "gantrycontext.hpp"
 #include "method_to_c.hpp"
 #include "object.hpp"
+#include "waiting_changes.hpp"
 
 #include <functional>
 #include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
-#include <sdbusplus/server/interface.hpp>
 
 namespace gantry
 {
 
 /** An emitting operation's body. Throws SdBusError when the signal can't be made or sent. */
-template <class... Values>
-void emit(sdbusplus::server::interface_t& interface, const char* member, const Values&... values)
+template <class Class, class... Values>
+void emit(Class& object, const char* member, const Values&... values)
 {
-    auto message = interface.new_signal(member);
+    send_changes_of(object);
+    auto message = reinterpret_cast<Object&>(object).server_interface.new_signal(member);
     (append_value(message, for_bus(values)), ...);
     message.signal_send();
 }
@@ -68,8 +69,7 @@ catch (const std::exception& failure)
 void subscribe(GANTRY_cpp_context& context, const char* member,
                std::function<void(sdbusplus::message_t&)> arrival);
 
-/** Logs that a signal can't be read. Since anyone can send such signals, only the first nine of a
- *  minute have a line each; the others are counted, and one line has their number. */
+/** Logs that a signal can't be read, which any client can cause: at most nine times per minute. */
 void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char* what);
 
 /** Reads a signal's values. Returns false, and logs it, if they have other types than the table's.

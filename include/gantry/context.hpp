@@ -46,9 +46,9 @@ struct ObjectManager
 };
 
 /**
- * A match on the bus and the function that gets each arrival. sdbusplus's holder of a match doesn't
- * tell whether the connection refused it, and aborts the process if the thread ends inside the
- * function.
+ * A match and the function that each matching message is passed to. sdbusplus's own class for a
+ * match doesn't tell whether the connection refused the match, and aborts the process if the thread
+ * ends inside the callback.
  */
 struct Subscription
 {

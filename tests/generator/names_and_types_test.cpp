@@ -5,9 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-#include <regex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -91,18 +88,6 @@ TEST(Types, An_initial_value_at_its_types_limit_keeps_its_value_and_one_beyond_i
     {
         EXPECT_EQ(literal(value.substr(0, 1), value.substr(1)), "none") << value;
     }
-}
-
-TEST(Types, A_property_has_a_type_of_the_frame_or_is_refused)
-{
-    std::ifstream file(SOURCE_ROOT "/src/property_types.hpp");
-    std::string frame(std::istreambuf_iterator<char>(file), {});
-    frame = std::regex_replace(frame, std::regex("//.*|\\s"), "");
-    std::string ours =
-        cpp_type(gantrygen::Type{gantrygen::Type::Kind::variant, gantrygen::property_types()});
-    ours = std::regex_replace(ours, std::regex("std::tuple<short, int, long>"), "Triple");
-    ours = std::regex_replace(ours, std::regex("^std::variant| "), "");
-    EXPECT_NE(frame.find("TypeList" + ours + ';'), frame.npos);
 }
 
 } // namespace

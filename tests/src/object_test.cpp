@@ -115,7 +115,8 @@ TEST_F(Object, AtARefusedPathLeavesTheOthersAsTheyAre)
          {std::pair{"/taken", "FileExists"}, {"no/path", "InvalidArgs"}, {"", "InvalidArgs"}})
     {
         add(blt, path);
-        const auto why = error + std::string(".* for .com.orvane.*BLT. at .") + path + "[]]";
+        const auto why =
+            error + std::string("[^\n]*\n*.*BLT: that was .com.*BLT. at .") + path + "[]]\n$";
         EXPECT_THAT(logged(2), testing::ContainsRegex(why));
         EXPECT_THAT(context->tracker, SizeIs(1));
         EXPECT_TRUE(serves("/taken", blt.interface));

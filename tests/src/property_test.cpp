@@ -157,6 +157,31 @@ TEST_F(Property, IsOpenToItsOwnNameAndTypeAlone)
     }
 }
 
+// Macros of the generated header: a build without NDEBUG sees the wrong interface.
+TEST_F(Property, HasAccessorsThatSeeTheWrongInterface)
+{
+    int error = -1;
+    unsigned long value = 0;
+    GANTRY_set__com_orvane_velmar_sample_gantrytest__PropUInt64(instance, 7, true, &error);
+    EXPECT_EQ(error, 0);
+    GANTRY_get__com_orvane_velmar_sample_gantrytest__PropUInt64(instance, &value, &error);
+    EXPECT_EQ(value, 7U);
+    EXPECT_EQ(
+        announce(instance, {GANTRY_name__com_orvane_velmar_sample_gantrytest__PropUInt64, nullptr}),
+        0);
+    EXPECT_EQ(announced(), "PropUInt64: t 7\n");
+
+    // One that has a member of that name and type too.
+    GANTRY_instantiate__com_orvane_velmar_system_BLT(context, nullptr, "/blt", nullptr);
+    GANTRY_instance* blt = nullptr;
+    GANTRY_instance_get_created(context, &blt, nullptr);
+    for (GANTRY_instance* other : {blt, static_cast<GANTRY_instance*>(nullptr)})
+    {
+        GANTRY_set__com_orvane_velmar_system_USB__Manufacturer(other, "x", true, &error);
+        EXPECT_EQ(error, EINVAL);
+    }
+}
+
 TEST_F(Property, LetsNothingThrownIntoAHostInC)
 {
     const char* const members[] = {"PropString", nullptr};
@@ -214,7 +239,7 @@ TEST_F(Property, IsAnnouncedWithOthersInOneSignalOrLeftOut)
     server->propByte(3, true);
     EXPECT_EQ(announce(instance, {"PropString", "PropByte", "PropString", nullptr}), 0);
     EXPECT_EQ(sent(), "/sample PropertiesChanged sa{sv}as \"" + std::string(interface) +
-                          "\", {\"PropString\": <s \"\">, \"PropByte\": <y 3>}, []\n");
+                          "\", {\"PropByte\": <y 3>, \"PropString\": <s \"\">}, []\n");
     std::vector<const char*> many(1000, "PropByte");
     many.push_back(nullptr);
     EXPECT_EQ(announce(instance, many), 0);
@@ -228,7 +253,9 @@ TEST_F(Property, IsAnnouncedWithOthersInOneSignalOrLeftOut)
     EXPECT_EQ(announce(instance, {"Nothing", "RDMAOSDriver", "FQDD", nullptr}), ENOENT);
     const std::string lines = logged(2);
     EXPECT_NE(lines.find("property [RDMAOSDriver] never announces a change\n"), std::string::npos);
-    EXPECT_NE(lines.find("there is no property [Nothing]\n"), std::string::npos);
+    EXPECT_NE(lines.find("there is no property [Nothing] of "
+                         "[com.orvane.velmar.system.NicPartition] at [/nic]\n"),
+              std::string::npos);
     EXPECT_EQ(announced(), "FQDD: s \"\"\nFQDD: s \"\"\n");
     EXPECT_EQ(announce(instance, {"RDMAOSDriver", nullptr}), EINVAL);
     EXPECT_EQ(announce(instance, {nullptr}), 0);

@@ -481,10 +481,11 @@ TEST_F(Call, HostLearnsWhatItsMistakeWas)
     GANTRY_property_get_string(instance, "None", &text, nullptr);
     reply(&open_calls.emplace_back(), "", nullptr);
     EXPECT_EQ(logged(8),
-              "2 property_c.property_set: property [PropUInt32] of type [u] accessed as [t]: "
+              "2 property_c.property_set: property [PropUInt32] of type [u] accessed as [t] at "
+              "[/object]: "
               "Invalid argument\n"
-              "2 property_c.property_get: property [None] of type [] accessed as [s]: "
-              "No such file or directory\n"
+              "2 property_c.property_get: property [None] of type [] accessed as [s] at [/object]: "
+              "there is no such property\n"
               "2 gantry_server.GANTRY_reply__com_orvane_velmar_sample_gantrytest__Try_string: "
               "Invalid argument\n");
     const GANTRY_string_array absurd{&text, ULONG_MAX};
