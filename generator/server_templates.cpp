@@ -131,9 +131,6 @@ const std::string_view server_cpp = R"(
 #include "property_by_name.hpp"
 #include "property_callbacks.hpp"
 %end
-%if keys
-#include "property_data_store.hpp"
-%end
 %if properties
 #include "log.hpp"
 %end
@@ -232,7 +229,8 @@ int $class::$set(
 {
     auto* object = static_cast<$class*>(context);
     return gantry::set_property<$type>(
-        value, *object, object->bus_interface, error, "$member", &$class::$accessor);
+        value, *object, object->bus_interface, error,
+        {"$member", object->server_interface, _vtable, properties}, &$class::$accessor);
 }
 
 %end

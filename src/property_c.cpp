@@ -43,7 +43,7 @@ using Texts = std::vector<std::string>;
 /** The index over a class's rows allows no more. */
 constexpr std::size_t max_properties = 254;
 
-/** An array in a message has 64 MiB, and an element of it at least a byte. */
+/** An element of an array in a message has at least a byte. */
 constexpr unsigned long max_count = 64UL << 20U;
 
 /** Finds the row of a member. Returns 0, or the errno if there is none. */
@@ -118,9 +118,10 @@ int report(const gantry::Place& place, const GANTRY_instance* instance, const ch
         return result;
     }
     const char* actual = type_of(instance, member);
-    GANTRY_LOG_AT(place, gantry::log::failed, "property [%s] of type [%s] accessed as [%s]: %s",
-                  member != nullptr ? member : "", actual != nullptr ? actual : "",
-                  signature_of(type), strerrordesc_np(result));
+    GANTRY_LOG_AT(
+        place, gantry::log::failed, "property [%s] of type [%s] at [%s] accessed as [%s]: %s",
+        member != nullptr ? member : "", actual != nullptr ? actual : "",
+        instance != nullptr ? instance->path : "", signature_of(type), strerrordesc_np(result));
     return gantry::already_logged(result);
 }
 
@@ -137,7 +138,16 @@ int report(const gantry::Place& place, const GANTRY_instance* instance, const ch
     {
         return EINVAL;
     }
-    set_from(*row, *static_cast<gantry::Object*>(instance->the_service), value, skip_signal);
+    try
+    {
+        set_from(*row, *static_cast<gantry::Object*>(instance->the_service), value, skip_signal);
+    }
+    catch (const std::exception&)
+    {
+        GANTRY_LOG(gantry::log::failed, "property [%s] at [%s] was not set or not announced",
+                   member, instance->path);
+        throw;
+    }
     return 0;
 }
 

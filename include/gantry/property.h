@@ -11,7 +11,8 @@
  *
  *     EINVAL   the property has another type; the instance or `out` is null; an array record has a
  *              count that no message can have
- *     EMSGSIZE no message can hold the value: an array has at most 64 MiB, a text less than 128 MiB
+ *     EMSGSIZE the value has more than 32 MiB less 64 KiB in a message: a system bus takes no
+ *              message of more than 32 MiB by default; nothing is stored
  *     ENOENT   the object has no property of that name, or the name is null
  *     ENOMEM   memory ran out; a setter may have stored the value, and announced it
  *     another  a getter that the announcement runs threw, and the value is stored; or, only for
