@@ -18,7 +18,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -34,6 +33,23 @@ inline void check(int result, const char* call)
     {
         throw std::system_error(-result, std::generic_category(), call);
     }
+}
+
+/** CPU seconds that a clock has counted. */
+inline double cpu_seconds(clockid_t clock)
+{
+    timespec time{};
+    check(clock_gettime(clock, &time) < 0 ? -errno : 0, "clock_gettime");
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+/** CPU seconds that this process spends in `work`. */
+template <class Work>
+double cpu_seconds_of(const Work& work)
+{
+    const double before = cpu_seconds(CLOCK_PROCESS_CPUTIME_ID);
+    work();
+    return cpu_seconds(CLOCK_PROCESS_CPUTIME_ID) - before;
 }
 
 /** Keeps this process on the one processor that bus, client and servers share. */
@@ -93,10 +109,8 @@ class Process
     [[nodiscard]] double cpu_seconds() const
     {
         clockid_t clock{};
-        timespec time{};
         check(-clock_getcpuclockid(pid, &clock), "clock_getcpuclockid");
-        check(clock_gettime(clock, &time) < 0 ? -errno : 0, "clock_gettime");
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+        return bench::cpu_seconds(clock);
     }
 
     /** Memory that the process has to itself and wrote to, in bytes. */
@@ -150,11 +164,11 @@ struct Unit
 
 /**
  * Prints the median of a reference and of ours, measured in the same rounds, and that of their
- * ratio. Without a bar it is to be looked at only.
+ * ratio. With a bar of 0 it is to be looked at only.
  */
 inline void print_ratio(const char* what, Unit unit, const char* reference_name,
                         const std::vector<double>& reference, const std::vector<double>& ours,
-                        std::optional<double> bar)
+                        double bar)
 {
     std::vector<double> ratios;
     for (std::size_t round = 0; round < ours.size(); ++round)
@@ -165,9 +179,9 @@ inline void print_ratio(const char* what, Unit unit, const char* reference_name,
     std::printf("%-39s %-9s %8.2f %-2s  ours %8.2f %-2s  ratio %.3f", what, reference_name,
                 median(reference) * unit.scale, unit.name, median(ours) * unit.scale, unit.name,
                 ratio);
-    if (bar)
+    if (bar > 0)
     {
-        std::printf("  (bar %.2f: %s)", *bar, ratio <= *bar ? "met" : "MISSED");
+        std::printf("  (bar %.2f: %s)", bar, ratio <= bar ? "met" : "MISSED");
     }
     std::puts("");
     std::fflush(stdout);

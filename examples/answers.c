@@ -1,7 +1,7 @@
 /*
  * A host that answers as it needs, in a loop of its own: a call of "refuse" with an error, of
- * "later" when the bus has been quiet for a while, any other with its caller. It doesn't let "bad"
- * be written.
+ * "later" when the bus has been quiet for a while, unless the client has left by then, any other
+ * with its caller. It doesn't let "bad" be written.
  *
  *     busctl call com.orvane.velmar.HWInventory /sample com.orvane.velmar.sample.gantrytest \
  *         Try_string s later
@@ -17,6 +17,16 @@
 
 static GANTRY_call* later;
 
+/* The client has left, so another may be answered later. */
+static void drop(GANTRY_call* call, void* data)
+{
+    GANTRY_call** kept = data;
+    if (*kept == call)
+    {
+        *kept = NULL;
+    }
+}
+
 static void answer(GANTRY_instance* instance, char* in, char** out)
 {
     const char* sender = NULL;
@@ -28,6 +38,10 @@ static void answer(GANTRY_instance* instance, char* in, char** out)
     else if (strcmp(in, "later") == 0 && later == NULL)
     {
         GANTRY_call_defer(instance, &later, NULL);
+        if (later != NULL)
+        {
+            GANTRY_call_on_cancel(later, drop, &later, NULL);
+        }
     }
     else if ((*out = malloc(64)) != NULL)
     {

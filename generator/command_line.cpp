@@ -36,8 +36,7 @@ constexpr auto usage = R"(gantrygen: code that follows from an interface's membe
                                          writes the list of their properties' types, and the code
                                          for each type, into DIR
     gantrygen --catalogue TABLE...       prints the header that includes all gantry_server.h
-    gantrygen --reference TABLE...       prints docs/catalogue.md: every interface with its members
-    gantrygen --html TABLE...            prints the same as a page with an index and a search
+    gantrygen --html TABLE...            prints a page of every interface with its members
     gantrygen --symbols TABLE...         prints the symbols that the library exports for the tables,
                                          without parameter lists
     gantrygen --version                  prints the version that gantrygen is of
@@ -135,7 +134,6 @@ bool obey(std::span<const std::string> arguments, std::ostream& out)
     const std::map<std::string_view, std::pair<std::string_view, Escape>> listings{
         {"--catalogue", {templates::catalogue, nullptr}},
         {"--html", {templates::page, as_html}},
-        {"--reference", {templates::reference, nullptr}},
         {"--symbols", {templates::symbols, nullptr}},
     };
     const std::string& first = arguments.front();

@@ -108,7 +108,6 @@ const gantry::Descriptor $leaf::descriptor{
     .properties = nullptr,
 %end
     .create = gantry::create<$leaf>,
-    .instance_of = gantry::instance_of<$leaf>,
     .delete_as_class = gantry::delete_as_class<$leaf>,
     .deleter = deleter,
 };

@@ -49,6 +49,9 @@ section { overflow-x: auto; }
 <div class="contents">
 <p>The library stores and serves values without interpreting them: where no codes, units or scale
 are given, the host defines them. Meaning is left empty where the name says it.</p>
+<p>An object's default path is its interface's name with slashes. A property starts at zero, false or
+empty where no other value is given; <i>const</i>: no change is announced; <i>writable</i>: clients may
+set it too; <i>key</i>: setting it registers the object with the data store.</p>
 <table class="names">
 %each interfaces
 <tr><td><a href="#$interface">$leaf</a></td><td>$summary</td></tr>
@@ -80,7 +83,11 @@ are given, the host defines them. Meaning is left empty where the name says it.<
 <tbody>
 %each methods
 <tr id="$interface.$member"><td><code>$member</code></td><td>method</td>
-<td><code>$inputs → $outputs</code></td><td><code>void (*$member)($function)</code></td><td>$doc</td></tr>
+<td><code>$inputs → $outputs</code></td><td><code>void (*$member)($function)</code></td><td>$doc
+%if privileged
+<i>for privileged clients</i>
+%end
+</td></tr>
 %end
 %each signals
 <tr id="$interface.$member"><td><code>$member</code></td><td>signal</td>

@@ -130,6 +130,7 @@ const std::string_view server_cpp = R"(
 %if properties
 #include "property_by_name.hpp"
 #include "property_callbacks.hpp"
+#include "waiting_changes.hpp"
 %end
 %if keys
 #include "property_data_store.hpp"
@@ -188,6 +189,7 @@ $class::$class(sdbusplus::bus_t& bus, const char* path) :
 $class::~$class()
 {
     GANTRY_LOG_DESTRUCTION();
+    gantry::forget_changes_of(*this);
 %each keys
     gantry::remove_key($accessor_);
 %end
@@ -259,7 +261,7 @@ int $class::$set(
 %each signals
 void $class::$operation($parameters)
 {
-    gantry::emit(server_interface, "$member"$passed);
+    gantry::emit(*this, "$member"$passed);
 }
 
 %end

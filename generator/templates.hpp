@@ -29,10 +29,7 @@ extern const std::string_view composite_property_callbacks_cpp;
 /** Of several interfaces: <gantry/catalogue.h>, */
 extern const std::string_view catalogue;
 
-/** docs/catalogue.md, */
-extern const std::string_view reference;
-
-/** the same as a page for a browser, with an index and a search, */
+/** catalogue.html, the page of every interface with its members, */
 extern const std::string_view page;
 
 /** the exported symbols without parameter lists, a line for each overload. */

@@ -114,27 +114,7 @@ std::string truth(bool holds)
     return holds ? "yes" : "";
 }
 
-/** A cell of the reference page. An empty one would look as if something were missing. */
-std::string cell(std::string_view text)
-{
-    return text.empty() ? "–" : "`" + std::string(text) + '`';
-}
-
-/** Text that anyone may have written, as Markdown shows it unchanged in a table. */
-std::string escaped(std::string_view text)
-{
-    std::string safe;
-    for (const char letter : text)
-    {
-        const bool special =
-            std::string_view("\\`*_[]<>|&~").find(letter) != std::string_view::npos;
-        safe += special ? "\\" : "";
-        safe += letter == '\n' || letter == '\r' ? ' ' : letter;
-    }
-    return safe;
-}
-
-/** The same in a comment of C. A slash alone neither ends a comment nor opens another. */
+/** Text for a comment in C. A slash alone neither ends a comment nor opens another. */
 std::string comment(std::string text)
 {
     std::replace(text.begin(), text.end(), '*', ' ');
@@ -155,12 +135,9 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
         {"operation", accessor(method.name)},
         {"callback", "_callback_" + title(method.name)},
         {"inputs", signature_of(method.inputs)},
-        {"incell", cell(signature_of(method.inputs))},
         {"outputs", signature_of(method.outputs)},
-        {"outcell", cell(signature_of(method.outputs))},
         {"flag", method.privileged ? "" : ", vtable::common_::unprivileged"},
-        {"privileged", method.privileged ? "yes" : "no"},
-        {"slot", std::to_string(slot)},
+        {"privileged", truth(method.privileged)},
         {"function", "GANTRY_instance* instance" + listed(c_inputs, "", c_input, in_front) +
                          listed(c_outputs, "", c_output, in_front)},
         {"reply", "GANTRY_reply__" + flat + "__" + method.name},
@@ -168,9 +145,7 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
         {"replies", listed(method.outputs, "", only_type)},
         {"answered", listed(c_outputs, "", only_name, in_front)},
         {"message", truth(message)},
-        {"shape", message ? "message" : "reply"},
         {"doc", method.doc},
-        {"doccell", escaped(method.doc)},
         {"comment", comment(method.doc)},
     };
     if (message)
@@ -202,7 +177,6 @@ Words words_of(const Signal& signal, const std::string& flat)
         {"member", signal.name},
         {"operation", accessor(signal.name)},
         {"signature", signature_of(arguments)},
-        {"cell", cell(signature_of(arguments))},
         {"parameters", listed(arguments, "arg", declaration)},
         {"passed", listed(arguments, "arg", only_name, in_front)},
         {"types", listed(arguments, "", only_type)},
@@ -215,7 +189,6 @@ Words words_of(const Signal& signal, const std::string& flat)
          truth(std::any_of(arguments.begin(), arguments.end(),
                            [](const Argument& argument) { return !is_number(argument.type); }))},
         {"doc", signal.doc},
-        {"doccell", escaped(signal.doc)},
         {"comment", comment(signal.doc)},
     };
 }
@@ -270,10 +243,8 @@ Words words_of(const Property& property, const std::string& flat)
         {"getter", "GANTRY_get__" + qualified},
         {"suffix", c_property_type(property.type)},
         {"initial", property.initial.value_or("")},
-        {"initialcell", escaped(property.initial.value_or(""))},
         {"flags", flags(property)},
         {"doc", property.doc},
-        {"doccell", escaped(property.doc)},
         {"comment", comment(property.doc)},
     };
 }
@@ -470,9 +441,7 @@ Words words_of(const Interface& interface)
         {"guard", capitals("GANTRY_" + flat + "_H")},
         {"variant", variant(interface)},
         {"summary", interface.summary},
-        {"summarycell", escaped(interface.summary)},
         {"doc", interface.doc},
-        {"doccell", escaped(interface.doc)},
         {"comment", comment(interface.summary)},
         {"callable", truth(!methods.empty() || !signals.empty())},
         {"records", truth(!std::all_of(types.begin(), types.end(), is_basic))},

@@ -17,12 +17,12 @@
  *
  * Every method, signal and property has `member`, its name on the bus. A list of arguments that
  * others precede begins with a comma: passed, sent, received. Words for the listings alone are
- * shape, privileged, initial, flags, summary and doc, and in Markdown those that end in `cell`.
- * `comment` is the doc of a member or the summary of the interface, for C.
+ * privileged, initial, flags, summary and doc. `comment` is the doc of a member or the summary of
+ * the interface, for C.
  *
  *     method      operation, result, parameters, passed    the C++ operation
  *                 callback, call, inputs, outputs, flag    its callback, and its row in the vtable
- *                 slot, function, dispatch                 the host's function, and what calls it
+ *                 function, dispatch                       the host's function, and what calls it
  *                 reply, replied, replies, answered        the C function that answers later: its
  *                                                          name, parameters, and what it calls
  *                 message                                  not empty if it makes its own reply

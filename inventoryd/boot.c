@@ -1,26 +1,123 @@
-#include "efi.h"
+#define _POSIX_C_SOURCE 200809L /* siginfo_t for sd-event */
+
+#include "boot.h"
+
+#include "devices.h"
 #include "inventory.h"
 #include "object.h"
+#include "sysfs.h"
 
+#include <errno.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/inotify.h>
 
+#ifdef HAVE_EFIVAR
+#include <efivar/efivar.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
+/* The vendor of the firmware's own variables. Variables of other vendors may have the same names.
+ */
+#define GLOBAL "-8be4df61-93ca-11d2-aa0d-00e098032b8c"
+
+static const char variables[] = "firmware/efi/efivars";
 static const char sequence_key[] = "BootSequence.UEFI";
 
-struct boot
-{
-    GANTRY_cpp_context* context;
-    const char* sys;
-    struct efi_boot_order order;
-    bool has_next;
-    uint16_t next;
+static struct kind sequence_kind = {
+    .interface = "com.orvane.velmar.system.BootSequence",
+    .create = GANTRY_instantiate__com_orvane_velmar_system_BootSequence,
+};
+static struct kind option_kind = {
+    .interface = "com.orvane.velmar.system.BootDevice",
+    .create = GANTRY_instantiate__com_orvane_velmar_system_BootDevice,
 };
 
-/* The option's place in the order, counted from 1; 0 if it isn't there. */
-static size_t index_of(const struct efi_boot_order* order, uint16_t option)
+enum
 {
-    for (size_t i = 0; i < order->count; ++i)
+    most_options = 1024,
+    most_bytes = 16384, /* of a variable */
+    name_size = sizeof "Boot0000",
+    text_size = 1024
+};
+
+/* A variable's value: numbers have their lowest byte first. */
+struct value
+{
+    unsigned char bytes[most_bytes];
+    size_t size;
+};
+
+/* The numbers of the load options, in the order in which the firmware tries them. */
+static struct
+{
+    size_t count;
+    uint16_t numbers[most_options];
+    bool has_next;
+    uint16_t next; /* what it tries first at the next start only */
+} order;
+
+static uint16_t number_at(const struct value* value, size_t at)
+{
+    return (uint16_t)(value->bytes[at] | value->bytes[at + 1] << 8);
+}
+
+/* False if the variable is missing or empty, or so long that its end may be missing. */
+static bool read_variable(struct value* value, const char* name)
+{
+    enum
     {
-        if (order->numbers[i] == option)
+        attributes_size = 4 /* before each value */
+    };
+    char directory[sysfs_path_size];
+    char file[128];
+    snprintf(file, sizeof file, "%s" GLOBAL, name);
+    const size_t size = sysfs_join(directory, sysfs_root, variables)
+                            ? sysfs_bytes(directory, file, value->bytes, sizeof value->bytes)
+                            : 0;
+    if (size <= attributes_size || size == sizeof value->bytes)
+    {
+        return false;
+    }
+    value->size = size - attributes_size;
+    memmove(value->bytes, value->bytes + attributes_size, value->size);
+    return true;
+}
+
+static bool read_number(const char* name, uint16_t* number)
+{
+    struct value value;
+    if (!read_variable(&value, name) || value.size != 2)
+    {
+        return false;
+    }
+    *number = number_at(&value, 0);
+    return true;
+}
+
+static void read_order(void)
+{
+    struct value value;
+    memset(&order, 0, sizeof order);
+    order.has_next = read_number("BootNext", &order.next);
+    if (read_variable(&value, "BootOrder") && value.size % 2 == 0 && value.size / 2 <= most_options)
+    {
+        for (; order.count < value.size / 2; ++order.count)
+        {
+            order.numbers[order.count] = number_at(&value, 2 * order.count);
+        }
+    }
+}
+
+/* The option's place in the order, counted from 1; 0 if it isn't there. */
+static size_t index_of(uint16_t option)
+{
+    for (size_t i = 0; i < order.count; ++i)
+    {
+        if (order.numbers[i] == option)
         {
             return i + 1;
         }
@@ -28,84 +125,250 @@ static size_t index_of(const struct efi_boot_order* order, uint16_t option)
     return 0;
 }
 
-/* The option's place at the next start, when the firmware tries `next` before all others. */
-static size_t pending_index_of(const struct boot* boot, uint16_t option)
+/* The option's place at the next start, when the firmware tries BootNext before all others. */
+static size_t pending_index_of(uint16_t option)
 {
-    const size_t place = index_of(&boot->order, option);
-    const size_t former = index_of(&boot->order, boot->next);
-    if (boot->has_next && option == boot->next)
+    const size_t place = index_of(option);
+    const size_t former = index_of(order.next);
+    if (order.has_next && option == order.next)
     {
         return 1;
     }
-    return !boot->has_next || place == 0 || (former != 0 && former < place) ? place : place + 1;
+    return !order.has_next || place == 0 || (former != 0 && former < place) ? place : place + 1;
 }
 
-static void publish_sequence(const struct boot* boot)
+static size_t put_utf8(char* text, uint32_t point)
 {
-    struct object object;
+    static const unsigned int leads[] = {0, 0xC0, 0xE0, 0xF0};
+    if (point < 0x80)
+    {
+        *text = (char)point;
+        return 1;
+    }
+    const unsigned int tails = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+    text[0] = (char)(leads[tails] | point >> 6 * tails);
+    for (unsigned int i = 1; i <= tails; ++i)
+    {
+        text[i] = (char)(0x80 | (point >> 6 * (tails - i) & 0x3F));
+    }
+    return tails + 1;
+}
+
+/* Null-terminated UTF-16 as UTF-8, cut where there is no more room. Half a surrogate pair becomes a
+ * replacement character. Returns where the text ends in the value, or 0 if it doesn't end there. */
+static size_t copy_text(char text[text_size], const struct value* value, size_t at)
+{
+    enum
+    {
+        replacement = 0xFFFD,
+        most_utf8 = 4
+    };
+    size_t size = 0;
+    for (uint32_t unit = 1; unit != 0; at += 2)
+    {
+        if (at + 2 > value->size)
+        {
+            return 0;
+        }
+        unit = number_at(value, at);
+        uint32_t point = unit;
+        if (unit >= 0xD800 && unit < 0xE000)
+        {
+            const uint32_t low = at + 4 <= value->size ? number_at(value, at + 2) : 0;
+            const bool is_pair = unit < 0xDC00 && low >= 0xDC00 && low < 0xE000;
+            point = is_pair ? 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00) : replacement;
+            at += is_pair ? 2 : 0;
+        }
+        if (size + most_utf8 < text_size)
+        {
+            size += put_utf8(text + size, point);
+        }
+    }
+    text[size < text_size ? size : text_size - 1] = '\0';
+    return at;
+}
+
+#ifdef HAVE_EFIVAR
+/* Returns the length, or -1. The library trusts a path's nodes to be what their types say, and a
+ * variable may hold anything. So it runs in a process of its own, which may crash. */
+static ssize_t format_path(char text[text_size], const void* bytes, size_t size)
+{
+    int ends[2];
+    ssize_t length = -1;
+    int status = -1;
+    if (pipe(ends) != 0)
+    {
+        return -1;
+    }
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        enum
+        {
+            longest_time = 2 /* seconds */
+        };
+        prctl(PR_SET_DUMPABLE, 0);
+        alarm(longest_time);
+        length = efidp_format_device_path(text, text_size, bytes, (ssize_t)size);
+        _exit(length > 0 && length < text_size && write(ends[1], text, (size_t)length) == length
+                  ? EXIT_SUCCESS
+                  : EXIT_FAILURE);
+    }
+    close(ends[1]);
+    if (child > 0)
+    {
+        length = read(ends[0], text, text_size - 1);
+        waitpid(child, &status, 0);
+    }
+    close(ends[0]);
+    return status == 0 ? length : -1;
+}
+#endif
+
+/* The text of a device path, as UEFI's specification writes it. */
+static void put_path(struct object* object, const void* bytes, size_t size)
+{
+#ifdef HAVE_EFIVAR
+    char text[text_size];
+    const ssize_t length = size > 0 ? format_path(text, bytes, size) : -1;
+    if (length > 0)
+    {
+        object_put_format(object, "oBootPath", "%.*s", (int)length, text);
+    }
+#else
+    (void)object, (void)bytes, (void)size;
+#endif
+}
+
+static void put_data(struct object* object, const unsigned char* bytes, size_t size)
+{
+    char* text = calloc(2, size + 1);
+    for (size_t i = 0; text != NULL && i < size; ++i)
+    {
+        snprintf(text + 2 * i, 3, "%02X", bytes[i]);
+    }
+    object_put_string(object, "oBootData", text);
+    free(text);
+}
+
+static void scan_option(uint16_t number, const char* name)
+{
+    enum
+    {
+        active = 1,
+        path_size_at = 4,
+        header_size = 6
+    };
+    struct value value;
+    char description[text_size];
+    size_t path = 0;
+    if (!read_variable(&value, name) || value.size < header_size ||
+        (path = copy_text(description, &value, header_size)) == 0)
+    {
+        return;
+    }
+    const size_t path_size = number_at(&value, path_size_at);
+    struct object* object =
+        path_size <= value.size - path ? object_due(&option_kind, name, variables) : NULL;
+    if (object == NULL)
+    {
+        return;
+    }
+    object_put_uint32(object, "UniqueID", number);
+    object_put_string(object, "oBootType", "UEFI");
+    put_path(object, value.bytes + path, path_size);
+    put_data(object, value.bytes + path + path_size, value.size - path - path_size);
+    object_put_string(object, "obootOptionReference", name);
+    object_put_byte(object, "iCurrentIndex", index_of(number));
+    object_put_byte(object, "iPendingIndex", pending_index_of(number));
+    object_put_byte(object, "iEnabled", object_switch(true, (value.bytes[0] & active) != 0));
+    object_put_format(object, "hdr_DOT_fqdd", "BootDevice.%s", name);
+    object_put_format(object, "hdr_DOT_key", "BootDevice.%s", name);
+    object_put_string(object, "hdr_DOT_objName", description);
+    object_put_string(object, "ParentObjectKey", sequence_key);
+    object_complete(object);
+}
+
+static void visit_variable(void* data, const char* path, const char* file)
+{
+    char name[name_size];
+    unsigned int number = 0;
+    (void)data, (void)path;
+    if (sscanf(file, "Boot%4X", &number) == 1)
+    {
+        snprintf(name, sizeof name, "Boot%04X", number & 0xFFFF);
+        /* Comparing the whole name excludes other variables, such as BootCurrent, and other
+         * vendors. */
+        if (strncmp(file, name, strlen(name)) == 0 && strcmp(file + strlen(name), GLOBAL) == 0)
+        {
+            scan_option((uint16_t)number, name);
+        }
+    }
+}
+
+static void scan_sequence(void)
+{
     uint16_t current = 0;
-    char name[efi_name_size];
-    char keys[efi_most_options * sizeof ",BootDevice.Boot0000"] = "";
+    char keys[most_options * sizeof ",BootDevice.Boot0000"] = "";
     char* end = keys;
-    if (!object_publish(&object, boot->context,
-                        GANTRY_instantiate__com_orvane_velmar_system_BootSequence,
-                        "com.orvane.velmar.system.BootSequence", NULL))
+    struct object* object = object_due(&sequence_kind, "", variables);
+    if (object == NULL)
     {
         return;
     }
-    for (size_t i = 0; i < boot->order.count; ++i)
+    for (size_t i = 0; i < order.count; ++i)
     {
-        efi_option_name(boot->order.numbers[i], name);
-        end += sprintf(end, "%sBootDevice.%s", i == 0 ? "" : ",", name);
+        end += sprintf(end, "%sBootDevice.Boot%04X", i == 0 ? "" : ",", order.numbers[i]);
     }
-    object_put_string(&object, "hdr_DOT_fqdd", sequence_key);
-    object_put_string(&object, "hdr_DOT_key", sequence_key);
-    object_put_string(&object, "hdr_DOT_objName", "UEFI boot sequence");
-    object_put_string(&object, "hdr_DOT_objDependencies", keys);
-    if (efi_read_boot_current(boot->sys, &current))
+    object_put_string(object, "hdr_DOT_fqdd", sequence_key);
+    object_put_string(object, "hdr_DOT_key", sequence_key);
+    object_put_string(object, "hdr_DOT_objName", "UEFI boot sequence");
+    object_put_string(object, "hdr_DOT_objDependencies", keys);
+    if (read_number("BootCurrent", &current))
     {
-        object_put_byte(&object, "iCurrentIndex", index_of(&boot->order, current));
+        object_put_byte(object, "iCurrentIndex", index_of(current));
     }
+    object_complete(object);
 }
 
-static void publish_option(void* data, uint16_t number)
+void scan_boot(void)
 {
-    const struct boot* boot = data;
-    struct efi_load_option option;
-    struct object object;
-    char name[efi_name_size];
-    if (!efi_read_load_option(boot->sys, number, &option))
+    char directory[sysfs_path_size];
+    kind_begin(&sequence_kind);
+    kind_begin(&option_kind);
+    read_order();
+    if (order.count > 0)
     {
-        return;
+        scan_sequence();
     }
-    efi_option_name(number, name);
-    if (object_publish(&object, boot->context,
-                       GANTRY_instantiate__com_orvane_velmar_system_BootDevice,
-                       "com.orvane.velmar.system.BootDevice", name))
+    if (sysfs_join(directory, sysfs_root, variables))
     {
-        object_put_uint32(&object, "UniqueID", number);
-        object_put_string(&object, "oBootType", "UEFI");
-        object_put_string(&object, "oBootPath", option.path);
-        object_put_string(&object, "oBootData", option.data);
-        object_put_string(&object, "obootOptionReference", name);
-        object_put_byte(&object, "iCurrentIndex", index_of(&boot->order, number));
-        object_put_byte(&object, "iPendingIndex", pending_index_of(boot, number));
-        object_put_byte(&object, "iEnabled", object_switch(true, option.active));
-        object_put_format(&object, "hdr_DOT_fqdd", "BootDevice.%s", name);
-        object_put_format(&object, "hdr_DOT_key", "BootDevice.%s", name);
-        object_put_string(&object, "hdr_DOT_objName", option.description);
-        object_put_string(&object, "ParentObjectKey", sequence_key);
+        sysfs_each(directory, visit_variable, NULL);
     }
-    efi_free_load_option(&option);
+    kind_end(&sequence_kind);
+    kind_end(&option_kind);
 }
 
-void publish_boot(GANTRY_cpp_context* context, const char* sys)
+static void (*on_change)(void);
+
+/* The event loop calls this. */
+static int on_variable(sd_event_source* source, const struct inotify_event* event, void* data)
 {
-    struct boot boot = {.context = context, .sys = sys};
-    boot.has_next = efi_read_boot_next(sys, &boot.next);
-    if (efi_read_boot_order(sys, &boot.order))
-    {
-        publish_sequence(&boot);
-    }
-    efi_each_load_option(sys, publish_option, &boot);
+    (void)source, (void)event, (void)data;
+    devices_note(variables);
+    on_change();
+    return 0;
+}
+
+int boot_watch(sd_event* event, void (*changed)(void))
+{
+    char directory[sysfs_path_size];
+    on_change = changed;
+    const int result =
+        sysfs_join(directory, sysfs_root, variables)
+            ? sd_event_add_inotify(event, NULL, directory,
+                                   IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVED_TO,
+                                   on_variable, NULL)
+            : 0;
+    return result == -ENOENT ? 0 : result;
 }

@@ -2,47 +2,81 @@
 
 #include "dump.h"
 
-#include "pci_interfaces.h"
+#include "ethtool.h"
 #include "sysfs.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
-static const char* const values[] = {
-    "operstate",
-    "carrier",
-    "carrier_changes",
-    "speed",
-    "duplex",
-    "mtu",
-    "statistics/rx_packets",
-    "statistics/rx_errors",
-    "statistics/rx_dropped",
-    "statistics/tx_packets",
-    "statistics/tx_errors",
-    "statistics/tx_dropped",
+enum
+{
+    most_bytes = 256 << 20 /* what a driver says that it has isn't taken on trust */
 };
 
-static void dump_link(void* text, const char* interface, const char* name)
+static bool ask_size(const char* interface, struct ethtool_dump* dump)
 {
-    for (size_t i = 0; i < sizeof values / sizeof *values; ++i)
+    memset(dump, 0, sizeof *dump);
+    dump->cmd = ETHTOOL_GET_DUMP_FLAG;
+    return ethtool_ask_ioctl(interface, dump, sizeof *dump) && dump->len > 0 &&
+           dump->len <= most_bytes;
+}
+
+bool dump_is_supported(const char* interface)
+{
+    struct ethtool_dump dump;
+    return ask_size(interface, &dump);
+}
+
+static bool write_whole(int fd, const void* bytes, size_t size)
+{
+    while (size > 0)
     {
-        char value[sysfs_text_size];
-        if (sysfs_text(interface, values[i], value))
+        const ssize_t written = write(fd, bytes, size);
+        if (written < 0)
         {
-            fprintf(text, "%s %s %s\n", name, values[i], value);
+            return false;
         }
+        bytes = (const char*)bytes + written;
+        size -= (size_t)written;
     }
+    return true;
 }
 
-void dump_links(FILE* text, const char* device)
+/* Returns 0 or an errno. */
+static int write_dump(int fd, const char* heading, const char* interface)
 {
-    pci_each_interface(device, dump_link, text);
+    struct ethtool_dump request;
+    if (!ask_size(interface, &request))
+    {
+        return EOPNOTSUPP;
+    }
+    const size_t size = sizeof request + request.len;
+    struct ethtool_dump* dump = malloc(size);
+    if (dump == NULL)
+    {
+        return ENOMEM;
+    }
+    *dump = request;
+    dump->cmd = ETHTOOL_GET_DUMP_DATA;
+    int error = 0;
+    if (!ethtool_ask_ioctl(interface, dump, size))
+    {
+        error = EIO;
+    }
+    else if (!write_whole(fd, heading, strlen(heading)) ||
+             !write_whole(fd, dump->data, request.len))
+    {
+        error = errno;
+    }
+    free(dump);
+    return error;
 }
 
-int dump_save(const char* path, const char* text, size_t size)
+int dump_save(const char* path, const char* heading, const char* interface)
 {
     char fresh[sysfs_path_size];
     if (snprintf(fresh, sizeof fresh, "%s.new", path) >= (int)sizeof fresh)
@@ -55,9 +89,8 @@ int dump_save(const char* path, const char* text, size_t size)
     {
         return errno;
     }
-    const ssize_t written = write(fd, text, size);
-    int error = written < 0 ? errno : (size_t)written < size ? ENOSPC : 0;
-    close(fd);
+    int error = write_dump(fd, heading, interface);
+    error = close(fd) != 0 && error == 0 ? errno : error;
     if (error == 0 && rename(fresh, path) == 0)
     {
         return 0;

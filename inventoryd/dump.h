@@ -1,19 +1,21 @@
 /*
- * A dump of a network adapter: the state of its links as text, and a file to keep it in.
+ * A dump of a network adapter: what its driver tells of its state to those who develop it, and a
+ * file to keep it in.
  */
 #ifndef DUMP_H
 #define DUMP_H
 
+#include <stdbool.h>
 #include <stddef.h>
-#include <stdio.h>
 
-/* Writes a line for each value of each link of a PCI device. */
-void dump_links(FILE* text, const char* device);
+/* Whether the driver of the interface at this directory makes dumps. */
+bool dump_is_supported(const char* interface);
 
 /*
- * Replaces the file, which only its owner may read. A link at its path is replaced too and not
- * followed, and a reader finds either the former text or the whole new one. Returns 0 or an errno.
+ * Writes `heading` and the driver's dump to the file, which only its owner may read. A link at its
+ * path is replaced and not followed, and a reader finds either the former dump or the whole new
+ * one. Returns 0 or an errno.
  */
-int dump_save(const char* path, const char* text, size_t size);
+int dump_save(const char* path, const char* heading, const char* interface);
 
 #endif

@@ -2,42 +2,243 @@
 
 #include "ethtool.h"
 
-#include "sysfs.h"
+#include "devices.h"
+#include "record.h"
 
 #include <linux/sockios.h>
 #include <net/if.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-static int fd = -1; /* for as long as the process runs; negative for a recorded tree */
-
-void ethtool_open(const char* sys)
+static bool begin(union netlink_message* message, const char* device, uint8_t command)
 {
-    /* The kernel takes these requests on a socket of any family. */
-    fd = sysfs_is_recorded(sys) ? -1 : socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (!netlink_begin_generic(message, ETHTOOL_GENL_NAME, command))
+    {
+        return false;
+    }
+    /* The header is the first attribute of any other request. */
+    const uint16_t type = command == ETHTOOL_MSG_STATS_GET ? ETHTOOL_A_STATS_HEADER : 1;
+    struct nlattr* header = mnl_attr_nest_start(&message->header, type);
+    mnl_attr_put_strz(&message->header, ETHTOOL_A_HEADER_DEV_NAME, devices_name(device));
+    if (command == ETHTOOL_MSG_PAUSE_GET)
+    {
+        mnl_attr_put_u32(&message->header, ETHTOOL_A_HEADER_FLAGS, ETHTOOL_FLAG_STATS);
+    }
+    mnl_attr_nest_end(&message->header, header);
+    return true;
 }
 
-bool ethtool_ask(const char* device, void* request, size_t size)
+bool ethtool_ask(union netlink_message* message, const char* device, uint8_t command)
 {
-    if (fd < 0)
+    char file[sizeof "ethtool/255"];
+    snprintf(file, sizeof file, "ethtool/%u", command);
+    if (!begin(message, device, command))
     {
-        char file[sizeof "ethtool/4294967295"];
-        snprintf(file, sizeof file, "ethtool/%u", *(const unsigned int*)request);
+        return false;
+    }
+    if (command == ETHTOOL_MSG_STATS_GET)
+    {
+        const uint32_t groups = (1U << (unsigned int)__ETHTOOL_STATS_CNT) - 1;
+        struct nlattr* set = mnl_attr_nest_start(&message->header, ETHTOOL_A_STATS_GROUPS);
+        mnl_attr_put(&message->header, ETHTOOL_A_BITSET_NOMASK, 0, NULL);
+        mnl_attr_put_u32(&message->header, ETHTOOL_A_BITSET_SIZE, __ETHTOOL_STATS_CNT);
+        mnl_attr_put_u32(&message->header, ETHTOOL_A_BITSET_VALUE, groups);
+        mnl_attr_nest_end(&message->header, set);
+    }
+    return netlink_ask(message, NETLINK_GENERIC, device, file);
+}
+
+bool ethtool_number(const union netlink_message* message, unsigned int type, uint64_t* number)
+{
+    return netlink_number(netlink_find(message, type), number);
+}
+
+bool ethtool_statistic(const union netlink_message* message, unsigned int group, unsigned int id,
+                       uint64_t* number)
+{
+    for (const struct nlattr* each = NULL; (each = netlink_next(message, each)) != NULL;)
+    {
+        uint64_t found = 0;
+        if (mnl_attr_get_type(each) != ETHTOOL_A_STATS_GRP ||
+            !netlink_number(netlink_find_in(each, ETHTOOL_A_STATS_GRP_ID), &found) ||
+            found != group)
+        {
+            continue;
+        }
+        for (const struct nlattr* counter = NULL;
+             (counter = netlink_next_in(each, counter)) != NULL;)
+        {
+            if (mnl_attr_get_type(counter) == ETHTOOL_A_STATS_GRP_STAT &&
+                netlink_number(netlink_find_in(counter, id), number))
+            {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+/* A set without a mask has only the bits that are set. */
+static bool is_set(const struct nlattr* set, const struct nlattr* bit)
+{
+    return netlink_find_in(set, ETHTOOL_A_BITSET_NOMASK) != NULL ||
+           netlink_find_in(bit, ETHTOOL_A_BITSET_BIT_VALUE) != NULL;
+}
+
+bool ethtool_has_bit(const struct nlattr* set, unsigned int bit)
+{
+    const struct nlattr* bits = netlink_find_in(set, ETHTOOL_A_BITSET_BITS);
+    const struct nlattr* each = NULL;
+    while (bits != NULL && (each = netlink_next_in(bits, each)) != NULL)
+    {
+        uint64_t number = 0;
+        if (netlink_number(netlink_find_in(each, ETHTOOL_A_BITSET_BIT_INDEX), &number) &&
+            number == bit)
+        {
+            return is_set(set, each);
+        }
+    }
+    return false;
+}
+
+bool ethtool_is_filled(const struct nlattr* set)
+{
+    return netlink_find_in(netlink_find_in(set, ETHTOOL_A_BITSET_BITS),
+                           ETHTOOL_A_BITSET_BITS_BIT) != NULL;
+}
+
+bool ethtool_has_name(const struct nlattr* set, const char* name)
+{
+    const struct nlattr* bits = netlink_find_in(set, ETHTOOL_A_BITSET_BITS);
+    const struct nlattr* each = NULL;
+    while (bits != NULL && (each = netlink_next_in(bits, each)) != NULL)
+    {
+        char text[64];
+        if (netlink_text(netlink_find_in(each, ETHTOOL_A_BITSET_BIT_NAME), text, sizeof text) &&
+            strcmp(text, name) == 0)
+        {
+            return is_set(set, each);
+        }
+    }
+    return false;
+}
+
+/* The vendor's serial number in a module's page 0, by the kind of module that byte 0 of the memory
+ * tells; it is what only root may read. */
+static void hide_serial(struct ethtool_page page, uint8_t bytes[ethtool_page_size], uint8_t kind)
+{
+    enum
+    {
+        sff_8472 = 0x03,
+        sff_8636_first = 0x0C,
+        cmis_first = 0x18,
+        size = 16
+    };
+    static const uint8_t sfp_place = 68;
+    static const uint8_t qsfp_place = 196 - 128;
+    static const uint8_t cmis_place = 166 - 128;
+    if (page.i2c_address != 0x50 || page.page != 0 || page.bank != 0)
+    {
+        return;
+    }
+    if (page.offset == 0 && kind == sff_8472)
+    {
+        memset(bytes + sfp_place, 'X', size);
+    }
+    else if (page.offset == 128 && kind >= sff_8636_first)
+    {
+        const bool is_cmis = kind >= cmis_first && kind != 0x11;
+        memset(bytes + (is_cmis ? cmis_place : qsfp_place), 'X', size);
+    }
+}
+
+static bool ask_page(const char* device, struct ethtool_page page, uint8_t bytes[ethtool_page_size])
+{
+    union netlink_message message;
+    if (!begin(&message, device, ETHTOOL_MSG_MODULE_EEPROM_GET))
+    {
+        return false;
+    }
+    mnl_attr_put_u32(&message.header, ETHTOOL_A_MODULE_EEPROM_OFFSET, page.offset);
+    mnl_attr_put_u32(&message.header, ETHTOOL_A_MODULE_EEPROM_LENGTH, ethtool_page_size);
+    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_PAGE, page.page);
+    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_BANK, page.bank);
+    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_I2C_ADDRESS, page.i2c_address);
+    const struct nlattr* data = netlink_ask(&message, NETLINK_GENERIC, device, NULL)
+                                    ? netlink_find(&message, ETHTOOL_A_MODULE_EEPROM_DATA)
+                                    : NULL;
+    if (data == NULL || mnl_attr_get_payload_len(data) != ethtool_page_size)
+    {
+        return false;
+    }
+    memcpy(bytes, mnl_attr_get_payload(data), ethtool_page_size);
+    return true;
+}
+
+bool ethtool_read_page(const char* device, struct ethtool_page page,
+                       uint8_t bytes[ethtool_page_size])
+{
+    char file[sizeof "module/ff-ff-ff-ff"];
+    char path[sysfs_path_size];
+    snprintf(file, sizeof file, "module/%02x-%02x-%02x-%02x", page.i2c_address, page.bank,
+             page.page, page.offset);
+    if (sysfs_is_recorded())
+    {
+        if (sysfs_bytes(device, file, bytes, ethtool_page_size) != ethtool_page_size)
+        {
+            return false;
+        }
+    }
+    else if (!ask_page(device, page, bytes))
+    {
+        return false;
+    }
+    if (!sysfs_serials)
+    {
+        hide_serial(page, bytes, bytes[0]);
+    }
+    if (sysfs_join(path, device, file))
+    {
+        record_file(path, bytes, ethtool_page_size, 0444);
+    }
+    return true;
+}
+
+bool ethtool_ask_ioctl(const char* device, void* request, size_t size)
+{
+    static int fd = -1; /* for as long as the process runs */
+    char path[sysfs_path_size];
+    char file[sizeof "ethtool/ioctl-4294967295"];
+    snprintf(file, sizeof file, "ethtool/ioctl-%u", *(const unsigned int*)request);
+    if (sysfs_is_recorded())
+    {
         return sysfs_bytes(device, file, request, size) == size;
     }
+    if (fd < 0)
+    {
+        /* The kernel takes these requests on a socket of any family. */
+        fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    }
     struct ifreq parameter = {.ifr_data = request};
-    snprintf(parameter.ifr_name, sizeof parameter.ifr_name, "%s", strrchr(device, '/') + 1);
-    return ioctl(fd, SIOCETHTOOL, &parameter) == 0;
+    snprintf(parameter.ifr_name, sizeof parameter.ifr_name, "%s", devices_name(device));
+    if (ioctl(fd, SIOCETHTOOL, &parameter) != 0)
+    {
+        return false;
+    }
+    if (sysfs_join(path, device, file))
+    {
+        record_file(path, request, size, 0444);
+    }
+    return true;
 }
 
 struct ethtool_drvinfo ethtool_ask_driver(const char* device)
 {
     static const struct ethtool_drvinfo none;
     struct ethtool_drvinfo driver = {.cmd = ETHTOOL_GDRVINFO};
-    if (!ethtool_ask(device, &driver, sizeof driver))
+    if (!ethtool_ask_ioctl(device, &driver, sizeof driver))
     {
         return none;
     }
@@ -46,33 +247,4 @@ struct ethtool_drvinfo ethtool_ask_driver(const char* device)
     driver.erom_version[sizeof driver.erom_version - 1] = '\0';
     driver.bus_info[sizeof driver.bus_info - 1] = '\0';
     return driver;
-}
-
-bool ethtool_ask_link(const char* device, union ethtool_link* link)
-{
-    struct ethtool_link_settings* settings = &link->settings;
-    memset(link, 0, sizeof *link);
-    settings->cmd = ETHTOOL_GLINKSETTINGS;
-    if (ethtool_ask(device, link, sizeof *settings))
-    {
-        /* The kernel answers only a request with its own size of a set. It tells that size to any
-         * other request, as a negative number. */
-        const int words = abs(settings->link_mode_masks_nwords);
-        settings->link_mode_masks_nwords = (signed char)words;
-        if (words <= ethtool_most_words &&
-            ethtool_ask(device, link, sizeof *settings + 3 * (size_t)words * sizeof *link->words) &&
-            settings->link_mode_masks_nwords == words)
-        {
-            return true;
-        }
-    }
-    memset(link, 0, sizeof *link);
-    return false;
-}
-
-bool ethtool_has_mode(const union ethtool_link* link, enum ethtool_modes modes, unsigned int bit)
-{
-    const unsigned int words = (unsigned int)link->settings.link_mode_masks_nwords;
-    return bit / 32 < words &&
-           (link->settings.link_mode_masks[modes * words + bit / 32] >> bit % 32 & 1) != 0;
 }

@@ -1,51 +1,57 @@
 /*
- * What the driver of a network interface answers to the requests of linux/ethtool.h. `device` is
- * the interface's directory, such as class/net/eth0. The answers for a recorded tree
- * (sysfs_is_recorded) are in the directory's files `ethtool/N`, where N is the number of the
- * request.
+ * What the driver of a network interface answers to the requests of linux/ethtool_netlink.h, and to
+ * those of linux/ethtool.h that have no other form. `device` is the interface's directory, such as
+ * /sys/devices/pci0000:00/0000:00:03.0/net/eth0. The answers in a record are in the directory's
+ * files ethtool/N, ethtool/ioctl-N and module/A-B-P-O, as record.h says.
  */
 #ifndef ETHTOOL_H
 #define ETHTOOL_H
 
-#include <linux/ethtool.h>
-#include <stdbool.h>
-#include <stddef.h>
-#include <stdint.h>
+#include "netlink.h"
 
+#include <linux/ethtool.h>
+#include <linux/ethtool_netlink.h>
+
+/* Asks with an ETHTOOL_MSG_*_GET, for counters too where there are some. False if the driver has no
+ * answer, or none for this process. */
+bool ethtool_ask(union netlink_message* message, const char* device, uint8_t command);
+
+/* A number in such an answer. */
+bool ethtool_number(const union netlink_message* message, unsigned int type, uint64_t* number);
+
+/* A counter of a group of standard statistics, an ETHTOOL_STATS_*, in the answer to
+ * ETHTOOL_MSG_STATS_GET. */
+bool ethtool_statistic(const union netlink_message* message, unsigned int group, unsigned int id,
+                       uint64_t* number);
+
+/* Whether a bit set lists a bit at all: of the modes that an interface supports, whether it
+ * supports one. */
+bool ethtool_is_filled(const struct nlattr* set);
+
+/* Whether a bit is set in a bit set of an answer; by its number, or by its name. */
+bool ethtool_has_bit(const struct nlattr* set, unsigned int bit);
+bool ethtool_has_name(const struct nlattr* set, const char* name);
+
+/* Half a page, 128 bytes, of the EEPROM of the interface's module. The lower half of each page is
+ * page 0 at offset 0. */
 enum
 {
-    ethtool_most_words = 127, /* of a set of link modes; their count is a signed byte */
-    ethtool_link_words = sizeof(struct ethtool_link_settings) / 4 + (size_t)3 * ethtool_most_words
+    ethtool_page_size = 128
 };
-
-/* The answer about a link: its settings, and then three sets of link modes of equal size. */
-union ethtool_link
+struct ethtool_page
 {
-    struct ethtool_link_settings settings;
-    uint32_t words[ethtool_link_words];
+    uint8_t i2c_address; /* 0x50, or 0x51 */
+    uint8_t bank;
+    uint8_t page;
+    uint8_t offset; /* 0 or 128 */
 };
+bool ethtool_read_page(const char* device, struct ethtool_page page,
+                       uint8_t bytes[ethtool_page_size]);
 
-enum ethtool_modes
-{
-    ethtool_supported,
-    ethtool_advertised,
-    ethtool_partner /* what the link partner advertises */
-};
-
-/* Must be called before the first request. `sys` is a mounted sysfs or a recorded tree. */
-void ethtool_open(const char* sys);
-
-/* The request begins with its number, and the answer overwrites it. False if the driver has no
- * answer, or none for this process. */
-bool ethtool_ask(const char* device, void* request, size_t size);
+/* The request begins with its number, and the answer overwrites it. */
+bool ethtool_ask_ioctl(const char* device, void* request, size_t size);
 
 /* The texts are empty if there is no answer. */
 struct ethtool_drvinfo ethtool_ask_driver(const char* device);
-
-/* All zero, and so without a link mode, if there is no answer. */
-bool ethtool_ask_link(const char* device, union ethtool_link* link);
-
-/* Whether the link mode, an ETHTOOL_LINK_MODE_*_BIT, is one of those. */
-bool ethtool_has_mode(const union ethtool_link* link, enum ethtool_modes modes, unsigned int bit);
 
 #endif

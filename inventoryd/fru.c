@@ -25,6 +25,11 @@ static const struct area
      {"chassis_vendor", "chassis_type", "chassis_version", "chassis_serial", "chassis_asset_tag"}},
 };
 
+static struct kind fru_kind = {
+    .interface = "com.orvane.velmar.hwi.HWIOemFruCustomData",
+    .create = GANTRY_instantiate__com_orvane_velmar_hwi_HWIOemFruCustomData,
+};
+
 static void put_area(struct object* object, const char* dmi, const struct area* area)
 {
     char lines[most_fields][field_size];
@@ -39,22 +44,23 @@ static void put_area(struct object* object, const char* dmi, const struct area* 
             snprintf(lines[list.count++], field_size, "%s=%.200s", area->fields[i], text);
         }
     }
-    GANTRY_property_set_strings(object->instance, area->member, &list, true, NULL);
+    object_put_strings(object, area->member, &list);
 }
 
-void publish_fru(GANTRY_cpp_context* context, const char* sys)
+void scan_fru(void)
 {
     char dmi[sysfs_path_size];
-    struct object object;
-    if (!sysfs_join(dmi, sys, "class/dmi/id") || !sysfs_is_directory(dmi) ||
-        !object_publish(&object, context,
-                        GANTRY_instantiate__com_orvane_velmar_hwi_HWIOemFruCustomData,
-                        "com.orvane.velmar.hwi.HWIOemFruCustomData", NULL))
+    struct object* object = NULL;
+    kind_begin(&fru_kind);
+    if (sysfs_has_directory(sysfs_root, "class/dmi/id") &&
+        sysfs_join(dmi, sysfs_root, "class/dmi/id") &&
+        (object = object_due(&fru_kind, "", dmi)) != NULL)
     {
-        return;
+        for (size_t i = 0; i < sizeof areas / sizeof *areas; ++i)
+        {
+            put_area(object, dmi, areas + i);
+        }
+        object_complete(object);
     }
-    for (size_t i = 0; i < sizeof areas / sizeof *areas; ++i)
-    {
-        put_area(&object, dmi, areas + i);
-    }
+    kind_end(&fru_kind);
 }

@@ -15,12 +15,11 @@ struct hwdb_members
     const char* subclass; /* of PCI devices alone */
 };
 
-/* Stores the names of the device with this modalias. A name that the database doesn't have leaves
- * its property unchanged. */
-void hwdb_put(struct object* object, const char* modalias, struct hwdb_members members);
-
-/* The same for a device whose directory has its modalias. */
-void hwdb_put_device(struct object* object, const char* device, struct hwdb_members members);
+/* Stores the names of the device at this directory, by its modalias; if that is null, by that which
+ * the device has in a file. A name that isn't known leaves its property unchanged. A record has the
+ * names in the device's files names/vendor, names/product and names/subclass. */
+void hwdb_put(struct object* object, const char* device, const char* modalias,
+              struct hwdb_members members);
 
 /* Closes the database, which the first hwdb_put opens. */
 void hwdb_close(void);

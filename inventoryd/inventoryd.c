@@ -1,30 +1,35 @@
 /*
- * An example host that publishes the machine it runs on: its PCI and USB devices, network ports,
- * firmware and boot configuration. Once a second it reads the network ports again, and it adds and
- * removes them as they appear and disappear. It ends if it doesn't get its name, or loses it.
+ * inventoryd publishes the machine that it runs on: its PCI and USB devices, adapters, firmware and
+ * boot configuration. It finds what there is by scans (inventory.h): at start, at SIGHUP, and when
+ * the kernel or udev tells of a change. What is told within a fifth of a second is one change: one
+ * scan, and one HardwareInventoryChanged and one Refresh if it finds something. The state of a
+ * network link follows the kernel's message at once, and counters follow a timer.
  *
- *     inventoryd [SYS]
+ * It publishes a record of a machine instead if it is given one, and then watches nothing. Or it
+ * writes such a record (record.h), for which it needs no bus.
  *
- * SYS is where sysfs is mounted, /sys if left out, or a recorded tree (sysfs.h).
- *
- * Facts come from sysfs (sysfs.h), from the kernel's netlink messages about network interfaces
- * (rtnetlink.h), from drivers (ethtool.h), and names from the hardware database (hwdb.h).
- *
- * Dumps of network adapters are written to the directory that the service manager has made for this
- * host. If $INVENTORYD_EVERY_INTERFACE is set, interfaces without a device are ports, too.
+ * Facts come from sysfs (sysfs.h), from the kernel's answers over netlink (netlink.h), and names
+ * from the hardware database (hwdb.h).
  */
-#define _POSIX_C_SOURCE 200809L /* CLOCK_MONOTONIC, and siginfo_t for sd-event */
+#define _GNU_SOURCE /* getopt_long, and siginfo_t for sd-event */
 
-#include "ethtool.h"
+#include "boot.h"
+#include "devices.h"
 #include "hwdb.h"
 #include "inventory.h"
-#include "links.h"
-#include "network.h"
-#include "options.h"
+#include "netlink.h"
+#include "nic.h"
+#include "object.h"
+#include "readiness.h"
+#include "record.h"
 #include "slots.h"
+#include "sysfs.h"
 
 #include <gantry/gantry.h>
+#include <gantry/version.h>
 
+#include <errno.h>
+#include <getopt.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -33,7 +38,11 @@
 #include <systemd/sd-event.h>
 #include <time.h>
 
-static const uint64_t refresh_interval = 1000000; /* in microseconds */
+static const uint64_t second = 1000000; /* the event loop's times are in microseconds */
+static const uint64_t burst = 200000;
+
+static uint64_t counters_interval = 5;
+static sd_event_source* burst_timer;
 static bool stopped;
 
 /* False if the bus refused the name or another process has taken it, which the library logs. */
@@ -44,67 +53,125 @@ static bool has_name(void)
     return name != NULL;
 }
 
+static void scan_all(void)
+{
+    scan_firmware();
+    scan_software();
+    scan_fru();
+    scan_boot();
+    scan_pci();
+    scan_usb();
+    scan_nic();
+    scan_fc();
+    scan_ib();
+    devices_forget();
+    hwdb_close();
+}
+
 /* The event loop calls these. */
 
-static int on_refresh(sd_event_source* timer, uint64_t time, void* network)
+static int on_burst(sd_event_source* timer, uint64_t now, void* data)
 {
-    (void)time;
+    (void)timer, (void)now, (void)data;
+    (void)objects_have_changed(); /* a link's state isn't part of the inventory */
+    scan_all();
+    if (objects_have_changed())
+    {
+        readiness_signal_change();
+    }
+    return 0;
+}
+
+/* Has a scan made, unless one is due already. */
+static void on_change(void)
+{
+    int enabled = SD_EVENT_OFF;
+    sd_event_source_get_enabled(burst_timer, &enabled);
+    if (enabled == SD_EVENT_OFF)
+    {
+        sd_event_source_set_time_relative(burst_timer, burst);
+        sd_event_source_set_enabled(burst_timer, SD_EVENT_ONESHOT);
+    }
+}
+
+static int on_counters(sd_event_source* timer, uint64_t now, void* data)
+{
+    (void)now, (void)data;
     if (!has_name())
     {
         GANTRY_context_stop(NULL);
     }
-    network_refresh(network);
-    return sd_event_source_set_time_relative(timer, refresh_interval);
+    objects_refresh();
+    return sd_event_source_set_time_relative(timer, counters_interval * second);
 }
 
-static int on_stop(sd_event_source* source, const struct signalfd_siginfo* signal, void* context)
+static int on_stop(sd_event_source* source, const struct signalfd_siginfo* signal, void* data)
 {
-    (void)source, (void)signal;
+    (void)source, (void)signal, (void)data;
     stopped = true;
     sd_notify(0, "STOPPING=1");
-    GANTRY_context_stop(context);
+    GANTRY_context_stop(NULL);
     return 0;
 }
 
-/* Adds the sources other than the bus. A source without a holder lives as long as the loop. */
-static int add_sources(sd_event* event, GANTRY_cpp_context* context, struct network* network)
+static int on_reload(sd_event_source* source, const struct signalfd_siginfo* signal, void* data)
 {
-    static const int stops[] = {SIGTERM, SIGINT};
+    (void)source, (void)signal, (void)data;
+    devices_note(NULL);
+    on_change();
+    return 0;
+}
+
+static void warn(const char* what, int result)
+{
+    if (result < 0)
+    {
+        fprintf(stderr, SD_WARNING "%s: %s\n", what, strerror(-result));
+    }
+}
+
+/* Adds the sources other than the bus. A source without a holder lives as long as the loop. */
+static int add_sources(sd_event* event)
+{
+    static const struct
+    {
+        int signal;
+        sd_event_signal_handler_t handler;
+    } signals[] = {{SIGTERM, on_stop}, {SIGINT, on_stop}, {SIGHUP, on_reload}};
     sd_event_source* timer = NULL;
     int result = 0;
-    for (size_t i = 0; i < sizeof stops / sizeof *stops && result >= 0; ++i)
+    for (size_t i = 0; i < sizeof signals / sizeof *signals && result >= 0; ++i)
     {
-        result =
-            sd_event_add_signal(event, NULL, stops[i] | SD_EVENT_SIGNAL_PROCMASK, on_stop, context);
+        result = sd_event_add_signal(event, NULL, signals[i].signal | SD_EVENT_SIGNAL_PROCMASK,
+                                     signals[i].handler, NULL);
     }
     if (result < 0 ||
-        (result = sd_event_add_time_relative(event, &timer, CLOCK_MONOTONIC, refresh_interval, 0,
-                                             on_refresh, network)) < 0)
+        (result = sd_event_add_time_relative(event, &burst_timer, CLOCK_MONOTONIC, burst, 0,
+                                             on_burst, NULL)) < 0 ||
+        (result = sd_event_source_set_enabled(burst_timer, SD_EVENT_OFF)) < 0 ||
+        (result = sd_event_add_time_relative(event, &timer, CLOCK_MONOTONIC,
+                                             counters_interval * second, 0, on_counters, NULL)) < 0)
     {
         return result;
     }
     sd_event_source_set_enabled(timer, SD_EVENT_ON);
     sd_event_source_set_floating(timer, 1);
     sd_event_source_unref(timer);
-
-    /* Without netlink, the interfaces present at start are still published. */
-    if ((result = links_watch(event, network)) < 0)
+    if (!sysfs_is_recorded())
     {
-        fprintf(stderr, SD_WARNING "network interfaces that come later: %s\n", strerror(-result));
+        /* Without these, what is present at start is still published. */
+        warn("devices that come later", devices_watch(event, on_change));
+        warn("network interfaces that come later", nic_watch(event, on_change));
+        warn("boot entries that change later", boot_watch(event, on_change));
     }
     return 0;
 }
 
-int main(int argc, char** argv)
+static int serve(void)
 {
-    read_options(argc, argv, " [SYS]", 1);
-    const char* dumps = getenv("STATE_DIRECTORY");
-    dumps = dumps != NULL ? dumps : getenv("RUNTIME_DIRECTORY");
-    const char* sys = argc > 1 ? argv[1] : "/sys";
     GANTRY_cpp_context* context = NULL;
-    struct network network;
     sd_event* event = NULL;
-
+    const char* dumps = getenv("STATE_DIRECTORY");
     GANTRY_context_new(&context);
     if (context == NULL)
     {
@@ -113,12 +180,11 @@ int main(int argc, char** argv)
     }
     /* The loop that GANTRY_dbus_sdloop runs. */
     int result = sd_event_default(&event);
-    if (result < 0 || (result = add_sources(event, context, &network)) < 0)
+    if (result < 0 || (result = add_sources(event)) < 0)
     {
         fprintf(stderr, SD_ERR "event loop: %s\n", strerror(-result));
         return EXIT_FAILURE;
     }
-
     /* Before the first object, which would otherwise request its interface's default name. */
     GANTRY_context_set_service(context, "com.orvane.velmar.inventory");
     if (!has_name())
@@ -126,18 +192,11 @@ int main(int argc, char** argv)
         return EXIT_FAILURE;
     }
     GANTRY_context_manage(context, "/com/orvane/velmar", NULL);
-    ethtool_open(sys);
-    publish_readiness(context);
-    publish_firmware(context, sys);
-    publish_software(context, sys);
-    publish_fru(context, sys);
-    publish_boot(context, sys);
-    publish_pci_devices(context, sys);
-    publish_slots(context, event, sys, dumps);
-    publish_usb_devices(context, sys);
-    hwdb_close();
-    network_publish(&network, context, sys, getenv("INVENTORYD_EVERY_INTERFACE") != NULL);
-    declare_readiness(context);
+    slots_open(event, dumps != NULL ? dumps : getenv("RUNTIME_DIRECTORY"));
+    readiness_publish();
+    scan_all();
+    objects_declare_complete();
+    readiness_declare();
 
     sd_notify(0, "READY=1");
     /* With WatchdogSec= in the unit, the running loop sends keep-alives from now on. */
@@ -146,7 +205,104 @@ int main(int argc, char** argv)
 
     GANTRY_context_free(&context);
     slots_free();
-    network_free(&network);
+    objects_free();
+    netlink_close();
+    sd_event_source_unref(burst_timer);
     sd_event_unref(event);
     return stopped ? EXIT_SUCCESS : EXIT_FAILURE; /* the log says why the loop ended */
+}
+
+static void print_usage(FILE* out, const char* program)
+{
+    fprintf(out,
+            "usage: %s [OPTION]...\n"
+            "  --counters SECONDS   read counters so often, 5 by default\n"
+            "  --publish-serials    publish serial numbers, and what else only root may read\n"
+            "  --record DIR         write a record of this machine to DIR, and end\n"
+            "  --root DIR           publish the record in DIR instead of this machine\n"
+            "  --help, --version\n",
+            program);
+}
+
+int main(int argc, char** argv)
+{
+    static const struct option options[] = {
+        {"counters", required_argument, NULL, 'c'},
+        {"publish-serials", no_argument, NULL, 's'},
+        {"record", required_argument, NULL, 'w'},
+        {"root", required_argument, NULL, 'r'},
+        {"help", no_argument, NULL, 'h'},
+        {"version", no_argument, NULL, 'v'},
+        {NULL, 0, NULL, 0},
+    };
+    enum
+    {
+        longest_interval = 24 * 60 * 60,
+        misused = 2
+    };
+    const char* record = NULL;
+    const char* root = NULL;
+    char* end = NULL;
+    for (int option = 0; (option = getopt_long(argc, argv, "", options, NULL)) != -1;)
+    {
+        switch (option)
+        {
+        case 'c':
+            counters_interval = strtoul(optarg, &end, 10);
+            if (*end != '\0' || counters_interval == 0 || counters_interval > longest_interval)
+            {
+                fprintf(stderr, "%s: --counters takes 1 to %d seconds\n", argv[0],
+                        longest_interval);
+                return misused;
+            }
+            break;
+        case 's':
+            sysfs_serials = true;
+            break;
+        case 'w':
+            record = optarg;
+            break;
+        case 'r':
+            root = optarg;
+            break;
+        case 'h':
+            print_usage(stdout, argv[0]);
+            return EXIT_SUCCESS;
+        case 'v':
+            printf("libdbusgantry %s\n", GANTRY_version());
+            return EXIT_SUCCESS;
+        default:
+            print_usage(stderr, argv[0]);
+            return misused;
+        }
+    }
+    if (optind < argc)
+    {
+        print_usage(stderr, argv[0]);
+        return misused;
+    }
+    nic_every_interface = getenv("INVENTORYD_EVERY_INTERFACE") != NULL;
+    if (root != NULL)
+    {
+        /* The devices' directories are free of links, and so must this be. */
+        sysfs_root = realpath(root, NULL);
+        if (sysfs_root == NULL || !sysfs_has_directory(sysfs_root, "."))
+        {
+            fprintf(stderr, SD_ERR "%s: %s\n", root,
+                    strerror(sysfs_root == NULL ? errno : ENOTDIR));
+            return EXIT_FAILURE;
+        }
+    }
+    if (record == NULL)
+    {
+        return serve();
+    }
+    const int error = record_start(record);
+    if (error != 0)
+    {
+        fprintf(stderr, SD_ERR "%s: %s\n", record, strerror(error));
+        return EXIT_FAILURE;
+    }
+    scan_all();
+    return EXIT_SUCCESS;
 }

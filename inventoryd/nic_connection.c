@@ -11,8 +11,9 @@ enum
     locally_assigned = 7
 };
 
-void nic_connection_read(struct object* object, const char* device)
+void nic_put_connection(struct object* object, const struct nic_interface* interface)
 {
+    const char* device = interface->device;
     char partner[sysfs_text_size];
     char port[sysfs_text_size];
     char own[sysfs_text_size];
@@ -25,18 +26,4 @@ void nic_connection_read(struct object* object, const char* device)
     object_put_uint16(object, "ChassisIdSubType", known ? locally_assigned : unknown);
     object_put_string(object, "PortId", known ? port : "");
     object_put_uint16(object, "PortIdSubType", known ? locally_assigned : unknown);
-}
-
-bool nic_connection_publish(struct object* object, GANTRY_cpp_context* context, const char* device,
-                            const struct rtnetlink_link* link)
-{
-    if (!object_publish(object, context,
-                        GANTRY_instantiate__com_orvane_velmar_system_NicConnectionView,
-                        "com.orvane.velmar.system.NicConnectionView", link->name))
-    {
-        return false;
-    }
-    object_put_format(object, "FQDD", "NIC.%s", link->name);
-    nic_connection_read(object, device);
-    return true;
 }

@@ -1,11 +1,8 @@
 #include "attribute.h"
-#include "ethtool.h"
 #include "nic.h"
-#include "pci_location.h"
 #include "sysfs.h"
 
 #include <inttypes.h>
-#include <linux/if_arp.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -21,18 +18,21 @@ static void put_words(struct object* object, const char* member, uint64_t words)
     object_put_uint64(object, member, words * 4);
 }
 
-static const struct attribute rdma_counters[] = {
-    {"RDMARxTotalPackets", "port_rcv_packets", object_put_uint64, 10},
-    {"RDMATxTotalPackets", "port_xmit_packets", object_put_uint64, 10},
-    {"RDMARxTotalBytes", "port_rcv_data", put_words, 10},
-    {"RDMATxTotalBytes", "port_xmit_data", put_words, 10},
-};
-
-/* The device of a virtual machine's adapter is one level below its PCI device. */
-static const struct attribute placement[] = {
-    {"CPUAffinity", "device/../numa_node", object_put_uint16, 10},
-    {"CPUAffinity", "device/numa_node", object_put_uint16, 10},
-};
+void nic_put_rdma(struct object* object, const char* port)
+{
+    static const struct attribute counters_of_port[] = {
+        {"RDMARxTotalPackets", "counters/port_rcv_packets", object_put_uint64, 10},
+        {"RDMATxTotalPackets", "counters/port_xmit_packets", object_put_uint64, 10},
+        {"RDMARxTotalBytes", "counters/port_rcv_data", put_words, 10},
+        {"RDMATxTotalBytes", "counters/port_xmit_data", put_words, 10},
+        /* As drivers of iWARP adapters call them. */
+        {"RDMATxTotalReadReqPkts", "hw_counters/iwOutRdmaReads", object_put_uint64, 10},
+        {"RDMATxTotalSendPkts", "hw_counters/iwOutRdmaSends", object_put_uint64, 10},
+        {"RDMATxTotalWritePkts", "hw_counters/iwOutRdmaWrites", object_put_uint64, 10},
+    };
+    attributes_read(object, port, counters_of_port,
+                    sizeof counters_of_port / sizeof *counters_of_port);
+}
 
 struct rdma
 {
@@ -43,94 +43,106 @@ struct rdma
 static void read_adapter(void* data, const char* adapter, const char* name)
 {
     const struct rdma* rdma = data;
-    char counters_of_port[sizeof "ports/18446744073709551615/counters"];
-    char directory[sysfs_path_size];
+    char port[sysfs_path_size];
+    char place[sizeof "ports/18446744073709551615"];
     (void)name;
-    snprintf(counters_of_port, sizeof counters_of_port, "ports/%" PRIu64 "/counters", rdma->port);
-    if (sysfs_join(directory, adapter, counters_of_port))
+    snprintf(place, sizeof place, "ports/%" PRIu64, rdma->port);
+    if (sysfs_join(port, adapter, place))
     {
-        attributes_read(rdma->object, directory, rdma_counters,
-                        sizeof rdma_counters / sizeof *rdma_counters);
+        nic_put_rdma(rdma->object, port);
     }
 }
 
-/* Two digits a byte, with colons between. */
-static void put_address(struct object* object, const char* member, struct rtnetlink_address address)
+/* The RDMA adapters of the interface's device. */
+static void read_rdma(struct object* object, const char* device)
 {
-    static const char digits[] = "0123456789abcdef";
-    char text[3 * MAX_ADDR_LEN + 1] = "";
-    const size_t size = address.size < MAX_ADDR_LEN ? address.size : MAX_ADDR_LEN;
-    for (size_t i = 0; i < size; ++i)
-    {
-        text[3 * i] = digits[address.bytes[i] >> 4];
-        text[3 * i + 1] = digits[address.bytes[i] & 0xF];
-        text[3 * i + 2] = i + 1 < size ? ':' : '\0';
-    }
-    object_put_string(object, member, text);
-}
-
-void nic_partition_read(struct object* object, const char* device,
-                        const struct rtnetlink_link* link)
-{
-    static const struct rtnetlink_address none;
     struct rdma rdma = {object, 0};
     char adapters[sysfs_path_size];
-    const struct rtnetlink_address* permanent = &link->permanent_address;
-    const bool is_permanent = link->address.size == permanent->size &&
-                              (permanent->size == 0 ||
-                               memcmp(link->address.bytes, permanent->bytes, permanent->size) == 0);
-    nic_put_link_status(object, "PartitionLinkStatus", link);
-    put_address(object, "PermanentMACAddress", *permanent);
-    put_address(object, "VirtualMACAddress", is_permanent ? none : link->address);
-    nic_put_counters(object, link, counters, sizeof counters / sizeof *counters);
     if (sysfs_join(adapters, device, "device/infiniband"))
     {
         /* dev_port counts the adapter's ports from 0, the adapter's directories from 1. */
         rdma.port = sysfs_number(device, "dev_port", 10, &rdma.port) ? rdma.port + 1 : 1;
         sysfs_each(adapters, read_adapter, &rdma);
     }
-    nic_put_statistics_time(object);
 }
 
-static void put_driver(struct object* object, const char* device, const struct rtnetlink_link* link)
+/* Two digits a byte, with colons between. */
+static void put_address(struct object* object, const char* member,
+                        const struct rtnetlink_address* address)
 {
-    const struct ethtool_drvinfo info = ethtool_ask_driver(device);
-    struct pci_location location;
+    static const char digits[] = "0123456789abcdef";
+    char text[3 * rtnetlink_most_address + 1] = "";
+    for (size_t i = 0; i < address->size; ++i)
+    {
+        text[3 * i] = digits[address->bytes[i] >> 4];
+        text[3 * i + 1] = digits[address->bytes[i] & 0xF];
+        text[3 * i + 2] = i + 1 < address->size ? ':' : '\0';
+    }
+    object_put_string(object, member, text);
+}
+
+void nic_put_addresses(struct object* object, const struct rtnetlink_link* link)
+{
+    static const struct rtnetlink_address none;
+    const struct rtnetlink_address* permanent = &link->permanent_address;
+    const bool is_permanent = link->address.size == permanent->size &&
+                              memcmp(link->address.bytes, permanent->bytes, permanent->size) == 0;
+    put_address(object, "PermanentMACAddress", permanent);
+    put_address(object, "VirtualMACAddress", is_permanent ? &none : &link->address);
+}
+
+static void put_driver(struct object* object, const char* device)
+{
     char driver[sysfs_path_size];
-    char adapters[sysfs_path_size];
     nic_put_driver_state(object, "PartitionOSDriverState", device);
-    if (pci_location_parse(info.bus_info, &location))
-    {
-        object_put_uint32(object, "PCIBus", location.bus);
-        object_put_uint32(object, "PCIDevice", location.device);
-        object_put_uint32(object, "PCIFunction", location.function);
-    }
-    if (!sysfs_link_name(device, "device/driver", driver))
-    {
-        return;
-    }
-    if (link->type == ARPHRD_INFINIBAND)
-    {
-        object_put_string(object, "InfiniBandOSDriver", driver);
-    }
-    if (sysfs_join(adapters, device, "device/infiniband") && sysfs_is_directory(adapters))
+    if (sysfs_link_name(device, "device/driver", driver) &&
+        sysfs_has_directory(device, "device/infiniband"))
     {
         object_put_string(object, "RDMAOSDriver", driver);
     }
 }
 
-bool nic_partition_publish(struct object* object, GANTRY_cpp_context* context, const char* device,
-                           const struct rtnetlink_link* link)
+void nic_put_partition_link(struct object* object, const struct rtnetlink_link* link)
 {
-    if (!object_publish(object, context, GANTRY_instantiate__com_orvane_velmar_system_NicPartition,
-                        "com.orvane.velmar.system.NicPartition", link->name))
+    nic_put_link_status(object, "PartitionLinkStatus", link);
+    nic_put_addresses(object, link);
+}
+
+/* The standard statistics tell unicast, multicast and broadcast apart, if the driver has them. */
+void nic_put_partition_counters(struct object* object)
+{
+    struct nic_packets packets;
+    union netlink_message message;
+    struct rtnetlink_link link;
+    if (!rtnetlink_ask(&link, object->device))
     {
-        return false;
+        return;
     }
-    object_put_format(object, "FQDD", "NIC.%s-1", link->name);
-    object_put_format(object, "FriendlyFQDD", "Partition 1 of network port %s", link->name);
-    attributes_read(object, device, placement, sizeof placement / sizeof *placement);
-    put_driver(object, device, link);
-    nic_partition_read(object, device, link);
-    return true;
+    nic_put_link_status(object, "PartitionLinkStatus", &link);
+    nic_put_counters(object, &link, counters, sizeof counters / sizeof *counters);
+    if (nic_ask_packets(&packets, object->device, &message))
+    {
+        object_put_uint64(object, "LanUnicastPktRXCount", packets.received_unicast);
+        object_put_uint64(object, "LanUnicastPktTXCount", packets.sent_unicast);
+        object_put_uint32(object, "LanMulticastPktTxCount", packets.sent_multicast);
+        object_put_uint32(object, "LanBroadcastPktRxCount", packets.received_broadcast);
+        object_put_uint32(object, "LanBoradcastPktTxCount", packets.sent_broadcast);
+    }
+    read_rdma(object, object->device);
+    nic_put_statistics_times(object);
+}
+
+void nic_put_partition(struct object* object, const struct nic_interface* interface)
+{
+    const struct card* card = &interface->card;
+    if (card->is_pci)
+    {
+        object_put_uint32(object, "PCIBus", card->location.bus);
+        object_put_uint32(object, "PCIDevice", card->location.device);
+        object_put_uint32(object, "PCIFunction", card->location.function);
+    }
+    card_put_functions(object, card);
+    card_put_node(object, "CPUAffinity", card);
+    put_driver(object, interface->device);
+    nic_put_addresses(object, &interface->link);
 }

@@ -1,11 +1,32 @@
 #include "object.h"
 
+#include "devices.h"
+#include "record.h"
+
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-daemon.h>
+
+enum
+{
+    most_changes = 63 /* more than any object here has at once */
+};
+
+static struct kind* kinds;
+static bool is_complete;
+static bool have_changed;
+static bool are_counters; /* whether the present changes are */
+
+/* The changes of one object, as only one is read at a time. */
+static struct
+{
+    struct object* object;
+    const char* members[most_changes + 1]; /* object_announce adds the final null */
+    size_t count;
+} changes;
 
 static void report(const char* name, int error)
 {
@@ -15,70 +36,319 @@ static void report(const char* name, int error)
     }
 }
 
-bool object_publish(struct object* object, GANTRY_cpp_context* context, object_create* create,
-                    const char* interface, const char* name)
+static void announce_changes(void)
+{
+    int error = 0;
+    if (changes.count > 0)
+    {
+        changes.members[changes.count] = NULL;
+        changes.count = 0;
+        GANTRY_property_announce(changes.object->instance, changes.members, &error);
+        report("PropertiesChanged", error);
+    }
+}
+
+static void note(struct object* object, const char* member)
+{
+    if (object->is_new)
+    {
+        return; /* it is announced with all that it has */
+    }
+    if (changes.object != object || changes.count == most_changes)
+    {
+        announce_changes();
+    }
+    have_changed = have_changed || !are_counters;
+    changes.object = object;
+    changes.members[changes.count++] = member;
+}
+
+void object_announce(struct object* object)
+{
+    int error = 0;
+    if (!object->is_new)
+    {
+        announce_changes();
+        return;
+    }
+    object->is_new = false;
+    have_changed = true;
+    if (is_complete)
+    {
+        GANTRY_instance_announce_added(object->instance, &error);
+        report("InterfacesAdded", error);
+    }
+}
+
+static void put_counters(struct object* object)
+{
+    if (object->kind->put_counters != NULL)
+    {
+        are_counters = true;
+        object->kind->put_counters(object);
+        are_counters = false;
+    }
+}
+
+void object_complete(struct object* object)
+{
+    put_counters(object);
+    object_announce(object);
+}
+
+struct object* object_of(GANTRY_instance* instance)
+{
+    void* object = NULL;
+    GANTRY_instance_get_user_private(instance, &object);
+    return object;
+}
+
+bool object_has_changes(const struct object* object)
+{
+    return object->is_new || (changes.object == object && changes.count > 0);
+}
+
+static bool publish(struct object* object)
 {
     char parent[256];
     char* path = NULL; /* the default path */
-    object->instance = NULL;
-    object->changed_count = 0;
-
+    if (record_is_running())
+    {
+        return true; /* a record needs no bus: what is put is dropped */
+    }
     /* An interface's default path is its name with slashes. */
-    snprintf(parent, sizeof parent, "/%s", interface);
+    snprintf(parent, sizeof parent, "/%s", object->kind->interface);
     for (char* dot = parent; (dot = strchr(dot, '.')) != NULL;)
     {
         *dot = '/';
     }
     /* D-Bus allows few characters in a path, so others are encoded. */
-    if (name == NULL || sd_bus_path_encode(parent, name, &path) >= 0)
+    if (object->name[0] == '\0' || sd_bus_path_encode(parent, object->name, &path) >= 0)
     {
-        create(context, NULL, path, NULL);
-        GANTRY_instance_get_created(context, &object->instance, NULL);
+        object->kind->create(NULL, NULL, path, object);
+        GANTRY_instance_get_created(NULL, &object->instance, NULL);
     }
     free(path);
     return object->instance != NULL;
 }
 
-void object_announce_added(struct object* object)
+static void release(struct object* object)
 {
-    int error = 0;
-    GANTRY_instance_announce_added(object->instance, &error);
-    report("InterfacesAdded", error);
-    object_forget_changes(object);
+    free(object->name);
+    free(object->device);
+    free(object);
 }
 
-void object_withdraw(struct object* object)
+static char* copy(const char* text)
 {
-    GANTRY_instance_free(&object->instance);
+    char* made = malloc(strlen(text) + 1);
+    return made != NULL ? strcpy(made, text) : NULL;
 }
 
-static void note(struct object* object, const char* member)
+/* A scan mostly finds the objects in the order of the former one, so each search begins where the
+ * last one ended. */
+static struct object* find(struct kind* kind, const char* name)
 {
-    if (object->changed_count == object_most_changes)
+    struct object* const begin = kind->last_found != NULL && kind->last_found->next != NULL
+                                     ? kind->last_found->next
+                                     : kind->first;
+    struct object* each = begin;
+    while (each != NULL && strcmp(each->name, name) != 0)
     {
-        object_announce(object);
+        each = each->next != NULL ? each->next : kind->first;
+        if (each == begin)
+        {
+            return NULL;
+        }
     }
-    object->changed[object->changed_count++] = member;
+    return each;
 }
 
-#define DEFINE_PUT(type, value_type)                                                               \
-    void object_put_##type(struct object* object, const char* member, uint64_t value)              \
+static struct object* add(struct kind* kind, const char* name, const char* device)
+{
+    struct object* object = calloc(1, sizeof *object);
+    if (object == NULL)
+    {
+        return NULL;
+    }
+    object->kind = kind;
+    object->is_new = true;
+    object->name = copy(name);
+    object->device = copy(device);
+    if (object->name == NULL || object->device == NULL || !publish(object))
+    {
+        release(object);
+        return NULL;
+    }
+    struct object** place = kind->last_found != NULL ? &kind->last_found->next : &kind->first;
+    object->next = *place;
+    *place = object;
+    return object;
+}
+
+void kind_begin(struct kind* kind)
+{
+    ++kind->scan;
+    if (kind->scan == 1)
+    {
+        kind->next = kinds;
+        kinds = kind;
+    }
+}
+
+struct object* object_due(struct kind* kind, const char* name, const char* device)
+{
+    struct object* object = find(kind, name);
+    if (object == NULL && (object = add(kind, name, device)) == NULL)
+    {
+        return NULL;
+    }
+    kind->last_found = object;
+    const bool is_known = object->scan == kind->scan;
+    object->scan = kind->scan;
+    if (strcmp(object->device, device) != 0 && !is_known)
+    {
+        char* moved = copy(device);
+        if (moved != NULL)
+        {
+            free(object->device);
+            object->device = moved;
+            return object;
+        }
+    }
+    return object->is_new || devices_is_due(device) ? object : NULL;
+}
+
+void kind_end(struct kind* kind)
+{
+    for (struct object** each = &kind->first; *each != NULL;)
+    {
+        struct object* object = *each;
+        if (object->scan == kind->scan)
+        {
+            each = &object->next;
+            continue;
+        }
+        *each = object->next;
+        have_changed = true;
+        changes.count = changes.object == object ? 0 : changes.count;
+        GANTRY_instance_free(&object->instance);
+        release(object);
+    }
+    kind->last_found = NULL;
+}
+
+void kind_each(const struct kind* kind, void (*each)(struct object* object))
+{
+    for (struct object* object = kind->first; object != NULL; object = object->next)
+    {
+        each(object);
+    }
+}
+
+struct object* kind_find(const struct kind* kind, uint64_t tag)
+{
+    struct object* object = kind->first;
+    while (object != NULL && object->tag != tag)
+    {
+        object = object->next;
+    }
+    return object;
+}
+
+/* Whether it is the kind's turn in this round. */
+static bool has_turn(const struct kind* kind, unsigned int round)
+{
+    unsigned int count = 0;
+    unsigned int place = 0;
+    for (const struct kind* each = kinds; each != NULL; each = each->next)
+    {
+        place = each == kind ? count : place;
+        count += each->turns == kind->turns ? 1 : 0;
+    }
+    return kind->turns == NULL || round % count == place;
+}
+
+void objects_refresh(void)
+{
+    static unsigned int round;
+    ++round;
+    for (struct kind* kind = kinds; kind != NULL; kind = kind->next)
+    {
+        if (kind->put_counters != NULL && has_turn(kind, round))
+        {
+            kind_each(kind, object_complete);
+        }
+    }
+}
+
+void objects_declare_complete(void)
+{
+    const char* separator = SD_INFO "found ";
+    is_complete = true;
+    have_changed = false;
+    for (const struct kind* kind = kinds; kind != NULL; kind = kind->next)
+    {
+        size_t count = 0;
+        for (const struct object* each = kind->first; each != NULL; each = each->next)
+        {
+            ++count;
+        }
+        if (count > 0)
+        {
+            fprintf(stderr, "%s%zu %s", separator, count, strrchr(kind->interface, '.') + 1);
+            separator = ", ";
+        }
+    }
+    fputc('\n', stderr);
+}
+
+bool objects_have_changed(void)
+{
+    const bool were_changed = have_changed;
+    have_changed = false;
+    return were_changed;
+}
+
+void objects_free(void)
+{
+    for (; kinds != NULL; kinds = kinds->next)
+    {
+        while (kinds->first != NULL)
+        {
+            struct object* object = kinds->first;
+            kinds->first = object->next;
+            release(object);
+        }
+    }
+}
+
+/* Defines object_put_TYPE for values of `given`, of which the property holds those that `stored`
+ * can. */
+#define DEFINE_PUT(type, given, stored)                                                            \
+    void object_put_##type(struct object* object, const char* member, given value)                 \
     {                                                                                              \
-        value_type present = 0;                                                                    \
+        stored present = 0;                                                                        \
         int error = 0;                                                                             \
-        GANTRY_property_get_##type(object->instance, member, &present, &error);                    \
-        if (error == 0 && value != present && value == (value_type)value)                          \
+        if (object->instance != NULL && value == (given)(stored)value)                             \
         {                                                                                          \
-            GANTRY_property_set_##type(object->instance, member, (value_type)value, true, &error); \
-            note(object, member);                                                                  \
+            GANTRY_property_get_##type(object->instance, member, &present, &error);                \
+            if (error == 0 && (stored)value != present)                                            \
+            {                                                                                      \
+                GANTRY_property_set_##type(object->instance, member, (stored)value, true, &error); \
+                note(object, member);                                                              \
+            }                                                                                      \
+            report(member, error);                                                                 \
         }                                                                                          \
-        report(member, error);                                                                     \
     }
 
-DEFINE_PUT(byte, unsigned char)
-DEFINE_PUT(uint16, unsigned short)
-DEFINE_PUT(uint32, unsigned int)
-DEFINE_PUT(uint64, unsigned long)
+DEFINE_PUT(byte, uint64_t, unsigned char)
+DEFINE_PUT(int16, int, short)
+DEFINE_PUT(uint16, uint64_t, unsigned short)
+DEFINE_PUT(uint32, uint64_t, unsigned int)
+DEFINE_PUT(uint64, uint64_t, unsigned long)
+DEFINE_PUT(double, double, double)
+DEFINE_PUT(boolean, bool, bool)
 
 enum object_switch object_switch(bool is_known, bool is_on)
 {
@@ -89,7 +359,7 @@ void object_put_string(struct object* object, const char* member, const char* te
 {
     char* present = NULL;
     int error = 0;
-    if (text == NULL)
+    if (text == NULL || object->instance == NULL)
     {
         return;
     }
@@ -103,6 +373,17 @@ void object_put_string(struct object* object, const char* member, const char* te
     free(present);
 }
 
+void object_put_strings(struct object* object, const char* member, const GANTRY_string_array* texts)
+{
+    int error = 0;
+    if (object->instance != NULL)
+    {
+        /* Here the library compares, and announces a change by itself. */
+        GANTRY_property_set_strings(object->instance, member, texts, object->is_new, &error);
+        report(member, error);
+    }
+}
+
 void object_put_format(struct object* object, const char* member, const char* format, ...)
 {
     char text[512];
@@ -111,22 +392,4 @@ void object_put_format(struct object* object, const char* member, const char* fo
     vsnprintf(text, sizeof text, format, values);
     va_end(values);
     object_put_string(object, member, text);
-}
-
-void object_forget_changes(struct object* object)
-{
-    object->changed_count = 0;
-}
-
-void object_announce(struct object* object)
-{
-    int error = 0;
-    if (object->changed_count == 0)
-    {
-        return;
-    }
-    object->changed[object->changed_count] = NULL;
-    object->changed_count = 0;
-    GANTRY_property_announce(object->instance, object->changed, &error);
-    report("PropertiesChanged", error);
 }

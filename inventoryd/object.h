@@ -1,7 +1,23 @@
 /*
- * A published object and the names of its changed properties. object_put_* stores a value only if
- * it differs, and without a signal; object_announce announces all changes in one signal. The same
- * code thus fills an object and updates it.
+ * The published objects. All objects of an interface are of one kind, and each has a name there,
+ * which is the last part of its path and mustn't change as long as the hardware is the same.
+ *
+ * A scan finds what there is. It is the same at start and later:
+ *
+ *     kind_begin(&kind);
+ *     for each device:
+ *         struct object* object = object_due(&kind, name, device);
+ *         if (object != NULL)
+ *         {
+ *             object_put_...(object, "Member", value);
+ *             object_complete(object);
+ *         }
+ *     kind_end(&kind);
+ *
+ * An object that isn't known is published, one that is known is given if it has to be read again,
+ * and what the scan didn't come to is withdrawn. object_put_* stores a value only if it differs,
+ * without a signal, and notes the change; object_complete puts the counters too, and announces the
+ * object if it is new, or all its changes in one signal.
  *
  * A fact that the kernel doesn't offer, or refuses to this process, leaves its property as the
  * library created it: 0, the empty text, or the initial value in the interface's table. The codes
@@ -18,10 +34,81 @@
 #include <stddef.h>
 #include <stdint.h>
 
-enum
+/* The creating functions of interfaces without methods; their table is a const void*. */
+typedef void object_create(GANTRY_cpp_context* context, const void* table, const char* path,
+                           void* user_private);
+
+struct object
 {
-    object_most_changes = 63 /* more than any object here has at once */
+    GANTRY_instance* instance;
+    char* name;       /* empty for the only object of its kind */
+    char* device;     /* the sysfs directory that it was read from */
+    uint64_t tag;     /* the reader's own, such as an interface's number */
+    uint64_t read_at; /* likewise, in seconds, if it isn't read each time that it could be */
+    /* object.c's own: */
+    const struct kind* kind;
+    struct object* next;
+    unsigned int scan;
+    bool is_new;
 };
+
+struct kind
+{
+    const char* interface;
+    object_create* create;
+    /* Puts again what changes all the time, the counters and the link's state, from the object's
+     * device and tag; null if it has none. It is called by the counters' timer, and for a client
+     * that reads them. */
+    void (*put_counters)(struct object* object);
+    /* Of the kinds with the same name here, one has its turn at each interval of the timer. So a
+     * port and its partition, which mostly change together, cost one message per interval. */
+    const char* turns;
+    /* object.c's own: */
+    struct kind* next;
+    struct object* first;
+    struct object* last_found;
+    unsigned int scan;
+};
+
+void kind_begin(struct kind* kind);
+void kind_end(struct kind* kind);
+
+/*
+ * The object of that name if it is new or its device has changed (devices.h), and so has to be
+ * read; otherwise null. It is published at the interface's default path, or below it if the name
+ * isn't empty. A failure is logged, and gives null.
+ */
+struct object* object_due(struct kind* kind, const char* name, const char* device);
+
+/* Calls `each` for each object of the kind; it must not remove any. */
+void kind_each(const struct kind* kind, void (*each)(struct object* object));
+
+/* The first object of the kind with that tag, or null. */
+struct object* kind_find(const struct kind* kind, uint64_t tag);
+
+/* The object of that instance, for its callbacks. */
+struct object* object_of(GANTRY_instance* instance);
+
+/* Announces what has changed since the last call: the object, or its changes. The first function
+ * puts the counters before; it is also what brings one object's counters up to date. */
+void object_complete(struct object* object);
+void object_announce(struct object* object);
+
+/* Whether it has something to announce. */
+bool object_has_changes(const struct object* object);
+
+/* Puts the counters of all objects again whose kind has its turn, and announces the changes. */
+void objects_refresh(void);
+
+/* Objects that are made before this call aren't announced: no client can know of them. Logs how
+ * many there are of each interface. */
+void objects_declare_complete(void);
+
+/* Whether an object was added, changed or withdrawn since the last call; counters don't count. */
+bool objects_have_changed(void);
+
+/* Frees the memory. The context owns the objects on the bus. */
+void objects_free(void);
 
 enum object_switch
 {
@@ -30,29 +117,8 @@ enum object_switch
     switch_off
 };
 
-struct object
-{
-    GANTRY_instance* instance;
-    const char* changed[object_most_changes + 1]; /* object_announce adds the final null */
-    size_t changed_count;
-};
-
-/* The creating functions of interfaces without methods; their table is a const void*. */
-typedef void object_create(GANTRY_cpp_context* context, const void* table, const char* path,
-                           void* user_private);
-
-/*
- * Publishes an object of `create`'s interface: at the interface's default path, or below it if
- * `name` isn't null. False if it failed, which the library logs.
- */
-bool object_publish(struct object* object, GANTRY_cpp_context* context, object_create* create,
-                    const char* interface, const char* name);
-
-/* Announces the object with its present values; for one that is published after the others. */
-void object_announce_added(struct object* object);
-
-/* Removes the object from the bus and announces that. */
-void object_withdraw(struct object* object);
+/* The code of a switch, for a byte. */
+enum object_switch object_switch(bool is_known, bool is_on);
 
 /* Stores a value unless it is too large for the property. The name must outlive the announcement.
  */
@@ -61,21 +127,19 @@ object_put object_put_byte;
 object_put object_put_uint16;
 object_put object_put_uint32;
 object_put object_put_uint64;
-
-/* The code of a switch, for a byte. */
-enum object_switch object_switch(bool is_known, bool is_on);
+void object_put_int16(struct object* object, const char* member, int value);
+void object_put_double(struct object* object, const char* member, double value);
+void object_put_boolean(struct object* object, const char* member, bool value);
 
 /* Stores a copy; null leaves the property as it is. */
 void object_put_string(struct object* object, const char* member, const char* text);
 
+/* Stores a copy of the texts. */
+void object_put_strings(struct object* object, const char* member,
+                        const GANTRY_string_array* texts);
+
 /* Stores a text made as by printf. */
 __attribute__((format(printf, 3, 4))) void
 object_put_format(struct object* object, const char* member, const char* format, ...);
-
-/* Sends one PropertiesChanged for all changes since the last one; none if nothing changed. */
-void object_announce(struct object* object);
-
-/* Drops the changes without a signal, for an object that no client can have seen yet. */
-void object_forget_changes(struct object* object);
 
 #endif

@@ -1,26 +1,37 @@
 #include "attribute.h"
+#include "card.h"
+#include "devices.h"
+#include "dmi_slot.h"
+#include "firmware_versions.h"
 #include "hwdb.h"
 #include "inventory.h"
 #include "pci_configuration.h"
-#include "pci_interfaces.h"
-#include "pci_location.h"
-#include "sysfs.h"
 
 #include <stdlib.h>
 #include <string.h>
+
+static struct kind configuration_kind = {
+    .interface = "com.orvane.velmar.hwi.HWIStndConfig",
+    .create = GANTRY_instantiate__com_orvane_velmar_hwi_HWIStndConfig,
+};
+static struct kind link_kind = {
+    .interface = "com.orvane.velmar.hwi.HWIPcie",
+    .create = GANTRY_instantiate__com_orvane_velmar_hwi_HWIPcie,
+};
 
 static const struct attribute attributes[] = {
     {"VendorID", "vendor", object_put_uint16, 10},
     {"SubVendorID", "subsystem_vendor", object_put_uint16, 10},
     {"SubDeviceID", "subsystem_device", object_put_uint16, 10},
-    {"cpu_affinity", "numa_node", object_put_byte, 10},
     {"DataBusWidth", "current_link_width", object_put_byte, 10}, /* in lanes */
 };
 
-struct pci
+/* This host's codes. */
+enum
 {
-    GANTRY_cpp_context* context;
-    char slots[sysfs_path_size]; /* bus/pci/slots */
+    type_conventional = 1,
+    type_express = 2,
+    no_node = 0xFF
 };
 
 struct slot_search
@@ -42,38 +53,51 @@ static void put_slot(void* data, const char* path, const char* name)
     }
 }
 
-static void publish_configuration(const struct pci* pci, const char* device, const char* address,
-                                  const struct pci_configuration* configuration)
+static void scan_configuration(const char* device, const char* address,
+                               const struct pci_configuration* configuration, bool is_express)
 {
     static const struct hwdb_members names = {"Manufacturer", "ProductName", "Description"};
     struct pci_location location;
-    struct object object;
-    uint64_t code = 0;
-    if (!object_publish(&object, pci->context,
-                        GANTRY_instantiate__com_orvane_velmar_hwi_HWIStndConfig,
-                        "com.orvane.velmar.hwi.HWIStndConfig", address))
+    struct dmi_slot slot;
+    char slots[sysfs_path_size];
+    uint64_t number = 0;
+    struct object* object = object_due(&configuration_kind, address, device);
+    if (object == NULL)
     {
         return;
     }
-    object_put_format(&object, "FQDD", "PCI.%s", address);
-    object_put_format(&object, "FriendlyFQDD", "PCI device %s", address);
+    object_put_format(object, "FQDD", "PCI.%s", address);
+    object_put_format(object, "FriendlyFQDD", "PCI device %s", address);
     if (pci_location_parse(address, &location))
     {
-        object_put_uint32(&object, "SegmentNum", location.segment);
-        object_put_uint32(&object, "BusNum", location.bus);
-        object_put_uint32(&object, "DeviceNum", location.device);
-        object_put_uint32(&object, "FunctionNum", location.function);
+        object_put_uint32(object, "SegmentNum", location.segment);
+        object_put_uint32(object, "BusNum", location.bus);
+        object_put_uint32(object, "DeviceNum", location.device);
+        object_put_uint32(object, "FunctionNum", location.function);
+        if (dmi_slot_find(&slot, &location))
+        {
+            object_put_string(object, "SlotString", slot.name);
+            object_put_byte(object, "SlotType", slot.type);
+            object_put_byte(object, "SlotLength", slot.length);
+        }
     }
-    attributes_read(&object, device, attributes, sizeof attributes / sizeof *attributes);
-    if (sysfs_number(device, "class", 10, &code))
+    attributes_read(object, device, attributes, sizeof attributes / sizeof *attributes);
+    object_put_byte(object, "cpu_affinity",
+                    sysfs_number(device, "numa_node", 10, &number) ? number : no_node);
+    object_put_byte(object, "DeviceType", is_express ? type_express : type_conventional);
+    if (sysfs_number(device, "class", 10, &number))
     {
-        object_put_byte(&object, "classCode", code >> 16 & 0xFF);
-        object_put_byte(&object, "Subclass", code >> 8 & 0xFF);
-        object_put_byte(&object, "progIF", code & 0xFF);
+        object_put_byte(object, "classCode", number >> 16 & 0xFF);
+        object_put_byte(object, "Subclass", number >> 8 & 0xFF);
+        object_put_byte(object, "progIF", number & 0xFF);
     }
-    object_put_byte(&object, "PCIheaderType", pci_header_type(configuration));
-    hwdb_put_device(&object, device, names);
-    sysfs_each(pci->slots, put_slot, &(struct slot_search){&object, address});
+    object_put_byte(object, "PCIheaderType", pci_header_type(configuration));
+    hwdb_put(object, device, NULL, names);
+    if (sysfs_join(slots, sysfs_root, "bus/pci/slots"))
+    {
+        sysfs_each(slots, put_slot, &(struct slot_search){object, address});
+    }
+    object_complete(object);
 }
 
 /* GT/s as MT/s: 2.5 is 2500. 0 if the file doesn't begin with such a number. */
@@ -84,61 +108,71 @@ static uint32_t transfer_rate(const char* device, const char* file)
     return rate > 0 && rate < UINT32_MAX ? (uint32_t)rate : 0;
 }
 
-static void publish_link(const struct pci* pci, const char* device, const char* address,
-                         const struct pci_configuration* configuration)
+static void scan_link(const char* device, const char* address,
+                      const struct pci_configuration* configuration)
 {
     static const uint32_t rates[] = {2500, 5000, 8000, 16000, 32000, 64000};
     static const struct hwdb_members names = {"manufacturer", "productName", "description"};
-    struct object object;
     uint64_t lanes = 0;
     unsigned int type = 0;
     char serial[pci_serial_size];
-    if (!object_publish(&object, pci->context, GANTRY_instantiate__com_orvane_velmar_hwi_HWIPcie,
-                        "com.orvane.velmar.hwi.HWIPcie", address))
+    struct firmware_versions versions;
+    struct object* object = object_due(&link_kind, address, device);
+    if (object == NULL)
     {
         return;
     }
-    const struct ethtool_drvinfo driver = pci_ask_driver(device);
     const uint32_t fastest = transfer_rate(device, "max_link_speed");
-    object_put_uint32(&object, "CurrentLinkSpeed", transfer_rate(device, "current_link_speed"));
-    object_put_uint32(&object, "MaxLinkSpeed", fastest);
+    object_put_uint32(object, "CurrentLinkSpeed", transfer_rate(device, "current_link_speed"));
+    object_put_uint32(object, "MaxLinkSpeed", fastest);
     for (size_t i = 0; i < sizeof rates / sizeof *rates; ++i)
     {
         if (rates[i] == fastest)
         {
-            object_put_byte(&object, "SupportedLinkSpeed", i + 1); /* the generation */
+            object_put_byte(object, "SupportedLinkSpeed", i + 1); /* the generation */
         }
     }
     if (sysfs_number(device, "max_link_width", 10, &lanes))
     {
-        object_put_byte(&object, "MaxLinkWidth", lanes);
+        object_put_byte(object, "MaxLinkWidth", lanes);
     }
     if (pci_port_type(configuration, &type))
     {
-        object_put_byte(&object, "PortType", type);
+        object_put_byte(object, "PortType", type + 1); /* 0 is an endpoint on the bus of the device,
+                                                          and unknown here */
     }
-    if (pci_serial_number(configuration, serial))
+    if (sysfs_serials && pci_serial_number(configuration, serial))
     {
-        object_put_string(&object, "PCISerialNumber", serial);
+        object_put_string(object, "PCISerialNumber", serial);
     }
-    object_put_string(&object, "FirmwareVersion", driver.fw_version);
-    hwdb_put_device(&object, device, names);
+    firmware_versions_read(&versions, device);
+    object_put_string(object, "FirmwareVersion", versions.firmware);
+    hwdb_put(object, device, NULL, names);
+    object_complete(object);
 }
 
-static void publish_device(void* pci, const char* device, const char* address)
+static void scan_device(void* data, const char* device, const char* address)
 {
     struct pci_configuration configuration;
+    char text[sysfs_text_size];
+    unsigned int type = 0;
+    (void)data;
     pci_configuration_read(device, &configuration);
-    publish_configuration(pci, device, address, &configuration);
-    publish_link(pci, device, address, &configuration);
+    /* The kernel has the file for PCI Express alone. */
+    const bool is_express =
+        pci_port_type(&configuration, &type) || sysfs_text(device, "max_link_speed", text);
+    scan_configuration(device, address, &configuration, is_express);
+    if (is_express)
+    {
+        scan_link(device, address, &configuration);
+    }
 }
 
-void publish_pci_devices(GANTRY_cpp_context* context, const char* sys)
+void scan_pci(void)
 {
-    struct pci pci = {.context = context};
-    char devices[sysfs_path_size];
-    if (sysfs_join(devices, sys, "bus/pci/devices") && sysfs_join(pci.slots, sys, "bus/pci/slots"))
-    {
-        sysfs_each(devices, publish_device, &pci);
-    }
+    kind_begin(&configuration_kind);
+    kind_begin(&link_kind);
+    devices_each("pci", scan_device, NULL);
+    kind_end(&configuration_kind);
+    kind_end(&link_kind);
 }

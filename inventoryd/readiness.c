@@ -1,29 +1,53 @@
-#include "inventory.h"
+#include "readiness.h"
 
+#include <gantry/gantry.h>
+
+#include <com/orvane/velmar/HWInventory/gantry_server.h>
 #include <com/orvane/velmar/hwi/HWISupport/gantry_server.h>
 
 #include <stddef.h>
 
 static const char member[] = "isready";
+static bool is_ready;
 
 /* A client may call this method instead of reading the property. */
 static void query_is_ready(GANTRY_instance* instance, bool* ready)
 {
-    GANTRY_property_get_boolean(instance, member, ready, NULL);
+    (void)instance;
+    *ready = is_ready;
 }
 
-static const GANTRY_table__com_orvane_velmar_hwi_HWISupport callbacks = {
+static void get_status(GANTRY_instance* instance, int* status)
+{
+    (void)instance;
+    *status = is_ready ? 0 : 1;
+}
+
+static const GANTRY_table__com_orvane_velmar_hwi_HWISupport support = {
     .queryIsReady = query_is_ready,
 };
+static const GANTRY_table__com_orvane_velmar_HWInventory inventory = {
+    .GetDMStatus = get_status,
+    .GetPopStatus = get_status,
+};
 
-void publish_readiness(GANTRY_cpp_context* context)
+void readiness_publish(void)
 {
-    GANTRY_instantiate__com_orvane_velmar_hwi_HWISupport(context, &callbacks, NULL, NULL);
+    GANTRY_instantiate__com_orvane_velmar_hwi_HWISupport(NULL, &support, NULL, NULL);
+    GANTRY_instantiate__com_orvane_velmar_HWInventory(NULL, &inventory, NULL, NULL);
 }
 
-void declare_readiness(GANTRY_cpp_context* context)
+void readiness_declare(void)
 {
     GANTRY_instance* instance = NULL;
-    GANTRY_instance_find(context, "com.orvane.velmar.hwi.HWISupport", NULL, &instance);
+    is_ready = true;
+    GANTRY_instance_find(NULL, "com.orvane.velmar.hwi.HWISupport", NULL, &instance);
     GANTRY_property_set_boolean(instance, member, true, false, NULL);
+}
+
+void readiness_signal_change(void)
+{
+    static char changed[] = "changed";
+    GANTRY_signal__com_orvane_velmar_hwi_HWISupport__HardwareInventoryChanged(NULL);
+    GANTRY_signal__com_orvane_velmar_HWInventory__Refresh(NULL, changed);
 }

@@ -2,31 +2,42 @@
 
 #include "rtnetlink.h"
 
-#include "sysfs.h"
+#include "devices.h"
 
+#include <errno.h>
 #include <linux/rtnetlink.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
-static void read_attribute(struct rtnetlink_link* link, const struct rtattr* attribute)
+static void copy_address(struct rtnetlink_address* address, const struct nlattr* attribute)
 {
-    const void* bytes = RTA_DATA(attribute);
-    const size_t size = RTA_PAYLOAD(attribute);
-    switch (attribute->rta_type)
+    const size_t size = mnl_attr_get_payload_len(attribute);
+    address->size = size < sizeof address->bytes ? size : sizeof address->bytes;
+    memcpy(address->bytes, mnl_attr_get_payload(attribute), address->size);
+}
+
+static void read_attribute(struct rtnetlink_link* link, const struct nlattr* attribute)
+{
+    const void* bytes = mnl_attr_get_payload(attribute);
+    const size_t size = mnl_attr_get_payload_len(attribute);
+    switch (mnl_attr_get_type(attribute))
     {
     case IFLA_IFNAME:
-        snprintf(link->name, sizeof link->name, "%.*s", (int)size, (const char*)bytes);
+        (void)netlink_text(attribute, link->name, sizeof link->name);
         break;
     case IFLA_OPERSTATE:
-        link->state = size > 0 ? *(const unsigned char*)bytes : 0;
+        link->has_state = size == sizeof link->state;
+        link->state = link->has_state ? *(const unsigned char*)bytes : 0;
         break;
     case IFLA_ADDRESS:
-        link->address = (struct rtnetlink_address){bytes, size};
+        copy_address(&link->address, attribute);
         break;
     case IFLA_PERM_ADDRESS:
-        link->permanent_address = (struct rtnetlink_address){bytes, size};
+        copy_address(&link->permanent_address, attribute);
         break;
     case IFLA_STATS64:
         /* An older kernel has fewer counters, a newer one more. */
@@ -38,104 +49,100 @@ static void read_attribute(struct rtnetlink_link* link, const struct rtattr* att
     }
 }
 
-/* `message` is complete. What it contains is read only as far as the sizes in it are right. */
-static void read_message(const struct nlmsghdr* message, rtnetlink_visit* visit, void* data)
+/* False for a message about something else. A bridge uses the same messages for its ports: a port
+ * that leaves it is still an interface. */
+static bool read_message(struct rtnetlink_link* link, const struct nlmsghdr* message)
 {
-    const char* bytes = (const char*)message;
-    const struct ifinfomsg* header = NLMSG_DATA(message);
-    size_t at = NLMSG_SPACE(sizeof *header);
-    struct rtnetlink_link link = {.removed = message->nlmsg_type == RTM_DELLINK};
-    /* A bridge uses the same messages for its ports: a port that leaves it is still an interface.
-     */
+    const struct ifinfomsg* header = mnl_nlmsg_get_payload(message);
+    memset(link, 0, sizeof *link);
     if ((message->nlmsg_type != RTM_NEWLINK && message->nlmsg_type != RTM_DELLINK) ||
-        message->nlmsg_len < at || header->ifi_family != AF_UNSPEC)
-    {
-        return;
-    }
-    link.index = header->ifi_index;
-    link.type = header->ifi_type;
-    while (message->nlmsg_len >= at + sizeof(struct rtattr))
-    {
-        const struct rtattr* attribute = (const void*)(bytes + at);
-        if (attribute->rta_len < sizeof *attribute || attribute->rta_len > message->nlmsg_len - at)
-        {
-            break;
-        }
-        read_attribute(&link, attribute);
-        at += RTA_ALIGN(attribute->rta_len);
-    }
-    if (link.name[0] != '\0')
-    {
-        visit(data, &link);
-    }
-}
-
-enum rtnetlink_part rtnetlink_parse(const union rtnetlink_datagram* datagram, size_t size,
-                                    rtnetlink_visit* visit, void* data)
-{
-    for (size_t at = 0; size >= at + sizeof(struct nlmsghdr);)
-    {
-        const struct nlmsghdr* message = (const void*)(datagram->bytes + at);
-        if (message->nlmsg_len < sizeof *message || message->nlmsg_len > size - at ||
-            message->nlmsg_type == NLMSG_ERROR || (message->nlmsg_flags & NLM_F_DUMP_INTR) != 0)
-        {
-            return rtnetlink_failed;
-        }
-        if (message->nlmsg_type == NLMSG_DONE)
-        {
-            return rtnetlink_last;
-        }
-        read_message(message, visit, data);
-        at += NLMSG_ALIGN(message->nlmsg_len);
-    }
-    return rtnetlink_more;
-}
-
-/* A socket on which all interfaces were asked for, or a negative number. As it is connected to the
- * kernel, no other process can send to it. */
-static int ask(void)
-{
-    const struct sockaddr_nl kernel = {.nl_family = AF_NETLINK};
-    const struct
-    {
-        struct nlmsghdr header;
-        struct ifinfomsg link;
-    } request = {
-        {.nlmsg_len = sizeof request,
-         .nlmsg_type = RTM_GETLINK,
-         .nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP},
-        {.ifi_family = AF_UNSPEC},
-    };
-    const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
-    if (fd >= 0 && (connect(fd, (const struct sockaddr*)&kernel, sizeof kernel) < 0 ||
-                    send(fd, &request, sizeof request, 0) < 0))
-    {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-bool rtnetlink_each(const char* sys, rtnetlink_visit* visit, void* data)
-{
-    union rtnetlink_datagram datagram;
-    if (sysfs_is_recorded(sys))
-    {
-        const size_t size = sysfs_bytes(sys, "rtnetlink", &datagram, sizeof datagram);
-        return rtnetlink_parse(&datagram, size, visit, data) != rtnetlink_failed;
-    }
-    const int fd = ask();
-    if (fd < 0)
+        mnl_nlmsg_get_payload_len(message) < sizeof *header || header->ifi_family != AF_UNSPEC)
     {
         return false;
     }
-    enum rtnetlink_part part = rtnetlink_more;
-    while (part == rtnetlink_more)
+    link->removed = message->nlmsg_type == RTM_DELLINK;
+    link->index = header->ifi_index;
+    link->type = header->ifi_type;
+    const char* end = (const char*)message + message->nlmsg_len;
+    for (const struct nlattr* each = mnl_nlmsg_get_payload_offset(message, sizeof *header);
+         (const char*)each < end && mnl_attr_ok(each, (int)(end - (const char*)each));
+         each = mnl_attr_next(each))
     {
-        /* The kernel makes the answer as it is read, so there is nothing to wait for. */
-        const ssize_t size = recv(fd, &datagram, sizeof datagram, MSG_DONTWAIT);
-        part = size <= 0 ? rtnetlink_failed : rtnetlink_parse(&datagram, (size_t)size, visit, data);
+        read_attribute(link, each);
     }
-    close(fd);
-    return part == rtnetlink_last;
+    return link->name[0] != '\0';
+}
+
+bool rtnetlink_ask(struct rtnetlink_link* link, const char* device)
+{
+    static const struct ifinfomsg all = {.ifi_family = AF_UNSPEC};
+    union netlink_message message;
+    netlink_begin(&message, RTM_GETLINK, &all, sizeof all);
+    mnl_attr_put_strz(&message.header, IFLA_IFNAME, devices_name(device));
+    memset(link, 0, sizeof *link);
+    return netlink_ask(&message, NETLINK_ROUTE, device, "rtnetlink") &&
+           read_message(link, &message.header) && !link->removed;
+}
+
+static void (*on_link)(const struct rtnetlink_link* link);
+
+/* Handles one datagram per call, so that the bus is served in between. */
+static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* data)
+{
+    union netlink_message buffer;
+    struct sockaddr_nl sender = {0};
+    socklen_t sender_size = sizeof sender;
+    struct rtnetlink_link link;
+    (void)source, (void)events, (void)data;
+
+    /* MSG_TRUNC makes it return the whole size of the datagram. */
+    const ssize_t received = recvfrom(fd, &buffer, sizeof buffer, MSG_DONTWAIT | MSG_TRUNC,
+                                      (struct sockaddr*)&sender, &sender_size);
+    if (received < 0 && (errno == EAGAIN || errno == EINTR))
+    {
+        return 0;
+    }
+    if ((received < 0 && errno == ENOBUFS) || received > (ssize_t)sizeof buffer)
+    {
+        on_link(NULL);
+        return 0;
+    }
+    if (received < 0)
+    {
+        const int error = errno;
+        fprintf(stderr, SD_ERR "netlink: %s\n", strerror(error));
+        return -error; /* the event loop then disables this source */
+    }
+    int rest = (int)received;
+    const struct nlmsghdr* message = &buffer.header;
+    while (sender.nl_pid == 0 && mnl_nlmsg_ok(message, rest)) /* only the kernel is trusted */
+    {
+        if (read_message(&link, message))
+        {
+            on_link(&link);
+        }
+        message = mnl_nlmsg_next(message, &rest);
+    }
+    return 0;
+}
+
+int rtnetlink_watch(sd_event* event, void (*visit)(const struct rtnetlink_link* link))
+{
+    const struct sockaddr_nl address = {.nl_family = AF_NETLINK, .nl_groups = RTMGRP_LINK};
+    sd_event_source* source = NULL;
+    on_link = visit;
+    const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+    int result = fd < 0 || bind(fd, (const struct sockaddr*)&address, sizeof address) < 0
+                     ? -errno
+                     : sd_event_add_io(event, &source, fd, EPOLLIN, on_datagram, NULL);
+    if (result < 0)
+    {
+        close(fd);
+        return result;
+    }
+    sd_event_source_set_io_fd_own(source, 1);
+    /* From here on the loop owns the source. */
+    sd_event_source_set_floating(source, 1);
+    sd_event_source_unref(source);
+    return 0;
 }

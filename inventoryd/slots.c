@@ -1,123 +1,112 @@
-#define _POSIX_C_SOURCE 200809L /* open_memstream */
+#define _POSIX_C_SOURCE 200809L /* siginfo_t, fork */
 
 #include "slots.h"
 
-#include "attribute.h"
+#include "devices.h"
+#include "dmi_slot.h"
 #include "dump.h"
-#include "hwdb.h"
-#include "pci_interfaces.h"
-#include "pci_location.h"
-#include "sysfs.h"
+#include "firmware_versions.h"
+#include "vpd.h"
 
 #include <errno.h>
 #include <inttypes.h>
+#include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-daemon.h>
 #include <time.h>
-
-static const uint64_t between_readings = 1000000; /* in microseconds */
-
-static const struct attribute attributes[] = {
-    {"VendorID", "vendor", NULL, 0},
-    {"DeviceID", "device", NULL, 0},
-    {"SubVendorID", "subsystem_vendor", NULL, 0},
-    {"SubDeviceID", "subsystem_device", NULL, 0},
-    {"Revision", "revision", NULL, 0},
-    {"CPUAffinity", "numa_node", object_put_uint16, 10},
-    {"BSInfo_VendorID", "vendor", object_put_uint16, 10},
-    {"BSInfo_DeviceID", "device", object_put_uint16, 10},
-    {"BSInfo_SubVendorID", "subsystem_vendor", object_put_uint16, 10},
-    {"BSInfo_SubDeviceID", "subsystem_device", object_put_uint16, 10},
-};
+#include <unistd.h>
 
 static sd_event* loop;
 static const char* dumps;
-static char devices[sysfs_path_size];
 
 /* The dump that is running. */
 static struct
 {
     GANTRY_call* call; /* null if there is none */
-    sd_event_source* timer;
-    char* address; /* of the PCI device */
-    FILE* stream;  /* writes `text` */
-    char* text;
-    size_t size;
+    sd_event_source* child;
+    char path[sysfs_path_size]; /* of its file */
 } dump;
 
-static void read_links(void)
+void slots_open(sd_event* event, const char* directory)
 {
-    char device[sysfs_path_size];
-    if (sysfs_join(device, devices, dump.address))
-    {
-        fprintf(dump.stream, "at %ld\n", (long)time(NULL));
-        dump_links(dump.stream, device);
-    }
+    sigset_t ends;
+    /* The event loop learns of a process's end only if the signal is blocked. */
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &ends, NULL);
+    loop = event;
+    dumps = directory;
 }
 
 void slots_free(void)
 {
-    sd_event_source_disable_unref(dump.timer);
-    if (dump.stream != NULL)
-    {
-        fclose(dump.stream);
-    }
-    free(dump.text);
-    free(dump.address);
+    sd_event_source_disable_unref(dump.child);
     memset(&dump, 0, sizeof dump);
 }
 
-static void refuse(int error)
-{
-    GANTRY_call_refuse(&dump.call, SD_BUS_ERROR_FAILED, strerror(error), NULL);
-    slots_free();
-}
-
 /* The event loop calls this. */
-static int on_second_reading(sd_event_source* timer, uint64_t now, void* data)
+static int on_end(sd_event_source* child, const siginfo_t* info, void* data)
 {
-    char path[sysfs_path_size];
-    (void)timer, (void)now, (void)data;
-    read_links();
-    int error = fclose(dump.stream) == 0 ? 0 : errno;
-    dump.stream = NULL;
+    (void)child, (void)data;
+    const int error = info->si_code == CLD_EXITED ? info->si_status : EIO;
     if (error == 0)
     {
-        error = sysfs_join(path, dumps, dump.address) ? dump_save(path, dump.text, dump.size)
-                                                      : ENAMETOOLONG;
+        GANTRY_reply__com_orvane_velmar_system_NicSlot__TriggerAdapterCoreDump(&dump.call, 0,
+                                                                               dump.path, NULL);
     }
-    if (error != 0)
+    else
     {
-        refuse(error);
-        return 0;
+        GANTRY_call_refuse(&dump.call, SD_BUS_ERROR_FAILED, strerror(error), NULL);
     }
-    GANTRY_reply__com_orvane_velmar_system_NicSlot__TriggerAdapterCoreDump(&dump.call, 0, path,
-                                                                           NULL);
     slots_free();
     return 0;
 }
 
-/* Returns 0 or an errno. */
-static int start(GANTRY_instance* slot, const char* sender, uid_t uid, pid_t pid)
+/* The first interface of a PCI function, or of the USB device. */
+static void first_interface(void* data, const char* path, const char* name)
 {
-    GANTRY_property_get_string(slot, "Key", &dump.address, NULL);
-    dump.stream = open_memstream(&dump.text, &dump.size);
-    if (dump.address == NULL || dump.stream == NULL)
+    char* interface = data;
+    (void)name;
+    if (interface[0] == '\0')
     {
-        return ENOMEM;
+        strcpy(interface, path);
     }
-    fprintf(dump.stream, "a dump of %s for %s, user %lu, process %ld\n", dump.address, sender,
-            (unsigned long)uid, (long)pid);
-    if (fflush(dump.stream) != 0)
+}
+
+static bool find_interface(char interface[sysfs_path_size], const char* device)
+{
+    char interfaces[sysfs_path_size];
+    interface[0] = '\0';
+    if (sysfs_join(interfaces, device, "net"))
     {
-        return errno; /* `text` is made by a successful flush */
+        sysfs_each(interfaces, first_interface, interface);
     }
-    fprintf(stderr, SD_NOTICE "%s", dump.text);
-    read_links();
-    const int result = sd_event_add_time_relative(loop, &dump.timer, CLOCK_MONOTONIC,
-                                                  between_readings, 0, on_second_reading, NULL);
+    return interface[0] != '\0';
+}
+
+/* Returns 0 or an errno. */
+static int start(const char* heading, const char* device)
+{
+    char interface[sysfs_path_size];
+    if (!find_interface(interface, device))
+    {
+        return ENODEV;
+    }
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        /* An errno fits into the exit status. */
+        _exit(dump_save(dump.path, heading, interface) & 0xFF);
+    }
+    if (child < 0)
+    {
+        return errno;
+    }
+    const int result = sd_event_add_child(loop, &dump.child, child, WEXITED, on_end, NULL);
     return result < 0 ? -result : 0;
 }
 
@@ -131,6 +120,8 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
     uid_t uid = 0;
     pid_t pid = 0;
     int error = 0;
+    bool is_supported = false;
+    char heading[256];
     (void)job, (void)type, (void)share, (void)folder, (void)file, (void)user, (void)password;
     (void)flags, (void)message;
     if (dump.call != NULL)
@@ -138,9 +129,13 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
         GANTRY_call_fail(slot, "com.orvane.velmar.inventory.Busy", "a dump is running", NULL);
         return;
     }
-    if (dumps == NULL)
+    GANTRY_property_get_boolean(slot, "IsCoreDumpSupported", &is_supported, NULL);
+    if (dumps == NULL || !is_supported)
     {
-        GANTRY_call_fail(slot, SD_BUS_ERROR_NOT_SUPPORTED, "there is no directory for dumps", NULL);
+        GANTRY_call_fail(slot, SD_BUS_ERROR_NOT_SUPPORTED,
+                         dumps == NULL ? "there is no directory for dumps"
+                                       : "the adapter's driver makes no dump",
+                         NULL);
         return;
     }
     GANTRY_call_get_sender(slot, &sender);
@@ -155,10 +150,16 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
     {
         return; /* the client gets the errno as status, or the library's error */
     }
-    error = start(slot, sender, uid, pid);
+    const struct object* object = object_of(slot);
+    snprintf(heading, sizeof heading, "a dump of NIC.%s for %s, user %lu, process %ld, at %ld\n",
+             object->name, sender, (unsigned long)uid, (long)pid, (long)time(NULL));
+    fprintf(stderr, SD_NOTICE "%s", heading);
+    error =
+        sysfs_join(dump.path, dumps, object->name) ? start(heading, object->device) : ENAMETOOLONG;
     if (error != 0)
     {
-        refuse(error);
+        GANTRY_call_refuse(&dump.call, SD_BUS_ERROR_FAILED, strerror(error), NULL);
+        slots_free();
     }
 }
 
@@ -172,51 +173,86 @@ static void create(GANTRY_cpp_context* context, const void* table, const char* p
     GANTRY_instantiate__com_orvane_velmar_system_NicSlot(context, &callbacks, path, data);
 }
 
-static void publish_slot(void* context, const char* device, const char* address)
+static struct kind slot_kind = {
+    .interface = "com.orvane.velmar.system.NicSlot",
+    .create = create,
+};
+static char last_name[card_name_size];
+
+void slots_begin(void)
 {
-    enum
-    {
-        network_controller = 0x02
-    };
-    static const struct hwdb_members names = {.vendor = "VendorName", .product = "ProductName"};
-    struct pci_location location;
-    struct object object;
-    uint64_t code = 0;
+    kind_begin(&slot_kind);
+    last_name[0] = '\0';
+}
+
+void slots_end(void)
+{
+    kind_end(&slot_kind);
+}
+
+/* This host's code of the adapter's protocol. */
+enum
+{
+    protocol_ethernet = 1
+};
+
+void slots_put_pci(struct object* object, const struct card* card, const char* length)
+{
+    char text[vpd_text_size];
+    struct dmi_slot slot;
     uint64_t lanes = 0;
-    if (!sysfs_number(device, "class", 10, &code) || code >> 16 != network_controller ||
-        !object_publish(&object, context, create, "com.orvane.velmar.system.NicSlot", address))
+    if (sysfs_number(card->function, "current_link_width", 10, &lanes) && lanes > 0)
+    {
+        object_put_format(object, "DataBusWidth", "x%" PRIu64, lanes);
+    }
+    if (vpd_product(card->function, text))
+    {
+        object_put_string(object, "MarketingName", text);
+    }
+    if (dmi_slot_find(&slot, &card->location))
+    {
+        object_put_string(object, length, dmi_slot_length_name(&slot));
+        object_put_string(object, "SlotType", slot.name);
+    }
+}
+
+static const char* known(const char* text)
+{
+    return text[0] != '\0' ? text : NULL;
+}
+
+void slots_scan_card(const struct card* card)
+{
+    char name[card_name_size + 8];
+    struct firmware_versions versions;
+    char interface[sysfs_path_size];
+    if (strcmp(last_name, card->name) == 0)
     {
         return;
     }
-    object_put_string(&object, "Key", address);
-    object_put_format(&object, "FQDD", "NIC.Slot.%s", address);
-    object_put_format(&object, "FriendlyFQDD", "Network adapter %s", address);
-    attributes_read(&object, device, attributes, sizeof attributes / sizeof *attributes);
-    if (pci_location_parse(address, &location))
+    strcpy(last_name, card->name);
+    struct object* object = object_due(&slot_kind, card->name, card->function);
+    if (object == NULL)
     {
-        object_put_byte(&object, "BSInfo_Bus", location.bus);
-        object_put_byte(&object, "BSInfo_Device", location.device);
-        object_put_byte(&object, "BSInfo_Function", location.function);
+        return;
     }
-    if (sysfs_number(device, "current_link_width", 10, &lanes) && lanes > 0)
+    firmware_versions_read(&versions, card->function);
+    object_put_string(object, "FamilyVersion", versions.firmware);
+    object_put_string(object, "ControllerBIOSVersion", versions.option_rom);
+    /* These two the card's VPD may tell better. */
+    object_put_string(object, "PartNumber", known(versions.part_number));
+    object_put_string(object, "SerialNumber", known(versions.serial_number));
+    snprintf(name, sizeof name, "NIC.%s", card->name);
+    card_put_slot(object, card, name);
+    object_put_format(object, "FriendlyFQDD", "Network adapter %s", card->name);
+    object_put_byte(object, "Protocol", protocol_ethernet);
+    if (card->is_pci)
     {
-        object_put_format(&object, "DataBusWidth", "x%" PRIu64, lanes);
+        slots_put_pci(object, card, "SlotLen");
     }
-    hwdb_put_device(&object, device, names);
-    const struct ethtool_drvinfo driver = pci_ask_driver(device);
-    object_put_string(&object, "FamilyVersion", driver.fw_version);
-    object_put_string(&object, "ControllerBIOSVersion", driver.erom_version);
-    GANTRY_property_set_boolean(object.instance, "IsCoreDumpSupported", true, true, NULL);
-    GANTRY_property_set_boolean(object.instance, "IsCoreDumpEnabled", dumps != NULL, true, NULL);
-}
-
-void publish_slots(GANTRY_cpp_context* context, sd_event* event, const char* sys,
-                   const char* directory)
-{
-    loop = event;
-    dumps = directory;
-    if (sysfs_join(devices, sys, "bus/pci/devices"))
-    {
-        sysfs_each(devices, publish_slot, context);
-    }
+    const bool is_supported =
+        find_interface(interface, card->function) && dump_is_supported(interface);
+    object_put_boolean(object, "IsCoreDumpSupported", is_supported);
+    object_put_boolean(object, "IsCoreDumpEnabled", is_supported && dumps != NULL);
+    object_complete(object);
 }

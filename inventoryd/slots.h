@@ -1,20 +1,28 @@
 /*
- * The slots of network adapters: a NicSlot for each PCI device that is a network controller. Its
- * method TriggerAdapterCoreDump reads the adapter's links, reads them again a second later, and
- * answers when both readings are in a file. One dump runs at a time; another call is refused
- * meanwhile.
+ * The slots of network adapters: a NicSlot for each card. Its method TriggerAdapterCoreDump has the
+ * driver make a dump of the adapter, as `ethtool -w` does, and answers when the dump is in a file.
+ * As a driver may take seconds, a process of its own asks it. One dump runs at a time; another call
+ * is refused meanwhile, and so is one for an adapter whose driver makes none.
  */
 #ifndef SLOTS_H
 #define SLOTS_H
 
-#include <gantry/gantry.h>
+#include "card.h"
 
 #include <systemd/sd-event.h>
 
-/* Dumps are written to `directory`; without one, which is null, they are refused. The texts must
+/* Dumps are written to `directory`; without one, which is null, they are refused. The text must
  * outlive the dispatch loop. */
-void publish_slots(GANTRY_cpp_context* context, sd_event* event, const char* sys,
-                   const char* directory);
+void slots_open(sd_event* event, const char* directory);
+
+/* A scan of the slots: each card is named once or several times in a row. */
+void slots_begin(void);
+void slots_scan_card(const struct card* card);
+void slots_end(void);
+
+/* Puts the width of the card's link and its maker's name for it, and the form of its slot; `length`
+ * is the property with the slot's length. */
+void slots_put_pci(struct object* object, const struct card* card, const char* length);
 
 /* Frees what a running dump holds. Call it after the context is freed: then the library has
  * answered the call that waits for the dump. */

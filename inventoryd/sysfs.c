@@ -2,16 +2,24 @@
 
 #include "sysfs.h"
 
+#include "record.h"
+
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <sys/vfs.h>
 #include <unistd.h>
+
+const char* sysfs_root = "/sys";
+bool sysfs_serials;
+
+bool sysfs_is_recorded(void)
+{
+    return strcmp(sysfs_root, "/sys") != 0;
+}
 
 bool sysfs_join(char path[sysfs_path_size], const char* directory, const char* name)
 {
@@ -22,19 +30,31 @@ bool sysfs_join(char path[sysfs_path_size], const char* directory, const char* n
 size_t sysfs_bytes(const char* directory, const char* file, void* bytes, size_t most)
 {
     char path[sysfs_path_size];
-    const int fd = sysfs_join(path, directory, file) ? open(path, O_RDONLY | O_CLOEXEC) : -1;
+    struct stat status;
+    /* Opening a FIFO would wait for its writer. */
+    const int fd =
+        sysfs_join(path, directory, file) ? open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1;
     if (fd < 0)
     {
         return 0;
     }
     size_t size = 0;
-    ssize_t count = 0;
-    while (size < most && (count = read(fd, (char*)bytes + size, most - size)) > 0)
+    ssize_t count = -1;
+    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
+        (sysfs_serials || (status.st_mode & S_IROTH) != 0))
     {
-        size += (size_t)count;
+        while (size < most && (count = read(fd, (char*)bytes + size, most - size)) > 0)
+        {
+            size += (size_t)count;
+        }
     }
     close(fd);
-    return count < 0 ? 0 : size;
+    if (count < 0)
+    {
+        return 0;
+    }
+    record_file(path, bytes, size, status.st_mode);
+    return size;
 }
 
 bool sysfs_text(const char* directory, const char* file, char text[sysfs_text_size])
@@ -42,6 +62,14 @@ bool sysfs_text(const char* directory, const char* file, char text[sysfs_text_si
     const size_t size = sysfs_bytes(directory, file, text, sysfs_text_size - 1);
     text[size] = '\0';
     text[strcspn(text, "\n")] = '\0';
+    const size_t leading = strspn(text, " ");
+    size_t length = strlen(text + leading);
+    while (length > 0 && text[leading + length - 1] == ' ')
+    {
+        --length;
+    }
+    memmove(text, text + leading, length);
+    text[length] = '\0';
     return size > 0;
 }
 
@@ -71,6 +99,7 @@ bool sysfs_link_name(const char* directory, const char* link, char name[sysfs_pa
         return false;
     }
     name[length] = '\0';
+    record_link(path, name);
     const char* slash = strrchr(name, '/');
     if (slash != NULL)
     {
@@ -79,16 +108,16 @@ bool sysfs_link_name(const char* directory, const char* link, char name[sysfs_pa
     return true;
 }
 
-bool sysfs_is_directory(const char* path)
+bool sysfs_has_directory(const char* directory, const char* name)
 {
+    char path[sysfs_path_size];
     struct stat status;
-    return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-bool sysfs_is_recorded(const char* sys)
-{
-    struct statfs mounted;
-    return statfs(sys, &mounted) != 0 || mounted.f_type != SYSFS_MAGIC;
+    if (!sysfs_join(path, directory, name) || stat(path, &status) != 0 || !S_ISDIR(status.st_mode))
+    {
+        return false;
+    }
+    record_directory(path);
+    return true;
 }
 
 static int is_visible(const struct dirent* entry)

@@ -1,4 +1,5 @@
 #include "attribute.h"
+#include "devices.h"
 #include "hwdb.h"
 #include "inventory.h"
 #include "sysfs.h"
@@ -39,44 +40,48 @@ static bool coded_version(const char* device, uint64_t* version)
     return true;
 }
 
-static void publish_device(void* context, const char* device, const char* name)
+static struct kind usb_kind = {
+    .interface = "com.orvane.velmar.system.USB",
+    .create = GANTRY_instantiate__com_orvane_velmar_system_USB,
+};
+
+static void scan_device(void* data, const char* device, const char* name)
 {
     static const struct hwdb_members names = {.vendor = "Manufacturer", .product = "ProductName"};
-    struct object object;
     char modalias[sizeof "usb:v0000p0000"];
     uint64_t version = 0;
     uint64_t vendor = 0;
     uint64_t product = 0;
+    (void)data;
     /* A device's interfaces are listed too: 1-2:1.0 is one of 1-2. */
-    if (strchr(name, ':') != NULL ||
-        !object_publish(&object, context, GANTRY_instantiate__com_orvane_velmar_system_USB,
-                        "com.orvane.velmar.system.USB", name))
+    struct object* object = strchr(name, ':') == NULL ? object_due(&usb_kind, name, device) : NULL;
+    if (object == NULL)
     {
         return;
     }
-    object_put_format(&object, "Key", "USB.%s", name);
-    object_put_format(&object, "fqdd", "USB.%s", name);
-    object_put_format(&object, "FriendlyFQDD", "USB device %s", name);
-    attributes_read(&object, device, attributes, sizeof attributes / sizeof *attributes);
+    object_put_format(object, "Key", "USB.%s", name);
+    object_put_format(object, "fqdd", "USB.%s", name);
+    object_put_format(object, "FriendlyFQDD", "USB device %s", name);
+    object_put_byte(object, "Presence", switch_on);
+    attributes_read(object, device, attributes, sizeof attributes / sizeof *attributes);
     /* Of a USB device, only the interfaces have a file with their modalias. */
     if (sysfs_number(device, "idVendor", 16, &vendor) &&
         sysfs_number(device, "idProduct", 16, &product))
     {
         snprintf(modalias, sizeof modalias, "usb:v%04Xp%04X", (unsigned int)vendor & 0xFFFF,
                  (unsigned int)product & 0xFFFF);
-        hwdb_put(&object, modalias, names);
+        hwdb_put(object, device, modalias, names);
     }
     if (coded_version(device, &version))
     {
-        object_put_uint16(&object, "USBVersion", version);
+        object_put_uint16(object, "USBVersion", version);
     }
+    object_complete(object);
 }
 
-void publish_usb_devices(GANTRY_cpp_context* context, const char* sys)
+void scan_usb(void)
 {
-    char devices[sysfs_path_size];
-    if (sysfs_join(devices, sys, "bus/usb/devices"))
-    {
-        sysfs_each(devices, publish_device, context);
-    }
+    kind_begin(&usb_kind);
+    devices_each("usb", scan_device, NULL);
+    kind_end(&usb_kind);
 }

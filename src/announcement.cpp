@@ -1,19 +1,17 @@
 #include "announcement.hpp"
 
 #include "connection.hpp"
+#include "context_state.hpp"
 #include "exception_boundary.hpp"
-#include "gantrycontext.hpp"
+#include "thread_context.hpp"
 
 #include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <map>
-#include <sdbusplus/message.hpp>
-#include <string>
+#include <ctime>
+#include <exception>
+#include <new>
 #include <utility>
-#include <vector>
 
 namespace gantry
 {
@@ -22,146 +20,298 @@ namespace
 
 constexpr char source_stem[] = "announcement";
 
-/** Changes that wait for the bus to read: for an object's path and interface, the members. Owned by
- *  the event source that has them sent. */
-struct NotedChanges
-{
-    explicit NotedChanges(GANTRY_cpp_context& stalled) : context(stalled)
-    {
-    }
+using Change = PendingChanges::Change;
 
-    GANTRY_cpp_context& context;
-    std::map<std::pair<std::string, std::string>, std::vector<std::string>> members;
-};
-
-std::uint64_t queued_messages(sd_bus* bus)
+std::uint64_t queued_messages(GANTRY_cpp_context& context)
 {
     std::uint64_t queued = 0;
-    sd_bus_get_n_queued_write(bus, &queued);
+    sd_bus_get_n_queued_write(GANTRY_get_sd_bus(context.bus), &queued);
     return queued;
 }
 
-int emit(sd_bus* bus, const char* path, const char* interface, char** members)
+int emit(GANTRY_cpp_context& context, const Change& change)
 {
+    char* members[Properties::max_count + 1];
+    std::size_t count = 0;
+    for (std::size_t place = 1; place < change.rows.size(); ++place)
+    {
+        if (change.rows[place])
+        {
+            // sd-bus only reads it.
+            members[count++] = const_cast<char*>((change.header + place)->member);
+        }
+    }
+    members[count] = nullptr;
     const InAnnouncement announcing;
-    // sd-bus runs the getters, hence the carrier.
+    // sd-bus runs the getters, hence the relay.
     return ExceptionRelay::enter(
-        [=] { return sd_bus_emit_properties_changed_strv(bus, path, interface, members); });
+        [&]
+        {
+            const auto& path = change.object->server_interface.path();
+            return sd_bus_emit_properties_changed_strv(GANTRY_get_sd_bus(context.bus), path.c_str(),
+                                                       change.header->member, members);
+        });
 }
 
-/** Announces what was noted. */
-void send(NotedChanges& noted)
+void send(GANTRY_cpp_context& context, const Change& change)
 {
-    auto& context = noted.context;
-    const auto changes = std::move(noted.members);
-    // What changes from here on, in a getter say, is announced or noted anew.
-    context.pending_changes = sd_event_source_disable_unref(context.pending_changes);
-    for (const auto& [object, members] : changes)
+    const int result = emit(context, change);
+    if (result < 0 && !ExceptionRelay::is_relaying() &&
+        context.state->lost_changes.admit(context.event.get()))
     {
-        std::vector<char*> names;
-        for (const auto& member : members)
-        {
-            names.push_back(const_cast<char*>(member.c_str())); // sd-bus only reads it
-        }
-        names.push_back(nullptr);
-        const auto& [path, interface] = object;
-        const int result =
-            emit(GANTRY_get_sd_bus(context.bus), path.c_str(), interface.c_str(), names.data());
-        // ENOENT: the object was freed meanwhile.
-        if (result < 0 && result != -ENOENT && !ExceptionRelay::is_relaying())
-        {
-            GANTRY_LOG(log::failed, "the noted changes of [%s] at [%s] failed, rv=%d",
-                       interface.c_str(), path.c_str(), result);
-        }
+        const auto& path = change.object->server_interface.path();
+        GANTRY_LOG(log::failed, "the changes of [%s] at [%s] that waited failed, rv=%d",
+                   change.header->member, path.c_str(), result);
     }
 }
 
-/** sd-event calls it after every iteration that dispatched something, which writing to the bus is.
- */
-int on_progress(sd_event_source* /*source*/, void* data)
+/** Sends all that waits. Throws what a getter throws first, after the other objects' changes. */
+void send_changes(GANTRY_cpp_context& context)
 {
-    auto& noted = *static_cast<NotedChanges*>(data);
-    return bus_boundary(
-        [&noted]
+    auto& changes = context.state->changes;
+    std::exception_ptr failure;
+    Change change{};
+    // What a getter changes meanwhile waits behind these, or is announced at once.
+    for (auto count = changes.size(); count > 0 && changes.take_first(change); --count)
+    {
+        try
         {
-            if (queued_messages(GANTRY_get_sd_bus(noted.context.bus)) < relieved_queue)
+            send(context, change);
+        }
+        catch (const std::exception&)
+        {
+            failure = failure ? failure : std::current_exception();
+        }
+    }
+    if (failure)
+    {
+        std::rethrow_exception(failure);
+    }
+}
+
+/** Repeated while changes wait for the queue: the bus may have been written to without an event. */
+int on_timer(sd_event_source* source, std::uint64_t /*time*/, void* data);
+
+constexpr std::uint64_t period = 50'000;
+
+/** Has the queue looked at. Returns false if memory is too short for that. */
+bool start_timer(GANTRY_cpp_context& context)
+{
+    auto& timer = context.state->changes.timer;
+    return timer != nullptr ||
+           sd_event_add_time_relative(context.event.get(), &timer, CLOCK_MONOTONIC, period, 0,
+                                      on_timer, &context) >= 0;
+}
+
+int on_timer(sd_event_source* /*source*/, std::uint64_t /*time*/, void* data)
+{
+    auto& context = *static_cast<GANTRY_cpp_context*>(data);
+    auto& changes = context.state->changes;
+    changes.timer = sd_event_source_disable_unref(changes.timer);
+    return bus_boundary(
+        [&]
+        {
+            // In its own event loop a host may hold changes for longer than a callback.
+            if (changes.holds == 0)
             {
-                send(noted);
+                send_due_changes(context);
+                if (!changes.is_empty())
+                {
+                    start_timer(context);
+                }
             }
             return 0;
         },
         as_handled);
 }
 
-/** Whether changes are to be noted. Has them sent later, when this is the first. */
-bool is_stalled(GANTRY_cpp_context& context)
+/** Whether a change is to be noted and not to be announced at once. */
+bool must_wait(GANTRY_cpp_context& context)
 {
-    if (context.pending_changes != nullptr)
+    auto& changes = context.state->changes;
+    if (changes.holds > 0 || !changes.is_empty())
     {
         return true;
     }
-    const auto queued = queued_messages(GANTRY_get_sd_bus(context.bus));
-    if (queued < stalled_queue)
+    const auto queued = queued_messages(context);
+    if (queued < stalled_queue || !start_timer(context))
     {
         return false;
     }
-    auto noted = std::make_unique<NotedChanges>(context);
-    if (sd_event_add_post(context.event.get(), &context.pending_changes, on_progress, noted.get()) <
-        0)
-    {
-        return false;
-    }
-    sd_event_source_set_destroy_callback(context.pending_changes, [](void* owned)
-                                         { delete static_cast<NotedChanges*>(owned); });
-    static_cast<void>(noted.release());
     GANTRY_LOG(log::fault, "changes wait, dbus has %lu messages in write queue", queued);
     return true;
 }
 
-void note(GANTRY_cpp_context& context, const char* path, const char* interface, const char* member)
+/** Notes changes. Returns false if they can't wait, since the object has another connection or
+ *  memory is too short. */
+bool note(GANTRY_cpp_context& context, Object& object, const Property<Object>& header,
+          const RowSet& rows)
+try
 {
-    auto& noted =
-        *static_cast<NotedChanges*>(sd_event_source_get_userdata(context.pending_changes));
-    auto& members = noted.members[{path, interface}];
-    if (std::find(members.begin(), members.end(), member) == members.end())
+    auto& changes = context.state->changes;
+    auto* change = changes.find(object);
+    if (change == nullptr)
     {
-        members.emplace_back(member);
+        auto&& bus = object.server_interface.bus();
+        if (GANTRY_get_sd_bus(bus) != GANTRY_get_sd_bus(context.bus))
+        {
+            return false;
+        }
+        change = &changes.add(object, header);
     }
+    change->rows |= rows;
+    return true;
+}
+catch (const std::bad_alloc&)
+{
+    return false;
 }
 
 } // namespace
 
-void announce(Object& object, const Property<Object>& row)
+PendingChanges::PendingChanges() noexcept
 {
-    auto& interface = object.server_interface;
-    auto* context = own_context();
-    if (context != nullptr && is_stalled(*context))
-    {
-        // A message of the interface has its connection, which may be another than the context's.
-        auto message = interface.new_signal(row.member);
-        if (sd_bus_message_get_bus(message.get()) == GANTRY_get_sd_bus(context->bus))
-        {
-            note(*context, interface.path().c_str(), row.header().member, row.member);
-            return;
-        }
-    }
-    const InAnnouncement announcing;
-    // sd-bus runs the property's getter, hence the carrier.
-    ExceptionRelay::enter([&interface, &row] { interface.property_changed(row.member); });
+    waiting_objects = 0;
 }
 
-void announce(GANTRY_cpp_context& context, const char* path, const char* interface, char** members)
+PendingChanges::~PendingChanges()
 {
-    if (is_stalled(context))
+    sd_event_source_disable_unref(timer);
+    waiting_objects = 0;
+}
+
+Change* PendingChanges::find(const Object& object) noexcept
+{
+    const auto found = positions.find(&object);
+    return found != positions.end() ? &changes[found->second] : nullptr;
+}
+
+Change& PendingChanges::add(Object& object, const Property<Object>& header)
+{
+    positions.emplace(&object, changes.size());
+    try
     {
-        for (; *members != nullptr; ++members)
-        {
-            note(context, path, interface, *members);
-        }
+        changes.push_back({&object, &header, {}});
+    }
+    catch (...)
+    {
+        positions.erase(&object);
+        throw;
+    }
+    waiting_objects = positions.size();
+    return changes.back();
+}
+
+bool PendingChanges::take(const Object& object, Change& taken) noexcept
+{
+    const auto found = positions.find(&object);
+    if (found == positions.end())
+    {
+        return false;
+    }
+    taken = changes[found->second];
+    changes[found->second].object = nullptr;
+    positions.erase(found);
+    waiting_objects = positions.size();
+    if (positions.empty())
+    {
+        changes.clear();
+        first = 0;
+    }
+    return true;
+}
+
+bool PendingChanges::take_first(Change& taken) noexcept
+{
+    if (is_empty())
+    {
+        return false;
+    }
+    while (changes[first].object == nullptr)
+    {
+        ++first;
+    }
+    return take(*changes[first].object, taken);
+}
+
+void announce(Object& object, const Property<Object>& row)
+{
+    auto* context = own_context();
+    if (context != nullptr && must_wait(*context) &&
+        note(*context, object, row.header(), RowSet().set(row.place)))
+    {
         return;
     }
-    throw_if_failed(emit(GANTRY_get_sd_bus(context.bus), path, interface, members),
-                    "sd_bus_emit_properties_changed_strv");
+    const InAnnouncement announcing;
+    // sd-bus runs the property's getter, hence the relay.
+    ExceptionRelay::enter([&] { object.server_interface.property_changed(row.member); });
+}
+
+void announce(GANTRY_cpp_context& context, Object& object, const Property<Object>& header,
+              const RowSet& rows)
+{
+    if (must_wait(context) && note(context, object, header, rows))
+    {
+        return;
+    }
+    throw_if_failed(emit(context, {&object, &header, rows}), "sd_bus_emit_properties_changed_strv");
+}
+
+void end_hold(GANTRY_cpp_context& context)
+{
+    const bool is_stalled = !context.state->changes.is_empty() &&
+                            queued_messages(context) >= stalled_queue && start_timer(context);
+    if (!is_stalled)
+    {
+        send_changes(context);
+    }
+}
+
+void send_last_changes(GANTRY_cpp_context& context) noexcept
+{
+    context.state->changes.holds = 0;
+    try
+    {
+        send_changes(context);
+    }
+    catch (const std::exception& failure)
+    {
+        GANTRY_LOG_EXCEPTION(failure.what());
+    }
+}
+
+void send_due_changes(GANTRY_cpp_context& context)
+{
+    auto& changes = context.state->changes;
+    if (changes.holds > 0)
+    {
+        GANTRY_LOG(log::failed, "changes are held while a loop runs, and are sent");
+        changes.holds = 0;
+        send_changes(context);
+    }
+    else if (!changes.is_empty() && queued_messages(context) < relieved_queue)
+    {
+        send_changes(context);
+    }
+}
+
+void send_waiting_changes_of(const Object& object)
+{
+    Change change{};
+    if (auto* context = own_context();
+        context != nullptr && context->state->changes.take(object, change))
+    {
+        send(*context, change);
+    }
+}
+
+void forget_waiting_changes_of(const Object& object) noexcept
+{
+    Change change{};
+    if (auto* context = own_context(); context != nullptr)
+    {
+        context->state->changes.take(object, change);
+    }
 }
 
 } // namespace gantry

@@ -1,19 +1,38 @@
 /*
- * Announcements of changed properties, by PropertiesChanged.
+ * Announcements of changed properties, by PropertiesChanged, and the changes that wait.
  *
- * A bus daemon that doesn't read leaves all messages in the connection's write queue, which would
- * grow without bound. So when the queue has `stalled_queue` messages, changes are only noted, each
- * property once, and sent when the queue has been written down to `relieved_queue`: one signal for
- * each object, with the values of that time. Nothing is lost, and memory is bounded by the number
- * of objects. Replies and other signals are always queued.
+ * A change is announced at once, unless
+ *
+ *     the host holds its changes, to send many together, or
+ *     the bus daemon doesn't read: a connection whose write queue has `stalled_queue` messages
+ * would otherwise queue one more for each change, without bound
+ *
+ * Then it is only noted: for each object, which of its properties changed. What waits is sent as
+ * one signal per object with the values of that time, so that values in between may be left out. It
+ * is sent
+ *
+ *     when the host ends its hold, or a loop runs although changes are held
+ *     when the queue has been written down to `relieved_queue`, which is looked at when a loop is
+ *     entered, after each run of the event loop, and by a timer, for the host's own event loop
+ *     for one object before a reply or another signal of it, so that neither overtakes the change
+ *     for all objects before the context is destroyed
+ *
+ * The memory for what waits is bounded by the number of objects.
  */
 #pragma once
 
 #include "property.hpp"
+#include "waiting_changes.hpp"
 
 #include <gantry/context.hpp>
 
+#include <systemd/sd-event.h>
+
+#include <bitset>
+#include <cstddef>
 #include <cstdint>
+#include <unordered_map>
+#include <vector>
 
 namespace gantry
 {
@@ -21,14 +40,73 @@ namespace gantry
 inline constexpr std::uint64_t stalled_queue = 10'000;
 inline constexpr std::uint64_t relieved_queue = 1'000;
 
+/** Some rows of a class, by their places. */
+using RowSet = std::bitset<Properties::max_count + 1>;
+
+/** The changes of a context that wait. */
+class PendingChanges
+{
+  public:
+    PendingChanges() noexcept;
+    ~PendingChanges();
+    PendingChanges(const PendingChanges&) = delete;
+    PendingChanges(PendingChanges&&) = delete;
+    PendingChanges& operator=(const PendingChanges&) = delete;
+    PendingChanges& operator=(PendingChanges&&) = delete;
+
+    struct Change
+    {
+        Object* object; // null once it was sent or the object was destroyed
+        const Property<Object>* header;
+        RowSet rows;
+    };
+
+    /** The change of an object that waits; null if none does. */
+    Change* find(const Object& object) noexcept;
+    /** Adds a change of an object that has none. */
+    Change& add(Object& object, const Property<Object>& header);
+    /** Takes the first change out. Returns false if none waits. */
+    bool take_first(Change& taken) noexcept;
+    /** Takes an object's change out. Returns false if it has none. */
+    bool take(const Object& object, Change& taken) noexcept;
+
+    [[nodiscard]] bool is_empty() const noexcept
+    {
+        return positions.empty();
+    }
+    [[nodiscard]] std::size_t size() const noexcept
+    {
+        return positions.size();
+    }
+
+    /** How often the host has asked for its changes to be held and not yet to be sent. */
+    unsigned holds = 0;
+    /** Looks whether the queue is relieved; null while nothing waits for that. */
+    sd_event_source* timer = nullptr;
+
+  private:
+    /** In the order of each object's first change. */
+    std::vector<Change> changes;
+    std::size_t first = 0;
+    std::unordered_map<const Object*, std::size_t> positions;
+};
+
 /** Announces the property of the object that this row is of. Throws what a getter throws. */
 void announce(Object& object, const Property<Object>& row);
 
-/**
- * Announces several properties of the object at `path` in one signal. `members` ends with a null
- * pointer; the names and `interface` must live as long as the library. Throws what a getter throws,
- * and SdBusError when the signal can't be sent.
- */
-void announce(GANTRY_cpp_context& context, const char* path, const char* interface, char** members);
+/** Announces several properties of an object in one signal. Throws what a getter throws, and
+ *  SdBusError if the signal can't be sent. */
+void announce(GANTRY_cpp_context& context, Object& object, const Property<Object>& header,
+              const RowSet& rows);
+
+/** For a loop: sends what waits, if it need not wait any longer. Throws what a getter throws. */
+void send_due_changes(GANTRY_cpp_context& context);
+
+/** Sends what the host has held. While the bus doesn't read, it goes on waiting. Throws what a
+ *  getter throws, after the other objects' changes are sent. */
+void end_hold(GANTRY_cpp_context& context);
+
+/** Sends all that waits, since the context is being destroyed, and logs what a getter throws. */
+void send_last_changes(GANTRY_cpp_context& context) noexcept;
 
 } // namespace gantry

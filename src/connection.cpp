@@ -1,13 +1,24 @@
 #include "connection.hpp"
 
+#include "context_state.hpp"
 #include "exception_boundary.hpp"
+#include "for_bus.hpp"
 #include "log.hpp"
+#include "thread_context.hpp"
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <list>
+#include <memory>
+#include <sdbusplus/exception.hpp>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -24,16 +35,92 @@ struct Connection : private sdbusplus::bus::details::bus_friend
     }
 };
 
+/**
+ * What a client reads of a failure: the failed call and sd-bus's message. Versions of sdbusplus
+ * differ in whether description() has the call; what() is "call: error name: message" in all.
+ */
+std::string text_of(const sdbusplus::exception::SdBusError& failure)
+{
+    std::string text = failure.what();
+    const auto name = std::string(": ") + failure.name();
+    if (const auto found = text.find(name); found != std::string::npos)
+    {
+        text.erase(found, name.size());
+    }
+    return text;
+}
+
+/** libsystemd as sdbusplus calls it: makes the text of a client's error, and logs a lost
+ *  announcement, which sdbusplus ignores. */
+class LoggedBus final : public sdbusplus::SdBusImpl
+{
+  public:
+    /** For the SdBusError being handled. Its text may come from a host, so it is repaired. */
+    int sd_bus_error_set(sd_bus_error* error, const char* name, const char* message) override
+    {
+        if (std::current_exception())
+        {
+            try
+            {
+                throw;
+            }
+            catch (const sdbusplus::exception::SdBusError& failure)
+            {
+                if (message == failure.description())
+                {
+                    const auto text = gantry::for_bus(text_of(failure));
+                    return SdBusImpl::sd_bus_error_set(error, name, text.c_str());
+                }
+            }
+            catch (...)
+            {
+                // Another failure doesn't name a call.
+            }
+        }
+        return SdBusImpl::sd_bus_error_set(error, name, message);
+    }
+
+    int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path, const char* interface,
+                                            const char** names) override
+    {
+        const int result =
+            SdBusImpl::sd_bus_emit_properties_changed_strv(bus, path, interface, names);
+        auto* context = gantry::own_context();
+        // EDOM: the property is one that never announces a change. A lost bus refuses all of them.
+        if (result < 0 && result != -EDOM && !gantry::ExceptionRelay::is_relaying() &&
+            (context == nullptr || context->state->lost_changes.admit(context->event.get())))
+        {
+            GANTRY_LOG(gantry::log::failed, "failed for [%s] of [%s], rv=%d", *names, path, result);
+        }
+        return result;
+    }
+};
+
+// Trivially destructible, so a thread that exits after static destruction can still use it.
+constinit LoggedBus logged_bus;
+
 constexpr char bus_name[] = "org.freedesktop.DBus";
+constexpr char local_name[] = "org.freedesktop.DBus.Local";
+
+int on_disconnected(sd_bus_message* /*message*/, void* data, sd_bus_error* /*error*/)
+{
+    auto& context = *static_cast<GANTRY_cpp_context*>(data);
+    return gantry::bus_boundary(
+        [&context]
+        {
+            context.state->on_disconnect(&context, context.state->disconnect_data);
+            return 0;
+        },
+        gantry::as_handled);
+}
 
 /** How many announcements are on the thread's stack. */
 constinit thread_local unsigned announcements = 0;
 
 /** The oldest grant of a name; the end if the name isn't owned. */
-auto find_grant(std::vector<const char*>& grants, const char* name)
+auto find_grant(std::list<std::string>& grants, const char* name)
 {
-    return std::find_if(grants.begin(), grants.end(),
-                        [name](const char* granted) { return std::strcmp(granted, name) == 0; });
+    return std::find(grants.begin(), grants.end(), name);
 }
 
 /** NameLost, which the bus sends to the former owner alone, ends the oldest grant: when it is read,
@@ -47,7 +134,7 @@ auto find_grant(std::vector<const char*>& grants, const char* name)
     {
         return 0;
     }
-    auto& grants = context.granted_names;
+    auto& grants = context.state->granted_names;
     if (const auto grant = find_grant(grants, name); grant != grants.end())
     {
         grants.erase(grant);
@@ -71,12 +158,12 @@ int on_message(sd_bus_message* message, void* context, sd_bus_error* /*error*/)
  * match would make each call that arrives dearer. */
 void hear_of_losses(GANTRY_cpp_context& context)
 {
-    if (context.name_lost != nullptr)
+    if (context.state->filter != nullptr)
     {
         return;
     }
-    const int result =
-        sd_bus_add_filter(GANTRY_get_sd_bus(context.bus), &context.name_lost, on_message, &context);
+    const int result = sd_bus_add_filter(GANTRY_get_sd_bus(context.bus), &context.state->filter,
+                                         on_message, &context);
     if (result < 0)
     {
         GANTRY_LOG(gantry::log::failed, "sd_bus_add_filter failed, rv=%d", result);
@@ -90,12 +177,36 @@ sd_bus* GANTRY_get_sd_bus(sdbusplus::bus_t& bus)
     return Connection::of(bus);
 }
 
+sdbusplus::bus_t gantry::open_bus()
+{
+    sd_bus* opened = nullptr;
+    const int result =
+        GANTRY_use_default ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
+    if (result < 0)
+    {
+        // libsystemd doesn't tell which address it tried.
+        const char* address = secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
+        GANTRY_LOG(log::failed, "the system bus can't be opened at [%s], rv=%d",
+                   address != nullptr ? address : "its standard address", result);
+    }
+    const std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)> held{opened, sd_bus_unref};
+    // The bus object reads the connection's unique name, which waits for the bus. That wait isn't
+    // repeated if a signal interrupts it, so the wait is made here.
+    sd_id128_t ignored;
+    uninterrupted([&] { return sd_bus_get_bus_id(opened, &ignored); });
+
+    sdbusplus::bus_t bus(opened, &logged_bus);
+    // A private connection is closed with its last use; a shared one is left to its other users.
+    bus.set_should_close(!GANTRY_use_default);
+    return bus;
+}
+
 int gantry::request_name(GANTRY_cpp_context& context, const char* name)
 {
     constexpr auto flags = SD_BUS_NAME_REPLACE_EXISTING | SD_BUS_NAME_ALLOW_REPLACEMENT;
     sd_bus* bus = GANTRY_get_sd_bus(context.bus);
-    auto& grants = context.granted_names;
-    grants.reserve(grants.size() + 1);
+    auto& grants = context.state->granted_names;
+    std::list<std::string> granted{name};
     int calls = 0;
     const int result = uninterrupted(
         [&]
@@ -105,13 +216,14 @@ int gantry::request_name(GANTRY_cpp_context& context, const char* name)
         });
     if (result < 0 && result != -EALREADY)
     {
+        GANTRY_LOG(log::failed, "the bus refused the name [%s], rv=%d", name, result);
         return result;
     }
     if (const auto grant = find_grant(grants, name); result == -EALREADY && grant != grants.end())
     {
         grants.erase(grant);
     }
-    grants.push_back(name);
+    grants.splice(grants.end(), granted);
     hear_of_losses(context);
     // The call that was interrupted had been sent, and the bus granted the name.
     return calls > 1 && result == -EALREADY ? 0 : result;
@@ -119,9 +231,68 @@ int gantry::request_name(GANTRY_cpp_context& context, const char* name)
 
 const char* gantry::owned_name(GANTRY_cpp_context& context) noexcept
 {
-    const auto& grants = context.granted_names;
+    const auto& grants = context.state->granted_names;
     const bool is_open = sd_bus_is_open(GANTRY_get_sd_bus(context.bus)) > 0;
-    return is_open && !grants.empty() ? grants.back() : nullptr;
+    return is_open && !grants.empty() ? grants.back().c_str() : nullptr;
+}
+
+void gantry::write_what_is_left(GANTRY_cpp_context& context) noexcept
+{
+    using std::chrono::steady_clock;
+    sd_bus* bus = GANTRY_get_sd_bus(context.bus);
+    std::uint64_t left = 0;
+    if (sd_bus_get_n_queued_write(bus, &left) < 0 || left == 0)
+    {
+        return;
+    }
+    // A flush has no time limit. A call has one, and while it waits for its reply all that is
+    // queued before it is written.
+    const auto end = steady_clock::now() + std::chrono::seconds(1);
+    int result = -EINTR;
+    while (result == -EINTR && steady_clock::now() < end)
+    {
+        sd_bus_message* ping = nullptr;
+        result = sd_bus_message_new_method_call(bus, &ping, bus_name, "/",
+                                                "org.freedesktop.DBus.Peer", "Ping");
+        if (result >= 0)
+        {
+            const std::chrono::microseconds rest =
+                std::chrono::ceil<std::chrono::microseconds>(end - steady_clock::now());
+            result =
+                sd_bus_call(bus, ping, static_cast<std::uint64_t>(rest.count()), nullptr, nullptr);
+            sd_bus_message_unref(ping);
+        }
+    }
+    sd_bus_get_n_queued_write(bus, &left);
+    if (left > 0)
+    {
+        GANTRY_LOG(log::failed, "%lu messages are dropped that the bus didn't take in a second",
+                   left);
+        if (context.state->is_private)
+        {
+            sd_bus_close(bus); // its release would flush it without a limit
+        }
+    }
+}
+
+void gantry::set_on_disconnect(GANTRY_cpp_context& context,
+                               void (*lost)(GANTRY_cpp_context* context, void* data), void* data)
+{
+    auto& state = *context.state;
+    state.disconnected = nullptr;
+    state.on_disconnect = lost;
+    state.disconnect_data = data;
+    if (lost == nullptr)
+    {
+        return;
+    }
+    sd_bus_slot* slot = nullptr;
+    // sd-bus itself sends this signal, so the bus is not asked for it.
+    const int result = sd_bus_match_signal(GANTRY_get_sd_bus(context.bus), &slot, local_name,
+                                           "/org/freedesktop/DBus/Local", local_name,
+                                           "Disconnected", on_disconnected, &context);
+    throw_if_failed(result, "sd_bus_match_signal");
+    state.disconnected.reset(slot);
 }
 
 void gantry::check_connection(GANTRY_cpp_context& context)

@@ -24,15 +24,25 @@ int uninterrupted(const Call& call)
     return result;
 }
 
+/** Opens the connection that GANTRY_use_default selects. */
+sdbusplus::bus_t open_bus();
+
 /**
  * Requests a well-known name: it replaces another owner, may be replaced, and doesn't queue.
  * Returns a negative errno when the bus refuses; -EALREADY if the connection had the name before.
- * The name is the context's until the bus tells of its loss, and kept by pointer.
+ * The name is the context's until the bus tells of its loss.
  */
 int request_name(GANTRY_cpp_context& context, const char* name);
 
 /** The name requested last of those that the context still owns; null if it owns none. */
 const char* owned_name(GANTRY_cpp_context& context) noexcept;
+
+/** Writes what waits to be written, for a second at most, and logs what is dropped after that. */
+void write_what_is_left(GANTRY_cpp_context& context) noexcept;
+
+/** Has `lost` called once when the connection is lost; null ends that. */
+void set_on_disconnect(GANTRY_cpp_context& context,
+                       void (*lost)(GANTRY_cpp_context* context, void* data), void* data);
 
 /** Throws SdBusError if the connection can't be served, because it was closed or because it isn't
  *  attached to the context's event loop. An event loop that exits closes its connections, so then

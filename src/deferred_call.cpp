@@ -1,31 +1,32 @@
 #include "deferred_call.hpp"
 
+#include "context_state.hpp"
 #include "exception_boundary.hpp"
 
 #include <systemd/sd-bus.h>
 
+#include <atomic>
 #include <cstdint>
-#include <memory>
+#include <limits>
+#include <utility>
 
 namespace gantry
 {
 namespace
 {
 
-using Message = std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)>;
-
 /**
  * A message that stands for a call when it is answered: with its sender, cookie and member, but
  * without its arguments and descriptors, of which a client may send many.
  */
-Message make_stub(sd_bus_message* call)
+OpenCall::Message make_stub(sd_bus_message* call)
 {
     sd_bus_message* made = nullptr;
     std::uint64_t cookie = 0;
     int result = sd_bus_message_new_method_call(
         sd_bus_message_get_bus(call), &made, nullptr, sd_bus_message_get_path(call),
         sd_bus_message_get_interface(call), sd_bus_message_get_member(call));
-    Message stub(made, sd_bus_message_unref);
+    OpenCall::Message stub(made, sd_bus_message_unref);
     const char* const sender = sd_bus_message_get_sender(call);
     result = result < 0 || sender == nullptr ? result : sd_bus_message_set_sender(made, sender);
     throw_if_failed(result, "sd_bus_message_new_method_call");
@@ -35,40 +36,68 @@ Message make_stub(sd_bus_message* call)
     return stub;
 }
 
+/** One for all threads, so that a handle in the wrong thread finds no call either. Where a pointer
+ *  has 32 bits it may come round, and leaves out those in use. */
+std::uintptr_t next_serial(const DeferredCalls& calls) noexcept
+{
+    static constinit std::atomic<std::uintptr_t> last{0};
+    std::uintptr_t serial = 0;
+    do
+    {
+        serial = last.fetch_add(1, std::memory_order_relaxed) + 1;
+    } while (serial == 0 || calls.open.contains(serial));
+    return serial;
+}
+
+GANTRY_call* handle_of(std::uintptr_t serial) noexcept
+{
+    // Nothing follows it. NOLINTNEXTLINE(performance-no-int-to-ptr)
+    return reinterpret_cast<GANTRY_call*>(serial);
+}
+
 } // namespace
 
 GANTRY_call* open_call(GANTRY_cpp_context& context, GANTRY_instance* instance,
                        sd_bus_message* message)
 {
-    if (context.open_calls >= context.max_open_calls)
+    auto& calls = context.state->calls;
+    HeldClient client(context, sd_bus_message_get_sender(message));
+    if (calls.open.size() >= calls.max_open || client.holds() > calls.max_of_client)
     {
         return nullptr;
     }
-    auto stub = make_stub(message);
-    context.newest_call = new GANTRY_call{context, instance, stub.get(), context.newest_call};
-    static_cast<void>(stub.release()); // now the call's
-    ++context.open_calls;
-    return context.newest_call;
+    const auto serial = next_serial(calls);
+    calls.open.emplace_hint(
+        calls.open.end(), serial,
+        OpenCall{context, serial, instance, make_stub(message), std::move(client)});
+    return handle_of(serial);
 }
 
-GANTRY_call** find_open(GANTRY_cpp_context* context, const GANTRY_call* call) noexcept
+OpenCall* find_open(GANTRY_cpp_context* context, const GANTRY_call* handle) noexcept
 {
-    if (context == nullptr || call == nullptr)
+    if (context == nullptr)
     {
         return nullptr;
     }
-    auto** place = &context->newest_call;
-    while (*place != nullptr && *place != call)
-    {
-        place = &(*place)->older;
-    }
-    return *place != nullptr ? place : nullptr;
+    auto& open = context->state->calls.open;
+    const auto found = open.find(reinterpret_cast<std::uintptr_t>(handle));
+    return found != open.end() ? &found->second : nullptr;
 }
 
-AnsweringCall::AnsweringCall(GANTRY_call** place) noexcept : call(*place)
+int on_cancel(OpenCall& call, void (*cancelled)(GANTRY_call* call, void* data), void* data)
 {
-    *place = call->older;
-    --call->context.open_calls;
+    const int result = cancelled != nullptr ? call.client.watch() : 0;
+    if (result >= 0)
+    {
+        call.cancelled = cancelled;
+        call.cancelled_data = data;
+    }
+    return result;
+}
+
+AnsweringCall::AnsweringCall(OpenCall& open) :
+    call(open.context.state->calls.open.extract(open.serial))
+{
 }
 
 AnsweringCall::~AnsweringCall()
@@ -77,13 +106,11 @@ AnsweringCall::~AnsweringCall()
     {
         refuse(SD_BUS_ERROR_FAILED, "the answer can't be sent");
     }
-    sd_bus_message_unref(call->message);
-    delete call;
 }
 
 bool AnsweringCall::wants_reply() const noexcept
 {
-    return sd_bus_message_get_expect_reply(call->message) > 0;
+    return sd_bus_message_get_expect_reply(message()) > 0;
 }
 
 int AnsweringCall::refuse(const char* name, const char* text) noexcept
@@ -91,22 +118,52 @@ int AnsweringCall::refuse(const char* name, const char* text) noexcept
     is_answered = true;
     // It sends nothing if the client wants no reply.
     const sd_bus_error error{.name = name, .message = text, ._need_free = 0};
-    return sd_bus_reply_method_error(call->message, &error);
+    return sd_bus_reply_method_error(message(), &error);
 }
 
 void close_calls(GANTRY_cpp_context& context, const GANTRY_instance* instance) noexcept
 {
-    auto** place = &context.newest_call;
-    while (*place != nullptr)
+    auto& open = context.state->calls.open;
+    for (auto next = open.end(); next != open.begin();)
     {
-        if (instance == nullptr || (*place)->instance == instance)
+        if (const auto newest = std::prev(next);
+            instance == nullptr || newest->second.instance == instance)
         {
-            AnsweringCall(place).refuse(SD_BUS_ERROR_NO_REPLY,
-                                        "the object was removed before it answered");
+            AnsweringCall(newest->second)
+                .refuse(SD_BUS_ERROR_NO_REPLY, "the object was removed before it answered");
         }
         else
         {
-            place = &(*place)->older;
+            next = newest;
+        }
+    }
+}
+
+void close_calls_of(GANTRY_cpp_context& context, HeldClient client)
+{
+    // Inside a callback of the connection the context stays, whatever the host frees. The calls
+    // needn't, so each is looked up by the serial of the one before.
+    auto& open = context.state->calls.open;
+    auto newer = std::numeric_limits<std::uintptr_t>::max();
+    while (true)
+    {
+        auto next = open.lower_bound(newer);
+        do
+        {
+            if (next == open.begin())
+            {
+                return;
+            }
+            --next;
+        } while (!(next->second.client == client));
+        newer = next->first;
+        const auto closed = open.extract(next);
+        const auto& call = closed.mapped();
+        if (call.cancelled != nullptr)
+        {
+            bus_boundary([&]
+                         { return call.cancelled(handle_of(call.serial), call.cancelled_data), 0; },
+                         as_handled);
         }
     }
 }

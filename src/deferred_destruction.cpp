@@ -1,10 +1,14 @@
 #include "deferred_destruction.hpp"
 
 #include "connection.hpp"
+#include "context_state.hpp"
 #include "exception_boundary.hpp"
 #include "log.hpp"
+#include "object.hpp"
 
 #include <systemd/sd-event.h>
+
+#include <utility>
 
 namespace gantry
 {
@@ -13,24 +17,34 @@ namespace
 
 constexpr char source_stem[] = "deferred_destruction";
 
-/** Destroys what was freed and is not in use any more; that may be the context. */
-void destroy_freed(GANTRY_cpp_context& context) noexcept
+/** Takes the manager that came with an object off the bus; null is ignored. */
+void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexcept
 {
-    if (is_in_callback(context))
+    if (slot == nullptr)
     {
         return;
     }
-    const NoCancellation no_cancellation;
-    destroy_freed_objects(context);
-    if (context.destroy_when_idle != nullptr && context.loops == 0)
+    if (context.object_manager != nullptr && context.object_manager->slot == slot)
     {
-        context.destroy_when_idle(&context);
+        delete std::exchange(context.object_manager, nullptr);
+        return;
     }
+    // No longer floating, it has one reference, which is dropped here.
+    sd_bus_slot_ref(slot);
+    sd_bus_slot_set_floating(slot, 0);
+    sd_bus_slot_unref(slot);
+}
+
+/** Inside a callback for a client's write sd-bus would answer that with an error. */
+void destroy_now(GANTRY_instance& instance) noexcept
+{
+    remove_object_manager(*instance.vctx, instance.manager);
+    instance.descriptor->deleter(instance.the_service);
 }
 
 int on_event(sd_event_source* /*source*/, void* context)
 {
-    destroy_freed(*static_cast<GANTRY_cpp_context*>(context));
+    destroy_if_idle(*static_cast<GANTRY_cpp_context*>(context));
     return 0;
 }
 
@@ -38,16 +52,16 @@ int on_event(sd_event_source* /*source*/, void* context)
  *  remains. */
 void schedule(GANTRY_cpp_context& context) noexcept
 {
+    auto*& source = context.state->destruction;
     int result = 0;
-    if (context.deferral != nullptr)
+    if (source != nullptr)
     {
-        result = sd_event_source_set_enabled(context.deferral, SD_EVENT_ONESHOT);
+        result = sd_event_source_set_enabled(source, SD_EVENT_ONESHOT);
     }
-    else if (result =
-                 sd_event_add_defer(context.event.get(), &context.deferral, on_event, &context);
+    else if (result = sd_event_add_defer(context.event.get(), &source, on_event, &context);
              result >= 0)
     {
-        result = sd_event_source_set_priority(context.deferral, SD_EVENT_PRIORITY_IMPORTANT);
+        result = sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT);
     }
     if (result < 0)
     {
@@ -59,54 +73,77 @@ void schedule(GANTRY_cpp_context& context) noexcept
 
 InLoop::InLoop(GANTRY_cpp_context& entered) noexcept : context(entered)
 {
-    if (++context.loops == 1)
+    if (++context.state->loops == 1)
     {
         // Freed in a callback that ran outside of the event loop.
-        destroy_freed(context);
+        destroy_if_idle(context);
     }
 }
 
 InLoop::~InLoop()
 {
-    if (--context.loops > 0)
+    auto& state = *context.state;
+    if (--state.loops > 0)
     {
         return;
     }
-    if (context.destroy_when_idle == nullptr)
+    if (!state.destroy_when_idle)
     {
-        context.stopping = false;
+        state.stopping = false;
     }
     // A callback may still be running: one that the host's own event loop called has entered this
     // loop, or the thread is being ended inside of a callback.
-    destroy_freed(context);
+    destroy_if_idle(context);
 }
 
 bool is_in_use(GANTRY_cpp_context& context) noexcept
 {
-    return context.loops > 0 || is_in_callback(context);
+    return context.state->loops > 0 || is_in_callback(context);
 }
 
-void destroy_later(GANTRY_cpp_context& context, FreedObject& object) noexcept
+void destroy_object(GANTRY_instance& instance) noexcept
 {
-    object.next = context.freed_objects;
-    context.freed_objects = &object;
+    auto& context = *instance.vctx;
+    if (!is_in_callback(context))
+    {
+        destroy_now(instance);
+        return;
+    }
+    instance.older = context.state->freed_objects;
+    context.state->freed_objects = &instance;
     schedule(context);
 }
 
-void destroy_later(GANTRY_cpp_context& context,
-                   void (*destroy)(GANTRY_cpp_context* context)) noexcept
+void destroy_later(GANTRY_cpp_context& context) noexcept
 {
-    context.destroy_when_idle = destroy;
-    context.stopping = true;
+    context.state->destroy_when_idle = true;
+    context.state->stopping = true;
     schedule(context);
+}
+
+bool destroy_if_idle(GANTRY_cpp_context& context) noexcept
+{
+    if (is_in_callback(context))
+    {
+        return false;
+    }
+    const NoCancellation no_cancellation;
+    destroy_freed_objects(context);
+    if (!context.state->destroy_when_idle || context.state->loops > 0)
+    {
+        return false;
+    }
+    context.state->destroy(&context);
+    return true;
 }
 
 void destroy_freed_objects(GANTRY_cpp_context& context) noexcept
 {
-    while (FreedObject* first = context.freed_objects)
+    auto& state = *context.state;
+    while (auto* newest = state.freed_objects)
     {
-        context.freed_objects = first->next;
-        first->destroy(*first);
+        state.freed_objects = newest->older;
+        destroy_now(*newest);
     }
 }
 

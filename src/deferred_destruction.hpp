@@ -4,29 +4,24 @@
  *
  * Inside a callback of the connection, sd-bus and the called object are on the stack; inside a
  * dispatch loop, the loop is. An object that is freed in a callback, or a context that is freed in
- * either, is only noted in the context, and destroyed by the first of these:
+ * either, is noted in the context's state. destroy_if_idle() destroys it. It is called by
  *
  *     an event source, which sd-event dispatches before the connection's, so that no message
  *     reaches an object that was freed
  *     the outermost dispatch loop of the context, when it is entered and when it ends
- *     for an object the destruction of its context, for a context the thread's next use of the
- *     library or its exit
+ *     the thread's next use of the library, for a context
  *
- * A freed context also stops its loops.
+ * The destruction of a context destroys its freed objects, too. A freed context also stops its
+ * loops.
  */
 #pragma once
 
 #include <gantry/context.hpp>
 
+#include <gantry/instance.h>
+
 namespace gantry
 {
-
-/** An object's place in its context's list of freed objects. */
-struct FreedObject
-{
-    FreedObject* next;
-    void (*destroy)(FreedObject& object);
-};
 
 /** A dispatch loop's presence on the stack, from its entry to however it ends. */
 class InLoop
@@ -47,12 +42,15 @@ class InLoop
 /** Whether frames on the stack work on the context: one of its loops, or sd-bus in a callback. */
 bool is_in_use(GANTRY_cpp_context& context) noexcept;
 
-/** Destroys an object once no callback of its context's connection is running. */
-void destroy_later(GANTRY_cpp_context& context, FreedObject& object) noexcept;
+/** Takes an object with its manager off the bus and destroys it: at once, or, inside a callback of
+ *  its context's connection, after that callback. */
+void destroy_object(GANTRY_instance& instance) noexcept;
 
-/** Stops a context's loops, and calls `destroy` for it once it is not in use any more. */
-void destroy_later(GANTRY_cpp_context& context,
-                   void (*destroy)(GANTRY_cpp_context* context)) noexcept;
+/** Stops the loops of a context that is in use, and has it destroyed when it is idle. */
+void destroy_later(GANTRY_cpp_context& context) noexcept;
+
+/** Destroys what was freed and is not in use any more. Returns whether that was the context. */
+bool destroy_if_idle(GANTRY_cpp_context& context) noexcept;
 
 /** Destroys the freed objects now, even inside a callback. For the destruction of the context. */
 void destroy_freed_objects(GANTRY_cpp_context& context) noexcept;

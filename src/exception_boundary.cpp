@@ -27,13 +27,15 @@ current_errno(const Place* place, const Subject* subject = nullptr)
     int error = EIO;
     const auto log = [place, subject](const char* what)
     {
-        if (place != nullptr && subject != nullptr)
+        if (place == nullptr)
         {
-            GANTRY_LOG_EXCEPTION_ABOUT(*place, what, subject->interface, subject->path);
+            return;
         }
-        else if (place != nullptr)
+        GANTRY_LOG_EXCEPTION_AT(*place, what);
+        if (subject != nullptr)
         {
-            GANTRY_LOG_EXCEPTION_AT(*place, what);
+            GANTRY_LOG_AT(*place, log::failed, "that was [%s] at [%s]", subject->interface,
+                          subject->path);
         }
     };
     try

@@ -5,7 +5,9 @@
  * All traffic is processed by the sd-event loop that the context attached its connection to. Each
  * run of it enters libsystemd, so an exception that a bus callback threw comes out of that run.
  */
+#include "announcement.hpp"
 #include "connection.hpp"
+#include "context_state.hpp"
 #include "deferred_destruction.hpp"
 #include "exception_boundary.hpp"
 #include "for_bus.hpp"
@@ -49,9 +51,11 @@ int run(GANTRY_cpp_context& context, Timeout timeout)
 void drain(GANTRY_cpp_context& context)
 {
     constexpr Timeout at_once{std::chrono::microseconds{1}};
-    while (!context.stopping && run(context, at_once) > 0)
+    gantry::send_due_changes(context);
+    while (!context.state->stopping && run(context, at_once) > 0)
     {
     }
+    gantry::send_due_changes(context);
     gantry::check_connection(context);
 }
 
@@ -63,9 +67,11 @@ void drain(GANTRY_cpp_context& context)
 int loop(GANTRY_cpp_context& context)
 {
     sd_event* event = context.event.get();
-    while (!context.stopping)
+    gantry::send_due_changes(context);
+    while (!context.state->stopping)
     {
         run(context, std::nullopt);
+        gantry::send_due_changes(context);
         gantry::check_connection(context);
         if (sd_event_get_state(event) == SD_EVENT_FINISHED)
         {
@@ -83,14 +89,14 @@ int loop(GANTRY_cpp_context& context)
 
 bool goes_on(const GANTRY_cpp_context& context) noexcept
 {
-    return context.running && !context.stopping;
+    return context.running && !context.state->stopping;
 }
 
 /** Sleeps until the bus has something to do, or the handler of a signal requested a stop. */
 void wait(GANTRY_cpp_context& context)
 {
     const int result = sd_bus_wait(GANTRY_get_sd_bus(context.bus), UINT64_MAX);
-    if (result != -EINTR || !context.stopping)
+    if (result != -EINTR || !context.state->stopping)
     {
         gantry::throw_if_failed(result, "sd_bus_wait");
     }

@@ -1,26 +1,27 @@
 /*
- * The per-thread context: made at a thread's first use, kept under one process-wide pthread key,
- * destroyed by GANTRY_context_free or at the thread's exit. Also what a context does with itself:
+ * The per-thread context: made at a thread's first use, destroyed by GANTRY_context_free or at the
+ * thread's exit. Also what a context does with itself:
  * the health check, and the stop of its loops.
  */
 #include "gantrycontext.hpp"
 
+#include "announcement.hpp"
 #include "connection.hpp"
+#include "context_state.hpp"
 #include "deferred_call.hpp"
 #include "deferred_destruction.hpp"
 #include "exception_boundary.hpp"
-#include "for_bus.hpp"
+#include "object.hpp"
 #include "object_manager.hpp"
+#include "thread_context.hpp"
 
 #include <gantry/loop.h>
 
 #include <pthread.h>
-#include <sched.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <exception>
@@ -36,47 +37,13 @@ namespace
 
 constexpr char source_stem[] = "gantrycontext";
 
-pthread_once_t key_once = PTHREAD_ONCE_INIT;
-pthread_key_t context_key;
-std::atomic<bool> key_valid{false};
-
-/**
- * The key's destructor, in the thread that exits. If the thread ended inside a callback, the frames
- * of sd-bus never returned and keep their references, so the connection is closed here: else its
- * name would stay owned, and calls would wait for their timeout.
- */
-void destroy_at_thread_exit(void* data)
-{
-    auto* context = static_cast<GANTRY_cpp_context*>(data);
-    sd_bus* abandoned =
-        gantry::is_in_callback(*context) ? sd_bus_ref(GANTRY_get_sd_bus(context->bus)) : nullptr;
-    delete context;
-    sd_bus_close_unref(abandoned);
-}
-
-void create_key()
-{
-    constexpr int attempts = 10;
-    for (int attempt = 1; pthread_key_create(&context_key, destroy_at_thread_exit) != 0; ++attempt)
-    {
-        if (attempt == attempts)
-        {
-            return;
-        }
-        sched_yield();
-    }
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-    key_valid.store(true);
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-}
-
 /** Deletes a context, after its thread's key has dropped it. */
 void destroy(GANTRY_cpp_context* context) noexcept
 {
     const gantry::NoCancellation no_cancellation;
     if (context != nullptr && gantry::own_context() == context)
     {
-        pthread_setspecific(context_key, nullptr);
+        gantry::set_own_context(nullptr);
     }
     delete context;
 }
@@ -106,25 +73,23 @@ void GANTRY_get_or_allocate_ctx(GANTRY_cpp_context** out)
 try
 {
     *out = nullptr;
-    pthread_once(&key_once, create_key);
-    if (!key_valid)
+    if (!gantry::has_thread_key())
     {
         GANTRY_LOG(gantry::log::fault, "key is not valid");
         return;
     }
     if (GANTRY_cpp_context* existing = gantry::own_context())
     {
-        if (existing->destroy_when_idle == nullptr)
+        if (!existing->state->destroy_when_idle)
         {
             *out = existing;
             return;
         }
-        if (gantry::is_in_use(*existing))
+        if (!gantry::destroy_if_idle(*existing))
         {
             // A second context would share its connection and find its objects' paths taken.
             return;
         }
-        destroy(existing);
     }
 
     const gantry::NoCancellation no_cancellation; // what is made here may have to be destroyed
@@ -135,11 +100,8 @@ try
     {
         return;
     }
-    if (const int error = pthread_setspecific(context_key, context.get()); error != 0)
-    {
-        // Memory is short. A context that the thread can't find again would never be freed.
-        throw std::bad_alloc();
-    }
+    // If memory is too short for this, the thread couldn't find the context again to free it.
+    gantry::set_own_context(context.get());
     *out = context.release();
     GANTRY_LOG(gantry::log::trace, "leave");
 }
@@ -148,96 +110,17 @@ catch (const std::exception& error)
     GANTRY_LOG_EXCEPTION(error.what());
 }
 
-/**
- * What a client reads of a failure: the failed call and sd-bus's message. Versions of sdbusplus
- * differ in whether description() has the call; what() is "call: error name: message" in all.
- */
-std::string text_of(const sdbusplus::exception::SdBusError& failure)
-{
-    std::string text = failure.what();
-    const auto name = std::string(": ") + failure.name();
-    if (const auto found = text.find(name); found != std::string::npos)
-    {
-        text.erase(found, name.size());
-    }
-    return text;
-}
-
-/** libsystemd as sdbusplus calls it: makes the text of a client's error, and logs a lost
- *  announcement, which sdbusplus ignores. */
-class LoggedBus final : public sdbusplus::SdBusImpl
-{
-  public:
-    /** For the SdBusError being handled. Its text may come from a host, so it is repaired. */
-    int sd_bus_error_set(sd_bus_error* error, const char* name, const char* message) override
-    {
-        if (std::current_exception())
-        {
-            try
-            {
-                throw;
-            }
-            catch (const sdbusplus::exception::SdBusError& failure)
-            {
-                if (message == failure.description())
-                {
-                    const auto text = gantry::for_bus(text_of(failure));
-                    return SdBusImpl::sd_bus_error_set(error, name, text.c_str());
-                }
-            }
-            catch (...)
-            {
-                // Another failure doesn't name a call.
-            }
-        }
-        return SdBusImpl::sd_bus_error_set(error, name, message);
-    }
-
-    int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path, const char* interface,
-                                            const char** names) override
-    {
-        const int result =
-            SdBusImpl::sd_bus_emit_properties_changed_strv(bus, path, interface, names);
-        // EDOM: the property is one that never announces a change.
-        if (result < 0 && result != -EDOM && !gantry::ExceptionRelay::is_relaying())
-        {
-            GANTRY_LOG(gantry::log::failed, "failed for [%s] of [%s], rv=%d", *names, path, result);
-        }
-        return result;
-    }
-};
-
-// Trivially destructible, so a thread that exits after static destruction can still use it.
-constinit LoggedBus logged_bus;
-
-/** Opens the connection that GANTRY_use_default selects. */
-sdbusplus::bus_t open_bus()
-{
-    sd_bus* opened = nullptr;
-    GANTRY_use_default ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
-    const std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)> held{opened, sd_bus_unref};
-    // The bus object reads the connection's unique name, which waits for the bus. That wait isn't
-    // repeated if a signal interrupts it, so the wait is made here.
-    sd_id128_t ignored;
-    gantry::uninterrupted([&] { return sd_bus_get_bus_id(opened, &ignored); });
-
-    sdbusplus::bus_t bus(opened, &logged_bus);
-    // A private connection is closed with its last use; a shared one is left to its other users.
-    bus.set_should_close(!GANTRY_use_default);
-    return bus;
-}
-
 /** Deletes the key when the library is unloaded. Contexts of live threads stay as they are. */
 [[gnu::destructor]] void GANTRY_per_thread_library_destructor()
 {
     GANTRY_LOG(gantry::log::trace, "enter tid=%lu", pthread_self());
-    if (!key_valid)
+    const int result = gantry::delete_thread_key();
+    if (result < 0)
     {
         GANTRY_LOG(gantry::log::trace, "no key, no cleanup needed");
         return;
     }
-    key_valid = false;
-    if (const int result = pthread_key_delete(context_key); result != 0)
+    if (result > 0)
     {
         GANTRY_LOG(gantry::log::fault, "pthread_key_delete failed with irv=%d", result);
     }
@@ -247,41 +130,46 @@ sdbusplus::bus_t open_bus()
 } // namespace
 
 GANTRY_cpp_context::GANTRY_cpp_context() :
-    bus(open_bus()), event(sdeventplus::Event::get_default(&sdeventplus::internal::sdevent_impl))
+    bus(gantry::open_bus()),
+    event(sdeventplus::Event::get_default(&sdeventplus::internal::sdevent_impl)),
+    state(std::make_unique<gantry::ContextState>(destroy))
 {
+    state->is_private = !GANTRY_use_default;
     // A connection that failed to open fails here.
     sd_bus* connection = GANTRY_get_sd_bus(bus);
     flush(connection);
     const int result = sd_bus_attach_event(connection, event.get(), SD_EVENT_PRIORITY_NORMAL);
     if (sd_bus_get_event(connection) != event.get())
     {
-        GANTRY_LOG(gantry::log::failed, "sd_bus_attach_event failed, rv=%d", result);
+        GANTRY_LOG(gantry::log::failed, "sd_bus_attach_event failed, rv=%d%s", result,
+                   result == -ESTALE ? ": the thread's event loop has exited" : "");
     }
 }
 
 GANTRY_cpp_context::~GANTRY_cpp_context()
 {
     running = false;
-    sd_event_source_disable_unref(pending_changes);
-    sd_event_source_disable_unref(unreadable_timer);
-    sd_event_source_disable_unref(deferral);
+    gantry::send_last_changes(*this);
+    sd_event_source_disable_unref(state->destruction);
     gantry::close_calls(*this, nullptr);
     gantry::destroy_freed_objects(*this);
     while (!tracker.empty())
     {
-        // Removed from the list first, so that nothing that the deleter calls finds the object.
+        // Removed from both lists first, so that nothing that the deleter calls finds the object.
         const auto newest = tracker.back();
         tracker.pop_back();
+        if (auto* record = state->objects.newest();
+            record != nullptr && record->the_service == newest.object)
+        {
+            state->objects.remove(*record);
+        }
         newest.deleter(newest.object);
     }
-    if (object_manager != nullptr)
+    delete std::exchange(object_manager, nullptr);
+    state->root_managers.clear();
+    if (state->filter != nullptr)
     {
-        sd_bus_slot_unref(std::exchange(object_manager, nullptr));
-    }
-    gantry::remove_root_managers(*this);
-    if (name_lost != nullptr)
-    {
-        sd_bus_slot_unref(name_lost);
+        sd_bus_slot_unref(state->filter);
     }
     service_name = nullptr;
     user_private = nullptr;
@@ -291,7 +179,7 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
     }
     // Answers and signals may still be queued. If this was the last use of a shared connection, its
     // release would drop them.
-    sd_bus_flush(GANTRY_get_sd_bus(bus));
+    gantry::write_what_is_left(*this);
     // The members' order releases the event reference next and the connection last.
 }
 
@@ -301,7 +189,8 @@ void GANTRY_cpp_context::sanity_check() noexcept
     using gantry::log::trace;
 
     const gantry::NoCancellation no_cancellation;
-    // The kernel is asked once a thread. In a forked child sd_bus_get_tid fails first.
+    // The kernel is asked once per thread, and again in a forked child, whose thread has another
+    // id.
     [[gnu::tls_model("initial-exec")]] static constinit thread_local pid_t caller = 0;
     if (caller == 0)
     {
@@ -321,7 +210,7 @@ void GANTRY_cpp_context::sanity_check() noexcept
                 GANTRY_LOG(fault, "sd_bus_get_tid returned an error, irv=%d", result);
             }
         }
-        else if (owner != caller)
+        else if (owner != caller && owner != (caller = gettid()))
         {
             GANTRY_LOG(fault, "thread ids are not equal");
         }
@@ -427,7 +316,7 @@ try
     GANTRY_cpp_context* freed = std::exchange(*context, nullptr);
     if (freed != nullptr && gantry::is_in_use(*freed))
     {
-        gantry::destroy_later(*freed, destroy);
+        gantry::destroy_later(*freed);
     }
     else
     {
@@ -522,6 +411,25 @@ catch (const std::exception& error)
     GANTRY_LOG_EXCEPTION(error.what());
 }
 
+void GANTRY_context_on_disconnect(GANTRY_cpp_context* context,
+                                  void (*lost)(GANTRY_cpp_context* context, void* data), void* data,
+                                  int* error)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    const auto here = GANTRY_HERE;
+    const auto set = [&]
+    {
+        context = gantry::resolve(here, context);
+        if (context == nullptr)
+        {
+            return gantry::already_logged(ENOTCONN);
+        }
+        gantry::set_on_disconnect(*context, lost, data);
+        return 0;
+    };
+    gantry::host_boundary(here, error, set);
+}
+
 // A signal handler calls it: no log, no lock, no allocation.
 void GANTRY_context_stop(GANTRY_cpp_context* context)
 {
@@ -531,15 +439,8 @@ void GANTRY_context_stop(GANTRY_cpp_context* context)
     }
     if (context != nullptr)
     {
-        context->stopping = true;
+        context->state->stopping = true;
     }
-}
-
-// POSIX leaves pthread_getspecific out of what a signal handler may call; glibc allows it, and it
-// is a load from the thread's descriptor.
-GANTRY_cpp_context* gantry::own_context() noexcept
-{
-    return key_valid ? static_cast<GANTRY_cpp_context*>(pthread_getspecific(context_key)) : nullptr;
 }
 
 GANTRY_cpp_context* gantry::resolve(const Place& place, GANTRY_cpp_context* context)

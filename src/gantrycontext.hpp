@@ -1,5 +1,5 @@
 /*
- * The calling thread's context, which a null argument of the host's means.
+ * What a context argument of a host means.
  */
 #pragma once
 
@@ -15,8 +15,5 @@ namespace gantry
  * is none.
  */
 GANTRY_cpp_context* resolve(const Place& place, GANTRY_cpp_context* context);
-
-/** The calling thread's context, or null: none is made. For signal handlers too. */
-GANTRY_cpp_context* own_context() noexcept;
 
 } // namespace gantry

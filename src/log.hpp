@@ -54,12 +54,6 @@ inline constexpr int server_mask = 0x80;
     tallylog_printf(::gantry::log::failed, ::gantry::log::core_mask, "EXCEPTION %s.%d.%s: %s\n",   \
                     (place).stem, (place).line, (place).function, what)
 
-/** The same about one interface of an object. */
-#define GANTRY_LOG_EXCEPTION_ABOUT(place, what, interface, path)                                   \
-    tallylog_printf(::gantry::log::failed, ::gantry::log::core_mask,                               \
-                    "EXCEPTION %s.%d.%s: %s, for [%s] at [%s]\n", (place).stem, (place).line,      \
-                    (place).function, what, interface, path)
-
 #define GANTRY_LOG_EXCEPTION(what) GANTRY_LOG_EXCEPTION_AT(GANTRY_HERE, what)
 
 /** The one message of a server class. */

@@ -1,10 +1,13 @@
 #include "object.hpp"
 
 #include "connection.hpp"
+#include "context_state.hpp"
 #include "deferred_call.hpp"
+#include "deferred_destruction.hpp"
 #include "exception_boundary.hpp"
 #include "gantrycontext.hpp"
 #include "object_manager.hpp"
+#include "thread_context.hpp"
 
 #include <gantry/object.hpp>
 
@@ -44,69 +47,66 @@ make_record(const gantry::Descriptor& descriptor, GANTRY_cpp_context* context, c
     return instance;
 }
 
-/** The record of a tracked object; null if no class of the context is its. */
-GANTRY_instance* record_of(const GANTRY_cpp_context& context,
-                           const GANTRY_cpp_context::Tracked& tracked)
+/**
+ * Makes a manager the one that the context holds. The one before becomes the connection's: a
+ * floating slot stays registered until the connection is closed, and keeps nothing alive.
+ */
+void hold_object_manager(GANTRY_cpp_context& context,
+                         std::unique_ptr<gantry::ObjectManager> added) noexcept
 {
-    const auto& classes = context.classes;
-    const auto found =
-        std::find_if(classes.begin(), classes.end(),
-                     [&tracked](const auto* each) { return each->deleter == tracked.deleter; });
-    return found != classes.end() ? (*found)->instance_of(tracked.object) : nullptr;
-}
-
-/** The paths of the context's objects, for its root managers. */
-std::vector<const char*> list_paths(const GANTRY_cpp_context& context)
-{
-    std::vector<const char*> paths;
-    for (const auto& tracked : context.tracker)
+    const std::unique_ptr<gantry::ObjectManager> earlier(
+        std::exchange(context.object_manager, added.release()));
+    if (earlier != nullptr && earlier->slot != nullptr)
     {
-        if (const auto* instance = record_of(context, tracked); instance != nullptr)
-        {
-            paths.push_back(instance->path);
-        }
+        sd_bus_slot_set_floating(earlier->slot, 1);
     }
-    return paths;
 }
 
-/** The record of the context's oldest object of a class at `path`, or at any path if that is null.
- *  Returns null if there is none. */
-GANTRY_instance* find_object(const GANTRY_cpp_context& context,
-                             const gantry::Descriptor& descriptor, const char* path)
+/** Removes the tracker's entries whose object was freed. */
+void compact_tracker(GANTRY_cpp_context& context) noexcept
 {
-    for (const auto& tracked : context.tracker)
+    auto& tracker = context.tracker;
+    std::erase_if(tracker, [](const auto& entry) { return entry.object == nullptr; });
+    context.state->freed_entries = 0;
+    std::size_t at = 0;
+    for (auto* each = context.state->objects.oldest(); each != nullptr; each = each->newer)
     {
-        if (tracked.deleter == descriptor.deleter)
+        while (at < tracker.size() && tracker[at].object != each->the_service)
         {
-            auto* instance = descriptor.instance_of(tracked.object);
-            if (path == nullptr || std::strcmp(instance->path, path) == 0)
-            {
-                return instance;
-            }
+            ++at; // an entry of the host's own
         }
+        each->tracked = static_cast<std::uint32_t>(at);
     }
-    return nullptr;
 }
 
-/** What managers tell of an object. */
-gantry::Published published(const GANTRY_instance& instance)
+/**
+ * Removes an object's entry from the tracker. To move all newer entries for each would make the
+ * freeing of one object among many dear, so entries stay, without an object, until they are one in
+ * sixteen.
+ */
+void untrack(GANTRY_instance& instance) noexcept
 {
-    return {instance.path, instance.descriptor->interface, instance.descriptor->vtable,
-            instance.the_service};
-}
-
-/** Takes an object with its manager off the bus. Inside a callback for a client's write sd-bus
- * would answer that with an error. */
-void destroy(GANTRY_instance& instance)
-{
-    gantry::remove_object_manager(*instance.vctx, instance.manager);
-    instance.descriptor->deleter(instance.the_service);
-}
-
-void delete_freed(gantry::FreedObject& freed)
-{
-    destroy(*reinterpret_cast<GANTRY_instance*>(reinterpret_cast<char*>(&freed) -
-                                                offsetof(GANTRY_instance, freed)));
+    constexpr std::size_t share = 16;
+    auto& tracker = instance.vctx->tracker;
+    auto& freed = instance.vctx->state->freed_entries;
+    // Entries only move down, unless the host has inserted some of its own.
+    auto at = std::min<std::size_t>(instance.tracked, tracker.size() - 1);
+    while (at > 0 && tracker[at].object != instance.the_service)
+    {
+        --at;
+    }
+    const auto entry =
+        std::find_if(tracker.begin() + static_cast<std::ptrdiff_t>(at), tracker.end(),
+                     [&](const auto& each) { return each.object == instance.the_service; });
+    if (entry != tracker.end())
+    {
+        entry->object = nullptr;
+        ++freed;
+    }
+    if (freed * share >= tracker.size())
+    {
+        compact_tracker(*instance.vctx);
+    }
 }
 
 } // namespace
@@ -123,6 +123,12 @@ void gantry::release_record(GANTRY_instance* instance) noexcept
 {
     if (instance != nullptr)
     {
+        auto& state = *instance->vctx->state;
+        if (instance->is_listed)
+        {
+            state.objects.remove(*instance);
+        }
+        state.write_listeners.erase(instance->the_service);
         close_calls(*instance->vctx, instance);
         std::free(instance->path);
         delete instance;
@@ -139,7 +145,7 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
     {
         return;
     }
-    context->last_created = nullptr;
+    context->state->last_created = nullptr;
     const char* instance_path = path != nullptr ? path : descriptor.path;
     const auto create = [&]
     {
@@ -156,83 +162,68 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
             const int result = request_name(*context, context->service_name);
             throw_if_failed(result == -EALREADY ? 0 : result, "sd_bus_request_name");
         }
-        instance->manager = add_object_manager(*context, instance->path);
-        struct RemoveManager
-        {
-            GANTRY_cpp_context& context;
-            sd_bus_slot* slot;
-            ~RemoveManager()
-            {
-                remove_object_manager(context, slot);
-            }
-        } manager{*context, instance->manager};
-
-        auto& classes = context->classes;
-        if (std::find(classes.begin(), classes.end(), &descriptor) == classes.end())
-        {
-            classes.push_back(&descriptor);
-        }
+        const int refused = sd_bus_add_object_manager(GANTRY_get_sd_bus(context->bus),
+                                                      &instance->manager, instance->path);
+        auto manager = std::make_unique<ObjectManager>(instance->manager);
         std::unique_ptr<void, void (*)(void*)> object{
             descriptor.create(context->bus, instance.get()), descriptor.deleter};
-        auto* record = instance.release();
+        auto* record = instance.release(); // now the object's
+        record->tracked = static_cast<std::uint32_t>(context->tracker.size());
+        context->state->objects.add(*record);
         context->tracker.push_back({object.get(), descriptor.deleter});
         static_cast<void>(object.release());
-        manager.slot = nullptr;
-        context->last_created = record;
+        hold_object_manager(*context, std::move(manager));
+        if (refused < 0)
+        {
+            GANTRY_LOG_AT(place, log::failed, "sd_bus_add_object_manager failed for [%s], rv=%d",
+                          record->path, refused);
+        }
+        context->state->last_created = record;
         GANTRY_LOG_AT(place, log::trace, "leave");
         return 0;
     };
     const Subject subject{descriptor.interface, instance_path};
-    host_boundary(place, &context->create_error, create, &subject);
+    host_boundary(place, &context->state->create_error, create, &subject);
 }
 
 GANTRY_instance* gantry::find_listener(const void* object)
 {
     const auto* context = own_context();
-    if (context == nullptr || !context->hears_writes)
+    if (context == nullptr)
     {
         return nullptr;
     }
-    const auto& tracker = context->tracker;
-    const auto tracked = std::find_if(tracker.begin(), tracker.end(),
-                                      [object](const auto& each) { return each.object == object; });
-    auto* instance = tracked != tracker.end() ? record_of(*context, *tracked) : nullptr;
-    return instance != nullptr && instance->written != nullptr ? instance : nullptr;
+    const auto& listeners = context->state->write_listeners;
+    const auto found = listeners.find(object);
+    return found != listeners.end() ? found->second : nullptr;
 }
 
 void GANTRY_instance_on_write(GANTRY_instance* instance,
                               void (*written)(GANTRY_instance* instance, const char* property,
                                               void* data),
                               void* data)
+try
 {
     GANTRY_LOG(gantry::log::trace, "enter");
-    if (instance != nullptr)
+    if (instance == nullptr)
     {
-        instance->written = written;
-        instance->written_data = data;
-        instance->vctx->hears_writes = true;
+        return;
     }
-}
-
-void GANTRY_context_manage(GANTRY_cpp_context* context, const char* path, int* error)
-{
-    GANTRY_LOG(gantry::log::trace, "enter");
-    const auto here = GANTRY_HERE;
-    const auto manage = [&]
+    auto& listeners = instance->vctx->state->write_listeners;
+    if (written == nullptr)
     {
-        if (path == nullptr || sd_bus_object_path_is_valid(path) <= 0)
-        {
-            return EINVAL;
-        }
-        context = gantry::resolve(here, context);
-        if (context == nullptr)
-        {
-            return gantry::already_logged(ENOTCONN);
-        }
-        gantry::add_root_manager(*context, path, list_paths);
-        return 0;
-    };
-    gantry::host_boundary(here, error, manage);
+        listeners.erase(instance->the_service);
+    }
+    else
+    {
+        listeners.try_emplace(instance->the_service, instance);
+    }
+    instance->written = written;
+    instance->written_data = data;
+}
+catch (const std::exception& error)
+{
+    GANTRY_LOG_EXCEPTION(error.what());
 }
 
 void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_instance** out, int* error)
@@ -241,12 +232,13 @@ void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_instance** 
     const auto get = [&]
     {
         context = gantry::resolve(here, context);
-        *out = context != nullptr ? context->last_created : nullptr;
+        *out = context != nullptr ? context->state->last_created : nullptr;
         if (context == nullptr)
         {
             return gantry::already_logged(ENOTCONN);
         }
-        return *out == nullptr && context->create_error == 0 ? ENOENT : context->create_error;
+        const int failed = context->state->create_error;
+        return *out == nullptr && failed == 0 ? ENOENT : failed;
     };
     gantry::host_boundary(here, error, get);
 }
@@ -281,14 +273,7 @@ void GANTRY_instance_find(GANTRY_cpp_context* context, const char* interface, co
     {
         return;
     }
-    for (const auto* descriptor : context->classes)
-    {
-        if (std::strcmp(descriptor->interface, interface) == 0)
-        {
-            *out = find_object(*context, *descriptor, path);
-            return;
-        }
-    }
+    *out = context->state->objects.find(interface, path);
 }
 
 void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error)
@@ -300,7 +285,7 @@ void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error)
         {
             return EINVAL;
         }
-        gantry::announce_added(*instance->vctx, published(*instance));
+        gantry::announce_added(*instance);
         return 0;
     };
     gantry::host_boundary(GANTRY_HERE, error, announce);
@@ -315,29 +300,17 @@ void GANTRY_instance_free(GANTRY_instance** instance)
     }
     const gantry::NoCancellation no_cancellation;
     auto& freed = *std::exchange(*instance, nullptr);
-    auto& context = *freed.vctx;
-    auto& tracker = context.tracker;
-    const auto found =
-        std::find_if(tracker.begin(), tracker.end(),
-                     [&freed](const auto& tracked) { return tracked.object == freed.the_service; });
-    if (found == tracker.end())
+    if (!freed.is_listed)
     {
         return; // It was freed before, in the callback that is running.
     }
-    tracker.erase(found);
-    if (context.last_created == &freed)
+    auto& state = *freed.vctx->state;
+    state.objects.remove(freed);
+    untrack(freed);
+    if (state.last_created == &freed)
     {
-        context.last_created = nullptr;
+        state.last_created = nullptr;
     }
-
-    gantry::announce_removed(context, published(freed));
-    if (gantry::is_in_callback(context))
-    {
-        freed.freed.destroy = delete_freed;
-        gantry::destroy_later(context, freed.freed);
-    }
-    else
-    {
-        destroy(freed);
-    }
+    gantry::announce_removed(freed);
+    gantry::destroy_object(freed);
 }

@@ -6,13 +6,20 @@
  */
 #pragma once
 
-#include "deferred_destruction.hpp"
 #include "log.hpp"
 #include "property.hpp"
 
+#include <gantry/context.hpp>
 #include <gantry/instance.h>
 
 #include <systemd/sd-bus.h>
+
+#include <cstdint>
+
+namespace gantry
+{
+struct Descriptor;
+} // namespace gantry
 
 struct GANTRY_instance
 {
@@ -30,8 +37,15 @@ struct GANTRY_instance
     const gantry::Descriptor* descriptor;
     /** The object manager at the path that came with the object. Not owned; null without one. */
     sd_bus_slot* manager = nullptr;
-    /** Used once the object was freed inside a callback. */
-    gantry::FreedObject freed{};
+
+    /** The neighbours in the context's list of objects; once the object was freed inside a
+     * callback, `older` is the next one of those. */
+    GANTRY_instance* older = nullptr;
+    GANTRY_instance* newer = nullptr;
+    /** Where the object's entry in the context's tracker was when the entries were last moved. */
+    std::uint32_t tracked = 0;
+    /** Whether the object is in the context's list: from its publication until it is freed. */
+    bool is_listed = false;
 
     /** Called when a client has written a property; null for none. */
     void (*written)(GANTRY_instance* instance, const char* property, void* data) = nullptr;
@@ -53,8 +67,6 @@ struct Descriptor
 
     /** Makes the object and joins it to its record, which it owns from then on. */
     void* (*create)(sdbusplus::bus_t& bus, GANTRY_instance* instance);
-    /** The object's record. */
-    GANTRY_instance* (*instance_of)(const void* object);
     /** Deletes an object of the class through its virtual destructor. */
     void (*delete_as_class)(void* object);
     /** The deleter under which objects of the class are tracked. Its address tells the class, so no
@@ -72,13 +84,6 @@ void* create(sdbusplus::bus_t& bus, GANTRY_instance* instance)
     return object;
 }
 
-/** A descriptor's `instance_of` for a class. */
-template <class Class>
-GANTRY_instance* instance_of(const void* object)
-{
-    return static_cast<const Class*>(object)->inst;
-}
-
 /** A descriptor's `delete_as_class` for a class. */
 template <class Class>
 void delete_as_class(void* object)
@@ -92,7 +97,7 @@ void delete_as_class(void* object)
  */
 void delete_object(void* object, const Descriptor& descriptor);
 
-/** The record of a published object whose host wants to hear of clients' writes; null else. */
+/** The record of a published object whose host wants to hear of clients' writes; else null. */
 GANTRY_instance* find_listener(const void* object);
 
 /** Releases an object's record with the path in it; null is ignored. */

@@ -1,33 +1,22 @@
 #include "object_manager.hpp"
 
 #include "connection.hpp"
+#include "context_state.hpp"
 #include "exception_boundary.hpp"
+#include "gantrycontext.hpp"
 #include "log.hpp"
+#include "object.hpp"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <new>
-#include <string>
 #include <string_view>
 #include <utility>
 
 namespace gantry
 {
-
-/** A root manager, in its context's list. */
-struct RootManager
-{
-    using Slot = std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)>;
-
-    GANTRY_cpp_context& context;
-    std::string path;
-    std::vector<const char*> (*list_paths)(const GANTRY_cpp_context& context);
-    RootManager* next;
-    Slot manager{nullptr, sd_bus_slot_unref};
-    Slot enumerator{nullptr, sd_bus_slot_unref};
-};
-
 namespace
 {
 
@@ -71,12 +60,20 @@ int on_enumerate(sd_bus* bus, const char* /*prefix*/, void* data, char*** nodes,
         {
             return 0;
         }
-        const auto paths = root.list_paths(root.context);
+        std::vector<const char*> paths;
+        for (const auto* each = root.context.state->objects.oldest(); each != nullptr;
+             each = each->newer)
+        {
+            if (is_below(root.path, each->path))
+            {
+                paths.push_back(each->path);
+            }
+        }
         Strings listed{static_cast<char**>(std::calloc(paths.size() + 1, sizeof(char*)))};
         char** next = listed.get();
         for (const char* path : paths)
         {
-            if (next != nullptr && is_below(root.path, path))
+            if (next != nullptr)
             {
                 *next = strdup(path);
                 next = *next != nullptr ? next + 1 : nullptr;
@@ -93,10 +90,11 @@ int on_enumerate(sd_bus* bus, const char* /*prefix*/, void* data, char*** nodes,
 }
 
 /** Appends the name and the value of each property, as sd-bus does for a signal of its own. */
-int append_properties(sd_bus_message* message, sd_bus* bus, const Published& object)
+int append_properties(sd_bus_message* message, sd_bus* bus, const GANTRY_instance& object)
 {
     int result = 0;
-    for (const auto* row = object.vtable; row->type != _SD_BUS_VTABLE_END && result >= 0; ++row)
+    const auto& descriptor = *object.descriptor;
+    for (const auto* row = descriptor.vtable; row->type != _SD_BUS_VTABLE_END && result >= 0; ++row)
     {
         if (row->type != _SD_BUS_VTABLE_PROPERTY && row->type != _SD_BUS_VTABLE_WRITABLE_PROPERTY)
         {
@@ -107,8 +105,8 @@ int append_properties(sd_bus_message* message, sd_bus* bus, const Published& obj
         if ((result = sd_bus_message_open_container(message, 'e', "sv")) >= 0 &&
             (result = sd_bus_message_append_basic(message, 's', property.member)) >= 0 &&
             (result = sd_bus_message_open_container(message, 'v', property.signature)) >= 0 &&
-            (result = property.get(bus, object.path, object.interface, property.member, message,
-                                   object.object, &error)) >= 0 &&
+            (result = property.get(bus, object.path, descriptor.interface, property.member, message,
+                                   object.the_service, &error)) >= 0 &&
             (result = sd_bus_message_close_container(message)) >= 0)
         {
             result = sd_bus_message_close_container(message);
@@ -121,7 +119,8 @@ int append_properties(sd_bus_message* message, sd_bus* bus, const Published& obj
 /** Makes a signal about an object and has `append` append what follows its path; sends it from a
  *  root. Returns a negative errno if that fails. */
 template <class Append>
-int send(const RootManager& root, const char* member, const Published& object, const Append& append)
+int send(const RootManager& root, const char* member, const GANTRY_instance& object,
+         const Append& append)
 {
     sd_bus* bus = GANTRY_get_sd_bus(root.context.bus);
     sd_bus_message* made = nullptr;
@@ -137,12 +136,12 @@ int send(const RootManager& root, const char* member, const Published& object, c
     return result;
 }
 
-int append_added(sd_bus_message* message, sd_bus* bus, const Published& object)
+int append_added(sd_bus_message* message, sd_bus* bus, const GANTRY_instance& object)
 {
     int result = 0;
     if ((result = sd_bus_message_open_container(message, 'a', "{sa{sv}}")) >= 0 &&
         (result = sd_bus_message_open_container(message, 'e', "sa{sv}")) >= 0 &&
-        (result = sd_bus_message_append_basic(message, 's', object.interface)) >= 0 &&
+        (result = sd_bus_message_append_basic(message, 's', object.descriptor->interface)) >= 0 &&
         (result = sd_bus_message_open_container(message, 'a', "{sv}")) >= 0 &&
         (result = append_properties(message, bus, object)) >= 0 &&
         (result = sd_bus_message_close_container(message)) >= 0 &&
@@ -156,71 +155,40 @@ int append_added(sd_bus_message* message, sd_bus* bus, const Published& object)
 /** The interface of an object as a list, as sd-bus takes it. sd-bus only reads it. */
 struct Interfaces
 {
-    explicit Interfaces(const Published& object) :
-        names{const_cast<char*>(object.interface), nullptr}
+    explicit Interfaces(const GANTRY_instance& object) :
+        names{const_cast<char*>(object.descriptor->interface), nullptr}
     {
     }
 
     char* names[2];
 };
 
-/** The first root of a list that is above an object; null if none is. */
-const RootManager* next_above(const RootManager* root, const Published& object)
+/** Calls `use` for each root above an object, newest first. */
+template <class Use>
+void for_each_root_above(const GANTRY_instance& object, const Use& use)
 {
-    while (root != nullptr && !is_below(root->path, object.path))
-    {
-        root = root->next;
-    }
-    return root;
+    const auto& roots = object.vctx->state->root_managers;
+    std::for_each(roots.rbegin(), roots.rend(),
+                  [&](const auto& root)
+                  {
+                      if (is_below(root->path, object.path))
+                      {
+                          use(*root);
+                      }
+                  });
 }
 
-} // namespace
-
-sd_bus_slot* add_object_manager(GANTRY_cpp_context& context, const char* path)
+/** Adds a root manager, unless there is one at that path. */
+void add_root_manager(GANTRY_cpp_context& context, const char* path)
 {
-    sd_bus_slot* added = nullptr;
-    const int result = sd_bus_add_object_manager(GANTRY_get_sd_bus(context.bus), &added, path);
-    if (result < 0)
-    {
-        GANTRY_LOG(log::failed, "sd_bus_add_object_manager failed for [%s], rv=%d", path, result);
-    }
-    if (sd_bus_slot* earlier = std::exchange(context.object_manager, added); earlier != nullptr)
-    {
-        sd_bus_slot_set_floating(earlier, 1);
-        sd_bus_slot_unref(earlier);
-    }
-    return added;
-}
-
-void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexcept
-{
-    if (slot == nullptr)
+    auto& roots = context.state->root_managers;
+    if (std::any_of(roots.begin(), roots.end(),
+                    [path](const auto& root) { return root->path == path; }))
     {
         return;
     }
-    if (context.object_manager == slot)
-    {
-        sd_bus_slot_unref(std::exchange(context.object_manager, nullptr));
-        return;
-    }
-    // No longer floating, it has one reference, which is dropped here.
-    sd_bus_slot_ref(slot);
-    sd_bus_slot_set_floating(slot, 0);
-    sd_bus_slot_unref(slot);
-}
-
-void add_root_manager(GANTRY_cpp_context& context, const char* path,
-                      std::vector<const char*> (*list_paths)(const GANTRY_cpp_context& context))
-{
-    for (const auto* root = context.root_managers; root != nullptr; root = root->next)
-    {
-        if (root->path == path)
-        {
-            return;
-        }
-    }
-    std::unique_ptr<RootManager> root{
-        new RootManager{context, path, list_paths, context.root_managers}};
+    auto root = std::unique_ptr<RootManager>(new RootManager{context, path});
+    roots.reserve(roots.size() + 1);
     sd_bus* bus = GANTRY_get_sd_bus(context.bus);
     sd_bus_slot* slot = nullptr;
     throw_if_failed(sd_bus_add_object_manager(bus, &slot, path), "sd_bus_add_object_manager");
@@ -228,21 +196,15 @@ void add_root_manager(GANTRY_cpp_context& context, const char* path,
     throw_if_failed(sd_bus_add_node_enumerator(bus, &slot, path, on_enumerate, root.get()),
                     "sd_bus_add_node_enumerator");
     root->enumerator.reset(slot);
-    context.root_managers = root.release();
+    roots.push_back(std::move(root));
 }
 
-void remove_root_managers(GANTRY_cpp_context& context) noexcept
-{
-    while (auto* root = context.root_managers)
-    {
-        context.root_managers = root->next;
-        delete root;
-    }
-}
+} // namespace
 
-void announce_added(GANTRY_cpp_context& context, const Published& object)
+void announce_added(const GANTRY_instance& object)
 {
-    // Getters run here, hence both.
+    send_changes_of(*static_cast<const Object*>(object.the_service));
+    // Getters run inside: the relay keeps their exceptions, InAnnouncement marks the callback.
     const InAnnouncement announcing;
     const auto call = [&](const char* name, const auto& announce)
     { throw_if_failed(ExceptionRelay::enter(announce), name); };
@@ -251,43 +213,67 @@ void announce_added(GANTRY_cpp_context& context, const Published& object)
          [&]
          {
              Interfaces interfaces{object};
-             return sd_bus_emit_interfaces_added_strv(GANTRY_get_sd_bus(context.bus), object.path,
-                                                      interfaces.names);
+             return sd_bus_emit_interfaces_added_strv(GANTRY_get_sd_bus(object.vctx->bus),
+                                                      object.path, interfaces.names);
          });
-    for (const auto* root = next_above(context.root_managers, object); root != nullptr;
-         root = next_above(root->next, object))
-    {
-        call("InterfacesAdded",
-             [&]
-             {
-                 return send(*root, "InterfacesAdded", object,
-                             [&](sd_bus_message* message, sd_bus* bus)
-                             { return append_added(message, bus, object); });
-             });
-    }
+    for_each_root_above(object,
+                        [&](const RootManager& root)
+                        {
+                            call("InterfacesAdded",
+                                 [&]
+                                 {
+                                     return send(root, "InterfacesAdded", object,
+                                                 [&](sd_bus_message* message, sd_bus* bus)
+                                                 { return append_added(message, bus, object); });
+                                 });
+                        });
 }
 
-void announce_removed(GANTRY_cpp_context& context, const Published& object) noexcept
+void announce_removed(const GANTRY_instance& object) noexcept
 {
     Interfaces interfaces{object};
-    int result = sd_bus_emit_interfaces_removed_strv(GANTRY_get_sd_bus(context.bus), object.path,
-                                                     interfaces.names);
+    const int result = sd_bus_emit_interfaces_removed_strv(GANTRY_get_sd_bus(object.vctx->bus),
+                                                           object.path, interfaces.names);
     if (result < 0)
     {
         GANTRY_LOG(log::failed, "sd_bus_emit_interfaces_removed_strv failed, rv=%d", result);
     }
-    for (const auto* root = next_above(context.root_managers, object); root != nullptr;
-         root = next_above(root->next, object))
-    {
-        result = send(*root, "InterfacesRemoved", object,
-                      [&](sd_bus_message* message, sd_bus* /*bus*/)
-                      { return sd_bus_message_append_strv(message, interfaces.names); });
-        if (result < 0)
-        {
-            GANTRY_LOG(log::failed, "InterfacesRemoved from [%s] failed, rv=%d", root->path.c_str(),
-                       result);
-        }
-    }
+    for_each_root_above(object,
+                        [&](const RootManager& root)
+                        {
+                            const int sent = send(
+                                root, "InterfacesRemoved", object,
+                                [&](sd_bus_message* message, sd_bus* /*bus*/)
+                                { return sd_bus_message_append_strv(message, interfaces.names); });
+                            if (sent < 0)
+                            {
+                                GANTRY_LOG(log::failed, "InterfacesRemoved from [%s] failed, rv=%d",
+                                           root.path.c_str(), sent);
+                            }
+                        });
 }
 
 } // namespace gantry
+
+void GANTRY_context_manage(GANTRY_cpp_context* context, const char* path, int* error)
+{
+    using namespace gantry;
+
+    GANTRY_LOG(log::trace, "enter");
+    const auto here = GANTRY_HERE;
+    const auto manage = [&]
+    {
+        if (path == nullptr || sd_bus_object_path_is_valid(path) <= 0)
+        {
+            return EINVAL;
+        }
+        context = resolve(here, context);
+        if (context == nullptr)
+        {
+            return already_logged(ENOTCONN);
+        }
+        add_root_manager(*context, path);
+        return 0;
+    };
+    host_boundary(here, error, manage);
+}

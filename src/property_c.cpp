@@ -7,12 +7,13 @@
  * work.
  *
  * sd-bus drops the whole signal for one name that it doesn't know, or whose property never
- * announces a change. So names are checked first, and such a one is left out. Since equal names
- * have the same row, the names that remain fit into an array on the stack.
+ * announces a change. So names are checked first, and such a name is left out.
  */
 #include "announcement.hpp"
 #include "c_form.hpp"
+#include "context_state.hpp"
 #include "exception_boundary.hpp"
+#include "gantrycontext.hpp"
 #include "object.hpp"
 #include "property_by_name.hpp"
 
@@ -21,7 +22,6 @@
 #include <systemd/sd-bus.h>
 
 #include <algorithm>
-#include <bitset>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -39,8 +39,6 @@ constexpr char source_stem[] = "property_c";
 using gantry::PropertyTypes;
 using Row = gantry::Property<gantry::Object>;
 using Texts = std::vector<std::string>;
-
-constexpr auto max_properties = gantry::Properties::max_count;
 
 /** An array in a message has 64 MiB, and an element of it at least a byte. */
 constexpr unsigned long max_count = 64UL << 20U;
@@ -117,9 +115,11 @@ int report(const gantry::Place& place, const GANTRY_instance* instance, const ch
         return result;
     }
     const char* actual = type_of(instance, member);
-    GANTRY_LOG_AT(place, gantry::log::failed, "property [%s] of type [%s] accessed as [%s]: %s",
+    GANTRY_LOG_AT(place, gantry::log::failed,
+                  "property [%s] of type [%s] accessed as [%s] at [%s]: %s",
                   member != nullptr ? member : "", actual != nullptr ? actual : "",
-                  signature_of(type), strerrordesc_np(result));
+                  signature_of(type), instance != nullptr ? instance->path : "",
+                  result == ENOENT ? "there is no such property" : strerrordesc_np(result));
     return gantry::already_logged(result);
 }
 
@@ -307,39 +307,34 @@ int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* m
 
     const auto& descriptor = *instance->descriptor;
     const auto* properties = descriptor.properties;
-    std::bitset<max_properties + 1> announced;
-    char* names[max_properties + 1];
-    std::size_t count = 0;
+    gantry::RowSet announced;
+    const Row* header = nullptr;
     int error = 0;
     for (; *members != nullptr; ++members)
     {
         const auto* row = properties != nullptr ? properties->find(*members) : nullptr;
         if (row == nullptr)
         {
-            GANTRY_LOG(gantry::log::failed, "there is no property [%s]", *members);
+            GANTRY_LOG(gantry::log::failed, "there is no property [%s] of [%s] at [%s]", *members,
+                       descriptor.interface, instance->path);
             error = error != 0 ? error : ENOENT;
-            continue;
         }
-        const auto place = row->place;
-        if (!row->announces)
+        else if (!row->announces)
         {
             GANTRY_LOG(gantry::log::failed, "property [%s] never announces a change", *members);
             error = error != 0 ? error : EINVAL;
         }
-        else if (!announced[place])
+        else
         {
-            announced.set(place);
-            // sd-bus only reads it.
-            names[count++] = const_cast<char*>(row->member);
+            announced.set(row->place);
+            header = &row->header();
         }
     }
-    if (count == 0)
+    if (header != nullptr)
     {
-        return error;
+        gantry::announce(*instance->vctx, *static_cast<gantry::Object*>(instance->the_service),
+                         *header, announced);
     }
-    names[count] = nullptr;
-
-    gantry::announce(*instance->vctx, instance->path, descriptor.interface, names);
     return error;
 }
 
@@ -351,4 +346,39 @@ void GANTRY_property_announce(GANTRY_instance* instance, const char* const* memb
                               const int result = GANTRY_cpp_property_announce(instance, members);
                               return instance != nullptr ? gantry::already_logged(result) : result;
                           });
+}
+
+void GANTRY_context_hold_changes(GANTRY_cpp_context* context)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    context = gantry::resolve(GANTRY_HERE, context);
+    if (context != nullptr)
+    {
+        ++context->state->changes.holds;
+    }
+}
+
+void GANTRY_context_send_changes(GANTRY_cpp_context* context, int* error)
+{
+    GANTRY_LOG(gantry::log::trace, "enter");
+    const auto here = GANTRY_HERE;
+    const auto send = [&]
+    {
+        context = gantry::resolve(here, context);
+        if (context == nullptr)
+        {
+            return gantry::already_logged(ENOTCONN);
+        }
+        auto& holds = context->state->changes.holds;
+        if (holds == 0)
+        {
+            return EINVAL;
+        }
+        if (--holds == 0)
+        {
+            gantry::end_hold(*context);
+        }
+        return 0;
+    };
+    gantry::host_boundary(here, error, send);
 }

@@ -2,6 +2,7 @@
 
 #include "connection.hpp"
 #include "gantrycontext.hpp"
+#include "thread_context.hpp"
 #include "utf8.hpp"
 
 #include <cerrno>
@@ -99,14 +100,14 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
 {
     const auto answer = [&]
     {
-        auto** open = call != nullptr ? find_open(own_context(), *call) : nullptr;
-        if (open == nullptr || (*open)->instance->descriptor != &descriptor ||
-            std::strcmp(sd_bus_message_get_member((*open)->message), member) != 0)
+        auto* open = call != nullptr ? find_open(own_context(), *call) : nullptr;
+        if (open == nullptr || open->instance->descriptor != &descriptor ||
+            std::strcmp(sd_bus_message_get_member(open->message.get()), member) != 0)
         {
             return EINVAL;
         }
         *call = nullptr;
-        AnsweringCall taken(open);
+        AnsweringCall taken(*open);
         if (taken.wants_reply())
         {
             auto reply = sdbusplus::message_t(taken.message()).new_method_return();
@@ -220,15 +221,26 @@ void GANTRY_call_refuse(GANTRY_call** call, const char* name, const char* text, 
     const auto here = GANTRY_HERE;
     const auto refuse = [=]
     {
-        auto** place = call != nullptr ? gantry::find_open(gantry::own_context(), *call) : nullptr;
-        if (place == nullptr || !gantry::is_error_name(name))
+        auto* open = call != nullptr ? gantry::find_open(gantry::own_context(), *call) : nullptr;
+        if (open == nullptr || !gantry::is_error_name(name))
         {
             return EINVAL;
         }
         const auto repaired = gantry::repaired(text);
         *call = nullptr;
-        const int result = gantry::AnsweringCall(place).refuse(name, repaired.c_str());
+        const int result = gantry::AnsweringCall(*open).refuse(name, repaired.c_str());
         return result < 0 ? -result : 0;
     };
     gantry::host_boundary(here, error, refuse);
+}
+
+void GANTRY_call_on_cancel(GANTRY_call* call, void (*cancelled)(GANTRY_call* call, void* data),
+                           void* data, int* error)
+{
+    const auto listen = [=]
+    {
+        auto* open = gantry::find_open(gantry::own_context(), call);
+        return open != nullptr ? -gantry::on_cancel(*open, cancelled, data) : EINVAL;
+    };
+    gantry::host_boundary(GANTRY_HERE, error, listen);
 }

@@ -1,17 +1,18 @@
 #include "signal.hpp"
 
-#include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
+#include "connection.hpp"
+#include "context_state.hpp"
 
-#include <cstdint>
-#include <ctime>
+#include <systemd/sd-bus.h>
+
 #include <string>
 
 namespace gantry
 {
 
 const GANTRY_instance* find_sender(const Place& place, const Descriptor& descriptor,
-                                   const GANTRY_instance* instance)
+                                   const GANTRY_instance* instance,
+                                   const GANTRY_instance* (*instance_of)(const void* object))
 {
     if (instance == nullptr)
     {
@@ -23,11 +24,15 @@ const GANTRY_instance* find_sender(const Place& place, const Descriptor& descrip
         }
         for (const auto& tracked : context->tracker)
         {
+            if (tracked.object == nullptr)
+            {
+                continue; // it was freed
+            }
             GANTRY_LOG_AT(place, log::trace, "checking tracker");
             if (tracked.deleter == descriptor.deleter)
             {
                 GANTRY_LOG_AT(place, log::trace, "found instance");
-                instance = descriptor.instance_of(tracked.object);
+                instance = instance_of(tracked.object);
                 break;
             }
         }
@@ -56,23 +61,10 @@ namespace
 
 constexpr char source_stem[] = "signal";
 
-int end_minute(sd_event_source* /*source*/, std::uint64_t /*time*/, void* data)
-{
-    constexpr unsigned logged = 9;
-    auto& context = *static_cast<GANTRY_cpp_context*>(data);
-    if (context.unreadable > logged)
-    {
-        GANTRY_LOG(log::failed, "%u more signals could not be read", context.unreadable - logged);
-    }
-    context.unreadable = 0;
-    context.unreadable_timer = sd_event_source_disable_unref(context.unreadable_timer);
-    return 0;
-}
-
 int on_signal(sd_bus_message* message, void* data, sd_bus_error* /*error*/)
 {
     sdbusplus::message_t arrived(message);
-    static_cast<Subscription*>(data)->arrival(arrived);
+    (*static_cast<Subscription*>(data)->arrival)(arrived);
     return 0;
 }
 
@@ -80,16 +72,9 @@ int on_signal(sd_bus_message* message, void* data, sd_bus_error* /*error*/)
 
 void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char* what)
 {
-    constexpr std::uint64_t minute = 60'000'000;
-    if (++context.unreadable < 10)
+    if (context.state->unreadable_signals.admit(context.event.get()))
     {
         GANTRY_LOG_EXCEPTION_AT(place, what);
-    }
-    if (context.unreadable_timer == nullptr &&
-        sd_event_add_time_relative(context.event.get(), &context.unreadable_timer, CLOCK_MONOTONIC,
-                                   minute, 0, end_minute, &context) < 0)
-    {
-        context.unreadable = 0; // no end of the minute would come
     }
 }
 
@@ -98,8 +83,12 @@ void subscribe(GANTRY_cpp_context& context, const char* member,
 {
     const auto rule = std::string("type='signal',member='") + member + "',";
     auto subscription = std::make_unique<Subscription>(std::move(arrival));
-    const int result = sd_bus_add_match(GANTRY_get_sd_bus(context.bus), &subscription->slot,
-                                        rule.c_str(), on_signal, subscription.get());
+    const int result = uninterrupted(
+        [&]
+        {
+            return sd_bus_add_match(GANTRY_get_sd_bus(context.bus), &subscription->slot,
+                                    rule.c_str(), on_signal, subscription.get());
+        });
     if (result < 0)
     {
         GANTRY_LOG(log::failed, "sd_bus_add_match failed for [%s], rv=%d", rule.c_str(), result);

@@ -12,36 +12,39 @@
 #pragma once
 
 #include "block.hpp"
+#include "context_state.hpp"
 #include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "gantrycontext.hpp"
 #include "method_to_c.hpp"
 #include "object.hpp"
+#include "waiting_changes.hpp"
 
 #include <functional>
 #include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
-#include <sdbusplus/server/interface.hpp>
 
 namespace gantry
 {
 
 /** An emitting operation's body. Throws SdBusError when the signal can't be made or sent. */
-template <class... Values>
-void emit(sdbusplus::server::interface_t& interface, const char* member, const Values&... values)
+template <class Class, class... Values>
+void emit(Class& object, const char* member, const Values&... values)
 {
-    auto message = interface.new_signal(member);
+    send_changes_of(object);
+    auto message = reinterpret_cast<Object&>(object).server_interface.new_signal(member);
     (append_value(message, for_bus(values)), ...);
     message.signal_send();
 }
 
 /**
- * The record of the object that a signal comes from: `instance`, or for null that of the first
- * object of the class on the thread's context. Returns null, and logs why, if there is none or if
- * the host gave an object of another class.
+ * The record of the object that a signal comes from: `instance`, or for null what `instance_of`
+ * gives for the first object of the class on the thread's context. Returns null, and logs why, if
+ * there is none or if the host gave an object of another class.
  */
 const GANTRY_instance* find_sender(const Place& place, const Descriptor& descriptor,
-                                   const GANTRY_instance* instance);
+                                   const GANTRY_instance* instance,
+                                   const GANTRY_instance* (*instance_of)(const void* object));
 
 /** The body of an exported emitting function. */
 template <class Class, class Server, class... Values, class... Forms>
@@ -50,7 +53,9 @@ void send_signal(const Place& place, const Descriptor& descriptor, const GANTRY_
 try
 {
     GANTRY_LOG_AT(place, log::trace, "enter");
-    if (const auto* sender = find_sender(place, descriptor, instance))
+    const auto instance_of = [](const void* object) -> const GANTRY_instance*
+    { return static_cast<const Class*>(object)->inst; };
+    if (const auto* sender = find_sender(place, descriptor, instance, instance_of))
     {
         (static_cast<Class*>(sender->the_service)->*operation)(from_c<Values>(forms)...);
     }
@@ -64,8 +69,7 @@ catch (const std::exception& failure)
 void subscribe(GANTRY_cpp_context& context, const char* member,
                std::function<void(sdbusplus::message_t&)> arrival);
 
-/** Logs that a signal can't be read. Since anyone can send such signals, only the first nine of a
- *  minute have a line each; the others are counted, and one line has their number. */
+/** Logs that a signal can't be read, which any client can cause: at most nine times per minute. */
 void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char* what);
 
 /** Reads a signal's values. Returns false, and logs it, if they have other types than the table's.
@@ -102,7 +106,7 @@ try
               [context, callback = reinterpret_cast<Form>(callback), stem = place.stem,
                line = place.line](sdbusplus::message_t& message)
               {
-                  if (context->destroy_when_idle != nullptr)
+                  if (context->state->destroy_when_idle)
                   {
                       return; // another subscription's callback for this signal freed it
                   }

@@ -11,8 +11,6 @@
 #include <sdbusplus/message.hpp>
 #include <sdeventplus/event.hpp>
 
-#include <atomic>
-#include <cerrno>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -21,18 +19,43 @@
 
 namespace gantry
 {
-struct Descriptor;
-struct FreedObject;
-struct RootManager;
+
+struct ContextState;
+
+/** Holds an object manager on the bus; the slot is null if the connection refused it. */
+struct ObjectManager
+{
+    explicit ObjectManager(sd_bus_slot* added) : slot(added)
+    {
+    }
+
+    ObjectManager(const ObjectManager&) = delete;
+    ObjectManager(ObjectManager&&) = delete;
+    ObjectManager& operator=(const ObjectManager&) = delete;
+    ObjectManager& operator=(ObjectManager&&) = delete;
+
+    ~ObjectManager()
+    {
+        if (slot != nullptr)
+        {
+            sd_bus_slot_unref(slot);
+        }
+    }
+
+    sd_bus_slot* slot;
+};
 
 /**
- * A match, and what each arrival is passed to. sdbusplus's holder of a match doesn't tell whether
- * the connection refused it, and aborts the process if the thread ends inside the callback.
+ * A match and the function that each matching message is passed to. sdbusplus's own class for a
+ * match doesn't tell whether the connection refused the match, and aborts the process if the thread
+ * ends inside the callback.
  */
 struct Subscription
 {
-    explicit Subscription(std::function<void(sdbusplus::message_t&)> heard) :
-        arrival(std::move(heard))
+    using Arrival = std::function<void(sdbusplus::message_t&)>;
+
+    explicit Subscription(Arrival function) :
+        arrival(std::make_unique<Arrival>(std::move(function)))
     {
     }
 
@@ -43,12 +66,15 @@ struct Subscription
 
     ~Subscription()
     {
+        arrival.reset();
         sd_bus_slot_unref(slot);
     }
 
-    std::function<void(sdbusplus::message_t&)> arrival;
+    /** Null if the connection refused the match. */
     sd_bus_slot* slot = nullptr;
+    std::unique_ptr<Arrival> arrival;
 };
+
 } // namespace gantry
 
 struct GANTRY_cpp_context
@@ -79,13 +105,14 @@ struct GANTRY_cpp_context
     /** Null: no name was set yet. Empty: no name is wanted. The host owns the text. */
     const char* service_name = nullptr;
 
-    /** The object manager added last, unless its object was freed. Earlier ones belong to the
-     *  connection. */
-    sd_bus_slot* object_manager = nullptr;
+    /** The object manager that was added last, unless its object was freed. The context owns it;
+     *  the ones before belong to the connection. */
+    gantry::ObjectManager* object_manager = nullptr;
 
     void* user_private = nullptr;
 
-    /** Every object on this context, oldest first. */
+    /** Every object on this context, oldest first. The object of an entry is null once it was freed
+     *  and the entry has not been removed yet. */
     std::vector<Tracked> tracker;
 
     /** True until destruction begins. */
@@ -102,53 +129,8 @@ struct GANTRY_cpp_context
     std::uint64_t max_read_queue = 100;
     std::uint64_t max_write_queue = 100;
 
-    // The library's own.
-
-    /** A stop was requested and the outermost loop hasn't returned yet. Signal handlers set it. */
-    std::atomic<bool> stopping{false};
-    static_assert(std::atomic<bool>::is_always_lock_free);
-
-    /** The number of this context's loops on the stack; above 1 when a callback entered one. */
-    std::uint32_t loops = 0;
-
-    /** Null until the context is freed while it is in use; then what destroys it afterwards. */
-    void (*destroy_when_idle)(GANTRY_cpp_context* context) = nullptr;
-
-    /** Objects that were freed inside a callback and are destroyed after it. */
-    gantry::FreedObject* freed_objects = nullptr;
-
-    /** The event source that destroys what was freed; null before the first use. */
-    sd_event_source* deferral = nullptr;
-
-    /** The event source that sends the changes noted while the bus doesn't read; null without. */
-    sd_event_source* pending_changes = nullptr;
-
-    /** Signals that could not be read in the present minute, and the timer that ends it. */
-    unsigned unreadable = 0;
-    sd_event_source* unreadable_timer = nullptr;
-
-    /** The classes that have had objects here, to find one by its interface name. */
-    std::vector<const gantry::Descriptor*> classes;
-
-    /** The calls that are answered later, newest first, their number and its limit. */
-    GANTRY_call* newest_call = nullptr;
-    std::uint32_t open_calls = 0;
-    std::uint32_t max_open_calls = 1024;
-
-    /** The object managers at paths that the host chose, newest first. */
-    gantry::RootManager* root_managers = nullptr;
-
-    /** The well-known names that the bus has granted and not told the loss of, newest last, and the
-     *  slot that hears of a loss. The host owns the texts. */
-    std::vector<const char*> granted_names;
-    sd_bus_slot* name_lost = nullptr;
-
-    /** Some object's host has asked to hear of clients' writes. */
-    bool hears_writes = false;
-
-    /** What the last creating function published, and why not. */
-    GANTRY_instance* last_created = nullptr;
-    int create_error = ENOENT;
+    /** What only the library itself uses. */
+    std::unique_ptr<gantry::ContextState> state;
 };
 
 GANTRY_API void GANTRY_cpp_context_new(GANTRY_cpp_context** out);

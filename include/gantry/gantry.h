@@ -1,8 +1,8 @@
 /*
  * The one header that a host written in C includes.
  *
- * A host calls GANTRY_context_set_service, one GANTRY_instantiate__* function per object, then a
- * dispatch loop. README.md has a complete example.
+ * A host calls GANTRY_context_set_service, then one GANTRY_instantiate__* function for each object,
+ * then a dispatch loop. README.md has a complete example.
  */
 #ifndef GANTRY_GANTRY_H
 #define GANTRY_GANTRY_H

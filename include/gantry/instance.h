@@ -1,8 +1,8 @@
 /*
  * An instance identifies a published object to its host; it is the first argument of each method's
- * callback. The record belongs to the object and lives as long: until GANTRY_instance_free or the
- * end of its context. Call all functions on the context's thread. With a null instance or a null
- * `out` they do nothing and leave *out unchanged.
+ * callback. The record belongs to the object and lives as long as the object: until
+ * GANTRY_instance_free or the end of its context. Call all functions on the context's thread. With
+ * a null instance or a null `out` they do nothing and leave *out unchanged.
  */
 #ifndef GANTRY_INSTANCE_H
 #define GANTRY_INSTANCE_H
@@ -22,7 +22,8 @@ GANTRY_API void GANTRY_instance_get_context(GANTRY_instance* instance, void** ou
  */
 GANTRY_API void GANTRY_instance_get_path(GANTRY_instance* instance, char** out);
 
-/* Releases such a copy and sets *path to null. Does nothing if `path` or *path is null. */
+/* Releases a copy that GANTRY_instance_get_path made, and sets *path to null. Does nothing if
+ * `path` or *path is null. */
 GANTRY_API void GANTRY_instance_path_free(char** path);
 
 /* Sets *out to the pointer that the host passed when it published the object. */
@@ -39,10 +40,11 @@ GANTRY_API void GANTRY_instance_find(GANTRY_cpp_context* context, const char* in
                                      const char* path, GANTRY_instance** out);
 
 /*
- * What became of the last creating function (GANTRY_instantiate__*) on the context: sets *out to
- * the object that it published and *error to 0, or *out to null and *error to the errno why it
- * published none, such as EEXIST for a path that has such an object; ENOENT if none was called, or
- * if the object has been freed. A null context means the calling thread's. `error` may be null.
+ * Tells what the last creating function (GANTRY_instantiate__*) on the context did. If it published
+ * an object, sets *out to that object and *error to 0. Otherwise sets *out to null and *error to
+ * the reason, such as EEXIST for a path that has an object of the interface already. *error gets
+ * ENOENT if no creating function was called, or if the object has been freed since. A null context
+ * means the calling thread's. `error` may be null.
  */
 GANTRY_API void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_instance** out,
                                             int* error);
@@ -63,19 +65,20 @@ GANTRY_API void GANTRY_instance_on_write(GANTRY_instance* instance,
 /*
  * Announces an object that was published after the service started: sends InterfacesAdded with all
  * properties from the object's path, and from each path above it that was given to
- * GANTRY_context_manage. Publishing alone sends nothing. `error` may be null; *error gets 0, EINVAL
- * for a null instance, or the positive errno of a failed send, which is also logged.
+ * GANTRY_context_manage. Publishing alone sends no signal. `error` may be null; *error gets 0,
+ * EINVAL for a null instance, or the positive errno of a failed send, which is also logged.
  */
 GANTRY_API void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error);
 
 /*
- * Destroys one object, its object manager and its record, sends InterfacesRemoved from the same
- * paths as above, and sets *instance to null. Does nothing if *instance is null.
+ * Destroys one object, its object manager and its record, and sets *instance to null. Sends
+ * InterfacesRemoved from the paths that GANTRY_instance_announce_added names. Does nothing if
+ * *instance is null.
  *
  * It may be called anywhere on the context's thread, also from the object's own callbacks. Inside a
- * bus callback the object disappears from GANTRY_instance_find and as default sender of signals at
- * once, but is destroyed only after the callback returns. Until then the record stays valid and the
- * path cannot be reused for the same interface.
+ * bus callback GANTRY_instance_find stops finding the object at once, and it is no default sender
+ * of signals any more, but it is destroyed only after the callback returns. Until then the record
+ * stays valid and the path can't be reused for the same interface.
  */
 GANTRY_API void GANTRY_instance_free(GANTRY_instance** instance);
 

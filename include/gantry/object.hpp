@@ -15,20 +15,22 @@
 
 #include <type_traits>
 
-/** The object of an instance of that interface; null for a null instance or another interface's. */
+/** Returns the object of an instance of that interface; null if the instance is null or of another
+ *  interface. */
 GANTRY_API void* GANTRY_cpp_instance_get_object(GANTRY_instance* instance, const char* interface);
 
 namespace gantry
 {
 
 /**
- * The object of `instance`, valid as long as the instance; null if that is null or of another
- * class. Class is a class of a `gantry_server.hpp`.
+ * Returns the object of `instance`, which is valid as long as the instance; null if the instance is
+ * null or of another class. Class is a class of a `gantry_server.hpp`.
  */
 template <class Class>
 Class* object(GANTRY_instance* instance)
 {
-    // Other classes may have the interface's name, too, but the library makes no object of them.
+    // Classes without `inst` may have the interface's name too, but the library makes no objects of
+    // them.
     static_assert(std::is_same_v<decltype(&Class::inst), GANTRY_instance * Class::*>);
     return static_cast<Class*>(GANTRY_cpp_instance_get_object(instance, Class::interface));
 }

@@ -2,22 +2,23 @@
  * An object's properties by their D-Bus names, for the host that publishes it.
  *
  * A setter stores a value that differs from the present one and, unless `skip_signal` is set,
- * announces it on the bus; an equal value changes nothing. GANTRY_property_announce announces
- * several properties at once. The property must have the D-Bus type that <gantry/types.h> maps to
- * the function's C type.
+ * announces it on the bus as PropertiesChanged. An equal value changes nothing.
+ * GANTRY_property_announce announces several properties at once. The property must have the D-Bus
+ * type that the function's name stands for: <gantry/types.h> lists them.
  *
  * *error gets 0 or a positive errno; on an error a getter leaves *out unchanged. `error` may be
  * null: then the log gets what *error would.
  *
- *     EINVAL   the property has another type; the instance or `out` is null; an array record has a
- *              count that no message can have
- *     EMSGSIZE no message can hold the value: an array has at most 64 MiB, a text less than 128 MiB
- *     ENOENT   the object has no property of that name, or the name is null
- *     ENOMEM   memory ran out; a setter may have stored the value, and announced it
- *     another  a getter that the announcement runs threw, and the value is stored; or, only for
- *              GANTRY_property_announce, the signal couldn't be sent
+ *     EINVAL    The property has another type; the instance or `out` is null; an array record has a
+ *               count that no message can have.
+ *     EMSGSIZE  No message can hold the value: an array has at most 64 MiB, a text less than
+ *               128 MiB.
+ *     ENOENT    The object has no property of that name, or the name is null.
+ *     ENOMEM    Memory ran out; a setter may have stored the value, and announced it.
+ *     another   A getter that the announcement runs threw, and the value is stored; or the signal
+ *               of GANTRY_property_announce couldn't be sent.
  *
- * The last two are also logged. That its signal couldn't be sent, a setter logs but doesn't report.
+ * The last two are also logged. If a setter's signal couldn't be sent, this is only logged.
  *
  * Call all functions on the context's thread.
  */
@@ -34,7 +35,7 @@
 
 GANTRY_BEGIN_C
 
-/* GANTRY_property_set_<type> and GANTRY_property_get_<type>: numbers are copied. */
+/* Sets or gets a number or a boolean, by value. */
 #define GANTRY_DECLARE_ACCESS(type, value_type)                                                    \
     GANTRY_API void GANTRY_property_set_##type(GANTRY_instance* instance, const char* member,      \
                                                value_type value, bool skip_signal, int* error);    \
@@ -43,15 +44,15 @@ GANTRY_BEGIN_C
 GANTRY_FIXED_SIZE_TYPES(GANTRY_DECLARE_ACCESS)
 #undef GANTRY_DECLARE_ACCESS
 
-/* Strings (D-Bus s). The text is copied; null means empty. The caller releases *out, which is never
- * null, with free(). */
+/* Sets or gets a string (D-Bus s). The text is copied; null means empty. The caller releases *out,
+ * which is never null, with free(3). */
 GANTRY_API void GANTRY_property_set_string(GANTRY_instance* instance, const char* member,
                                            const char* value, bool skip_signal, int* error);
 GANTRY_API void GANTRY_property_get_string(GANTRY_instance* instance, const char* member,
                                            char** out, int* error);
 
-/* Arrays of strings (D-Bus as). The record is copied; null means empty, for the record and for each
- * text in it. The caller releases *out, which is null for an empty array, with
+/* Sets or gets an array of strings (D-Bus as). The record is copied; null means empty, for the
+ * record and for each text in it. The caller releases *out, which is null for an empty array, with
  * GANTRY_strings_free. */
 GANTRY_API void GANTRY_property_set_strings(GANTRY_instance* instance, const char* member,
                                             const GANTRY_string_array* value, bool skip_signal,
@@ -59,12 +60,12 @@ GANTRY_API void GANTRY_property_set_strings(GANTRY_instance* instance, const cha
 GANTRY_API void GANTRY_property_get_strings(GANTRY_instance* instance, const char* member,
                                             GANTRY_string_array** out, int* error);
 
-/* Releases such a record, its elements and its texts, and sets *strings to null. Does nothing if
- * `strings` or *strings is null. */
+/* Releases a record that GANTRY_property_get_strings made, with its elements and texts, and sets
+ * *strings to null. Does nothing if `strings` or *strings is null. */
 GANTRY_API void GANTRY_strings_free(GANTRY_string_array** strings);
 
-/* Sets *out to the D-Bus signature of the property's type, which is valid as long as the library;
- * to null if the object has no such property. `out` must not be null. */
+/* Sets *out to the D-Bus signature of the property's type, or to null if the object has no such
+ * property. The text is valid as long as the library. `out` must not be null. */
 GANTRY_API void GANTRY_property_get_type(GANTRY_instance* instance, const char* member,
                                          const char** out);
 

@@ -1,9 +1,9 @@
 /*
- * Arrays in C: a pointer to the elements and their number. An empty array is a null pointer in
- * place of the pointer to the record, so a host must accept null for every array and may pass null
- * for every array. A record that a callback receives is valid during the call. The library takes
- * ownership of a record that a callback stores in an output: the record, its elements and each text
- * in it must come from malloc() or the like, and the library releases them with free().
+ * Arrays in C: a record with a pointer to the elements and their number. An empty array is a null
+ * pointer instead of a pointer to a record: a host must accept null for every array, and may pass
+ * null for every array. A record that a callback receives is valid during the call. The library
+ * takes ownership of a record that a callback stores in an output: the record, its elements and
+ * each text in it must come from malloc(3) or the like, and the library releases them with free(3).
  */
 #ifndef GANTRY_RECORDS_H
 #define GANTRY_RECORDS_H

@@ -1,10 +1,11 @@
 /*
  * Moves the ten basic types between messages and C values, for C++ code that serves methods itself.
  *
- * GANTRY_<type>_parse_parameter reads the message's next value into *out; it throws SdBusError if
- * that value has another type or there is none. A string is a heap copy that the caller releases
- * with GANTRY_string_free. GANTRY_<type>_reply_append appends the value that its argument points
- * to; a null string, or a null pointer to one, is the empty string. No other pointer may be null.
+ * GANTRY_<type>_parse_parameter reads the message's next value into *out. It throws SdBusError if
+ * that value has another type or there is no further value. A string is a heap copy that the caller
+ * releases with GANTRY_string_free. GANTRY_<type>_reply_append appends the value that its argument
+ * points to. A null string, or a null pointer to a string, means the empty string; no other pointer
+ * may be null.
  */
 #pragma once
 
@@ -21,10 +22,10 @@ GANTRY_FIXED_SIZE_TYPES(GANTRY_DECLARE_TYPE)
 GANTRY_DECLARE_TYPE(string, char*)
 #undef GANTRY_DECLARE_TYPE
 
-/** A strdup() copy of the text, owned by the caller. Throws std::bad_alloc. */
+/** Returns a strdup() copy of the text, which the caller owns. Throws std::bad_alloc. */
 GANTRY_API char* GANTRY_string_cpp_to_c(std::string& text);
 
-/** The text; empty when the argument or what it points to is null. */
+/** Returns a copy of the text; an empty one if the argument or what it points to is null. */
 GANTRY_API std::string GANTRY_string_c_to_cpp(char** text);
 
 /** Frees *text and sets it to null. Does nothing if `text` or *text is null. */

@@ -1,6 +1,7 @@
 /*
- * The version of the library: that of the headers a host was built with, and that of the library it
- * runs with. Versions with the same soname are compatible (see docs/abi.md).
+ * The version of the headers that a host was built with (GANTRY_VERSION, GANTRY_VERSION_MAJOR,
+ * GANTRY_VERSION_MINOR and GANTRY_VERSION_PATCH), and that of the library that it runs with.
+ * Versions with the same soname are compatible.
  */
 #ifndef GANTRY_VERSION_H
 #define GANTRY_VERSION_H
@@ -19,8 +20,8 @@
 
 GANTRY_BEGIN_C
 
-/* Returns the running library's version, such as "0.1.0", which lives as long as the program. May
- * be called on any thread. */
+/* Returns the running library's version, such as "0.1.0". The text is valid as long as the program
+ * runs. The function may be called on any thread. */
 GANTRY_API const char* GANTRY_version(void);
 
 GANTRY_END_C

@@ -14,6 +14,7 @@
 #include <span>
 #include <string_view>
 
+#include <pthread.h>
 #include <unistd.h>
 
 namespace
@@ -136,10 +137,15 @@ int tallylog_printf(int level, int /*mask*/, const char* format, ...)
         return 0;
     }
     const int saved_errno = errno;
+    // A write is a cancellation point, and a cancellation couldn't unwind from here: it stays
+    // pending.
+    int cancel_state = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state);
     std::va_list values;
     va_start(values, format);
     const int result = log_line(level, format, values);
     va_end(values);
+    pthread_setcancelstate(cancel_state, nullptr);
     errno = saved_errno;
     return result;
 }

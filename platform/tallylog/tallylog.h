@@ -21,7 +21,8 @@ extern "C"
      * that other writers can't interrupt it.
      *
      * Returns the number of bytes written, 0 for a message above the threshold, -1 if the format
-     * or the write failed. errno is unchanged, and "%m" in the format shows it.
+     * or the write failed. errno is unchanged, and "%m" in the format shows it. It is no
+     * cancellation point.
      */
     __attribute__((format(printf, 3, 4), visibility("default"))) int
     tallylog_printf(int level, int mask, const char* format, ...);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -78,6 +79,26 @@ TEST(Tallylog, writes_one_line_a_message_whatever_its_text_holds)
     };
     EXPECT_EQ(writes("9", body), "|<4>a <3>forged  [2Jz \n|<4>größer\n|"
                                  "<3>No such file or directory\n");
+}
+
+TEST(Tallylog, leaves_a_cancellation_to_the_thread_that_logs)
+{
+    const auto body = []
+    {
+        pthread_t thread{};
+        const auto log_cancelled = [](void*) -> void*
+        {
+            pthread_cancel(pthread_self());
+            tallylog_printf(1, 0, "cancelled");
+            pthread_testcancel();
+            return nullptr;
+        };
+        pthread_create(&thread, nullptr, log_cancelled, nullptr);
+        void* result = nullptr;
+        pthread_join(thread, &result);
+        tallylog_printf(1, 0, "%s", result == PTHREAD_CANCELED ? "then ended" : "went on");
+    };
+    EXPECT_EQ(writes("2", body), "|<3>cancelled\n|<3>then ended\n");
 }
 
 TEST(Tallylog, cuts_a_text_between_characters_at_what_a_pipe_takes_in_one_piece)

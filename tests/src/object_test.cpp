@@ -115,7 +115,8 @@ TEST_F(Object, AtARefusedPathLeavesTheOthersAsTheyAre)
          {std::pair{"/taken", "FileExists"}, {"no/path", "InvalidArgs"}, {"", "InvalidArgs"}})
     {
         add(blt, path);
-        const auto why = error + std::string(".* for .com.orvane.*BLT. at .") + path + "[]]";
+        const auto why =
+            error + std::string("[^\n]*\n*.*BLT: that was .com.*BLT. at .") + path + "[]]\n$";
         EXPECT_THAT(logged(2), testing::ContainsRegex(why));
         EXPECT_THAT(context->tracker, SizeIs(1));
         EXPECT_TRUE(serves("/taken", blt.interface));
@@ -284,7 +285,6 @@ TEST_F(FreedInItsCallback, GoesWhenTheCallbackHasReturnedToAnyLoop)
         EXPECT_EQ(caller.wait(std::move(second)).text, "s \"/message\"");
         EXPECT_THAT(caller.wait(std::move(again)).text, HasSubstr("Error.Unknown"));
         EXPECT_TRUE(caller.wait(std::move(last)).ok());
-        EXPECT_EQ(context->freed_objects, nullptr);
     }
 }
 
@@ -297,7 +297,6 @@ TEST_F(FreedInItsCallback, GoesWithTheNextPassBehindItOrWithItsContext)
     EXPECT_TRUE(outside.call({service, "/reply"}, gantrytest, "GetString").ok());
     EXPECT_TRUE(outside.call({service, "/message"}, async, "NoParam").ok());
     GANTRY_dbus_loop_one_pass(context);
-    EXPECT_EQ(context->freed_objects, nullptr);
     EXPECT_EQ(destroyed(), 1U);
 
     makes_pass = false;

@@ -8,6 +8,22 @@
 namespace
 {
 
+int watches = 0;
+
+} // namespace
+
+int sd_bus_add_match_async(sd_bus* bus, sd_bus_slot** slot, const char* match,
+                           sd_bus_message_handler_t callback, sd_bus_message_handler_t installed,
+                           void* data)
+{
+    ++watches;
+    return interpose::hidden<decltype(sd_bus_add_match_async)>(__func__)(bus, slot, match, callback,
+                                                                         installed, data);
+}
+
+namespace
+{
+
 constexpr const char* gantrytest = "com.orvane.velmar.sample.gantrytest";
 constexpr auto reply = GANTRY_reply__com_orvane_velmar_sample_gantrytest__Try_string;
 constexpr auto reply_d = GANTRY_reply__com_orvane_velmar_sample_gantrytest__Try_string_D;
@@ -40,6 +56,7 @@ class Call : public Served
     {
         open_calls.clear();
         seen.clear();
+        watches = 0;
         serve(defer);
         instance = publish("/object");
     }
@@ -179,6 +196,171 @@ TEST_F(Call, DeferredNeedsNobodyToReadTheAnswer)
     EXPECT_EQ(errno_of(reply, &open_calls[1], "a"), 0);
 }
 
+TEST_F(Call, ClosedIsNamedByItsHandleAlone)
+{
+    std::vector<GANTRY_call*> closed;
+    for (int count = 0; count < 100; ++count)
+    {
+        const auto call = start("Try_string");
+        ASSERT_EQ(open_calls.size(), 1U);
+        for (auto* handle : closed)
+        {
+            ASSERT_EQ(errno_of(GANTRY_call_refuse, &handle, busy, ""), EINVAL);
+        }
+        closed.push_back(open_calls[0]);
+        EXPECT_EQ(errno_of(reply, &open_calls[0], "a"), 0);
+        client.settle(service);
+        EXPECT_EQ(call->text, "s \"a\"");
+        open_calls.clear();
+        count % 10 == 0 ? make(), void(publish("/object")) : void();
+    }
+    EXPECT_EQ(watches, 0);
+}
+
+// A client that leaves with calls open.
+class Leaving : public Call
+{
+  protected:
+    void leave(int calls = 1)
+    {
+        support::Client leaving([this] { GANTRY_dbus_loop_one_pass(context); });
+        std::vector<support::Client::Pending> pending;
+        while (calls-- > 0)
+        {
+            pending.push_back(
+                leaving.start({service, "/object"}, gantrytest, "Try_string", "s", "text"));
+        }
+        leaving.settle(service);
+        ASSERT_EQ(pending[0]->text, "no reply");
+    }
+
+    // Has nobody listen to its end.
+    static bool is_open(std::size_t call)
+    {
+        return errno_of(GANTRY_call_on_cancel, open_calls.at(call), nullptr, nullptr) == 0;
+    }
+
+    bool is_closed(std::size_t call)
+    {
+        return client.wait_for([=] { return !is_open(call); });
+    }
+
+    // Whether these calls, and in this order, are cancelled.
+    bool are_cancelled(const std::string& calls)
+    {
+        client.wait_for([&] { return seen.size() >= calls.size(); });
+        client.settle(service);
+        return std::exchange(seen, "") == calls;
+    }
+
+    // Notes each call that is cancelled, and then does what `data` says.
+    static void cancelled(GANTRY_call* call, void* data)
+    {
+        EXPECT_EQ(errno_of(reply, &call, "late"), EINVAL);
+        seen += std::to_string(std::ranges::find(open_calls, call) - open_calls.begin());
+        data != nullptr ? (*static_cast<std::function<void()>*>(data))() : void();
+    }
+
+    void listen(void* data = nullptr, std::size_t first = 0)
+    {
+        for (; first < open_calls.size(); ++first)
+        {
+            EXPECT_EQ(errno_of(GANTRY_call_on_cancel, open_calls[first], cancelled, data), 0);
+        }
+    }
+};
+
+TEST_F(Leaving, HasItsCallsClosedInTimeAndIsWatchedNoLongerThanNeeded)
+{
+    auto stays = start("Try_string");
+    leave(2);
+    EXPECT_EQ(watches, 0);
+    EXPECT_TRUE(is_closed(1) && is_closed(2));
+    EXPECT_TRUE(is_open(0));
+    EXPECT_EQ(watches, 2);
+    EXPECT_EQ(errno_of(reply, &open_calls[0], "a"), 0);
+    client.settle(service);
+    EXPECT_EQ(stays->text, "s \"a\"");
+    // Answered, and called again: it is watched anew.
+    stays = start("Try_string");
+    EXPECT_TRUE(client.wait_for([] { return watches == 3; }));
+    EXPECT_TRUE(is_open(3));
+    EXPECT_EQ(logged(8), "");
+}
+
+TEST_F(Leaving, IsToldToTheHostForEachOpenCallNewestFirst)
+{
+    // Beside it another client, and calls that the host answers or no longer listens to.
+    const auto stays = start("Try_string");
+    support::Client leaving([this] { GANTRY_dbus_loop_one_pass(context); });
+    std::vector<support::Client::Pending> pending;
+    for (int count = 0; count < 6; ++count)
+    {
+        pending.push_back(
+            leaving.start({service, "/object"}, gantrytest, "Try_string", "s", "text"));
+    }
+    leaving.settle(service);
+    listen();
+    EXPECT_EQ(watches, 2);
+    EXPECT_EQ(errno_of(reply, &open_calls[2], "a"), 0);
+    EXPECT_EQ(errno_of(GANTRY_call_on_cancel, open_calls[4], nullptr, nullptr), 0);
+    leaving = support::Client();
+    EXPECT_TRUE(are_cancelled("6531"));
+    // One that has left before the host listens.
+    leave();
+    listen(nullptr, 7);
+    EXPECT_TRUE(are_cancelled("7"));
+    EXPECT_TRUE(is_open(0));
+    EXPECT_FALSE(is_open(4));
+    EXPECT_EQ(errno_of(GANTRY_call_on_cancel, nullptr, cancelled, nullptr), EINVAL);
+}
+
+TEST_F(Leaving, MayHaveAllFreedUnderIt)
+{
+    std::function<void()> act = [this]
+    { open_calls.size() == 3 ? reply(&open_calls[1], "a", nullptr) : void(); };
+    leave(3);
+    listen(&act);
+    EXPECT_TRUE(are_cancelled("20"));
+    // Its object, or the context, lives as long as the callback.
+    open_calls.clear();
+    act = [this] { GANTRY_instance_free(&instance); };
+    leave(3);
+    listen(&act);
+    EXPECT_TRUE(are_cancelled("210"));
+    instance = publish("/object");
+    open_calls.clear();
+    act = [this] { GANTRY_context_free(&context); };
+    leave(3);
+    listen(&act);
+    EXPECT_TRUE(client.wait_for([this] { return context == nullptr; }));
+    EXPECT_EQ(seen, "210");
+    EXPECT_FALSE(is_open(0));
+}
+
+TEST_F(Leaving, LeavesRoomForOthersWhoHaveAShareEach)
+{
+    const support::Object object{service, "/object"};
+    support::Client greedy([this] { GANTRY_dbus_loop_one_pass(context); });
+    std::vector<support::Client::Pending> pending;
+    for (int count = 0; count < 130; ++count)
+    {
+        pending.push_back(greedy.start(object, gantrytest, "Try_string", "s", "text"));
+    }
+    greedy.settle(service);
+    EXPECT_EQ(open_calls.size(), 128U);
+    EXPECT_EQ(pending[127]->text, "no reply");
+    EXPECT_EQ(pending[128]->text + pending[129]->text,
+              "error org.freedesktop.DBus.Error.LimitsExceeded: too many calls are open"
+              "error org.freedesktop.DBus.Error.LimitsExceeded: too many calls are open");
+    const auto other = start("Try_string");
+    EXPECT_EQ(open_calls.size(), 129U);
+    EXPECT_EQ(errno_of(reply, &open_calls[0], "a"), 0);
+    pending.push_back(greedy.start(object, gantrytest, "Try_string", "s", "text"));
+    greedy.settle(service);
+    EXPECT_EQ(open_calls.size(), 130U);
+}
+
 TEST_F(Call, StillOpenWhenItsObjectOrContextGoesIsAnsweredNewestFirst)
 {
     auto* other = publish("/other");
@@ -255,10 +437,11 @@ TEST_F(Call, HostLearnsWhatItsMistakeWas)
     GANTRY_property_get_string(instance, "None", &text, nullptr);
     reply(&open_calls.emplace_back(), "", nullptr);
     EXPECT_EQ(logged(8),
-              "2 property_c.property_set: property [PropUInt32] of type [u] accessed as [t]: "
+              "2 property_c.property_set: property [PropUInt32] of type [u] accessed as [t] at "
+              "[/object]: "
               "Invalid argument\n"
-              "2 property_c.property_get: property [None] of type [] accessed as [s]: "
-              "No such file or directory\n"
+              "2 property_c.property_get: property [None] of type [] accessed as [s] at [/object]: "
+              "there is no such property\n"
               "2 gantry_server.GANTRY_reply__com_orvane_velmar_sample_gantrytest__Try_string: "
               "Invalid argument\n");
     const GANTRY_string_array absurd{&text, ULONG_MAX};
@@ -289,7 +472,7 @@ TEST_F(Call, AnsweredAtTheEndWithMoreThanTheSocketTakesGetsAll)
     EXPECT_EQ(call->text.size(), (1U << 24U) + 4) << call->text.substr(0, 100);
 }
 
-// What four clients get for so many calls at once of four objects: when all have come, the host
+// What nine clients get for so many calls at once of four objects: when all have come, the host
 // does something to them, in a timer or in the callback of the last.
 class Loop : public Call, public testing::WithParamInterface<void (*)(GANTRY_cpp_context*)>
 {
@@ -318,7 +501,7 @@ class Loop : public Call, public testing::WithParamInterface<void (*)(GANTRY_cpp
         std::vector<support::Client::Pending> pending;
         for (std::size_t count = 0; count < calls; ++count)
         {
-            pending.push_back(clients[count % 4].start({service, paths[count / 4 % 4]}, gantrytest,
+            pending.push_back(clients[count % 9].start({service, paths[count / 9 % 4]}, gantrytest,
                                                        "Try_string", "s", "text"));
         }
         std::ranges::for_each(clients, [](auto& each) { sd_bus_flush(each.bus()); });
@@ -327,7 +510,7 @@ class Loop : public Call, public testing::WithParamInterface<void (*)(GANTRY_cpp
         Answers got;
         for (std::size_t count = 0; count < calls; ++count)
         {
-            clients[count % 4].wait_for([&] { return pending[count]->message != nullptr; });
+            clients[count % 9].wait_for([&] { return pending[count]->message != nullptr; });
             ++got[pending[count]->text];
         }
         return got;
@@ -344,8 +527,10 @@ class Loop : public Call, public testing::WithParamInterface<void (*)(GANTRY_cpp
     std::array<GANTRY_instance*, 4> objects{};
     const std::function<void()> pass = [this]
     { context ? GANTRY_dbus_loop_one_pass(context) : void(); };
-    std::array<support::Client, 4> clients{support::Client(pass), support::Client(pass),
-                                           support::Client(pass), support::Client(pass)};
+    std::array<support::Client, 9> clients{
+        support::Client(pass), support::Client(pass), support::Client(pass),
+        support::Client(pass), support::Client(pass), support::Client(pass),
+        support::Client(pass), support::Client(pass), support::Client(pass)};
 };
 
 TEST_P(Loop, AnswersAsManyCallsAsItMayInAnyOrderAndKeepsNothing)

@@ -309,32 +309,6 @@ TEST_F(Surroundings, ASecondContextOnTheSameConnectionHasItsFirstObject)
     sd_bus_unref(held);
 }
 
-TEST_F(Surroundings, AStalledDaemonCostsNoMoreThanTheLastValues)
-{
-    auto& object = own();
-    auto* bus = GANTRY_get_sd_bus(context->bus);
-    client.settle(service);
-    kill(-support::bus().pid(), SIGSTOP);
-    std::uint64_t queued = 0;
-    for (int change = 0; change < 30'000; ++change)
-    {
-        object.propInt32(change, false);
-        object.propInt64(change, false);
-    }
-    sd_bus_get_n_queued_write(bus, &queued);
-    EXPECT_LE(queued, 10'000U);
-    EXPECT_EQ(logged(2), "1 announcement.is_stalled: changes wait, dbus has 10000 messages in "
-                         "write queue\n");
-    client.signals().clear();
-    kill(-support::bus().pid(), SIGCONT);
-    EXPECT_TRUE(client.wait_for([&] { return sd_bus_get_n_queued_write(bus, &queued), !queued; }));
-    client.settle(service);
-    const auto last = client.signals().back();
-    EXPECT_EQ(last.changed.at("PropInt32"), "i 29999");
-    EXPECT_EQ(last.changed.at("PropInt64"), "x 29999");
-    EXPECT_EQ(client.get({service, "/own"}, sample, "PropInt32").text, "v <i 29999>");
-}
-
 TEST_F(Surroundings, ADeadSubscriptionIsLogged)
 {
     add_match = {-ENOMEM};

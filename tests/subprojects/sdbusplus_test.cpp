@@ -1,12 +1,18 @@
 // What a read and an append leave behind, also when they fail; a connection's end.
 #include <gtest/gtest.h>
 #include <sdbusplus/bus.hpp>
+#include <sdbusplus/bus/match.hpp>
 #include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
+#include <sdbusplus/server/interface.hpp>
+#include <sdbusplus/server/manager.hpp>
 #include <sdbusplus/server/transaction.hpp>
+#include <sdbusplus/slot.hpp>
+#include <sdbusplus/vtable.hpp>
 #include <support/client.hpp>
 
 #include <map>
+#include <optional>
 #include <set>
 
 namespace
@@ -73,20 +79,28 @@ TEST(Message, begins_a_transaction_of_its_call_and_the_reply_to_it)
     EXPECT_EQ(id(call.new_method_return()), first);
 }
 
-TEST(Bus, the_shared_connection_stays_open_and_a_private_one_is_flushed_and_closed)
+// A new connection, and the reference on it.
+sd_bus* opened()
+{
+    sd_bus* connection = nullptr;
+    support::check(sd_bus_open_system(&connection));
+    return connection;
+}
+
+TEST(Bus, leaves_its_connection_open_unless_it_is_to_close_it)
 {
     namespace bus = sdbusplus::bus;
-    const bus::bus shared = bus::new_default_system();
-    auto* const connection = bus::details::bus_friend::get_busp(shared);
+    sd_bus* const connection = opened();
     static_cast<void>(bus::bus(connection)); // takes a reference of its own
-    EXPECT_EQ(bus::new_default_system().get_unique_name(), shared.get_unique_name());
     EXPECT_GT(sd_bus_is_open(connection), 0);
+    sd_bus_flush_close_unref(connection);
 
     Client listener;
     listener.subscribe("member='Last'");
     std::string name;
     {
-        const bus::bus own = bus::new_system();
+        bus::bus own(opened(), std::false_type{});
+        own.set_should_close(true);
         name = own.get_unique_name();
         const auto signal = [&own](const char* member)
         {
@@ -102,6 +116,61 @@ TEST(Bus, the_shared_connection_stays_open_and_a_private_one_is_flushed_and_clos
     }
     EXPECT_TRUE(listener.wait_for([&] { return !listener.signals().empty(); }));
     EXPECT_EQ(listener.name_owner(name.c_str()), "");
+}
+
+// What a host in C++ may hold beside its objects.
+TEST(Holder, of_a_match_and_of_an_object_manager_ends_them)
+{
+    namespace rules = sdbusplus::bus::match::rules;
+    Client client;
+    sdbusplus::bus_t bus(opened(), std::false_type{});
+    sd_bus* const connection = sdbusplus::bus::details::bus_friend::get_busp(bus);
+    std::set<std::string> heard;
+    const auto hear = [&heard](message& m) { heard.insert(m.unpack<std::string>()); };
+    const auto hear_again = [](sd_bus_message*, void* data, sd_bus_error*)
+    {
+        static_cast<std::set<std::string>*>(data)->insert("by the handler");
+        return 0;
+    };
+    const auto serve = [&]
+    {
+        client.emit(nullptr, "/a", "a.B", "Said", "s", "x");
+        client.name_owner("a.Service"); // the bus has passed the signal on before it answers
+        while (sd_bus_process(connection, nullptr) > 0)
+        {
+        }
+    };
+    {
+        const auto rule = rules::type::signal() + rules::path("/a") + rules::interface("a.B") +
+                          rules::member("Said") + rules::argN(0, "x");
+        sdbusplus::bus::match_t match(bus, rule, hear);
+        const auto moved = std::move(match);
+        const sdbusplus::bus::match_t other(bus, rule.c_str(), hear_again, &heard);
+        const sdbusplus::server::manager_t manager(bus, "/a");
+        serve();
+        EXPECT_EQ(heard, (std::set<std::string>{"by the handler", "x"}));
+        heard.clear();
+        sd_bus_slot* slot = nullptr;
+        EXPECT_EQ(sd_bus_add_object_manager(connection, &slot, "/a"), 0);
+        const sdbusplus::slot_t held(std::move(slot));
+        EXPECT_TRUE(held);
+    }
+    serve();
+    EXPECT_EQ(heard.size(), 0);
+}
+
+TEST(Interface, keeps_the_connection_and_gives_it)
+{
+    namespace vtable = sdbusplus::vtable;
+    static const vtable::vtable_t rows[] = {vtable::start(), vtable::signal("Said", "s"),
+                                            vtable::end()};
+    std::optional<sdbusplus::bus_t> bus(std::in_place, opened(), std::false_type{});
+    sdbusplus::server::interface_t interface(*bus, "/a", "a.B", rows, nullptr);
+    const std::string name = bus->get_unique_name();
+    bus.reset();
+    EXPECT_EQ(interface.path(), "/a");
+    EXPECT_EQ(interface.bus().get_unique_name(), name);
+    EXPECT_STREQ(sd_bus_message_get_member(interface.new_signal("Said").get()), "Said");
 }
 
 } // namespace

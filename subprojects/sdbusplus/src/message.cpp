@@ -1,26 +1,13 @@
-// A message's functions other than reading and appending: its bus, its reply, sending it.
+// A message's functions other than reading and appending: its reply, sending it.
 
 #include "sdbusplus/message.hpp"
 
 #include "check.hpp"
-#include "sdbusplus/bus.hpp"
 
 namespace sdbusplus
 {
 namespace message
 {
-
-bus::bus message::get_bus() const
-{
-    return bus::bus(interface()->sd_bus_message_get_bus(get()), interface());
-}
-
-uint64_t message::get_cookie() const
-{
-    uint64_t cookie = 0;
-    check(interface()->sd_bus_message_get_cookie(get(), &cookie), "sd_bus_message_get_cookie");
-    return cookie;
-}
 
 message message::new_method_return()
 {

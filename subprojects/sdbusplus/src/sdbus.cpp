@@ -4,8 +4,18 @@
 
 namespace sdbusplus
 {
+namespace
+{
+
+class Forwarder final : public SdBusImpl
+{
+};
 
 // Trivially destructible, so a thread that exits after static destruction can still use it.
-constinit SdBusImpl sdbus_impl;
+constinit Forwarder forwarder;
+
+} // namespace
+
+constinit SdBusImpl& sdbus_impl = forwarder;
 
 } // namespace sdbusplus

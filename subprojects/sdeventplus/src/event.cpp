@@ -52,11 +52,6 @@ int Event::run(std::optional<SdEventDuration> timeout) const
     return check(sdevent->sd_event_run(*event, usec), "sd_event_run");
 }
 
-int Event::loop() const
-{
-    return check(sdevent->sd_event_loop(get()), "sd_event_loop");
-}
-
 sd_event* Event::ref(sd_event* const& e, const internal::SdEvent*& intf)
 {
     return intf->sd_event_ref(e);

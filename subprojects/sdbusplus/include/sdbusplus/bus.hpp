@@ -24,11 +24,11 @@ struct BusDeleter
 {
     void operator()(sd_bus* b) const
     {
-        (intf->*release)(b);
+        should_close ? intf->sd_bus_flush_close_unref(b) : intf->sd_bus_unref(b);
     }
 
     SdBusInterface* intf;
-    sd_bus* (SdBusInterface::*release)(sd_bus*) = &SdBusInterface::sd_bus_unref;
+    bool should_close = false;
 };
 
 } // namespace details
@@ -37,8 +37,8 @@ struct bus
 {
     /**
      * Takes a further reference and releases it with sd_bus_unref. Null makes a bus without
-     * connection. Reading the unique name waits for the reply to the connection's Hello. Throws
-     * std::logic_error if the connection has no unique name.
+     * connection. Asks for the unique name, which waits for the reply to the connection's Hello.
+     * Throws std::logic_error if the connection has none.
      */
     explicit bus(busp_t b, SdBusInterface* intf = &sdbus_impl);
 
@@ -49,14 +49,11 @@ struct bus
     bus& operator=(bus&&) = default;
 
     /** Empty for a bus without connection. */
-    const std::string& get_unique_name() const noexcept
-    {
-        return unique_name;
-    }
+    std::string get_unique_name() const;
 
     SdBusInterface* getInterface() const noexcept
     {
-        return intf;
+        return connection.get_deleter().intf;
     }
 
     friend class details::bus_friend;
@@ -64,29 +61,14 @@ struct bus
     /** Whether the release flushes and closes the connection; initially it doesn't. */
     void set_should_close(bool should_close)
     {
-        connection.get_deleter().release = should_close ? &SdBusInterface::sd_bus_flush_close_unref
-                                                        : &SdBusInterface::sd_bus_unref;
+        connection.get_deleter().should_close = should_close;
     }
 
   private:
     bus(busp_t b, SdBusInterface* intf, std::false_type);
 
-    SdBusInterface* intf;
     std::unique_ptr<sd_bus, details::BusDeleter> connection;
-    std::string unique_name;
 };
-
-/**
- * The calling thread's shared connection to the system bus; its release leaves it open. Returns a
- * bus without connection if it can't be opened.
- */
-bus new_default_system();
-
-/**
- * A private connection to the system bus; its release flushes and closes it. Returns a bus without
- * connection if it can't be opened.
- */
-bus new_system();
 
 namespace details
 {

@@ -15,11 +15,6 @@
 
 namespace sdbusplus
 {
-namespace bus
-{
-struct bus;
-} // namespace bus
-
 namespace message
 {
 class message;
@@ -78,14 +73,6 @@ class message
     {
         return reference.get();
     }
-
-    /**
-     * The connection that the message arrived on or will be sent on, with its own reference.
-     */
-    bus::bus get_bus() const;
-
-    /** Throws SdBusError with "sd_bus_message_get_cookie" if the message was not sent yet. */
-    uint64_t get_cookie() const;
 
     /**
      * Reads the next values and sets the arguments only after all have been read. Throws SdBusError

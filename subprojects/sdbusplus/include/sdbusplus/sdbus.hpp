@@ -2,6 +2,10 @@
 // a test can replace the bus. Each bus and message holds the interface that its calls go through.
 #pragma once
 
+#if __cplusplus < 202002L
+#error "The classes of D-Bus objects are C++20: compile with -std=c++20 or later"
+#endif
+
 #include <systemd/sd-bus.h>
 
 #include <cstddef>
@@ -26,7 +30,6 @@ class SdBusInterface
     virtual int sd_bus_get_unique_name(sd_bus* bus, const char** unique) = 0;
     virtual sd_bus* sd_bus_ref(sd_bus* bus) = 0;
     virtual int sd_bus_send(sd_bus* bus, sd_bus_message* m, uint64_t* cookie) = 0;
-    virtual sd_bus_slot* sd_bus_slot_unref(sd_bus_slot* slot) = 0;
     virtual sd_bus* sd_bus_unref(sd_bus* bus) = 0;
     virtual int sd_bus_message_append_basic(sd_bus_message* m, char type, const void* value) = 0;
     virtual int sd_bus_message_at_end(sd_bus_message* m, int complete) = 0;
@@ -105,11 +108,6 @@ class SdBusImpl : public SdBusInterface
     int sd_bus_send(sd_bus* bus, sd_bus_message* m, uint64_t* cookie) override
     {
         return ::sd_bus_send(bus, m, cookie);
-    }
-
-    sd_bus_slot* sd_bus_slot_unref(sd_bus_slot* slot) override
-    {
-        return ::sd_bus_slot_unref(slot);
     }
 
     sd_bus* sd_bus_unref(sd_bus* bus) override
@@ -197,8 +195,11 @@ class SdBusImpl : public SdBusInterface
     {
         return ::sd_bus_message_verify_type(m, type, contents);
     }
+
+  protected:
+    ~SdBusImpl() = default;
 };
 
-extern SdBusImpl sdbus_impl;
+extern SdBusImpl& sdbus_impl;
 
 } // namespace sdbusplus

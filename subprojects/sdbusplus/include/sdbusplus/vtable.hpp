@@ -57,24 +57,13 @@ constexpr vtable_t property(const char* member, const char* signature, sd_bus_pr
 
 namespace common_
 {
-constexpr uint64_t deprecated = SD_BUS_VTABLE_DEPRECATED;
-constexpr uint64_t hidden = SD_BUS_VTABLE_HIDDEN;
 constexpr uint64_t unprivileged = SD_BUS_VTABLE_UNPRIVILEGED;
 } // namespace common_
 
-namespace method_
-{
-constexpr uint64_t none = 0;
-constexpr uint64_t no_reply = SD_BUS_VTABLE_METHOD_NO_REPLY;
-} // namespace method_
-
 namespace property_
 {
-constexpr uint64_t none = 0;
 constexpr uint64_t const_ = SD_BUS_VTABLE_PROPERTY_CONST;
 constexpr uint64_t emits_change = SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE;
-constexpr uint64_t emits_invalidation = SD_BUS_VTABLE_PROPERTY_EMITS_INVALIDATION;
-constexpr uint64_t explicit_ = SD_BUS_VTABLE_PROPERTY_EXPLICIT;
 } // namespace property_
 
 } // namespace vtable

@@ -42,9 +42,6 @@ class Event
      */
     int run(std::optional<SdEventDuration> timeout) const;
 
-    /** Dispatches until the loop is told to exit and returns the exit code. Throws SdEventError. */
-    int loop() const;
-
   private:
     static sd_event* ref(sd_event* const& event, const internal::SdEvent*& sdevent);
     static void drop(sd_event*&& event, const internal::SdEvent*& sdevent);

@@ -49,7 +49,7 @@ class Writer
     sd_bus_message* m;
 };
 
-template <types::Number T>
+template <class T, class = types::if_number<T>>
 void append_value(const Writer& to, const T& value)
 {
     to.basic(types::type_letter<T>, &value);

@@ -66,7 +66,7 @@ class Reader
 
 // The value that each function fills is fresh: zero, empty, or a variant's default.
 
-template <types::Number T>
+template <class T, class = types::if_number<T>>
 void read_value(const Reader& from, T& value)
 {
     from.number(types::type_letter<T>, &value);

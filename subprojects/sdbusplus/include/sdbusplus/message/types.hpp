@@ -2,6 +2,8 @@
 // the declared type alone. Nothing is computed when a message is read or filled.
 #pragma once
 
+#include "sdbusplus/sdbus.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -104,11 +106,11 @@ template <class T>
 inline constexpr char type_letter = details::signature<T>::value.front();
 
 /**
- * A number whose form in memory is its form in a message. Not bool, which has one byte in memory
- * and four in a message.
+ * There for a number whose form in memory is its form in a message; not for bool, which has one
+ * byte in memory and four in a message. A concept would hide from an older compiler what it lacks.
  */
 template <class T>
-concept Number = std::is_arithmetic_v<T> && !std::is_same_v<T, bool>;
+using if_number = std::enable_if_t<std::is_arithmetic_v<T> && !std::is_same_v<T, bool>>;
 
 } // namespace types
 } // namespace message

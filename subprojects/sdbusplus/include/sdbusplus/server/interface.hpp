@@ -1,11 +1,10 @@
 // One interface of one object, published on a connection as long as this holder exists. A process
-// may have thousands, so a holder stores only its slot, which has a reference on the connection,
-// and what a signal needs.
+// may have thousands, so a holder stores little: its slot, and what a signal needs.
 #pragma once
 
 #include "sdbusplus/bus.hpp"
 #include "sdbusplus/message.hpp"
-#include "sdbusplus/sdbus.hpp"
+#include "sdbusplus/slot.hpp"
 
 #include <memory>
 #include <string>
@@ -30,8 +29,6 @@ struct interface
     interface(const interface&) = delete;
     interface& operator=(const interface&) = delete;
 
-    ~interface();
-
     /**
      * Makes a signal of this interface, which the caller fills and sends. Throws SdBusError with
      * "sd_bus_message_new_signal".
@@ -41,16 +38,22 @@ struct interface
     /** Announces the property's present value. A failure is not reported. */
     void property_changed(const char* property);
 
+    /** A bus of its own on the connection, which lives as long as this object. */
+    bus_t& bus()
+    {
+        return held;
+    }
+
     std::string path() const
     {
         return object_path.get();
     }
 
   private:
-    SdBusInterface* intf;
+    bus_t held;
     const char* name;
     std::unique_ptr<char[]> object_path;
-    sd_bus_slot* slot = nullptr;
+    slot_t slot;
 };
 
 } // namespace interface

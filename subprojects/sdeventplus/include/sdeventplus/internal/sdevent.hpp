@@ -19,7 +19,6 @@ class SdEvent
     virtual sd_event* sd_event_ref(sd_event* event) const = 0;
     virtual sd_event* sd_event_unref(sd_event* event) const = 0;
     virtual int sd_event_run(sd_event* event, uint64_t usec) const = 0;
-    virtual int sd_event_loop(sd_event* event) const = 0;
 
   protected:
     // Never deleted through the base: the one instance that matters lives as long as the process.
@@ -48,11 +47,6 @@ class SdEventImpl final : public SdEvent
     int sd_event_run(sd_event* event, uint64_t usec) const override
     {
         return ::sd_event_run(event, usec);
-    }
-
-    int sd_event_loop(sd_event* event) const override
-    {
-        return ::sd_event_loop(event);
     }
 };
 

@@ -1,0 +1,288 @@
+/*
+ * What a call costs a host on the library, beside raw sd-bus and sdbus-c++: reading properties, and
+ * methods that give back what they are given, one of them only after its callback has returned.
+ * sd-bus asks the bus who the caller is before it runs a method, in all hosts.
+ *
+ *     calls GANTRY_HOST RAW_HOST SDBUSCPP_HOST
+ */
+#include "measure.hpp"
+
+#include <systemd/sd-bus.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using bench::check;
+
+void append_port(sd_bus_message* message)
+{
+    check(sd_bus_message_append(message, "s", "com.orvane.velmar.system.NicPort"), "append");
+}
+
+void append_port_property(sd_bus_message* message)
+{
+    append_port(message);
+    check(sd_bus_message_append(message, "s", "ReceiveTotalBytes"), "append");
+}
+
+void append_module(sd_bus_message* message)
+{
+    check(sd_bus_message_append(message, "s", "com.orvane.velmar.system.QSFPD"), "append");
+}
+
+void append_module_property(sd_bus_message* message)
+{
+    append_module(message);
+    check(sd_bus_message_append(message, "s", "RX8InputPowerValue"), "append");
+}
+
+void append_int(sd_bus_message* message)
+{
+    check(sd_bus_message_append(message, "i", 42), "append");
+}
+
+void append_unsigned(sd_bus_message* message)
+{
+    check(sd_bus_message_append(message, "u", 42), "append");
+}
+
+void append_string(sd_bus_message* message)
+{
+    check(sd_bus_message_append(message, "s", std::string(64, 'x').c_str()), "append");
+}
+
+void append_names(sd_bus_message* message)
+{
+    check(sd_bus_message_open_container(message, 'a', "s"), "open_container");
+    for (int number = 0; number < 100; ++number)
+    {
+        const auto text = "System.Chassis.Embedded:NIC.Slot." + std::to_string(number) + "-1-1";
+        check(sd_bus_message_append(message, "s", text.c_str()), "append");
+    }
+    check(sd_bus_message_close_container(message), "close_container");
+}
+
+struct Object
+{
+    const char* path;
+    const char* interface;
+};
+
+constexpr Object port{"/com/orvane/velmar/system/NicPort/p0", "org.freedesktop.DBus.Properties"};
+constexpr Object module{"/com/orvane/velmar/system/QSFPD", "org.freedesktop.DBus.Properties"};
+constexpr Object sample{"/com/orvane/velmar/sample/gantrytest",
+                        "com.orvane.velmar.sample.gantrytest"};
+
+/** A call that is measured, and how far ours may be from each reference; 0 is no bar. */
+struct Call
+{
+    const char* what;
+    const Object& object;
+    const char* method;
+    void (*append)(sd_bus_message* message);
+    int calls; // a round
+    double dbus_loop_bar;
+    double sdloop_bar;
+    double sdbuscpp_bar = 0;
+    bool in_sdbuscpp = false;
+    int in_flight = 1;
+};
+
+// With calls in flight there is no bar beside sdbus-c++: it takes all that has arrived in one go,
+// where sd_event_loop looks at all sources of events between two messages.
+constexpr std::array calls{
+    Call{"Get, 60 properties", port, "Get", append_port_property, 500, 1.15, 1.02},
+    Call{"Get, 93 properties", module, "Get", append_module_property, 500, 1.15, 1.02},
+    Call{"GetAll, 60 properties", port, "GetAll", append_port, 500, 1.15, 1.05},
+    Call{"GetAll, 93 properties", module, "GetAll", append_module, 500, 1.15, 1.05},
+    Call{"Try_int32", sample, "Try_int32", append_int, 500, 1.15, 1.10, 1.05, true},
+    Call{"Try_int32, 64 in flight", sample, "Try_int32", append_int, 2000, 1.10, 1.10, 0, true, 64},
+    Call{"Try_uint32, answered later", sample, "Try_uint32", append_unsigned, 500, 1.20, 1.15},
+    Call{"Try_string, 64 bytes", sample, "Try_string", append_string, 500, 1.15, 1.10, 1.05, true},
+    Call{"TryArrayString, 100 of 39 bytes", sample, "TryArrayString", append_names, 200, 1.15, 1.10,
+         0.80, true},
+};
+
+/** Calls one host, so many times and so many at once. */
+class Caller
+{
+  public:
+    Caller(sd_bus* bus, const std::string& name, const Call& call) :
+        client(bus), service(name), what(call), to_send(call.calls)
+    {
+    }
+
+    void run()
+    {
+        for (int number = 0; number < what.in_flight; ++number)
+        {
+            send();
+        }
+        while (to_receive > 0)
+        {
+            const int result = sd_bus_process(client, nullptr);
+            check(result, "sd_bus_process");
+            if (result == 0)
+            {
+                check(sd_bus_wait(client, UINT64_MAX), "sd_bus_wait");
+            }
+        }
+        check(failure, what.method);
+    }
+
+  private:
+    void send()
+    {
+        if (to_send == 0)
+        {
+            return;
+        }
+        --to_send;
+        sd_bus_message* created = nullptr;
+        check(sd_bus_message_new_method_call(client, &created, service.c_str(), what.object.path,
+                                             what.object.interface, what.method),
+              "sd_bus_message_new_method_call");
+        const std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)> message{
+            created, sd_bus_message_unref};
+        what.append(created);
+        check(sd_bus_call_async(client, nullptr, created, received, this, UINT64_MAX),
+              "sd_bus_call_async");
+        ++to_receive;
+    }
+
+    static int received(sd_bus_message* reply, void* caller, sd_bus_error* /*error*/)
+    {
+        auto& self = *static_cast<Caller*>(caller);
+        --self.to_receive;
+        self.failure = std::min(self.failure, -sd_bus_message_get_errno(reply));
+        self.send();
+        return 1;
+    }
+
+    sd_bus* client;
+    const std::string& service;
+    const Call& what;
+    int to_send;
+    int to_receive = 0;
+    int failure = 0;
+};
+
+/** A host, and the name it has on the bus. */
+struct Host
+{
+    std::string service;
+    bench::Process process;
+};
+
+enum : std::size_t
+{
+    our_dbus_loop,
+    our_sdloop,
+    raw,
+    sdbuscpp,
+    host_count,
+};
+using Hosts = std::array<Host, host_count>;
+/** CPU seconds of one call, one a round, in each host. */
+using Seconds = std::array<std::vector<double>, host_count>;
+
+void measure(sd_bus* client, const Hosts& hosts, const Call& call, int round, Seconds& seconds)
+{
+    for (std::size_t turn = 0; turn < hosts.size(); ++turn)
+    {
+        const std::size_t index = round % 2 == 0 ? turn : hosts.size() - 1 - turn;
+        if (index != sdbuscpp || call.in_sdbuscpp)
+        {
+            const double before = hosts[index].process.cpu_seconds();
+            Caller(client, hosts[index].service, call).run();
+            const double spent = hosts[index].process.cpu_seconds() - before;
+            seconds[index].push_back(spent / call.calls);
+        }
+    }
+}
+
+void print(const Call& call, const Seconds& seconds)
+{
+    const auto row = [&](const char* loop, const char* name, auto reference, auto ours, double bar)
+    {
+        const std::string what = std::string{call.what} + loop;
+        bench::print_ratio(what.c_str(), {"us", 1e6}, name, seconds[reference], seconds[ours], bar);
+    };
+    row(", dbus_loop", "raw", raw, our_dbus_loop, call.dbus_loop_bar);
+    row(", sdloop", "raw", raw, our_sdloop, call.sdloop_bar);
+    if (call.in_sdbuscpp)
+    {
+        row(", sdloop", "sdbus-c++", sdbuscpp, our_sdloop, call.sdbuscpp_bar);
+    }
+}
+
+/**
+ * Where a process's code and memory come to lie makes a call some per cent dearer or cheaper, so
+ * the hosts are started several times.
+ */
+void compare(const std::string& gantry_host, const std::string& raw_host,
+             const std::string& sdbuscpp_host)
+{
+    constexpr int launches = 7;
+    constexpr int rounds = 3;
+    std::array<Seconds, calls.size()> seconds;
+    sd_bus* client = nullptr;
+    check(sd_bus_open_system(&client), "sd_bus_open_system");
+    for (int launch = 0; launch < launches; ++launch)
+    {
+        const auto start = [](const std::string& program, const char* name, auto... arguments) {
+            return Host{name, bench::Process{{program, name, arguments...}}};
+        };
+        const Hosts hosts{
+            start(gantry_host, "com.orvane.velmar.bench.dbus_loop", "1", "dbus"),
+            start(gantry_host, "com.orvane.velmar.bench.sdloop", "1", "sd"),
+            start(raw_host, "com.orvane.velmar.bench.raw", "1"),
+            start(sdbuscpp_host, "com.orvane.velmar.bench.sdbuscpp"),
+        };
+        for (std::size_t index = 0; index < calls.size(); ++index)
+        {
+            Seconds warming_up;
+            measure(client, hosts, calls[index], 0, warming_up);
+            for (int round = 0; round < rounds; ++round)
+            {
+                measure(client, hosts, calls[index], round, seconds[index]);
+            }
+        }
+    }
+    sd_bus_flush_close_unref(client);
+    for (std::size_t index = 0; index < calls.size(); ++index)
+    {
+        print(calls[index], seconds[index]);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try
+    {
+        const std::span arguments(argv, static_cast<std::size_t>(argc));
+        if (arguments.size() != 4)
+        {
+            throw std::runtime_error("usage: calls GANTRY_HOST RAW_HOST SDBUSCPP_HOST");
+        }
+        const bench::PrivateBus bus;
+        compare(arguments[1], arguments[2], arguments[3]);
+        return 0;
+    }
+    catch (const std::exception& error)
+    {
+        std::fprintf(stderr, "calls: %s\n", error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,186 @@
+/*
+ * What an object costs a host: to publish and to keep, beside raw sd-bus, and to find and to free
+ * among few and among many.
+ *
+ *     objects GANTRY_HOST RAW_HOST
+ */
+#include "measure.hpp"
+
+#include <gantry/gantry.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <functional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using bench::Process;
+
+constexpr int published = 1000;
+
+/** A host of one kind with so many objects. */
+struct Kind
+{
+    const std::string& program;
+    std::vector<std::string> loop;
+
+    [[nodiscard]] Process start(int count) const
+    {
+        std::vector<std::string> arguments{program, "com.orvane.velmar.bench",
+                                           std::to_string(count)};
+        arguments.insert(arguments.end(), loop.begin(), loop.end());
+        return Process{arguments};
+    }
+};
+
+/** Measures both kinds in turn and prints how far ours is from raw's. */
+void compare(const char* what, bench::Unit unit, double bar, int rounds, const Kind& raw,
+             const Kind& ours, const std::function<double(const Kind& kind)>& measure)
+{
+    std::vector<double> of_raw;
+    std::vector<double> of_ours;
+    for (int round = 0; round < 2 * rounds; ++round)
+    {
+        const bool is_raw = (round + round / 2) % 2 == 0;
+        (is_raw ? of_raw : of_ours).push_back(measure(is_raw ? raw : ours));
+    }
+    bench::print_ratio(what, unit, "raw", of_raw, of_ours, bar);
+}
+
+constexpr int picked = 100;
+constexpr std::array counts{100, 1000, 10000, 40000};
+
+std::string path_of(int number)
+{
+    return "/com/orvane/velmar/system/NicPort/p" + std::to_string(number);
+}
+
+void publish(int number)
+{
+    GANTRY_instance* created = nullptr;
+    GANTRY_instantiate__com_orvane_velmar_system_NicPort(nullptr, nullptr, path_of(number).c_str(),
+                                                         nullptr);
+    GANTRY_instance_get_created(nullptr, &created, nullptr);
+    bench::check(created != nullptr ? 0 : -ENOMEM, "publishing an object");
+}
+
+GANTRY_instance* find(const std::string& path)
+{
+    GANTRY_instance* found = nullptr;
+    GANTRY_instance_find(nullptr, "com.orvane.velmar.system.NicPort", path.c_str(), &found);
+    return found;
+}
+
+/** CPU seconds to find and to free an object. */
+struct Among
+{
+    double find;
+    double free;
+};
+
+/**
+ * As many objects, spread evenly, are found and freed among few as among many: processor caches
+ * serve both alike. They are published again afterwards.
+ */
+Among measure_among(int count)
+{
+    std::vector<int> numbers;
+    std::vector<std::string> paths;
+    for (int index = 0; index < picked; ++index)
+    {
+        numbers.push_back(index * (count / picked));
+        paths.push_back(path_of(numbers.back()));
+    }
+    constexpr int rounds = 5;
+    std::vector<double> finding;
+    std::vector<double> freeing;
+    for (int round = 0; round < rounds; ++round)
+    {
+        std::vector<GANTRY_instance*> found;
+        finding.push_back(bench::cpu_seconds_of(
+            [&] { std::ranges::transform(paths, std::back_inserter(found), find); }));
+        if (std::ranges::find(found, nullptr) != found.end())
+        {
+            throw std::runtime_error("an object isn't found");
+        }
+        freeing.push_back(bench::cpu_seconds_of(
+            [&]
+            {
+                for (GANTRY_instance* instance : found)
+                {
+                    GANTRY_instance_free(&instance);
+                }
+            }));
+        std::ranges::for_each(numbers, publish);
+    }
+    return {bench::median(finding) / picked, bench::median(freeing) / picked};
+}
+
+void find_and_free()
+{
+    // A context of its own connection: its objects' signals go to the bus as a host's do.
+    std::vector<Among> figures;
+    int number = 0;
+    for (const int count : counts)
+    {
+        for (; number < count; ++number)
+        {
+            publish(number);
+        }
+        figures.push_back(measure_among(count));
+    }
+    const auto print = [&](const char* what, double Among::*figure)
+    {
+        std::printf("%-39s", what);
+        for (std::size_t index = 0; index < counts.size(); ++index)
+        {
+            std::printf(" %d: %.2f us ", counts[index], figures[index].*figure * 1e6);
+        }
+        const double ratio = figures.back().*figure / (figures.front().*figure);
+        std::printf(" ratio %.2f  (bar 2: %s)\n", ratio, ratio <= 2 ? "met" : "MISSED");
+    };
+    print("find among", &Among::find);
+    print("free among", &Among::free);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try
+    {
+        const std::span arguments(argv, static_cast<std::size_t>(argc));
+        if (arguments.size() != 3)
+        {
+            throw std::runtime_error("usage: objects GANTRY_HOST RAW_HOST");
+        }
+        const std::string gantry_host = arguments[1];
+        const std::string raw_host = arguments[2];
+        const Kind ours{gantry_host, {"dbus"}};
+        const Kind raw{raw_host, {}};
+        const bench::PrivateBus bus;
+        compare("CPU to start with 1,000 objects", {"ms", 1e3}, 1.10, 11, raw, ours,
+                [](const Kind& kind) { return kind.start(published).cpu_seconds(); });
+        compare("private memory per object", {"B", 1}, 1.06, 3, raw, ours,
+                [](const Kind& kind)
+                {
+                    const double few = kind.start(1).private_dirty();
+                    return (kind.start(published + 1).private_dirty() - few) / published;
+                });
+        find_and_free();
+        // The context goes with the process.
+        std::fflush(stdout);
+        _exit(0);
+    }
+    catch (const std::exception& error)
+    {
+        std::fprintf(stderr, "objects: %s\n", error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,208 @@
+/*
+ * The limit: what gantry_host serves, as a C programmer writes it on raw sd-bus. sd-bus reads the
+ * properties from memory itself, the methods copy no value that they needn't, and sd_event_loop
+ * dispatches.
+ *
+ *     raw_host SERVICE COUNT    prints "ready" when COUNT NicPort objects are served
+ */
+#define _GNU_SOURCE
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+
+#include <errno.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+/* The properties come from the tables: PROPERTY(name, signature) each. */
+typedef const char* type_s;
+typedef uint8_t type_y;
+typedef int16_t type_n;
+typedef uint16_t type_q;
+typedef uint32_t type_u;
+typedef uint64_t type_t;
+typedef double type_d;
+
+#define PROPERTY(name, signature) type_##signature name;
+struct nic_port
+{
+#include "NicPort.inc"
+};
+struct qsfpd
+{
+#include "QSFPD.inc"
+};
+#undef PROPERTY
+
+#define ROW(object, name, signature)                                                               \
+    SD_BUS_PROPERTY(#name, #signature, NULL, offsetof(struct object, name),                        \
+                    SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
+static const sd_bus_vtable nic_port_vtable[] = {
+    SD_BUS_VTABLE_START(0),
+#define PROPERTY(name, signature) ROW(nic_port, name, signature)
+#include "NicPort.inc"
+#undef PROPERTY
+    SD_BUS_VTABLE_END,
+};
+static const sd_bus_vtable qsfpd_vtable[] = {
+    SD_BUS_VTABLE_START(0),
+#define PROPERTY(name, signature) ROW(qsfpd, name, signature)
+#include "QSFPD.inc"
+#undef PROPERTY
+    SD_BUS_VTABLE_END,
+};
+
+static int try_int32(sd_bus_message* call, void* object, sd_bus_error* error)
+{
+    (void)object, (void)error;
+    int32_t value = 0;
+    const int result = sd_bus_message_read_basic(call, 'i', &value);
+    return result < 0 ? result : sd_bus_reply_method_return(call, "i", value);
+}
+
+static sd_event_source* answering;
+static sd_bus_message* deferred;
+static uint32_t answer;
+
+static int answer_deferred(sd_event_source* source, void* data)
+{
+    (void)source, (void)data;
+    sd_bus_message* call = deferred;
+    deferred = NULL;
+    const int result = sd_bus_reply_method_return(call, "u", answer);
+    sd_bus_message_unref(call);
+    return result;
+}
+
+static int try_uint32(sd_bus_message* call, void* object, sd_bus_error* error)
+{
+    (void)object, (void)error;
+    const int result = sd_bus_message_read_basic(call, 'u', &answer);
+    if (result < 0)
+    {
+        return result;
+    }
+    deferred = sd_bus_message_ref(call);
+    return sd_event_source_set_enabled(answering, SD_EVENT_ONESHOT) < 0 ? -EIO : 1;
+}
+
+static int try_string(sd_bus_message* call, void* object, sd_bus_error* error)
+{
+    (void)object, (void)error;
+    const char* value = NULL;
+    const int result = sd_bus_message_read_basic(call, 's', (void*)&value);
+    return result < 0 ? result : sd_bus_reply_method_return(call, "s", value);
+}
+
+static int copy_strings(sd_bus_message* from, sd_bus_message* to)
+{
+    int result = sd_bus_message_enter_container(from, 'a', "s");
+    if (result >= 0)
+    {
+        result = sd_bus_message_open_container(to, 'a', "s");
+    }
+    const char* value = NULL;
+    while (result >= 0 && (result = sd_bus_message_read_basic(from, 's', (void*)&value)) > 0)
+    {
+        result = sd_bus_message_append_basic(to, 's', value);
+    }
+    return result < 0 ? result : sd_bus_message_close_container(to);
+}
+
+static int try_array_string(sd_bus_message* call, void* object, sd_bus_error* error)
+{
+    (void)object, (void)error;
+    sd_bus_message* reply = NULL;
+    int result = sd_bus_message_new_method_return(call, &reply);
+    if (result >= 0)
+    {
+        result = copy_strings(call, reply);
+    }
+    if (result >= 0)
+    {
+        result = sd_bus_send(NULL, reply, NULL);
+    }
+    sd_bus_message_unref(reply);
+    return result < 0 ? result : 1;
+}
+
+static const sd_bus_vtable sample_vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Try_int32", "i", "i", try_int32, 0),
+    SD_BUS_METHOD("Try_uint32", "u", "u", try_uint32, 0),
+    SD_BUS_METHOD("Try_string", "s", "s", try_string, 0),
+    SD_BUS_METHOD("TryArrayString", "as", "as", try_array_string, 0),
+    SD_BUS_VTABLE_END,
+};
+
+static void check(int result, const char* call)
+{
+    if (result < 0)
+    {
+        fprintf(stderr, "%s: %s\n", call, strerror(-result));
+        exit(EXIT_FAILURE);
+    }
+}
+
+static void* add_object(sd_bus* bus, const char* path, const char* interface,
+                        const sd_bus_vtable* vtable, size_t size)
+{
+    void* object = calloc(1, size);
+    check(object != NULL ? 0 : -ENOMEM, "calloc");
+    check(sd_bus_add_object_manager(bus, NULL, path), "sd_bus_add_object_manager");
+    check(sd_bus_add_object_vtable(bus, NULL, path, interface, vtable, object),
+          "sd_bus_add_object_vtable");
+    return object;
+}
+
+static void add_nic_port(sd_bus* bus, long number)
+{
+    char path[64];
+    snprintf(path, sizeof path, "/com/orvane/velmar/system/NicPort/p%ld", number);
+    struct nic_port* port =
+        add_object(bus, path, "com.orvane.velmar.system.NicPort", nic_port_vtable, sizeof *port);
+    port->FQDD = strdup("NIC.Integrated.1-1-1");
+    port->FamilyDriverVersion = strdup("22.31.6");
+    port->FriendlyFQDD = strdup("Integrated NIC 1 Port 1 Partition 1");
+    port->LinkSpeed = 255;
+    port->dohObjStatus = 1;
+}
+
+static void add_qsfpd(sd_bus* bus)
+{
+    struct qsfpd* module =
+        add_object(bus, "/com/orvane/velmar/system/QSFPD", "com.orvane.velmar.system.QSFPD",
+                   qsfpd_vtable, sizeof *module);
+    module->FQDD = strdup("NIC.Integrated.1-1-1");
+    module->VendorName = strdup("Vendor");
+    module->Vendor_SN = strdup("0123456789");
+}
+
+int main(int argc, char** argv)
+{
+    if (argc != 3)
+    {
+        return EXIT_FAILURE;
+    }
+    sd_bus* bus = NULL;
+    sd_event* event = NULL;
+    check(sd_bus_default_system(&bus), "sd_bus_default_system");
+    check(sd_event_default(&event), "sd_event_default");
+    check(sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL), "sd_bus_attach_event");
+    check(sd_event_add_defer(event, &answering, answer_deferred, NULL), "sd_event_add_defer");
+    check(sd_event_source_set_enabled(answering, SD_EVENT_OFF), "sd_event_source_set_enabled");
+    check(sd_bus_request_name(bus, argv[1], 0), "sd_bus_request_name");
+    add_object(bus, "/com/orvane/velmar/sample/gantrytest", "com.orvane.velmar.sample.gantrytest",
+               sample_vtable, 1);
+    for (long number = 0; number < atol(argv[2]); ++number)
+    {
+        add_nic_port(bus, number);
+    }
+    add_qsfpd(bus);
+    puts("ready");
+    fflush(stdout);
+    check(sd_event_loop(event), "sd_event_loop");
+    return EXIT_FAILURE;
+}

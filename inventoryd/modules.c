@@ -1,0 +1,147 @@
+#include "modules.h"
+
+#include "ethtool.h"
+#include "module.h"
+#include "nic.h"
+
+#include <string.h>
+#include <time.h>
+
+static void put_readings(struct object* object);
+
+static struct
+{
+    const struct module_standard* standard;
+    struct kind kind;
+} interfaces[] = {
+    {&module_sfp,
+     {.interface = "com.orvane.velmar.system.SFP",
+      .create = GANTRY_instantiate__com_orvane_velmar_system_SFP,
+      .put_counters = put_readings}},
+    {&module_qsfp,
+     {.interface = "com.orvane.velmar.system.QSFP",
+      .create = GANTRY_instantiate__com_orvane_velmar_system_QSFP,
+      .put_counters = put_readings}},
+    {&module_qsfpd,
+     {.interface = "com.orvane.velmar.system.QSFPD",
+      .create = GANTRY_instantiate__com_orvane_velmar_system_QSFPD,
+      .put_counters = put_readings}},
+};
+
+enum
+{
+    interface_count = sizeof interfaces / sizeof *interfaces,
+    reading_interval = 30 /* in seconds */
+};
+
+/* Returns null if there is no module of a known standard. */
+static const struct module_standard* read_memory(const char* device, struct module_memory* memory)
+{
+    static const struct ethtool_page places[module_page_count] = {
+        [module_lower] = {0x50, 0, 0x00, 0},      [module_upper_00] = {0x50, 0, 0x00, 128},
+        [module_upper_01] = {0x50, 0, 0x01, 128}, [module_upper_02] = {0x50, 0, 0x02, 128},
+        [module_upper_03] = {0x50, 0, 0x03, 128}, [module_upper_11] = {0x50, 0, 0x11, 128},
+        [module_upper_13] = {0x50, 0, 0x13, 128}, [module_diagnostics] = {0x51, 0, 0x00, 0},
+    };
+    const struct module_standard* standard = NULL;
+    uint32_t things = MODULE_PAGE(module_lower);
+    memset(memory->sizes, 0, sizeof memory->sizes);
+    for (unsigned int page = 0; page < module_page_count; ++page)
+    {
+        if ((things & MODULE_PAGE(page)) != 0 &&
+            ethtool_read_page(device, places[page], memory->bytes[page]))
+        {
+            memory->sizes[page] = module_page_size;
+        }
+        if ((standard = module_standard_of(memory)) == NULL)
+        {
+            return NULL;
+        }
+        things = module_things(standard, memory);
+    }
+    if (!sysfs_serials)
+    {
+        module_hide_serial(standard, memory);
+    }
+    return standard;
+}
+
+static void put_module(struct object* object, const struct module_standard* standard,
+                       const struct module_memory* memory)
+{
+    module_put(object, standard, memory);
+    object->read_at = (uint64_t)time(NULL);
+    /* Otherwise the time alone would be a change. */
+    if (object_has_changes(object))
+    {
+        object_put_uint32(object, "StatisticsTime", object->read_at);
+    }
+}
+
+static void put_readings(struct object* object)
+{
+    struct module_memory memory;
+    if ((uint64_t)time(NULL) - object->read_at < reading_interval)
+    {
+        return;
+    }
+    const struct module_standard* standard = read_memory(object->device, &memory);
+    for (size_t i = 0; i < interface_count; ++i)
+    {
+        if (interfaces[i].standard == standard &&
+            kind_find(&interfaces[i].kind, object->tag) == object)
+        {
+            put_module(object, standard, &memory);
+            return;
+        }
+    }
+    nic_note(object->device);
+}
+
+void modules_begin(void)
+{
+    for (size_t i = 0; i < interface_count; ++i)
+    {
+        kind_begin(&interfaces[i].kind);
+    }
+}
+
+void modules_scan_port(const char* port, const char* device, uint64_t tag, bool is_due)
+{
+    struct module_memory memory;
+    const struct module_standard* standard = is_due ? read_memory(device, &memory) : NULL;
+    for (size_t i = 0; i < interface_count; ++i)
+    {
+        struct kind* kind = &interfaces[i].kind;
+        if (is_due ? interfaces[i].standard != standard : kind_find(kind, tag) == NULL)
+        {
+            continue;
+        }
+        struct object* object = object_due(kind, port, device);
+        if (object != NULL && is_due)
+        {
+            object->tag = tag;
+            object_put_format(object, "FQDD", "NIC.%s", port);
+            put_module(object, standard, &memory);
+            object_announce(object);
+        }
+    }
+}
+
+void modules_end(void)
+{
+    for (size_t i = 0; i < interface_count; ++i)
+    {
+        kind_end(&interfaces[i].kind);
+    }
+}
+
+bool modules_may_come(const struct object* port)
+{
+    bool is_known = strstr(port->device, "/devices/virtual/") != NULL;
+    for (size_t i = 0; i < interface_count; ++i)
+    {
+        is_known = is_known || kind_find(&interfaces[i].kind, port->tag) != NULL;
+    }
+    return !is_known;
+}

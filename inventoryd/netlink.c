@@ -1,0 +1,188 @@
+#define _GNU_SOURCE /* SOCK_CLOEXEC and what netlink's headers need */
+
+#include "netlink.h"
+
+#include "record.h"
+#include "sysfs.h"
+
+#include <stdio.h>
+#include <string.h>
+
+/* The sockets, opened at their first use, and the numbers of the families. */
+static struct mnl_socket* sockets[2];
+static struct
+{
+    const char* name;
+    uint16_t type; /* 0 if it isn't known yet */
+} families[] = {{"ethtool", 0}, {"devlink", 0}};
+
+void netlink_begin(union netlink_message* message, uint16_t type, const void* header, size_t size)
+{
+    mnl_nlmsg_put_header(message);
+    message->header.nlmsg_type = type;
+    message->header.nlmsg_flags = NLM_F_REQUEST;
+    memcpy(mnl_nlmsg_put_extra_header(&message->header, size), header, size);
+}
+
+/* Replaces the request by its answer. */
+static bool ask_kernel(union netlink_message* message, int protocol)
+{
+    static uint32_t sequence;
+    struct mnl_socket** socket = &sockets[protocol == NETLINK_GENERIC ? 1 : 0];
+    if (*socket == NULL && ((*socket = mnl_socket_open2(protocol, SOCK_CLOEXEC)) == NULL ||
+                            mnl_socket_bind(*socket, 0, MNL_SOCKET_AUTOPID) < 0))
+    {
+        return false;
+    }
+    message->header.nlmsg_seq = ++sequence;
+    if (mnl_socket_sendto(*socket, message, message->header.nlmsg_len) < 0)
+    {
+        return false;
+    }
+    /* The kernel answers before sendto returns. What is left of a former request is dropped. */
+    ssize_t size = 0;
+    do
+    {
+        size = recv(mnl_socket_get_fd(*socket), message, sizeof *message, MSG_DONTWAIT);
+    } while (size >= (ssize_t)sizeof message->header && message->header.nlmsg_seq != sequence);
+    return size >= (ssize_t)sizeof message->header && mnl_nlmsg_ok(&message->header, (int)size) &&
+           message->header.nlmsg_type >= NLMSG_MIN_TYPE;
+}
+
+bool netlink_begin_generic(union netlink_message* message, const char* family, uint8_t command)
+{
+    struct genlmsghdr header = {.cmd = CTRL_CMD_GETFAMILY, .version = 1};
+    size_t i = 0;
+    while (strcmp(families[i].name, family) != 0)
+    {
+        ++i;
+    }
+    if (families[i].type == 0 && !sysfs_is_recorded())
+    {
+        uint64_t type = 0;
+        netlink_begin(message, GENL_ID_CTRL, &header, sizeof header);
+        mnl_attr_put_strz(&message->header, CTRL_ATTR_FAMILY_NAME, family);
+        if (!ask_kernel(message, NETLINK_GENERIC) ||
+            !netlink_number(netlink_find(message, CTRL_ATTR_FAMILY_ID), &type))
+        {
+            message->header.nlmsg_len = 0;
+            return false;
+        }
+        families[i].type = (uint16_t)type;
+    }
+    header.cmd = command;
+    netlink_begin(message, families[i].type, &header, sizeof header);
+    return true;
+}
+
+bool netlink_ask(union netlink_message* message, int protocol, const char* device, const char* file)
+{
+    char path[sysfs_path_size];
+    bool is_answered = false;
+    if (sysfs_is_recorded())
+    {
+        const size_t size = sysfs_bytes(device, file, message, sizeof *message);
+        is_answered = size >= sizeof message->header && mnl_nlmsg_ok(&message->header, (int)size);
+    }
+    else if ((is_answered = ask_kernel(message, protocol)) && file != NULL &&
+             sysfs_join(path, device, file))
+    {
+        record_file(path, message, message->header.nlmsg_len, 0444);
+    }
+    message->header.nlmsg_len = is_answered ? message->header.nlmsg_len : 0;
+    return is_answered;
+}
+
+/* The attribute at `at`, if a whole one is there before the end. */
+static const struct nlattr* attribute_at(const void* at, const void* end)
+{
+    const ptrdiff_t room = (const char*)end - (const char*)at;
+    return room > 0 && mnl_attr_ok(at, (int)room) ? at : NULL;
+}
+
+const struct nlattr* netlink_next(const union netlink_message* message, const struct nlattr* each)
+{
+    const void* end = message->bytes + message->header.nlmsg_len;
+    const void* first = mnl_nlmsg_get_payload_offset(&message->header, sizeof(struct genlmsghdr));
+    return attribute_at(each == NULL ? first : mnl_attr_next(each), end);
+}
+
+const struct nlattr* netlink_next_in(const struct nlattr* within, const struct nlattr* each)
+{
+    const char* first = mnl_attr_get_payload(within);
+    return attribute_at(each == NULL ? (const void*)first : mnl_attr_next(each),
+                        first + mnl_attr_get_payload_len(within));
+}
+
+const struct nlattr* netlink_find(const union netlink_message* message, unsigned int type)
+{
+    const struct nlattr* each = netlink_next(message, NULL);
+    while (each != NULL && mnl_attr_get_type(each) != type)
+    {
+        each = netlink_next(message, each);
+    }
+    return each;
+}
+
+const struct nlattr* netlink_find_in(const struct nlattr* within, unsigned int type)
+{
+    const struct nlattr* each = within != NULL ? netlink_next_in(within, NULL) : NULL;
+    while (each != NULL && mnl_attr_get_type(each) != type)
+    {
+        each = netlink_next_in(within, each);
+    }
+    return each;
+}
+
+bool netlink_number(const struct nlattr* attribute, uint64_t* number)
+{
+    if (attribute == NULL)
+    {
+        return false;
+    }
+    const void* bytes = mnl_attr_get_payload(attribute);
+    uint16_t two = 0;
+    uint32_t four = 0;
+    switch (mnl_attr_get_payload_len(attribute))
+    {
+    case 1:
+        *number = *(const uint8_t*)bytes;
+        return true;
+    case sizeof two:
+        memcpy(&two, bytes, sizeof two);
+        *number = two;
+        return true;
+    case sizeof four:
+        memcpy(&four, bytes, sizeof four);
+        *number = four;
+        return true;
+    case sizeof *number:
+        memcpy(number, bytes, sizeof *number);
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool netlink_text(const struct nlattr* attribute, char* text, size_t size)
+{
+    if (attribute == NULL)
+    {
+        return false;
+    }
+    snprintf(text, size, "%.*s", (int)mnl_attr_get_payload_len(attribute),
+             (const char*)mnl_attr_get_payload(attribute));
+    return true;
+}
+
+void netlink_close(void)
+{
+    for (size_t i = 0; i < sizeof sockets / sizeof *sockets; ++i)
+    {
+        if (sockets[i] != NULL)
+        {
+            mnl_socket_close(sockets[i]);
+            sockets[i] = NULL;
+        }
+    }
+}

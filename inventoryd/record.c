@@ -1,0 +1,107 @@
+#define _POSIX_C_SOURCE 200809L /* O_CLOEXEC, symlink */
+
+#include "record.h"
+
+#include "sysfs.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+static const char* root; /* null if no record is written */
+
+int record_start(const char* directory)
+{
+    if (mkdir(directory, 0700) != 0)
+    {
+        return errno;
+    }
+    root = directory;
+    return 0;
+}
+
+bool record_is_running(void)
+{
+    return root != NULL;
+}
+
+/* The path in the record, whose directories it makes. */
+static bool place(char path[sysfs_path_size], const char* source)
+{
+    const size_t length = strlen(sysfs_root);
+    if (root == NULL || strncmp(source, sysfs_root, length) != 0 ||
+        !sysfs_join(path, root, source + length))
+    {
+        return false;
+    }
+    for (char* slash = path + strlen(root) + 1; (slash = strchr(slash + 1, '/')) != NULL;)
+    {
+        *slash = '\0';
+        mkdir(path, 0700);
+        *slash = '/';
+    }
+    return true;
+}
+
+static void check(const char* path, bool is_done)
+{
+    if (!is_done && errno != EEXIST)
+    {
+        fprintf(stderr, SD_WARNING "%s: %s\n", path, strerror(errno));
+    }
+}
+
+static bool has_serial(const char* path)
+{
+    const char* name = strrchr(path, '/') + 1;
+    return strcmp(name, "serial") == 0 || strcmp(name, "serial_number") == 0;
+}
+
+void record_file(const char* source, const void* bytes, size_t size, mode_t mode)
+{
+    char path[sysfs_path_size];
+    if (!place(path, source))
+    {
+        return;
+    }
+    const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    bool is_done = fd >= 0;
+    if (is_done && !sysfs_serials && has_serial(path))
+    {
+        for (size_t i = 0; i + 1 < size; ++i)
+        {
+            is_done = is_done && write(fd, "X", 1) == 1;
+        }
+    }
+    else if (is_done)
+    {
+        is_done = write(fd, bytes, size) == (ssize_t)size;
+    }
+    check(path, is_done && fchmod(fd, (mode & 0444) | 0200) == 0);
+    if (fd >= 0)
+    {
+        close(fd);
+    }
+}
+
+void record_link(const char* source, const char* target)
+{
+    char path[sysfs_path_size];
+    if (place(path, source))
+    {
+        check(path, symlink(target, path) == 0);
+    }
+}
+
+void record_directory(const char* source)
+{
+    char path[sysfs_path_size];
+    if (place(path, source))
+    {
+        check(path, mkdir(path, 0700) == 0);
+    }
+}

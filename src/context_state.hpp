@@ -1,0 +1,105 @@
+/*
+ * What a context has besides the fields that hosts see: one struct, so that each file of the frame
+ * keeps its part of a context here and none of it shows in a host's header.
+ */
+#pragma once
+
+#include "announcement.hpp"
+#include "deferred_call.hpp"
+#include "limited_log.hpp"
+#include "object_index.hpp"
+#include "object_manager.hpp"
+
+#include <gantry/context.hpp>
+
+#include <systemd/sd-event.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace gantry
+{
+
+struct ContextState
+{
+    explicit ContextState(void (*destroy_context)(GANTRY_cpp_context* context)) :
+        destroy(destroy_context)
+    {
+    }
+
+    // Loops and destruction (deferred_destruction.hpp).
+
+    /** A stop was requested and the outermost loop hasn't returned yet. Signal handlers set it. */
+    std::atomic<bool> stopping{false};
+    static_assert(std::atomic<bool>::is_always_lock_free);
+
+    /** The number of the context's loops on the stack; above 1 when a callback entered one. */
+    std::uint32_t loops = 0;
+
+    /** The context was freed while it was in use; then `destroy` destroys it. */
+    bool destroy_when_idle = false;
+    void (*const destroy)(GANTRY_cpp_context* context);
+
+    /** The newest object that was freed inside a callback; its `older` is the next one. */
+    GANTRY_instance* freed_objects = nullptr;
+
+    /** The event source that destroys what was freed; null before the first use. */
+    sd_event_source* destruction = nullptr;
+
+    // Objects (object.hpp, object_manager.hpp).
+
+    ObjectIndex objects;
+
+    /** Entries of `tracker` whose object was freed. */
+    std::size_t freed_entries = 0;
+
+    /** What the last creating function published, and why not. */
+    GANTRY_instance* last_created = nullptr;
+    int create_error = ENOENT;
+
+    /** The objects whose hosts have asked to hear of clients' writes. */
+    std::unordered_map<const void*, GANTRY_instance*> write_listeners;
+
+    /** The object managers at paths that the host chose, oldest first. */
+    std::vector<std::unique_ptr<RootManager>> root_managers;
+
+    // The connection (connection.hpp).
+
+    /** The well-known names that the bus has granted and not told the loss of, newest last. A text
+     * stays where it is for as long as the name is owned. */
+    std::list<std::string> granted_names;
+
+    LimitedLog lost_changes{1, "changes could not be announced"};
+
+    /** The filter that sees each message that arrives. */
+    sd_bus_slot* filter = nullptr;
+
+    /** Whether no one else uses the connection. */
+    bool is_private = false;
+
+    /** Called when the connection is lost; null for none. */
+    void (*on_disconnect)(GANTRY_cpp_context* context, void* data) = nullptr;
+    void* disconnect_data = nullptr;
+    std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)> disconnected{nullptr,
+                                                                            sd_bus_slot_unref};
+
+    // Changes that wait (announcement.hpp).
+
+    PendingChanges changes;
+
+    // Signals (signal.hpp).
+
+    LimitedLog unreadable_signals{9, "signals could not be read"};
+
+    // Calls that are answered later (deferred_call.hpp).
+
+    DeferredCalls calls;
+};
+
+} // namespace gantry

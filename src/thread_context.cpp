@@ -1,0 +1,82 @@
+#include "thread_context.hpp"
+
+#include "connection.hpp"
+#include "context_state.hpp"
+#include "exception_boundary.hpp"
+
+#include <pthread.h>
+#include <sched.h>
+
+#include <atomic>
+#include <new>
+
+namespace gantry
+{
+namespace
+{
+
+pthread_once_t key_once = PTHREAD_ONCE_INIT;
+pthread_key_t context_key;
+std::atomic<bool> key_valid{false};
+
+/**
+ * The key's destructor, in the thread that exits. If the thread ended inside a callback, the frames
+ * of sd-bus never returned and keep their references, so the connection is closed here: else its
+ * name would stay owned, and calls would wait for their timeout.
+ */
+void destroy_at_thread_exit(void* data)
+{
+    // The thread may exit with a cancellation pending.
+    const NoCancellation no_cancellation;
+    auto* context = static_cast<GANTRY_cpp_context*>(data);
+    sd_bus* abandoned =
+        is_in_callback(*context) ? sd_bus_ref(GANTRY_get_sd_bus(context->bus)) : nullptr;
+    context->state->destroy(context);
+    sd_bus_close_unref(abandoned);
+}
+
+void create_key()
+{
+    constexpr int attempts = 10;
+    for (int attempt = 1; pthread_key_create(&context_key, destroy_at_thread_exit) != 0; ++attempt)
+    {
+        if (attempt == attempts)
+        {
+            return;
+        }
+        sched_yield();
+    }
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    key_valid.store(true);
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+}
+
+} // namespace
+
+bool has_thread_key() noexcept
+{
+    pthread_once(&key_once, create_key);
+    return key_valid;
+}
+
+// POSIX leaves pthread_getspecific out of what a signal handler may call; glibc allows it, and it
+// is a load from the thread's descriptor.
+GANTRY_cpp_context* own_context() noexcept
+{
+    return key_valid ? static_cast<GANTRY_cpp_context*>(pthread_getspecific(context_key)) : nullptr;
+}
+
+void set_own_context(GANTRY_cpp_context* context)
+{
+    if (pthread_setspecific(context_key, context) != 0)
+    {
+        throw std::bad_alloc();
+    }
+}
+
+int delete_thread_key() noexcept
+{
+    return key_valid.exchange(false) ? pthread_key_delete(context_key) : -1;
+}
+
+} // namespace gantry

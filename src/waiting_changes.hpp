@@ -1,0 +1,42 @@
+/*
+ * What the rest of the frame has to do for changes that wait (announcement.hpp): send those of an
+ * object before anything else that it sends, and drop those of an object that is being destroyed.
+ */
+#pragma once
+
+#include <cstddef>
+
+namespace gantry
+{
+
+struct Object;
+
+/** How many objects of the thread's context have changes that wait. At a fixed offset from the
+ *  thread pointer, so that a reply pays one load for the question. */
+[[gnu::tls_model("initial-exec")]] inline constinit thread_local std::size_t waiting_objects = 0;
+
+void send_waiting_changes_of(const Object& object);
+void forget_waiting_changes_of(const Object& object) noexcept;
+
+/** Sends what waits for an object, before a reply or another signal of it. Throws what a getter
+ *  throws. */
+template <class Class>
+void send_changes_of(const Class& object)
+{
+    if (waiting_objects != 0)
+    {
+        send_waiting_changes_of(reinterpret_cast<const Object&>(object));
+    }
+}
+
+/** Drops what waits for an object that is being destroyed. */
+template <class Class>
+void forget_changes_of(const Class& object) noexcept
+{
+    if (waiting_objects != 0)
+    {
+        forget_waiting_changes_of(reinterpret_cast<const Object&>(object));
+    }
+}
+
+} // namespace gantry

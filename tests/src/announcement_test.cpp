@@ -1,0 +1,217 @@
+// Changes that wait: while the host holds them, and while the bus daemon doesn't read.
+
+#include "src/served.hpp"
+
+#include <gantry/object.hpp>
+#include <gantry/property.hpp>
+
+using gantry::HeldChanges;
+
+namespace
+{
+
+constexpr const char* sample = "com.orvane.velmar.sample.gantrytest";
+
+class Announcement : public Served
+{
+  protected:
+    Announcement()
+    {
+        object = publish("/object");
+    }
+
+    GANTRY_instance* publish(const char* path)
+    {
+        GANTRY_instance* published = nullptr;
+        int error = 0;
+        GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(context, &table, path, this);
+        GANTRY_instance_get_created(context, &published, &error);
+        EXPECT_EQ(error, 0);
+        return published;
+    }
+
+    void set(GANTRY_instance* instance, int value)
+    {
+        int error = 0;
+        GANTRY_property_set_int32(instance, "PropInt32", value, false, &error);
+        EXPECT_EQ(error, 0);
+    }
+
+    // Changes until they wait, and some more; the last value is the one that counts.
+    void change_while_stalled()
+    {
+        client.settle(service);
+        kill(-support::bus().pid(), SIGSTOP);
+        for (int value = 1; value <= last; ++value)
+        {
+            set(object, value);
+        }
+        EXPECT_EQ(logged(2), "1 announcement.must_wait: changes wait, dbus has 10000 messages in "
+                             "write queue\n");
+    }
+    static void resume()
+    {
+        kill(-support::bus().pid(), SIGCONT);
+    }
+    std::uint64_t queued()
+    {
+        std::uint64_t count = 0;
+        sd_bus_get_n_queued_write(GANTRY_get_sd_bus(context->bus), &count);
+        return count;
+    }
+
+    // What the client has been sent last of the property.
+    std::string seen()
+    {
+        for (auto signal = client.signals().rbegin(); signal != client.signals().rend(); ++signal)
+        {
+            if (const auto found = signal->changed.find("PropInt32");
+                found != signal->changed.end())
+            {
+                return found->second;
+            }
+        }
+        return "";
+    }
+    bool sees_last()
+    {
+        return client.wait_for([this] { return seen() == "i " + std::to_string(last); });
+    }
+
+    static constexpr int last = 12'000;
+    GANTRY_table__com_orvane_velmar_sample_gantrytest table{};
+    GANTRY_instance* object = nullptr;
+};
+
+TEST_F(Announcement, StalledDaemonGetsTheLastValuesAndTheQueueStaysBounded)
+{
+    change_while_stalled();
+    EXPECT_LE(queued(), 10'000U);
+    resume();
+    EXPECT_TRUE(sees_last());
+}
+
+// The queue may be written without an event: then nothing but a look at it sends what waits.
+TEST_F(Announcement, DrainedQueueIsNoticedByALoopAndByTheHostsOwnEventLoop)
+{
+    change_while_stalled();
+    resume();
+    sd_bus_flush(GANTRY_get_sd_bus(context->bus));
+    EXPECT_TRUE(sees_last());
+
+    GANTRY_property_set_int32(object, "PropInt32", 0, true, nullptr);
+    change_while_stalled();
+    resume();
+    sd_bus_flush(GANTRY_get_sd_bus(context->bus));
+    client.signals().clear();
+    support::Client outside{[this] { sd_event_run(context->event.get(), 10'000); }};
+    outside.subscribe();
+    EXPECT_TRUE(outside.wait_for(
+        [&]
+        {
+            return std::any_of(outside.signals().begin(), outside.signals().end(),
+                               [](const auto& signal)
+                               { return signal.changed.count("PropInt32"); });
+        }));
+}
+
+TEST_F(Announcement, ContextThatIsFreedSendsWhatWaits)
+{
+    for (const bool is_shared : {true, false})
+    {
+        GANTRY_use_default = is_shared;
+        make();
+        object = publish("/object");
+        change_while_stalled();
+        resume();
+        GANTRY_context_free(&context);
+        EXPECT_TRUE(sees_last()) << seen();
+        client.signals().clear();
+        make();
+    }
+    GANTRY_use_default = true;
+}
+
+TEST_F(Announcement, ContextThatIsFreedWaitsForAStoppedDaemonNoLongerThanASecond)
+{
+    GANTRY_use_default = false;
+    make();
+    GANTRY_use_default = true;
+    object = publish("/object");
+    change_while_stalled();
+    const auto begun = std::chrono::steady_clock::now();
+    GANTRY_context_free(&context);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(10));
+    EXPECT_THAT(logged(2), testing::MatchesRegex("2 connection.write_what_is_left: 1000[0-9] "
+                                                 "messages are dropped that the bus didn't take in "
+                                                 "a second\n"));
+    resume();
+    make();
+}
+
+TEST_F(Announcement, HeldChangesAreOneSignalForEachObjectInAnyWayTheyAreSet)
+{
+    auto* second = publish("/second");
+    auto* freed = publish("/freed");
+    client.settle(service);
+    client.signals().clear();
+    {
+        const HeldChanges held;
+        GANTRY_context_hold_changes(context);
+        for (int value = 1; value <= 3; ++value)
+        {
+            set(object, value);
+            set(second, value + 10);
+            set(freed, value);
+        }
+        gantry::object<Sample>(second)->propByte(5);
+        const char* const names[] = {"PropString", nullptr};
+        GANTRY_property_announce(second, names, nullptr);
+        GANTRY_instance_free(&freed);
+        int error = -1;
+        GANTRY_context_send_changes(context, &error); // the inner pair's
+        EXPECT_EQ(error, 0);
+    }
+    const std::string changed = " PropertiesChanged sa{sv}as \"" + std::string(sample) + "\", ";
+    EXPECT_EQ(sent(), "/freed InterfacesRemoved oas objpath \"/freed\", [\"" + std::string(sample) +
+                          "\"]\n/object" + changed + "{\"PropInt32\": <i 3>}, []\n/second" +
+                          changed +
+                          "{\"PropByte\": <y 5>, \"PropInt32\": <i 13>, \"PropString\": <s \"\">}, "
+                          "[]\n");
+    EXPECT_EQ(logged(2), "");
+    int error = 0;
+    GANTRY_context_send_changes(context, &error);
+    EXPECT_EQ(error, EINVAL);
+}
+
+TEST_F(Announcement, ChangesThatWaitPrecedeWhatElseTheirObjectSends)
+{
+    static constexpr auto signal = GANTRY_signal__com_orvane_velmar_sample_gantrytest__faultAdded;
+    client.settle(service);
+    client.signals().clear();
+    table.GetString = [](GANTRY_instance* instance, char** /*out*/)
+    {
+        GANTRY_context_hold_changes(nullptr);
+        GANTRY_property_set_int32(instance, "PropInt32", 7, false, nullptr);
+        char text[] = "fault";
+        signal(instance, text);
+        GANTRY_property_set_int32(instance, "PropInt32", 8, false, nullptr);
+    };
+    // The client's signals are those that have arrived before the reply.
+    EXPECT_TRUE(client.call({service, "/object"}, sample, "GetString").ok());
+    std::string order;
+    for (const auto& each : client.signals())
+    {
+        order += each.member + ' ';
+    }
+    EXPECT_EQ(order, "PropertiesChanged faultAdded PropertiesChanged ");
+    EXPECT_EQ(seen(), "i 8");
+
+    // Held when its callback has returned: the loop sends it all the same.
+    set(object, 9);
+    EXPECT_TRUE(client.wait_for([this] { return seen() == "i 9"; }));
+    EXPECT_EQ(logged(2), "2 announcement.send_due_changes: changes are held while a loop runs, and "
+                         "are sent\n");
+}
+
+} // namespace
