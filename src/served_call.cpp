@@ -1,6 +1,6 @@
 #include "served_call.hpp"
 
-#include "connection.hpp"
+#include "credentials.hpp"
 #include "gantrycontext.hpp"
 #include "thread_context.hpp"
 #include "utf8.hpp"
@@ -196,29 +196,20 @@ void GANTRY_call_get_credentials(GANTRY_instance* instance, uid_t* uid, pid_t* p
         {
             return gantry::already_logged(EINVAL);
         }
-        sd_bus_creds* creds = nullptr;
-        int result = gantry::uninterrupted(
-            [&]
-            {
-                return sd_bus_query_sender_creds(served->message,
-                                                 SD_BUS_CREDS_EUID | SD_BUS_CREDS_PID, &creds);
-            });
-        uid_t asked_uid = 0;
-        pid_t asked_pid = 0;
-        result = result < 0 ? result : sd_bus_creds_get_euid(creds, &asked_uid);
-        result = result < 0 ? result : sd_bus_creds_get_pid(creds, &asked_pid);
-        sd_bus_creds_unref(creds);
+        gantry::Credentials found{};
+        const int result = gantry::ask_credentials(
+            *instance->vctx, sd_bus_message_get_sender(served->message), found);
         if (result < 0)
         {
             return -result;
         }
         if (uid != nullptr)
         {
-            *uid = asked_uid;
+            *uid = found.uid;
         }
         if (pid != nullptr)
         {
-            *pid = asked_pid;
+            *pid = found.pid;
         }
         return 0;
     };

@@ -3,6 +3,8 @@
 #include <map>
 #include <random>
 
+#include <sys/resource.h>
+
 #include "src/served.hpp"
 
 namespace
@@ -129,6 +131,48 @@ TEST_F(Call, KnowsItsCaller)
     EXPECT_EQ(start("Try_string_D")->text, "s \"" + std::string(name) + '"');
     GANTRY_call_get_sender(instance, &name);
     EXPECT_EQ(name, nullptr);
+}
+
+TEST_F(Call, AskingForItsCallerTakesNoDescriptorsIn)
+{
+    // Of a method that is open to all: for others sd-bus asks the bus itself, before.
+    GANTRY_table__com_orvane_velmar_hwi_HWISupport open{};
+    open.queryIsReady = [](GANTRY_instance* object, bool* out)
+    {
+        uid_t uid = UINT_MAX;
+        GANTRY_call_get_credentials(object, &uid, nullptr, &error);
+        *out = uid == geteuid();
+    };
+    GANTRY_instantiate__com_orvane_velmar_hwi_HWISupport(context, &open, "/object", nullptr);
+    const auto call =
+        client.start({service, "/object"}, "com.orvane.velmar.hwi.HWISupport", "queryIsReady");
+    // Behind the call, so that they arrive while the bus is asked: more than the process may have.
+    for (int count = 0; count < 64; ++count)
+    {
+        const auto signal = client.new_signal("/", "com.example", "Full");
+        for (int number = 0; number < 16; ++number)
+        {
+            sd_bus_message_append(signal.get(), "h", STDERR_FILENO);
+        }
+        sd_bus_send_to(client.bus(), signal.get(), service.c_str(), nullptr);
+    }
+    sd_bus_flush(client.bus());
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit few{256, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    client.settle(service);
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(call->text, "b true");
+    // The connection on which it asks answers nobody, and ends with the context.
+    const auto second = ":1." + std::to_string(std::stoi(service.substr(3)) + 1);
+    const auto ignored = client.start({second, "/"}, "org.freedesktop.DBus.Peer", "Ping");
+    EXPECT_EQ(client.name_owner(second.c_str()), second);
+    client.settle(service);
+    EXPECT_EQ(ignored->text, "no reply");
+    GANTRY_context_free(&context);
+    EXPECT_EQ(client.name_owner(second.c_str()), "");
+    EXPECT_EQ(logged(8), "");
 }
 
 TEST_F(Call, DeferredIsAnsweredOnceByItsOwnMethodWhileOthersAreServed)
