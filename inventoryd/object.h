@@ -70,6 +70,9 @@ struct kind
     unsigned int scan;
 };
 
+/* Whether there is no bus: then nothing is published, and what is put is dropped. */
+extern bool object_is_unpublished;
+
 void kind_begin(struct kind* kind);
 void kind_end(struct kind* kind);
 
