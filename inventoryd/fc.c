@@ -1,10 +1,9 @@
 /*
- * Fibre Channel: a port is a SCSI host with an fc_host. Drivers tell more of it in files of the
- * scsi_host, each under names of its own. Hosts of virtual ports are none.
+ * Fibre Channel: a port is an fc_host of the function, and not of a virtual port. Drivers tell more
+ * of it in files of the scsi_host of the same name, which are called otherwise by each driver.
  */
 #include "adapter.h"
 #include "attribute.h"
-#include "devices.h"
 #include "inventory.h"
 #include "nic.h"
 
@@ -13,29 +12,18 @@
 #include <string.h>
 #include <time.h>
 
-/* The directory of the host in a class, or one below it. */
-static bool find_class(char path[sysfs_path_size], const char* host, const char* class,
-                       const char* below)
+static void find_port(void* data, const char* path, const char* name)
 {
-    return snprintf(path, sysfs_path_size, "%s/%s/%s%s", host, class, devices_name(host), below) <
-           sysfs_path_size;
-}
-
-static void read_class(struct object* object, const char* class, const char* host,
-                       const struct attribute* attributes, size_t count)
-{
-    char path[sysfs_path_size];
-    if (find_class(path, host, class, ""))
-    {
-        attributes_read(object, path, attributes, count);
-    }
+    (void)name;
+    adapter_found(data, path, 1);
 }
 
 static void find_host(void* data, const char* path, const char* name)
 {
-    if (strncmp(name, "host", 4) == 0 && sysfs_has_directory(path, "fc_host"))
+    char hosts[sysfs_path_size];
+    if (strncmp(name, "host", 4) == 0 && sysfs_join(hosts, path, "fc_host"))
     {
-        adapter_found(data, path, 1);
+        sysfs_each(hosts, find_port, data);
     }
 }
 
@@ -44,28 +32,49 @@ static void find_ports(struct adapter_scan* scan, const char* function)
     sysfs_each(function, find_host, scan);
 }
 
+/* The scsi_host's text is empty if it has none of the files. */
+static bool read_scsi_host(const char* port, const char* file, const char* or_file,
+                           char text[sysfs_text_size])
+{
+    char directory[sysfs_path_size];
+    const char* name = strrchr(port, '/');
+    const int length = (int)(name - port - (ptrdiff_t)strlen("/fc_host"));
+    text[0] = '\0';
+    return snprintf(directory, sizeof directory, "%.*s/scsi_host%s", length, port, name) <
+               (int)sizeof directory &&
+           (sysfs_text(directory, file, text) || sysfs_text(directory, or_file, text));
+}
+
 static void put_slot(struct object* object, const struct card* card, const char* port,
                      unsigned int ports)
 {
-    static const struct attribute of_scsi_host[] = {
-        {"DeviceName", "model_name", NULL, 0}, {"DeviceName", "modelname", NULL, 0},
-        {"ChipType", "isp_name", NULL, 0},     {"FamilyVersion", "fw_version", NULL, 0},
-        {"FamilyVersion", "fwrev", NULL, 0},   {"EFIVersion", "optrom_efi_version", NULL, 0},
+    static const char* const files[][3] = {
+        {"DeviceName", "model_name", "modelname"},
+        {"ChipType", "isp_name", ""},
+        {"FamilyVersion", "fw_version", "fwrev"},
+        {"EFIVersion", "optrom_efi_version", ""},
     };
-    static const struct attribute of_fc_host[] = {{"FramePayloadSize", "maxframe_size", NULL, 0}};
+    static const struct attribute attributes[] = {{"FramePayloadSize", "maxframe_size", NULL, 0}};
     enum
     {
         scsi = 1 /* this host's code of a protocol */
     };
+    char text[sysfs_text_size];
     (void)card;
     object_put_byte(object, "SupportedProtocols", scsi);
     object_put_byte(object, "PartitionCount", ports);
-    if (port[0] != '\0')
+    if (ports == 0)
     {
-        read_class(object, "scsi_host", port, of_scsi_host,
-                   sizeof of_scsi_host / sizeof *of_scsi_host);
-        read_class(object, "fc_host", port, of_fc_host, 1);
+        return;
     }
+    for (size_t i = 0; i < sizeof files / sizeof *files; ++i)
+    {
+        if (read_scsi_host(port, files[i][1], files[i][2], text))
+        {
+            object_put_string(object, files[i][0], text);
+        }
+    }
+    attributes_read(object, port, attributes, 1);
 }
 
 /* Words of four bytes. */
@@ -75,7 +84,7 @@ static void put_kilobytes(struct object* object, const char* member, uint64_t wo
 }
 
 /* The state's code is its place among the kernel's names of states. */
-static void put_state(struct object* object, const char* fc_host)
+static void put_state(struct object* object)
 {
     static const char* const states[] = {"",        "Not Present", "Online",      "Offline",
                                          "Blocked", "Bypassed",    "Diagnostics", "Linkdown",
@@ -88,7 +97,7 @@ static void put_state(struct object* object, const char* fc_host)
     };
     char text[sysfs_text_size] = "";
     size_t code = count - 1;
-    (void)sysfs_text(fc_host, "port_state", text);
+    (void)sysfs_text(object->device, "port_state", text);
     while (code > unknown && strcmp(text, states[code]) != 0)
     {
         --code;
@@ -98,85 +107,76 @@ static void put_state(struct object* object, const char* fc_host)
                     code == unknown  ? unknown
                     : code == online ? adapter_link_up
                                      : adapter_link_down);
-    const bool is_speed = sysfs_text(fc_host, "speed", text) && strstr(text, " Gbit") != NULL;
+    const bool is_speed =
+        sysfs_text(object->device, "speed", text) && strstr(text, " Gbit") != NULL;
     object_put_uint16(object, "PortSpeed", is_speed ? strtoul(text, NULL, 10) : 0);
 }
 
 static void put_counters(struct object* object)
 {
     static const struct attribute counters[] = {
-        {"FCRxTotalFrames", "rx_frames", adapter_put_counter, 10},
-        {"FCTxTotalFrames", "tx_frames", adapter_put_counter, 10},
-        {"FCRxKBCount", "rx_words", put_kilobytes, 10},
-        {"FCTxKBCount", "tx_words", put_kilobytes, 10},
-        {"FCLinkFailures", "link_failure_count", adapter_put_counter, 10},
-        {"FCLossOfSignals", "loss_of_signal_count", adapter_put_counter, 10},
-        {"FCInvalidCRCs", "invalid_crc_count", adapter_put_counter, 10},
+        {"FCRxTotalFrames", "statistics/rx_frames", adapter_put_counter, 10},
+        {"FCTxTotalFrames", "statistics/tx_frames", adapter_put_counter, 10},
+        {"FCRxKBCount", "statistics/rx_words", put_kilobytes, 10},
+        {"FCTxKBCount", "statistics/tx_words", put_kilobytes, 10},
+        {"FCLinkFailures", "statistics/link_failure_count", adapter_put_counter, 10},
+        {"FCLossOfSignals", "statistics/loss_of_signal_count", adapter_put_counter, 10},
+        {"FCInvalidCRCs", "statistics/invalid_crc_count", adapter_put_counter, 10},
     };
-    char path[sysfs_path_size];
     uint64_t seconds = 0;
     const bool is_new = object->is_new;
-    if (find_class(path, object->device, "fc_host", ""))
+    put_state(object);
+    attributes_read(object, object->device, counters, sizeof counters / sizeof *counters);
+    nic_put_statistics_times(object);
+    if (is_new && sysfs_number(object->device, "statistics/seconds_since_last_reset", 10, &seconds))
     {
-        put_state(object, path);
-    }
-    if (find_class(path, object->device, "fc_host", "/statistics"))
-    {
-        attributes_read(object, path, counters, sizeof counters / sizeof *counters);
-        nic_put_statistics_times(object);
-        if (is_new && sysfs_number(path, "seconds_since_last_reset", 10, &seconds))
-        {
-            object_put_uint32(object, "StatisticsStartTime", (uint64_t)time(NULL) - seconds);
-        }
+        object_put_uint32(object, "StatisticsStartTime", (uint64_t)time(NULL) - seconds);
     }
 }
 
 static void put_port(struct object* object, const struct card* card)
 {
-    static const struct attribute timeouts[] = {
+    static const struct attribute attributes[] = {
         {"PortDownTimeOut", "dev_loss_tmo", object_put_uint32, 10}};
-    char directory[sysfs_path_size];
     char text[sysfs_text_size];
     object_put_byte(object, "PortNumber", object->tag);
-    read_class(object, "fc_host", object->device, timeouts, 1);
+    attributes_read(object, object->device, attributes, 1);
     if (sysfs_link_name(card->function, "driver", text))
     {
         object_put_byte(object, "OSDriverState", adapter_driver_bound);
     }
-    if (find_class(directory, object->device, "scsi_host", ""))
-    {
-        /* The version of the code that starts the machine from the adapter. */
-        const bool is_known = sysfs_text(directory, "optrom_bios_version", text) ||
-                              sysfs_text(directory, "option_rom_version", text);
-        object_put_byte(object, "FCBootSupport",
-                        object_switch(is_known, text[strspn(text, "0. ")] != '\0'));
-        const bool has_file = sysfs_text(directory, "thermal_temp", text);
-        object_put_byte(object, "OnChipThermalSensor",
-                        object_switch(has_file, text[0] >= '0' && text[0] <= '9'));
-    }
+    /* The version of the code that starts the machine from the adapter. */
+    bool is_known =
+        read_scsi_host(object->device, "optrom_bios_version", "option_rom_version", text);
+    object_put_byte(object, "FCBootSupport",
+                    object_switch(is_known, strpbrk(text, "123456789") != NULL));
+    is_known = read_scsi_host(object->device, "thermal_temp", "", text);
+    object_put_byte(object, "OnChipThermalSensor",
+                    object_switch(is_known, strpbrk(text, "0123456789") != NULL));
     put_counters(object);
 }
 
 /* A name that isn't the one of the adapter's maker is virtual. */
 static void put_partition(struct object* object, const struct card* card)
 {
-    static const struct attribute of_fc_host[] = {{"WWN", "node_name", NULL, 0}};
-    static const struct attribute of_scsi_host[] = {
-        {"FCMaxNumberExchanges", "max_xri", object_put_uint16, 10},
-        {"FCMaxNumberOutStandingCommands", "can_queue", object_put_uint16, 10},
-    };
-    char directory[sysfs_path_size];
     char text[sysfs_text_size] = "";
     char permanent[sysfs_text_size];
-    read_class(object, "fc_host", object->device, of_fc_host, 1);
-    read_class(object, "scsi_host", object->device, of_scsi_host, 2);
-    if (find_class(directory, object->device, "fc_host", ""))
+    if (sysfs_text(object->device, "node_name", text))
     {
-        (void)sysfs_text(directory, "port_name", text);
-        const bool is_virtual =
-            sysfs_text(directory, "permanent_port_name", permanent) && strcmp(text, permanent) != 0;
-        object_put_string(object, "WWPN", is_virtual ? permanent : text);
-        object_put_string(object, "VirtualWWPN", is_virtual ? text : "");
+        object_put_string(object, "WWN", text);
+    }
+    (void)sysfs_text(object->device, "port_name", text);
+    const bool is_virtual = sysfs_text(object->device, "permanent_port_name", permanent) &&
+                            strcmp(text, permanent) != 0;
+    object_put_string(object, "WWPN", is_virtual ? permanent : text);
+    object_put_string(object, "VirtualWWPN", is_virtual ? text : "");
+    if (read_scsi_host(object->device, "max_xri", "", text))
+    {
+        object_put_uint16(object, "FCMaxNumberExchanges", strtoul(text, NULL, 10));
+    }
+    if (read_scsi_host(object->device, "can_queue", "", text))
+    {
+        object_put_uint16(object, "FCMaxNumberOutStandingCommands", strtoul(text, NULL, 10));
     }
     if (sysfs_link_name(card->function, "driver", text))
     {

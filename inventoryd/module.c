@@ -37,16 +37,14 @@ double module_signed(uint32_t raw)
 const struct module_standard* module_standard_of(const struct module_memory* memory)
 {
     static const struct module_standard* const standards[] = {&module_sfp, &module_qsfp,
-                                                              &module_qsfpd};
+                                                              &module_qsfpd, NULL};
+    const struct module_standard* const* each = standards;
     const uint8_t identifier = module_bits(memory, module_lower, 0, 0xFF);
-    for (size_t i = 0; i < sizeof standards / sizeof *standards; ++i)
+    while (*each != NULL && (identifier == 0 || strchr((*each)->identifiers, identifier) == NULL))
     {
-        if (identifier != 0 && strchr(standards[i]->identifiers, identifier) != NULL)
-        {
-            return standards[i];
-        }
+        ++each;
     }
-    return NULL;
+    return *each;
 }
 
 uint32_t module_things(const struct module_standard* standard, const struct module_memory* memory)
@@ -91,7 +89,7 @@ static void put_text(struct object* object, const struct module_memory* memory,
             length = 0;
             break;
         }
-        text[i] = byte != 0 ? (char)byte : ' ';
+        text[i] = (char)(byte != 0 ? byte : ' ');
         length = text[i] != ' ' ? i + 1U : length;
     }
     text[length] = '\0';

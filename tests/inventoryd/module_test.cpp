@@ -19,7 +19,6 @@ extern "C"
 namespace
 {
 
-using testing::AllOf;
 using testing::Contains;
 using testing::IsSupersetOf;
 using testing::Pair;
