@@ -1,3 +1,5 @@
+#define _POSIX_C_SOURCE 200809L /* strdup */
+
 #include "object.h"
 
 #include "devices.h"
@@ -140,12 +142,6 @@ static void release(struct object* object)
     free(object);
 }
 
-static char* copy(const char* text)
-{
-    char* made = malloc(strlen(text) + 1);
-    return made != NULL ? strcpy(made, text) : NULL;
-}
-
 /* A scan mostly finds the objects in the order of the former one, so each search begins where the
  * last one ended. */
 static struct object* find(struct kind* kind, const char* name)
@@ -174,8 +170,8 @@ static struct object* add(struct kind* kind, const char* name, const char* devic
     }
     object->kind = kind;
     object->is_new = true;
-    object->name = copy(name);
-    object->device = copy(device);
+    object->name = strdup(name);
+    object->device = strdup(device);
     if (object->name == NULL || object->device == NULL || !publish(object))
     {
         release(object);
@@ -209,7 +205,7 @@ struct object* object_due(struct kind* kind, const char* name, const char* devic
     object->scan = kind->scan;
     if (strcmp(object->device, device) != 0 && !is_known)
     {
-        char* moved = copy(device);
+        char* moved = strdup(device);
         if (moved != NULL)
         {
             free(object->device);

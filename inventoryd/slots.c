@@ -73,7 +73,7 @@ static void first_interface(void* data, const char* path, const char* name)
     (void)name;
     if (interface[0] == '\0')
     {
-        strcpy(interface, path);
+        snprintf(interface, sysfs_path_size, "%s", path);
     }
 }
 
@@ -230,7 +230,7 @@ void slots_scan_card(const struct card* card)
     {
         return;
     }
-    strcpy(last_name, card->name);
+    snprintf(last_name, sizeof last_name, "%s", card->name);
     struct object* object = object_due(&slot_kind, card->name, card->function);
     if (object == NULL)
     {
