@@ -243,6 +243,16 @@ void kind_each(const struct kind* kind, void (*each)(struct object* object))
     }
 }
 
+bool kind_has(const struct kind* kind, const struct object* object)
+{
+    const struct object* each = kind->first;
+    while (each != NULL && each != object)
+    {
+        each = each->next;
+    }
+    return each != NULL;
+}
+
 struct object* kind_find(const struct kind* kind, uint64_t tag)
 {
     struct object* object = kind->first;
