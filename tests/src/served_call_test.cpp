@@ -458,10 +458,10 @@ TEST_F(Call, WritingClientIsToldToTheHostWhichMayRefuseBeforeOthersHearOfIt)
 {
     GANTRY_instance_on_write(instance, on_write, nullptr);
     publish("/other");
-    const auto expect_set = [this](const char* value, const std::string& reply,
+    const auto expect_set = [this](const char* value, const std::string& answer,
                                    const std::string& stored, const std::string& signals)
     {
-        EXPECT_EQ(set(value), reply);
+        EXPECT_EQ(set(value), answer);
         EXPECT_EQ(announced(), signals);
         const auto now = client.get({service, "/object"}, gantrytest, "PropString").text;
         EXPECT_EQ(now, "v <s \"" + stored + "\">");
