@@ -126,7 +126,7 @@ class MethodDispatch : public Served
 // The line that names the call that failed, and those around it.
 std::string failed(const std::string& method, const char* path = "/object0")
 {
-    return "2 served_call.leave_unanswered: method [com.orvane.velmar.sample.gantrytest." + method +
+    return "2 served_call.report: method [com.orvane.velmar.sample.gantrytest." + method +
            "] at [" + path + "] failed\n";
 }
 const std::string ended = "2 EXCEPTION gantrycommon.GANTRY_dbus_loop_one_pass: std::exception\\n\n";
