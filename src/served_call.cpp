@@ -150,8 +150,6 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
 
 } // namespace gantry
 
-using gantry::ServedCall;
-
 void GANTRY_call_fail(GANTRY_instance* instance, const char* name, const char* text, int* error)
 {
     const auto here = GANTRY_HERE;
