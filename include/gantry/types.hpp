@@ -4,8 +4,8 @@
  * GANTRY_<type>_parse_parameter reads the message's next value into *out; it throws SdBusError if
  * that value has another type or there is none. A string is a heap copy that the caller releases
  * with GANTRY_string_free. GANTRY_<type>_reply_append appends the value that its argument points
- * to; a null string, or a null pointer to one, is the empty string. No other pointer may be null. Of
- * what can be appended nothing throws but std::bad_alloc: a string that no message can hold is
+ * to; a null string, or a null pointer to one, is the empty string. No other pointer may be null.
+ * Of what can be appended nothing throws but std::bad_alloc: a string that no message can hold is
  * logged, and appended as the empty one.
  */
 #pragma once
