@@ -102,11 +102,7 @@ int append(sd_bus_message* reply, sdbusplus::SdBusInterface* bus, const Type& va
         // sdbusplus doesn't examine what it appends; sd-bus remembers that it failed.
         result = sd_bus_message_append(reply, "");
     }
-    if (result < 0) [[unlikely]]
-    {
-        return result;
-    }
-    return 1;
+    return result < 0 ? result : 1;
 }
 
 template <class Type>
@@ -125,7 +121,9 @@ int get_property(sd_bus* bus, Getter<Type> getter, sdbusplus::SdBusInterface* bu
             {
                 begin_transaction(bus, reply, cookie, bus_interface);
             }
-            return append(reply, bus_interface, for_bus((object.*getter)()));
+            Type value = (object.*getter)();
+            make_sendable(value);
+            return append(reply, bus_interface, value);
         }
         catch (const sdbusplus::exception::internal_exception& failure)
         {

@@ -45,22 +45,22 @@ std::string repaired(const char* text)
     return for_bus(std::string(text != nullptr ? text : ""));
 }
 
-/** The edge's result for a method that threw: it is handled, without a reply. */
-int leave_unanswered(int /*error*/)
-{
-    auto* message = ServedCall::current()->message;
-    GANTRY_LOG(log::failed, "method [%s.%s] at [%s] failed", sd_bus_message_get_interface(message),
-               sd_bus_message_get_member(message), sd_bus_message_get_path(message));
-    return 1;
-}
-
-/** The same for a setter: sd-bus makes the errno the client's error. */
-int fail_write(int error)
+/** What sd-bus gets if the call ends with an exception. A method's is handled, without a reply; for
+ * a write, sd-bus makes the errno the client's error. */
+int report(int error)
 {
     const auto& served = *ServedCall::current();
-    GANTRY_LOG(log::failed, "a client's write of property [%s] at [%s] failed",
-               served.written->row.member, sd_bus_message_get_path(served.message));
-    return error;
+    const char* const path = sd_bus_message_get_path(served.message);
+    if (served.written != nullptr)
+    {
+        GANTRY_LOG(log::failed, "a client's write of property [%s] at [%s] failed",
+                   served.written->row.member, path);
+        return error;
+    }
+    GANTRY_LOG(log::failed, "method [%s.%s] at [%s] failed",
+               sd_bus_message_get_interface(served.message),
+               sd_bus_message_get_member(served.message), path);
+    return as_handled(error);
 }
 
 bool is_error_name(const char* name)
@@ -119,7 +119,7 @@ int serve(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bu
             return served.is_deferred ? 1 : set_error(bus, error, failure);
         }
     };
-    return bus_boundary(run, written != nullptr ? fail_write : leave_unanswered);
+    return bus_boundary(run, report);
 }
 
 void pass_message(sdbusplus::message_t& message, ServedCall& /*served*/, Object& object,
@@ -157,8 +157,6 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
 }
 
 } // namespace gantry
-
-using gantry::ServedCall;
 
 void GANTRY_call_fail(GANTRY_instance* instance, const char* name, const char* text, int* error)
 {

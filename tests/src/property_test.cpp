@@ -240,27 +240,6 @@ TEST_F(Property, LetsNothingThrownIntoAHostInC)
     EXPECT_EQ(announced(), "");
 }
 
-// An exception with a name of its own, as sdbusplus's conversions throw.
-struct Conversion : sdbusplus::exception::internal_exception
-{
-    explicit Conversion(const char* its_name) : error(its_name)
-    {
-    }
-    const char* name() const noexcept override
-    {
-        return error;
-    }
-    const char* description() const noexcept override
-    {
-        return "of the host";
-    }
-    int get_errno() const noexcept override
-    {
-        return EINVAL;
-    }
-    const char* error;
-};
-
 TEST_F(Property, GivesTheClientTheErrorThatAnAccessorThrows)
 {
     logged();

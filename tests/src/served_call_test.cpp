@@ -472,7 +472,7 @@ TEST_F(Call, WritingClientIsToldToTheHostWhichMayRefuseBeforeOthersHearOfIt)
     expect_set("thrown", "error System.Error.EBUSY: text: Device or resource busy", "good", "");
     EXPECT_EQ(logged(2), "");
     expect_set("fatal", "error org.freedesktop.DBus.Error.IOError: Input/output error", "good", "");
-    EXPECT_EQ(logged(2), "2 served_call.fail_write: a client's write of property [PropString] at "
+    EXPECT_EQ(logged(2), "2 served_call.report: a client's write of property [PropString] at "
                          "[/object] failed\n"
                          "2 EXCEPTION gantrycommon.GANTRY_dbus_loop_one_pass: host's own\\n\n");
     expect_set("corrected", "", "by the host", "PropString: s \"by the host\"\n");
