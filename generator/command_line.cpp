@@ -108,7 +108,7 @@ void write_property_types(const fs::path& directory, std::span<const std::string
     };
     write_outputs(directory,
                   {{"property_types.hpp", render_code(templates::property_types_hpp, words)},
-                   {"property_callbacks.cpp", callbacks("plain")},
+                   {"plain_property_callbacks.cpp", callbacks("plain")},
                    {"composite_property_callbacks.cpp", callbacks("composite")}});
 }
 

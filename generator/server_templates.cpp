@@ -134,9 +134,6 @@ const std::string_view server_cpp = R"(
 #include "property_callbacks.hpp"
 #include "waiting_changes.hpp"
 %end
-%if keys
-#include "property_data_store.hpp"
-%end
 %if methods
 #include "method_adapter.hpp"
 %end
@@ -252,7 +249,7 @@ int $class::$set(
     auto* object = static_cast<$class*>(context);
     return gantry::set_property<$type>(
         value, *object, object->bus_interface, error,
-        "$member", &$class::$accessor);
+        {gantry::row_of(rows[Row::$accessor]), _vtable, properties}, &$class::$accessor);
 }
 
 %end

@@ -130,7 +130,7 @@ void start_timer(GANTRY_cpp_context& context, CallingClients& clients)
 
 HeldClient::HeldClient(GANTRY_cpp_context& context, const char* name) : is_held(name != nullptr)
 {
-    if (is_held)
+    if (name != nullptr)
     {
         auto& clients = context.state->calls.clients;
         client = clients.by_name.try_emplace(name, CallingClient{context}).first;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "announcement.hpp"
+#include "credentials.hpp"
 #include "deferred_call.hpp"
 #include "limited_log.hpp"
 #include "object_index.hpp"
@@ -100,6 +101,10 @@ struct ContextState
     // Calls that are answered later (deferred_call.hpp).
 
     DeferredCalls calls;
+
+    // Who calls (credentials.hpp).
+
+    AskingBus asking_bus{nullptr, sd_bus_close_unref};
 };
 
 } // namespace gantry

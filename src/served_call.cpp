@@ -1,12 +1,15 @@
 #include "served_call.hpp"
 
-#include "connection.hpp"
+#include "credentials.hpp"
 #include "gantrycontext.hpp"
 #include "thread_context.hpp"
 #include "utf8.hpp"
+#include "waiting_changes.hpp"
 
+#include <bit>
 #include <cerrno>
 #include <cstring>
+#include <sdbusplus/server/transaction.hpp>
 #include <string>
 
 namespace
@@ -42,6 +45,24 @@ std::string repaired(const char* text)
     return for_bus(std::string(text != nullptr ? text : ""));
 }
 
+/** The edge's result for a method that threw: it is handled, without a reply. */
+int leave_unanswered(int /*error*/)
+{
+    auto* message = ServedCall::current()->message;
+    GANTRY_LOG(log::failed, "method [%s.%s] at [%s] failed", sd_bus_message_get_interface(message),
+               sd_bus_message_get_member(message), sd_bus_message_get_path(message));
+    return 1;
+}
+
+/** The same for a setter: sd-bus makes the errno the client's error. */
+int fail_write(int error)
+{
+    const auto& served = *ServedCall::current();
+    GANTRY_LOG(log::failed, "a client's write of property [%s] at [%s] failed",
+               served.written->row.member, sd_bus_message_get_path(served.message));
+    return error;
+}
+
 bool is_error_name(const char* name)
 {
     // D-Bus gives both kinds of names the same rules.
@@ -63,35 +84,48 @@ int ServedCall::fail(const char* name, const char* text)
     return sd_bus_error_has_name(&failure, name) > 0 ? 0 : ENOMEM;
 }
 
-int at_write_edge(CallReference call)
+int set_error(sdbusplus::SdBusInterface* bus, sd_bus_error* error,
+              const sdbusplus::exception::internal_exception& failure)
 {
-    return bus_boundary(
-        [&]
-        {
-            try
-            {
-                return call();
-            }
-            catch (const Taken& taken)
-            {
-                return taken.result;
-            }
-        },
-        as_error);
+    const char* const name = failure.name();
+    return bus->sd_bus_error_set(error, is_error_name(name) ? name : SD_BUS_ERROR_FAILED,
+                                 failure.description());
 }
 
-void set_unless_refused(GANTRY_instance& listener, const char* member, sd_bus_message* message,
-                        sd_bus_error* error, CallReference set)
+int serve(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bus,
+          sd_bus_error* error, AnyFunction function, Body body, const WrittenProperty* written)
 {
-    set();
-    ServedCall served(listener.the_service, message, ServedCall::Kind::write);
-    listener.written(&listener, member, listener.written_data);
-    if (served.is_taken())
+    ServedCall served(&object, message, written);
+    const auto run = [&]
     {
-        const int refused = served.take(error);
-        set();
-        throw Taken{refused};
-    }
+        try
+        {
+            sdbusplus::message_t call(message, bus);
+            sdbusplus::server::transaction::set_id(call);
+            body(call, served, object, function);
+            if (written != nullptr)
+            {
+                send_changes_of(object); // sd-bus replies next
+            }
+            return served.is_taken() ? served.take(error) : 1;
+        }
+        catch (const sdbusplus::exception::internal_exception& failure)
+        {
+            if (body == pass_message &&
+                dynamic_cast<const sdbusplus::exception::SdBusError*>(&failure) == nullptr)
+            {
+                throw;
+            }
+            return served.is_deferred ? 1 : set_error(bus, error, failure);
+        }
+    };
+    return bus_boundary(run, written != nullptr ? fail_write : leave_unanswered);
+}
+
+void pass_message(sdbusplus::message_t& message, ServedCall& /*served*/, Object& object,
+                  AnyFunction function)
+{
+    (object.*std::bit_cast<void (Object::*)(sdbusplus::message_t&)>(function))(message);
 }
 
 void answer_with(const Place& place, const Descriptor& descriptor, const char* member,
@@ -107,11 +141,13 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
             return EINVAL;
         }
         *call = nullptr;
+        const auto& object = *static_cast<Object*>(open->instance->the_service);
         AnsweringCall taken(*open);
         if (taken.wants_reply())
         {
             auto reply = sdbusplus::message_t(taken.message()).new_method_return();
             append(values, reply);
+            send_changes_of(object);
             reply.method_return();
         }
         taken.mark_answered();
@@ -160,29 +196,20 @@ void GANTRY_call_get_credentials(GANTRY_instance* instance, uid_t* uid, pid_t* p
         {
             return gantry::already_logged(EINVAL);
         }
-        sd_bus_creds* creds = nullptr;
-        int result = gantry::uninterrupted(
-            [&]
-            {
-                return sd_bus_query_sender_creds(served->message,
-                                                 SD_BUS_CREDS_EUID | SD_BUS_CREDS_PID, &creds);
-            });
-        uid_t asked_uid = 0;
-        pid_t asked_pid = 0;
-        result = result < 0 ? result : sd_bus_creds_get_euid(creds, &asked_uid);
-        result = result < 0 ? result : sd_bus_creds_get_pid(creds, &asked_pid);
-        sd_bus_creds_unref(creds);
+        gantry::Credentials found{};
+        const int result = gantry::ask_credentials(
+            *instance->vctx, sd_bus_message_get_sender(served->message), found);
         if (result < 0)
         {
             return -result;
         }
         if (uid != nullptr)
         {
-            *uid = asked_uid;
+            *uid = found.uid;
         }
         if (pid != nullptr)
         {
-            *pid = asked_pid;
+            *pid = found.pid;
         }
         return 0;
     };
@@ -200,7 +227,7 @@ void GANTRY_call_defer(GANTRY_instance* instance, GANTRY_call** call, int* error
         {
             return gantry::already_logged(EINVAL);
         }
-        if (served->is_deferred || served->kind != ServedCall::Kind::method)
+        if (served->is_deferred || served->written != nullptr)
         {
             return EINVAL;
         }

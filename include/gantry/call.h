@@ -37,9 +37,11 @@ GANTRY_API void GANTRY_call_fail(GANTRY_instance* instance, const char* name, co
 GANTRY_API void GANTRY_call_get_sender(GANTRY_instance* instance, const char** out);
 
 /*
- * Asks the bus for the client's effective user and process, and waits for the answer. `uid` and
- * `pid` may be null; on an error neither is changed. *error gets 0, EINVAL, or the errno of the
- * bus's refusal, such as the one for a client that has left.
+ * Asks the bus for the client's effective user and process, and waits for the answer. The question
+ * goes out on a second connection, which the first use opens and the context keeps: no descriptor
+ * that a client sends is taken in meanwhile. `uid` and `pid` may be null; on an error neither is
+ * changed. *error gets 0, EINVAL, or the errno of the bus's refusal, such as the one for a client
+ * that has left.
  */
 GANTRY_API void GANTRY_call_get_credentials(GANTRY_instance* instance, uid_t* uid, pid_t* pid,
                                             int* error);
