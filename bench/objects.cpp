@@ -124,7 +124,6 @@ Among measure_among(int count)
 
 void find_and_free()
 {
-    // A context of its own connection: its objects' signals go to the bus as a host's do.
     std::vector<Among> figures;
     int number = 0;
     for (const int count : counts)

@@ -16,41 +16,25 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* The properties come from the tables: PROPERTY(name, signature) each. */
+/* The properties come from the table: PROPERTY(name, signature) each. */
 typedef const char* type_s;
 typedef uint8_t type_y;
-typedef int16_t type_n;
 typedef uint16_t type_q;
 typedef uint32_t type_u;
 typedef uint64_t type_t;
-typedef double type_d;
 
 #define PROPERTY(name, signature) type_##signature name;
 struct nic_port
 {
 #include "NicPort.inc"
 };
-struct qsfpd
-{
-#include "QSFPD.inc"
-};
 #undef PROPERTY
-
-#define ROW(object, name, signature)                                                               \
-    SD_BUS_PROPERTY(#name, #signature, NULL, offsetof(struct object, name),                        \
+#define PROPERTY(name, signature)                                                                  \
+    SD_BUS_PROPERTY(#name, #signature, NULL, offsetof(struct nic_port, name),                      \
                     SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
 static const sd_bus_vtable nic_port_vtable[] = {
     SD_BUS_VTABLE_START(0),
-#define PROPERTY(name, signature) ROW(nic_port, name, signature)
 #include "NicPort.inc"
-#undef PROPERTY
-    SD_BUS_VTABLE_END,
-};
-static const sd_bus_vtable qsfpd_vtable[] = {
-    SD_BUS_VTABLE_START(0),
-#define PROPERTY(name, signature) ROW(qsfpd, name, signature)
-#include "QSFPD.inc"
-#undef PROPERTY
     SD_BUS_VTABLE_END,
 };
 
@@ -86,14 +70,6 @@ static int try_uint32(sd_bus_message* call, void* object, sd_bus_error* error)
     }
     deferred = sd_bus_message_ref(call);
     return sd_event_source_set_enabled(answering, SD_EVENT_ONESHOT) < 0 ? -EIO : 1;
-}
-
-static int try_string(sd_bus_message* call, void* object, sd_bus_error* error)
-{
-    (void)object, (void)error;
-    const char* value = NULL;
-    const int result = sd_bus_message_read_basic(call, 's', (void*)&value);
-    return result < 0 ? result : sd_bus_reply_method_return(call, "s", value);
 }
 
 static int copy_strings(sd_bus_message* from, sd_bus_message* to)
@@ -132,7 +108,6 @@ static const sd_bus_vtable sample_vtable[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD("Try_int32", "i", "i", try_int32, 0),
     SD_BUS_METHOD("Try_uint32", "u", "u", try_uint32, 0),
-    SD_BUS_METHOD("Try_string", "s", "s", try_string, 0),
     SD_BUS_METHOD("TryArrayString", "as", "as", try_array_string, 0),
     SD_BUS_VTABLE_END,
 };
@@ -170,16 +145,6 @@ static void add_nic_port(sd_bus* bus, long number)
     port->dohObjStatus = 1;
 }
 
-static void add_qsfpd(sd_bus* bus)
-{
-    struct qsfpd* module =
-        add_object(bus, "/com/orvane/velmar/system/QSFPD", "com.orvane.velmar.system.QSFPD",
-                   qsfpd_vtable, sizeof *module);
-    module->FQDD = strdup("NIC.Integrated.1-1-1");
-    module->VendorName = strdup("Vendor");
-    module->Vendor_SN = strdup("0123456789");
-}
-
 int main(int argc, char** argv)
 {
     if (argc != 3)
@@ -200,7 +165,6 @@ int main(int argc, char** argv)
     {
         add_nic_port(bus, number);
     }
-    add_qsfpd(bus);
     puts("ready");
     fflush(stdout);
     check(sd_event_loop(event), "sd_event_loop");

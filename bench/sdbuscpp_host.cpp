@@ -67,7 +67,6 @@ int main(int argc, char** argv)
         const auto object = sdbus::createObject(
             *connection, sdbus::ObjectPath("/com/orvane/velmar/sample/gantrytest"));
         give_back<std::int32_t>(*object, "Try_int32");
-        give_back<std::string>(*object, "Try_string");
         give_back<std::vector<std::string>>(*object, "TryArrayString");
         finish(*object);
         std::puts("ready");

@@ -101,12 +101,15 @@ void write_headers(const fs::path& root, std::span<const std::string> files)
 void write_property_types(const fs::path& directory, std::span<const std::string> files)
 {
     const Words words = words_of(read_tables(files));
-    write_outputs(
-        directory,
-        {{"property_types.hpp", render_code(templates::property_types_hpp, words)},
-         {"property_callbacks.cpp", render_code(templates::property_callbacks_cpp, words)},
-         {"composite_property_callbacks.cpp",
-          render_code(templates::composite_property_callbacks_cpp, words)}});
+    const auto callbacks = [&words](std::string_view types)
+    {
+        return render_code(templates::property_callbacks_cpp,
+                           {{"instances", words.find(types)->second}});
+    };
+    write_outputs(directory,
+                  {{"property_types.hpp", render_code(templates::property_types_hpp, words)},
+                   {"plain_property_callbacks.cpp", callbacks("plain")},
+                   {"composite_property_callbacks.cpp", callbacks("composite")}});
 }
 
 std::string as_html(std::string_view text)
@@ -114,12 +117,11 @@ std::string as_html(std::string_view text)
     std::string safe;
     for (const char letter : text)
     {
-        constexpr std::pair<char, std::string_view> entities[] = {
-            {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}};
-        const auto* const entity =
-            std::find_if(std::begin(entities), std::end(entities),
-                         [letter](const auto& each) { return each.first == letter; });
-        safe += entity != std::end(entities) ? entity->second : std::string_view(&letter, 1);
+        safe += letter == '&'   ? "&amp;"
+                : letter == '<' ? "&lt;"
+                : letter == '>' ? "&gt;"
+                : letter == '"' ? "&quot;"
+                                : std::string(1, letter);
     }
     return safe;
 }

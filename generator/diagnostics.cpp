@@ -9,10 +9,7 @@ namespace
 
 std::string diagnostic(std::string_view file, int line, std::string_view message)
 {
-    std::string text{file};
-    text += ':';
-    text += std::to_string(line);
-    text += ": error: ";
+    std::string text = std::string(file) + ':' + std::to_string(line) + ": error: ";
     text += message;
 
     // A text quoted from the table may contain newlines, but a diagnostic is one line.
@@ -30,10 +27,7 @@ TableError::TableError(std::string_view file, int line, std::string_view message
 
 std::string quote(std::string_view text)
 {
-    std::string marked = "'";
-    marked += text;
-    marked += '\'';
-    return marked;
+    return "'" + std::string(text) + "'";
 }
 
 } // namespace gantrygen

@@ -25,9 +25,7 @@ class GANTRY_API $leaf : public $server::$class
   public:
     $leaf(sdbusplus::bus_t& bus, const char* path);
     $leaf(const $leaf&) = delete;
-    $leaf($leaf&&) = delete;
     $leaf& operator=(const $leaf&) = delete;
-    $leaf& operator=($leaf&&) = delete;
     ~$leaf() override;
 
 %if methods

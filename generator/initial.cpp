@@ -14,7 +14,7 @@ namespace
 {
 
 template <class Number>
-std::optional<Number> whole_number(std::string_view text)
+std::optional<std::string> literal(std::string_view text)
 {
     Number number{};
     const auto end = text.data() + text.size();
@@ -23,40 +23,21 @@ std::optional<Number> whole_number(std::string_view text)
     {
         return {};
     }
-    return number;
-}
-
-template <class Integer>
-std::optional<std::string> integer_literal(std::string_view text, std::string_view suffix)
-{
-    const auto number = whole_number<Integer>(text);
-    if (!number)
+    if constexpr (std::is_same_v<Number, double>)
     {
-        return {};
+        if (!std::isfinite(number))
+        {
+            return {};
+        }
     }
     // The lowest long has no literal: C++ would negate 9223372036854775808, which is no long.
-    if (std::is_same_v<Integer, std::int64_t> && *number == std::numeric_limits<Integer>::min())
+    if (std::is_same_v<Number, std::int64_t> && number == std::numeric_limits<Number>::min())
     {
-        return "-9223372036854775807L - 1";
-    }
-    return std::to_string(*number).append(suffix);
-}
-
-std::optional<std::string> double_literal(std::string_view text)
-{
-    const auto number = whole_number<double>(text);
-    if (!number || !std::isfinite(*number))
-    {
-        return {};
+        return "-9223372036854775807 - 1";
     }
     std::array<char, 32> digits;
-    const auto [end, error] = std::to_chars(digits.data(), digits.data() + digits.size(), *number);
-    std::string literal(digits.data(), end);
-    if (literal.find_first_of(".e") == std::string::npos)
-    {
-        literal += ".0";
-    }
-    return literal;
+    const auto last = std::to_chars(digits.begin(), digits.end(), number).ptr;
+    return std::string(digits.data(), last) + (std::is_same_v<Number, std::uint64_t> ? "U" : "");
 }
 
 std::string string_literal(std::string_view text)
@@ -92,23 +73,23 @@ std::optional<std::string> initial_literal(const Type& type, std::string_view te
     switch (type.kind)
     {
     case Type::Kind::byte:
-        return integer_literal<std::uint8_t>(text, "");
+        return literal<std::uint8_t>(text);
     case Type::Kind::boolean:
         return text == "true" || text == "false" ? std::optional(std::string(text)) : std::nullopt;
     case Type::Kind::int16:
-        return integer_literal<std::int16_t>(text, "");
+        return literal<std::int16_t>(text);
     case Type::Kind::uint16:
-        return integer_literal<std::uint16_t>(text, "");
+        return literal<std::uint16_t>(text);
     case Type::Kind::int32:
-        return integer_literal<std::int32_t>(text, "");
+        return literal<std::int32_t>(text);
     case Type::Kind::uint32:
-        return integer_literal<std::uint32_t>(text, "U");
+        return literal<std::uint32_t>(text);
     case Type::Kind::int64:
-        return integer_literal<std::int64_t>(text, "L");
+        return literal<std::int64_t>(text);
     case Type::Kind::uint64:
-        return integer_literal<std::uint64_t>(text, "UL");
+        return literal<std::uint64_t>(text);
     case Type::Kind::double_:
-        return double_literal(text);
+        return literal<double>(text);
     case Type::Kind::string:
         return string_literal(text);
     default:

@@ -15,6 +15,41 @@ const std::string_view catalogue = R"(
 #endif
 )";
 
+const std::string_view property_types_hpp = R"(
+// Made by gantrygen from the tables of all interfaces. Changes belong there.
+#pragma once
+
+#include "type_list.hpp"
+
+%each headers
+#include <$header>
+%end
+
+namespace gantry
+{
+
+/** What the frame does with a property exists once for each of these. */
+using PropertyTypes = TypeList<
+$types
+>;
+
+} // namespace gantry
+)";
+
+const std::string_view property_callbacks_cpp = R"(
+// Made by gantrygen from the tables of all interfaces. Changes belong there.
+#include "property_callbacks_impl.hpp"
+
+namespace gantry
+{
+
+%each instances
+GANTRY_$kind($type)
+%end
+
+} // namespace gantry
+)";
+
 const std::string_view symbols = R"(
 %each interfaces
 vtable for $server::$class

@@ -76,8 +76,12 @@ bool is_free_word(std::string_view name)
 {
     const bool is_implementations =
         name.size() > 1 && name[0] == '_' && (name[1] == '_' || is_upper(name[1]));
-    return !is_implementations &&
-           reserved.find(' ' + std::string(name) + ' ') == std::string_view::npos;
+    return !is_implementations && !is_among(name, reserved);
+}
+
+bool is_among(std::string_view name, std::string_view words)
+{
+    return words.find(' ' + std::string(name) + ' ') != std::string_view::npos;
 }
 
 std::string capitals(std::string_view name)

@@ -23,6 +23,9 @@ bool is_member_name(std::string_view name);
 /** Whether neither C nor C++ reserves the name. */
 bool is_free_word(std::string_view name);
 
+/** Whether the name is one of the words, which have a blank on each side. */
+bool is_among(std::string_view name, std::string_view words);
+
 /** The name in capitals. */
 std::string capitals(std::string_view name);
 

@@ -1,9 +1,8 @@
 #include "outputs.hpp"
 
-#include <algorithm>
 #include <cerrno>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <system_error>
 
 namespace gantrygen
@@ -16,8 +15,9 @@ namespace
 
 bool holds(const fs::path& path, const std::string& text)
 {
-    std::ifstream file(path, std::ios::binary);
-    return file && std::equal(std::istreambuf_iterator<char>(file), {}, text.begin(), text.end());
+    std::ostringstream held;
+    held << std::ifstream(path, std::ios::binary).rdbuf();
+    return held.str() == text;
 }
 
 } // namespace

@@ -11,6 +11,9 @@ const std::string_view server_hpp = R"(
 
 #include <systemd/sd-bus.h>
 
+#include <sdbusplus/bus.hpp>
+#include <sdbusplus/sdbus.hpp>
+#include <sdbusplus/server/interface.hpp>
 %each headers
 #include <$header>
 %end
@@ -44,9 +47,7 @@ class GANTRY_API $class : public $common::$class
   public:
     $class(sdbusplus::bus_t& bus, const char* path);
     $class(const $class&) = delete;
-    $class($class&&) = delete;
     $class& operator=(const $class&) = delete;
-    $class& operator=($class&&) = delete;
     virtual ~$class();
 
 %if methods
@@ -128,15 +129,10 @@ const std::string_view server_cpp = R"(
 #include <$directory/server.hpp>
 
 %if properties
+#include "log.hpp"
 #include "property_by_name.hpp"
 #include "property_callbacks.hpp"
 #include "waiting_changes.hpp"
-%end
-%if keys
-#include "property_data_store.hpp"
-%end
-%if properties
-#include "log.hpp"
 %end
 %if methods
 #include "method_adapter.hpp"
@@ -253,7 +249,7 @@ int $class::$set(
     auto* object = static_cast<$class*>(context);
     return gantry::set_property<$type>(
         value, *object, object->bus_interface, error,
-        "$member", &$class::$accessor);
+        {gantry::row_of(rows[Row::$accessor]), _vtable, properties}, &$class::$accessor);
 }
 
 %end

@@ -20,13 +20,13 @@ extern const std::string_view gantry_server_cpp;
 /** what a host in C calls. */
 extern const std::string_view gantry_server_h;
 
-/** Of all interfaces: the list of their property types, and what the frame has for each of these,
- *  apart for those that are compiled for size: composite types, and what clients write. */
+/** Of all interfaces: the list of their property types, */
 extern const std::string_view property_types_hpp;
-extern const std::string_view property_callbacks_cpp;
-extern const std::string_view composite_property_callbacks_cpp;
 
-/** Of several interfaces: <gantry/catalogue.h>, */
+/** what the frame has for some of these types, */
+extern const std::string_view property_callbacks_cpp;
+
+/** <gantry/catalogue.h>, */
 extern const std::string_view catalogue;
 
 /** catalogue.html, the page of every interface with its members, */

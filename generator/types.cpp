@@ -279,19 +279,6 @@ std::string cpp_type(const Type& type)
     return text;
 }
 
-void add_headers(const Type& type, std::set<std::string>& headers)
-{
-    constexpr std::string_view standard = "std::";
-    if (const std::string_view name = names_of(type.kind)->cpp; name.starts_with(standard))
-    {
-        headers.emplace(name.substr(standard.size()));
-    }
-    for (const Type& member : type.members)
-    {
-        add_headers(member, headers);
-    }
-}
-
 bool is_basic(const Type& type)
 {
     return type.members.empty();

@@ -9,7 +9,6 @@
  */
 #pragma once
 
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -64,9 +63,6 @@ std::string extended_signature(const Type& type);
 
 /** The C++ type, as code names it: `std::map<unsigned short, std::string>`. */
 std::string cpp_type(const Type& type);
-
-/** Collects the headers that a C++ type needs: `map` and `string`. */
-void add_headers(const Type& type, std::set<std::string>& headers);
 
 bool is_basic(const Type& type);
 

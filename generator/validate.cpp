@@ -4,10 +4,7 @@
 #include "initial.hpp"
 #include "names.hpp"
 
-#include <algorithm>
-#include <array>
 #include <filesystem>
-#include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
@@ -18,38 +15,17 @@ namespace gantrygen
 namespace
 {
 
-constexpr std::string_view table_name = "server.xml";
-
 // Other names that the generated classes declare or their code uses unqualified. Only those that an
 // accessor or a class could be called are listed.
-constexpr auto taken = std::to_array<std::string_view>({
-    "PropertyCallback",
-    "PropertyVariant",
-    "Row",
-    "deleter",
-    "descriptor",
-    "getPropertyByName",
-    "index",
-    "inst",
-    "interface",
-    "properties",
-    "rows",
-    "setPropertyByName",
-    "source_stem",
-    "value",
-});
-static_assert(std::is_sorted(taken.begin(), taken.end()));
-
-bool is_taken(std::string_view name)
-{
-    return std::binary_search(taken.begin(), taken.end(), name);
-}
+constexpr std::string_view taken = " PropertyCallback PropertyVariant Row deleter descriptor "
+                                   "getPropertyByName index inst interface"
+                                   " properties rows setPropertyByName source_stem value ";
 
 // A place among the rows of properties is a byte, and 0 is the header's.
 constexpr std::size_t most_properties = 255;
 
 // Namespaces that generated code names from inside that of the interface.
-constexpr auto hidden = std::to_array<std::string_view>({"gantry", "sdbusplus", "std", "vtable"});
+constexpr std::string_view hidden = " gantry sdbusplus std vtable ";
 
 class Validator
 {
@@ -87,12 +63,6 @@ class Validator
     }
 
   private:
-    struct Member
-    {
-        std::string_view name;
-        int line;
-    };
-
     void check_interface() const
     {
         if (!is_interface_name(interface.name))
@@ -102,14 +72,14 @@ class Validator
         for (const std::string_view element : elements(interface.name))
         {
             check_word(element, interface.line);
-            if (std::find(hidden.begin(), hidden.end(), element) != hidden.end())
+            if (is_among(element, hidden))
             {
                 fail(interface.line, quote(element) + " would hide the namespace of that name");
             }
         }
         const std::string name = class_name(interface.name);
         check_word(name, interface.line);
-        if (is_taken(name) || is_taken(leaf(interface.name)))
+        if (is_among(name, taken) || is_among(leaf(interface.name), taken))
         {
             fail(interface.line, quote(leaf(interface.name)) + " is something else in its class");
         }
@@ -117,69 +87,51 @@ class Validator
 
     void check_place() const
     {
-        namespace fs = std::filesystem;
-        const fs::path place = fs::path(directory(interface.name)) / table_name;
-        const fs::path path = fs::absolute(interface.file).lexically_normal();
-        if (std::distance(path.begin(), path.end()) < std::distance(place.begin(), place.end()) ||
-            !std::equal(std::make_reverse_iterator(place.end()),
-                        std::make_reverse_iterator(place.begin()),
-                        std::make_reverse_iterator(path.end())))
+        const std::string place = directory(interface.name) + "/server.xml";
+        const auto path = std::filesystem::absolute(interface.file).lexically_normal().string();
+        if (!path.ends_with('/' + place))
         {
-            fail(interface.line, "the table of " + interface.name + " is " + place.string());
+            fail(interface.line, "the table of " + interface.name + " is " + place);
         }
     }
 
-    /** Looks at members of all kinds in the order of the table. */
-    void check_names() const
+    void check_names()
     {
-        std::multimap<int, Member> members; // by line
-        const auto collect = [&members](const auto& kind)
-        {
-            for (const auto& member : kind)
-            {
-                members.emplace(member.line, Member{member.name, member.line});
-            }
-        };
-        collect(interface.methods);
-        collect(interface.signals);
-        collect(interface.properties);
+        check_names_of(interface.methods);
+        check_names_of(interface.signals);
+        check_names_of(interface.properties);
+    }
 
-        std::map<std::string, Member> owners;
-        for (const auto& [line, member] : members)
+    template <class Member>
+    void check_names_of(const std::vector<Member>& members)
+    {
+        for (const Member& member : members)
         {
-            const std::string name = checked_accessor(member);
-            const auto [owner, fresh] = owners.try_emplace(name, member);
+            const std::string name = checked_accessor(member.name, member.line);
+            const auto [owner, fresh] = owners.try_emplace(name, quote(member.name) + " on line " +
+                                                                     std::to_string(member.line));
             if (!fresh)
             {
-                fail_owned(member, name, owner->second);
+                fail(member.line, quote(member.name) + " has the accessor " + quote(name) + " of " +
+                                      owner->second);
             }
         }
     }
 
-    [[nodiscard]] std::string checked_accessor(const Member& member) const
+    [[nodiscard]] std::string checked_accessor(const std::string& member, int line) const
     {
-        if (!is_member_name(member.name))
+        if (!is_member_name(member))
         {
-            fail(member.line, quote(member.name) + " is not a D-Bus member name");
+            fail(line, quote(member) + " is not a D-Bus member name");
         }
-        std::string name = accessor(member.name);
-        check_word(name, member.line);
-        if (is_taken(name) || name == leaf(interface.name))
+        std::string name = accessor(member);
+        check_word(name, line);
+        if (is_among(name, taken) || name == leaf(interface.name))
         {
-            fail(member.line, quote(member.name) + " has the accessor " + quote(name) +
-                                  ", which is something else in its class");
+            fail(line, quote(member) + " has the accessor " + quote(name) +
+                           ", which is something else in its class");
         }
         return name;
-    }
-
-    [[noreturn]] void fail_owned(const Member& member, std::string_view name,
-                                 const Member& owner) const
-    {
-        const std::string where = " on line " + std::to_string(owner.line);
-        fail(member.line, member.name == owner.name
-                              ? quote(member.name) + " is a member already," + where
-                              : quote(member.name) + " has the accessor " + quote(name) + " of " +
-                                    quote(owner.name) + where);
     }
 
     void check_arguments(const std::vector<Argument>& arguments) const
@@ -246,6 +198,9 @@ class Validator
     }
 
     const Interface& interface;
+
+    /** The member of each accessor. */
+    std::map<std::string, std::string> owners;
 
     bool has_key = false;
 };

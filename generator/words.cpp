@@ -295,58 +295,28 @@ std::vector<Words> structures(const std::vector<Type>& types)
     return found;
 }
 
-/** A line for each of these headers. */
-std::vector<Words> headers(const std::set<std::string>& names)
+/** The headers that code needs for the types that it names. */
+std::vector<Words> headers(const std::string& code)
 {
-    std::vector<Words> found(names.size());
-    std::transform(names.begin(), names.end(), found.begin(),
-                   [](const std::string& name) {
-                       return Words{{"header", name}};
-                   });
+    constexpr std::pair<const char*, const char*> headers_of[] = {
+        {"std::map", "map"},       {"sdbusplus::message_t", "sdbusplus/message.hpp"},
+        {"std::set", "set"},       {"std::string", "string"},
+        {"std::tuple", "tuple"},   {"std::variant", "variant"},
+        {"std::vector", "vector"},
+    };
+    std::vector<Words> found;
+    for (const auto& [name, header] : headers_of)
+    {
+        if (code.find(name) != std::string::npos)
+        {
+            found.push_back({{"header", header}});
+        }
+    }
     return found;
 }
 
-/** What server.hpp includes. */
-std::vector<Words> headers(const Interface& interface)
-{
-    std::set<std::string> names{"sdbusplus/bus.hpp", "sdbusplus/sdbus.hpp",
-                                "sdbusplus/server/interface.hpp"};
-    const auto add = [&names](const Arguments& arguments)
-    {
-        for (const Argument& argument : arguments)
-        {
-            add_headers(argument.type, names);
-        }
-    };
-    for (const Method& method : interface.methods)
-    {
-        if (method.shape == Method::Shape::message)
-        {
-            names.insert("sdbusplus/message.hpp");
-            continue;
-        }
-        add(method.inputs);
-        add(method.outputs);
-        if (method.outputs.size() > 1)
-        {
-            names.insert("tuple");
-        }
-    }
-    for (const Signal& signal : interface.signals)
-    {
-        add(signal.arguments);
-    }
-    for (const Property& property : interface.properties)
-    {
-        add_headers(property.type, names);
-        names.insert({"string", "variant"});
-    }
-    return headers(names);
-}
-
-/** The types of properties: those in the tables, and those that a host in C may ask for. */
-std::vector<Words> property_types(const std::vector<Interface>& interfaces,
-                                  std::set<std::string>& header_names)
+/** The words of all property types: those in the tables, and those that a host in C may ask for. */
+Words words_of_types(const std::vector<Interface>& interfaces)
 {
     std::vector<Type> types = c_property_types();
     std::set<std::string> writable;
@@ -361,19 +331,25 @@ std::vector<Words> property_types(const std::vector<Interface>& interfaces,
             }
         }
     }
-    std::vector<Words> found;
+    std::string list;
+    std::vector<Words> plain;
+    std::vector<Words> composite;
     for (const Type& type : property_variant(types).members)
     {
-        add_headers(type, header_names);
         const std::string name = cpp_type(type);
-        found.push_back({{"type", name},
-                         {"comma", ","},
-                         {"number", truth(is_number(type))},
-                         {"composite", truth(c_property_type(type).empty())},
-                         {"writable", truth(writable.count(name) > 0)}});
+        list += (list.empty() ? "    " : ",\n    ") + name;
+        auto& instances = c_property_type(type).empty() ? composite : plain;
+        const char* const kind = is_number(type) ? "NUMBER_PROPERTY" : "PROPERTY";
+        instances.push_back({{"kind", kind}, {"type", name}});
+        if (writable.count(name) > 0)
+        {
+            composite.push_back({{"kind", "WRITABLE_PROPERTY"}, {"type", name}});
+        }
     }
-    found.back()["comma"] = "";
-    return found;
+    return {{"headers", headers(list)},
+            {"types", std::move(list)},
+            {"plain", std::move(plain)},
+            {"composite", std::move(composite)}};
 }
 
 /** The type of PropertyVariant, with a line for each alternative that is a template. */
@@ -424,11 +400,22 @@ Words words_of(const Interface& interface)
               [](const Words& left, const Words& right)
               { return std::get<0>(left.at("member")) < std::get<0>(right.at("member")); });
 
+    // What server.hpp names.
+    std::string code = properties.empty() ? "" : "std::string" + variant(interface);
+    for (const auto* const members : {&methods, &signals})
+    {
+        for (const Words& member : *members)
+        {
+            code += std::get<0>(member.at("parameters"));
+            const auto result = member.find("result");
+            code += result != member.end() ? std::get<0>(result->second) : "";
+        }
+    }
+
     const std::string group = interface.name.substr(0, interface.name.rfind('.'));
     const std::vector<Type> types = crossing_types(interface);
     return {
         {"interface", interface.name},
-        {"group", group},
         {"leaf", std::string(leaf(interface.name))},
         {"directory", directory(interface.name)},
         {"path", '/' + directory(interface.name)},
@@ -445,7 +432,7 @@ Words words_of(const Interface& interface)
         {"comment", comment(interface.summary)},
         {"callable", truth(!methods.empty() || !signals.empty())},
         {"records", truth(!std::all_of(types.begin(), types.end(), is_basic))},
-        {"headers", headers(interface)},
+        {"headers", headers(code)},
         {"structures", structures(types)},
         {"methods", std::move(methods)},
         {"signals", std::move(signals)},
@@ -480,12 +467,9 @@ Words words_of(const std::vector<Interface>& interfaces)
     {
         index.push_back({{"name", name.second}, {"places", std::move(where)}});
     }
-    std::set<std::string> header_names;
-    std::vector<Words> types = property_types(interfaces, header_names);
-    return {{"interfaces", std::move(listed)},
-            {"index", std::move(index)},
-            {"types", std::move(types)},
-            {"headers", headers(header_names)}};
+    Words words = words_of_types(interfaces);
+    words.insert({{"interfaces", std::move(listed)}, {"index", std::move(index)}});
+    return words;
 }
 
 } // namespace gantrygen

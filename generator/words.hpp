@@ -1,7 +1,7 @@
 /*
  * The words that the templates of one interface use. Those of the interface:
  *
- *     interface, group, leaf      com.orvane.velmar.system.BLT, what is in front of its leaf, BLT
+ *     interface, leaf             com.orvane.velmar.system.BLT, BLT
  *     directory, path             com/orvane/velmar/system/BLT, and its default object path
  *     common, server, class       the namespaces of the common and the server class, their name
  *     derived                     the namespace of the derived class, whose name is the leaf
@@ -53,9 +53,10 @@ Words words_of(const Interface& interface);
  *     interfaces      a list: the words of each
  *     index           a list of all members' names in alphabetical order: name, and places, a list
  *                     of the interfaces that have it: interface, leaf
- *     types           a list of the types that properties have: type, comma (not behind the last),
- *                     number, composite (no host in C has it), writable (in some table)
- *     headers         a list of what these types need: header
+ *     types           the list of the types that properties have, and headers, a list of what it
+ *                     needs: header
+ *     plain           a list of what is compiled for the types that a host in C has: kind, type
+ *     composite       the same for the others, and for clients' writes
  */
 Words words_of(const std::vector<Interface>& interfaces);
 

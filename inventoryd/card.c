@@ -48,13 +48,12 @@ static bool is_virtual_function(const char* function)
 
 bool card_find(struct card* card, const char* device)
 {
-    char path[sysfs_path_size];
+    char* const path = card->function;
     memset(card, 0, sizeof *card);
-    if (strlen(device) >= sizeof path)
+    if (snprintf(path, sizeof card->function, "%s", device) >= (int)sizeof card->function)
     {
         return false;
     }
-    strcpy(path, device);
     for (char* slash = NULL; (slash = strrchr(path, '/')) != NULL; *slash = '\0')
     {
         if (is_usb_device(slash + 1))
@@ -70,7 +69,6 @@ bool card_find(struct card* card, const char* device)
             break;
         }
     }
-    strcpy(card->function, path);
     return card->name[0] != '\0' && !(card->is_pci && is_virtual_function(path));
 }
 

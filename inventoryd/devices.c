@@ -144,14 +144,12 @@ void devices_note(const char* device)
         return;
     }
     struct pci_location location;
-    char* parent =
-        device != NULL && changed_count < most_changed ? malloc(strlen(device) + 1) : NULL;
+    char* parent = device != NULL && changed_count < most_changed ? strdup(device) : NULL;
     if (parent == NULL)
     {
         all_changed = true;
         return;
     }
-    strcpy(parent, device);
     if (pci_location_parse(devices_name(device), &location))
     {
         *strrchr(parent, '/') = '\0';

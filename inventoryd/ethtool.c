@@ -149,7 +149,7 @@ static void hide_serial(struct ethtool_page page, uint8_t bytes[ethtool_page_siz
     }
     else if (page.offset == 128 && kind >= sff_8636_first)
     {
-        const bool is_cmis = kind >= cmis_first && kind != 0x11;
+        const bool is_cmis = kind >= cmis_first;
         memset(bytes + (is_cmis ? cmis_place : qsfp_place), 'X', size);
     }
 }

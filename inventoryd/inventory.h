@@ -36,4 +36,7 @@ void scan_nic(void);
 void scan_fc(void);
 void scan_ib(void);
 
+/* All of these. */
+void scan_all(void);
+
 #endif

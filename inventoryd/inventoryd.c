@@ -15,7 +15,6 @@
 
 #include "boot.h"
 #include "devices.h"
-#include "hwdb.h"
 #include "inventory.h"
 #include "netlink.h"
 #include "nic.h"
@@ -51,21 +50,6 @@ static bool has_name(void)
     const char* name = NULL;
     GANTRY_context_get_service(NULL, &name);
     return name != NULL;
-}
-
-static void scan_all(void)
-{
-    scan_firmware();
-    scan_software();
-    scan_fru();
-    scan_boot();
-    scan_pci();
-    scan_usb();
-    scan_nic();
-    scan_fc();
-    scan_ib();
-    devices_forget();
-    hwdb_close();
 }
 
 /* The event loop calls these. */
@@ -303,6 +287,7 @@ int main(int argc, char** argv)
         fprintf(stderr, SD_ERR "%s: %s\n", record, strerror(error));
         return EXIT_FAILURE;
     }
+    object_is_unpublished = true;
     scan_all();
     return EXIT_SUCCESS;
 }

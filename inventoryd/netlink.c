@@ -8,8 +8,13 @@
 #include <stdio.h>
 #include <string.h>
 
+enum
+{
+    socket_count = 2
+};
+
 /* The sockets, opened at their first use, and the numbers of the families. */
-static struct mnl_socket* sockets[2];
+static struct mnl_socket* sockets[socket_count];
 static struct
 {
     const char* name;
@@ -177,7 +182,7 @@ bool netlink_text(const struct nlattr* attribute, char* text, size_t size)
 
 void netlink_close(void)
 {
-    for (size_t i = 0; i < sizeof sockets / sizeof *sockets; ++i)
+    for (size_t i = 0; i < socket_count; ++i)
     {
         if (sockets[i] != NULL)
         {

@@ -1,7 +1,8 @@
+#define _POSIX_C_SOURCE 200809L /* strdup */
+
 #include "object.h"
 
 #include "devices.h"
-#include "record.h"
 
 #include <stdarg.h>
 #include <stdio.h>
@@ -14,6 +15,8 @@ enum
 {
     most_changes = 63 /* more than any object here has at once */
 };
+
+bool object_is_unpublished;
 
 static struct kind* kinds;
 static bool is_complete;
@@ -112,9 +115,9 @@ static bool publish(struct object* object)
 {
     char parent[256];
     char* path = NULL; /* the default path */
-    if (record_is_running())
+    if (object_is_unpublished)
     {
-        return true; /* a record needs no bus: what is put is dropped */
+        return true;
     }
     /* An interface's default path is its name with slashes. */
     snprintf(parent, sizeof parent, "/%s", object->kind->interface);
@@ -137,12 +140,6 @@ static void release(struct object* object)
     free(object->name);
     free(object->device);
     free(object);
-}
-
-static char* copy(const char* text)
-{
-    char* made = malloc(strlen(text) + 1);
-    return made != NULL ? strcpy(made, text) : NULL;
 }
 
 /* A scan mostly finds the objects in the order of the former one, so each search begins where the
@@ -173,8 +170,8 @@ static struct object* add(struct kind* kind, const char* name, const char* devic
     }
     object->kind = kind;
     object->is_new = true;
-    object->name = copy(name);
-    object->device = copy(device);
+    object->name = strdup(name);
+    object->device = strdup(device);
     if (object->name == NULL || object->device == NULL || !publish(object))
     {
         release(object);
@@ -208,7 +205,7 @@ struct object* object_due(struct kind* kind, const char* name, const char* devic
     object->scan = kind->scan;
     if (strcmp(object->device, device) != 0 && !is_known)
     {
-        char* moved = copy(device);
+        char* moved = strdup(device);
         if (moved != NULL)
         {
             free(object->device);
@@ -244,6 +241,16 @@ void kind_each(const struct kind* kind, void (*each)(struct object* object))
     {
         each(object);
     }
+}
+
+bool kind_has(const struct kind* kind, const struct object* object)
+{
+    const struct object* each = kind->first;
+    while (each != NULL && each != object)
+    {
+        each = each->next;
+    }
+    return each != NULL;
 }
 
 struct object* kind_find(const struct kind* kind, uint64_t tag)

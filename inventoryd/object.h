@@ -70,6 +70,9 @@ struct kind
     unsigned int scan;
 };
 
+/* Whether there is no bus: then nothing is published, and what is put is dropped. */
+extern bool object_is_unpublished;
+
 void kind_begin(struct kind* kind);
 void kind_end(struct kind* kind);
 
@@ -82,6 +85,9 @@ struct object* object_due(struct kind* kind, const char* name, const char* devic
 
 /* Calls `each` for each object of the kind; it must not remove any. */
 void kind_each(const struct kind* kind, void (*each)(struct object* object));
+
+/* Whether the object is still one of the kind. */
+bool kind_has(const struct kind* kind, const struct object* object);
 
 /* The first object of the kind with that tag, or null. */
 struct object* kind_find(const struct kind* kind, uint64_t tag);

@@ -24,11 +24,6 @@ int record_start(const char* directory)
     return 0;
 }
 
-bool record_is_running(void)
-{
-    return root != NULL;
-}
-
 /* The path in the record, whose directories it makes. */
 static bool place(char path[sysfs_path_size], const char* source)
 {

@@ -22,7 +22,6 @@
 
 /* Starts to record. Returns 0 or an errno. */
 int record_start(const char* directory);
-bool record_is_running(void);
 
 /* These do nothing if no record is written. `path` begins with sysfs_root. A failure is logged. */
 void record_file(const char* path, const void* bytes, size_t size, mode_t mode);

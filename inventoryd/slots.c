@@ -27,7 +27,8 @@ static const char* dumps;
 static struct
 {
     GANTRY_call* call; /* null if there is none */
-    sd_event_source* child;
+    const struct object* slot;
+    sd_event_source* child;     /* the loop ends the process with it */
     char path[sysfs_path_size]; /* of its file */
 } dump;
 
@@ -73,7 +74,7 @@ static void first_interface(void* data, const char* path, const char* name)
     (void)name;
     if (interface[0] == '\0')
     {
-        strcpy(interface, path);
+        snprintf(interface, sysfs_path_size, "%s", path);
     }
 }
 
@@ -106,7 +107,11 @@ static int start(const char* heading, const char* device)
     {
         return errno;
     }
-    const int result = sd_event_add_child(loop, &dump.child, child, WEXITED, on_end, NULL);
+    int result = sd_event_add_child(loop, &dump.child, child, WEXITED, on_end, NULL);
+    if (result >= 0)
+    {
+        result = sd_event_source_set_child_process_own(dump.child, 1);
+    }
     return result < 0 ? -result : 0;
 }
 
@@ -151,6 +156,7 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
         return; /* the client gets the errno as status, or the library's error */
     }
     const struct object* object = object_of(slot);
+    dump.slot = object;
     snprintf(heading, sizeof heading, "a dump of NIC.%s for %s, user %lu, process %ld, at %ld\n",
              object->name, sender, (unsigned long)uid, (long)pid, (long)time(NULL));
     fprintf(stderr, SD_NOTICE "%s", heading);
@@ -188,6 +194,11 @@ void slots_begin(void)
 void slots_end(void)
 {
     kind_end(&slot_kind);
+    /* With a slot that is gone, the library has answered its call. */
+    if (dump.call != NULL && !kind_has(&slot_kind, dump.slot))
+    {
+        slots_free();
+    }
 }
 
 /* This host's code of the adapter's protocol. */
@@ -230,7 +241,7 @@ void slots_scan_card(const struct card* card)
     {
         return;
     }
-    strcpy(last_name, card->name);
+    snprintf(last_name, sizeof last_name, "%s", card->name);
     struct object* object = object_due(&slot_kind, card->name, card->function);
     if (object == NULL)
     {

@@ -1,4 +1,4 @@
-#define _POSIX_C_SOURCE 200809L /* scandir */
+#define _POSIX_C_SOURCE 200809L /* strdup */
 
 #include "sysfs.h"
 
@@ -120,24 +120,43 @@ bool sysfs_has_directory(const char* directory, const char* name)
     return true;
 }
 
-static int is_visible(const struct dirent* entry)
+static int compare(const void* left, const void* right)
 {
-    return entry->d_name[0] != '.';
+    return strcmp(*(char* const*)left, *(char* const*)right);
 }
 
+/* Not by scandir, which what stands in for sysfs in a test can't see. */
 void sysfs_each(const char* directory,
                 void (*visit)(void* data, const char* path, const char* name), void* data)
 {
-    struct dirent** entries = NULL;
-    const int count = scandir(directory, &entries, is_visible, alphasort);
-    for (int i = 0; i < count; ++i)
+    char** names = NULL;
+    size_t count = 0;
+    DIR* opened = opendir(directory);
+    for (const struct dirent* entry = NULL; opened != NULL && (entry = readdir(opened)) != NULL;)
+    {
+        char** more = entry->d_name[0] != '.' ? realloc(names, (count + 1) * sizeof *names) : NULL;
+        names = more != NULL ? more : names;
+        if (more != NULL && (names[count] = strdup(entry->d_name)) != NULL)
+        {
+            ++count;
+        }
+    }
+    if (opened != NULL)
+    {
+        closedir(opened);
+    }
+    if (count > 0)
+    {
+        qsort(names, count, sizeof *names, compare);
+    }
+    for (size_t i = 0; i < count; ++i)
     {
         char path[sysfs_path_size];
-        if (sysfs_join(path, directory, entries[i]->d_name))
+        if (sysfs_join(path, directory, names[i]))
         {
-            visit(data, path, entries[i]->d_name);
+            visit(data, path, names[i]);
         }
-        free(entries[i]);
+        free(names[i]);
     }
-    free(entries);
+    free(names);
 }

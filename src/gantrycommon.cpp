@@ -17,6 +17,7 @@
 #include <gantry/instance.h>
 #include <gantry/loop.h>
 #include <gantry/types.hpp>
+#include <gantry/version.h>
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-daemon.h>
@@ -341,7 +342,15 @@ void GANTRY_string_parse_parameter(sdbusplus::message_t& message, char** out)
 
 void GANTRY_string_reply_append(sdbusplus::message_t& message, char** appended)
 {
-    message.append(gantry::for_bus(GANTRY_string_c_to_cpp(appended)));
+    auto text = GANTRY_string_c_to_cpp(appended);
+    gantry::repair(text);
+    if (gantry::wire_size(text) > gantry::max_value_size())
+    {
+        GANTRY_LOG(gantry::log::failed, "a text of %zu bytes doesn't fit into a message",
+                   text.size());
+        text.clear();
+    }
+    message.append(text);
 }
 
 void GANTRY_string_c_debug(const char* name, char** logged)
@@ -384,4 +393,9 @@ void GANTRY_string_free(char** text)
     {
         std::free(std::exchange(*text, nullptr));
     }
+}
+
+const char* GANTRY_version(void)
+{
+    return GANTRY_VERSION;
 }

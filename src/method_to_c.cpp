@@ -6,6 +6,12 @@
 namespace gantry
 {
 
+// Not in the header: every object file would have its own copy of what std::string does here.
+void CForm<std::string>::read(const char* form, std::string& value)
+{
+    value.assign(form != nullptr ? form : "");
+}
+
 SlotFunction find_function(const Place& place, const GANTRY_instance* instance, std::size_t slot)
 {
     if (instance == nullptr)

@@ -18,6 +18,7 @@
 #include "log.hpp"
 #include "object.hpp"
 #include "served_call.hpp"
+#include "waiting_changes.hpp"
 
 #include <exception>
 #include <optional>
@@ -52,11 +53,6 @@ struct Results<Output>
     using type = Output;
 };
 
-template <class Type>
-inline constexpr bool is_array = false;
-template <class Element>
-inline constexpr bool is_array<std::vector<Element>> = true;
-
 /** One call of a host's function: C forms of inputs and outputs, released in this order. */
 template <class Inputs, class Outputs>
 struct SlotCall;
@@ -87,13 +83,12 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
         std::apply([this](auto&... input) { (this->disown(input), ...); }, inputs.forms);
     }
 
-    /** The outputs' values. An array takes the storage of an input of the same type. */
-    typename Results<Outputs...>::type results(Inputs&... values)
+    /** The outputs' values. */
+    typename Results<Outputs...>::type results()
     {
         return std::apply(
-            [&](auto&... output) {
-                return typename Results<Outputs...>::type{read_into<Outputs>(output, values...)...};
-            },
+            [](auto&... output)
+            { return typename Results<Outputs...>::type{read_form<Outputs>(output)...}; },
             outputs.forms);
     }
 
@@ -125,32 +120,12 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
         }
         return false;
     }
-
-    template <class Output>
-    static Output read_into(typename CForm<Output>::type form, Inputs&... values)
-    {
-        Output output{};
-        static_cast<void>((reuse(output, values) || ...));
-        CForm<Output>::read(form, output);
-        return output;
-    }
-
-    template <class Output, class Input>
-    static bool reuse(Output& output, Input& value)
-    {
-        if constexpr (is_array<Output> && std::is_same_v<Output, Input>)
-        {
-            output = std::move(value);
-            return true;
-        }
-        return false;
-    }
 };
 
-/** The body of an override in reply shape. Its parameters are left in a moved-from state. */
+/** The body of an override in reply shape. */
 template <std::size_t slot, class... Outputs, class... Inputs>
 typename Results<Outputs...>::type dispatch(const Place& place, GANTRY_instance* instance,
-                                            Inputs&... inputs)
+                                            const Inputs&... inputs)
 {
     try
     {
@@ -158,7 +133,7 @@ typename Results<Outputs...>::type dispatch(const Place& place, GANTRY_instance*
         SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>> call;
         call.inputs.make(inputs...);
         call.run(place, instance, function);
-        return call.results(inputs...);
+        return call.results();
     }
     catch (const std::exception& failure)
     {
@@ -217,6 +192,10 @@ void dispatch_message(const Place& place, GANTRY_instance* instance, sdbusplus::
                        call.outputs.forms);
         }(std::type_identity<Outputs>{});
         is_for_client = false;
+        if (instance != nullptr)
+        {
+            send_changes_of(*static_cast<Object*>(instance->the_service));
+        }
         reply->method_return();
     }
     catch (const std::exception& failure)

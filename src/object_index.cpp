@@ -78,4 +78,15 @@ GANTRY_instance* ObjectIndex::find(std::string_view interface, const char* path)
     return found != classes.end() ? found->oldest : nullptr;
 }
 
+bool ObjectIndex::is_alone(const GANTRY_instance& instance)
+{
+    return std::none_of(classes.begin(), classes.end(),
+                        [&](const auto& each)
+                        {
+                            return each.descriptor != instance.descriptor &&
+                                   each.oldest != nullptr &&
+                                   find(each.descriptor->interface, instance.path) != nullptr;
+                        });
+}
+
 } // namespace gantry

@@ -33,6 +33,9 @@ class ObjectIndex
      *  null if there is none. */
     [[nodiscard]] GANTRY_instance* find(std::string_view interface, const char* path);
 
+    /** Whether no record but this one has its path. */
+    [[nodiscard]] bool is_alone(const GANTRY_instance& instance);
+
     /** The oldest record of all; its `newer` is the next one. */
     [[nodiscard]] GANTRY_instance* oldest() const noexcept
     {

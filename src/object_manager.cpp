@@ -136,32 +136,60 @@ int send(const RootManager& root, const char* member, const GANTRY_instance& obj
     return result;
 }
 
+/**
+ * The interfaces that a signal about an object names, as sd-bus takes them; it only reads them. A
+ * GetManagedObjects lists the standard ones of a path as well, so they come with the first
+ * interface of a path and leave with the last: else a client that follows the signals would keep
+ * the object.
+ */
+class Interfaces
+{
+  public:
+    explicit Interfaces(const GANTRY_instance& object) :
+        is_whole(object.vctx->state->objects.is_alone(object))
+    {
+        const char* const standard[] = {"org.freedesktop.DBus.Peer",
+                                        "org.freedesktop.DBus.Introspectable",
+                                        "org.freedesktop.DBus.Properties"};
+        std::size_t count = 0;
+        if (is_whole)
+        {
+            for (const char* name : standard)
+            {
+                names[count++] = const_cast<char*>(name);
+            }
+            if (object.manager != nullptr)
+            {
+                names[count++] = const_cast<char*>(manager_interface);
+            }
+        }
+        names[count++] = const_cast<char*>(object.descriptor->interface);
+        names[count] = nullptr;
+    }
+
+    /** Whether the object is the only one of the library's at its path. */
+    const bool is_whole;
+    char* names[6];
+};
+
 int append_added(sd_bus_message* message, sd_bus* bus, const GANTRY_instance& object)
 {
-    int result = 0;
-    if ((result = sd_bus_message_open_container(message, 'a', "{sa{sv}}")) >= 0 &&
-        (result = sd_bus_message_open_container(message, 'e', "sa{sv}")) >= 0 &&
-        (result = sd_bus_message_append_basic(message, 's', object.descriptor->interface)) >= 0 &&
-        (result = sd_bus_message_open_container(message, 'a', "{sv}")) >= 0 &&
-        (result = append_properties(message, bus, object)) >= 0 &&
-        (result = sd_bus_message_close_container(message)) >= 0 &&
-        (result = sd_bus_message_close_container(message)) >= 0)
+    Interfaces interfaces{object};
+    int result = sd_bus_message_open_container(message, 'a', "{sa{sv}}");
+    for (char** name = interfaces.names; *name != nullptr && result >= 0; ++name)
     {
-        result = sd_bus_message_close_container(message);
+        if ((result = sd_bus_message_open_container(message, 'e', "sa{sv}")) >= 0 &&
+            (result = sd_bus_message_append_basic(message, 's', *name)) >= 0 &&
+            (result = sd_bus_message_open_container(message, 'a', "{sv}")) >= 0 &&
+            // The object's own interface is the last one.
+            (result = name[1] == nullptr ? append_properties(message, bus, object) : 0) >= 0 &&
+            (result = sd_bus_message_close_container(message)) >= 0)
+        {
+            result = sd_bus_message_close_container(message);
+        }
     }
-    return result;
+    return result < 0 ? result : sd_bus_message_close_container(message);
 }
-
-/** The interface of an object as a list, as sd-bus takes it. sd-bus only reads it. */
-struct Interfaces
-{
-    explicit Interfaces(const GANTRY_instance& object) :
-        names{const_cast<char*>(object.descriptor->interface), nullptr}
-    {
-    }
-
-    char* names[2];
-};
 
 /** Calls `use` for each root above an object, newest first. */
 template <class Use>
@@ -209,13 +237,18 @@ void announce_added(const GANTRY_instance& object)
     const auto call = [&](const char* name, const auto& announce)
     { throw_if_failed(ExceptionRelay::enter(announce), name); };
 
-    call("sd_bus_emit_interfaces_added_strv",
-         [&]
-         {
-             Interfaces interfaces{object};
-             return sd_bus_emit_interfaces_added_strv(GANTRY_get_sd_bus(object.vctx->bus),
-                                                      object.path, interfaces.names);
-         });
+    Interfaces interfaces{object};
+    sd_bus* bus = GANTRY_get_sd_bus(object.vctx->bus);
+    if (interfaces.is_whole)
+    {
+        call("sd_bus_emit_object_added",
+             [&] { return sd_bus_emit_object_added(bus, object.path); });
+    }
+    else
+    {
+        call("sd_bus_emit_interfaces_added_strv",
+             [&] { return sd_bus_emit_interfaces_added_strv(bus, object.path, interfaces.names); });
+    }
     for_each_root_above(object,
                         [&](const RootManager& root)
                         {
@@ -223,8 +256,8 @@ void announce_added(const GANTRY_instance& object)
                                  [&]
                                  {
                                      return send(root, "InterfacesAdded", object,
-                                                 [&](sd_bus_message* message, sd_bus* bus)
-                                                 { return append_added(message, bus, object); });
+                                                 [&](sd_bus_message* message, sd_bus* on)
+                                                 { return append_added(message, on, object); });
                                  });
                         });
 }
@@ -232,11 +265,13 @@ void announce_added(const GANTRY_instance& object)
 void announce_removed(const GANTRY_instance& object) noexcept
 {
     Interfaces interfaces{object};
-    const int result = sd_bus_emit_interfaces_removed_strv(GANTRY_get_sd_bus(object.vctx->bus),
-                                                           object.path, interfaces.names);
+    sd_bus* bus = GANTRY_get_sd_bus(object.vctx->bus);
+    const int result = interfaces.is_whole ? sd_bus_emit_object_removed(bus, object.path)
+                                           : sd_bus_emit_interfaces_removed_strv(bus, object.path,
+                                                                                 interfaces.names);
     if (result < 0)
     {
-        GANTRY_LOG(log::failed, "sd_bus_emit_interfaces_removed_strv failed, rv=%d", result);
+        GANTRY_LOG(log::failed, "InterfacesRemoved from [%s] failed, rv=%d", object.path, result);
     }
     for_each_root_above(object,
                         [&](const RootManager& root)

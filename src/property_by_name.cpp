@@ -33,6 +33,23 @@ constexpr auto set_by_type = setters(PropertyTypes{});
 
 } // namespace
 
+const Property<Object>* Properties::find(std::string_view name) const noexcept
+{
+    const auto* const rows = static_cast<const Property<Object>*>(header);
+    for (std::uint32_t at = name_hash(name);; ++at)
+    {
+        const auto& row = rows[slots[at & mask]];
+        if (row.place == 0)
+        {
+            return nullptr;
+        }
+        if (row.name() == name)
+        {
+            return &row;
+        }
+    }
+}
+
 void set_from(const Property<Object>& row, Object& object, const void* value, bool skip_signal)
 {
     set_by_type[row.type](row, object, value, skip_signal);

@@ -40,7 +40,7 @@ using gantry::PropertyTypes;
 using Row = gantry::Property<gantry::Object>;
 using Texts = std::vector<std::string>;
 
-/** An array in a message has 64 MiB, and an element of it at least a byte. */
+/** An element of an array in a message has at least a byte. */
 constexpr unsigned long max_count = 64UL << 20U;
 
 /** Finds the row of a member. Returns 0, or the errno if there is none. */
@@ -136,7 +136,16 @@ int report(const gantry::Place& place, const GANTRY_instance* instance, const ch
     {
         return EINVAL;
     }
-    set_from(*row, *static_cast<gantry::Object*>(instance->the_service), value, skip_signal);
+    try
+    {
+        set_from(*row, *static_cast<gantry::Object*>(instance->the_service), value, skip_signal);
+    }
+    catch (const std::exception&)
+    {
+        GANTRY_LOG(gantry::log::failed, "property [%s] at [%s] was not set or not announced",
+                   member, instance->path);
+        throw;
+    }
     return 0;
 }
 

@@ -1,13 +1,14 @@
 /*
- * The accessors and bus callbacks of properties, as generated code calls them. Each is a
- * class-independent core, instantiated once per property type and not once per class and type
- * (property.hpp has the reason why that works), and where the class matters a template around it
- * that casts the class away. The cores are declared hidden, which -fvisibility does only for what
- * is defined: a callback then jumps to its core directly.
+ * The accessors and bus callbacks of properties, as generated code calls them. Each has a core that
+ * is instantiated once per property type, and not once per class and type; property.hpp says why
+ * that works. Where the class matters, a template around the core casts it away. The cores are
+ * declared hidden because -fvisibility hides only what is defined; so a callback jumps to its core
+ * directly.
  */
 #pragma once
 
 #include "property.hpp"
+#include "served_call.hpp"
 
 #include <gantry/export.h>
 
@@ -19,7 +20,7 @@
 namespace gantry
 {
 
-/** How a new value is passed to set(): a number by value, everything else by reference. */
+/** How set() gets a new value: a number by value, everything else by reference. */
 template <class Type>
 using Passed = std::conditional_t<std::is_scalar_v<Type>, Type, Type&>;
 
@@ -69,8 +70,8 @@ GANTRY_HIDDEN int get_property(sd_bus* bus, Getter<Type> getter,
 
 /**
  * The body of a property's get callback: appends what the getter returns to the reply that sd-bus
- * is making. What sd-bus passes to the callback stands where the callback got it, so that a
- * callback is four instructions.
+ * is making, and returns 1, or a negative errno if that fails. The parameters keep the order that
+ * the callback got them in, so no register moves.
  */
 template <class Type, class Class>
 int get_property(sd_bus* bus, Getter<Type, std::type_identity_t<Class>> getter,
@@ -85,20 +86,37 @@ int get_property(sd_bus* bus, Getter<Type, std::type_identity_t<Class>> getter,
 template <class Type>
 GANTRY_HIDDEN int set_property(sd_bus_message* value, Object& object,
                                sdbusplus::SdBusInterface* bus, sd_bus_error* error,
-                               const char* member, AnnouncingSetter<Type> setter);
+                               const WrittenProperty& property, AnnouncingSetter<Type> setter);
 
 /**
  * The body of a writable property's set callback: reads a value and passes it to the one-argument
  * setter. If the read fails, the property keeps its value and the client gets the error. A host
- * that has asked for it is told, and may refuse.
+ * that has asked for it is told before the change is announced, and may refuse.
  */
 template <class Type, class Class>
 int set_property(sd_bus_message* value, Class& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, const char* member,
+                 sd_bus_error* error, const WrittenProperty& property,
                  AnnouncingSetter<Type, std::type_identity_t<Class>> setter)
 {
-    return set_property<Type>(value, reinterpret_cast<Object&>(object), bus, error, member,
+    return set_property<Type>(value, reinterpret_cast<Object&>(object), bus, error, property,
                               reinterpret_cast<AnnouncingSetter<Type>>(setter));
 }
+
+/** The class-independent core of set_key(). */
+std::string set_key(std::string& stored, std::string& value, bool skip_signal, Object& object,
+                    const Property<Object>& row, const char* class_name);
+
+/** set() for the property that is the key under which the platform's data store knows the object.
+ *  Registers the key even if the value is the same. */
+template <class Class>
+std::string set_key(std::string& stored, std::string& value, bool skip_signal, Class& object,
+                    const Property<Class>& row, const char* class_name)
+{
+    return set_key(stored, value, skip_signal, reinterpret_cast<Object&>(object), row_of(row),
+                   class_name);
+}
+
+/** Called by the destructor: removes the key that such a property holds. */
+void remove_key(const std::string& stored);
 
 } // namespace gantry

@@ -3,23 +3,36 @@
  */
 #pragma once
 
-#include "announcement.hpp"
 #include "block.hpp"
 #include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "property_callbacks.hpp"
-#include "served_call.hpp"
-#include "transaction.hpp"
 
+#include <bit>
 #include <cerrno>
-#include <functional>
+#include <cstddef>
+#include <cstdint>
 #include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
-#include <sdbusplus/sdbuspp_support/server.hpp>
+#include <sdbusplus/server/transaction.hpp>
 #include <utility>
 
 namespace gantry
 {
+
+/** Announces a change of a property, at once or, if a client is writing it, when its host accepts
+ *  that. Throws what a getter throws. */
+void announce_or_hold(Object& object, const Property<Object>& row);
+
+/** Whether the written property may take a value of that size. If not, the call fails. */
+bool has_room(ServedCall& served, const Object& object, std::size_t size);
+
+/**
+ * Stores a client's value, asks the host, and announces the change if the host accepts it. If the
+ * host refuses or throws, the former value is put back, and nothing is announced.
+ */
+void store_unless_refused(ServedCall& served, GANTRY_instance& listener, CallReference store,
+                          CallReference put_back);
 
 template <class Type>
 Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal, Object& object,
@@ -31,7 +44,7 @@ Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signa
         stored = std::move(value);
         if (!skip_signal)
         {
-            announce(object, row);
+            announce_or_hold(object, row);
         }
     }
     return stored;
@@ -49,124 +62,112 @@ Type copy_of(const Type& stored)
     return stored;
 }
 
-// sdbusplus takes it as a std::function, by reference, which fits into it without an allocation. It
-// is a named type because a std::function keeps its type's name in the binary.
-template <class Type>
-struct Set
+/** The call that the thread's transaction is of: getters of a GetAll have the same. */
+struct Transaction
 {
-    Object* object;
-    AnnouncingSetter<Type> setter;
-    const char* member;
-    sd_bus_message* message;
-    sd_bus_error* error;
+    const sd_bus* bus;
+    std::uint64_t cookie;
+    std::uint64_t id;
 
-    void operator()(Type&& read) const
-    {
-        auto* listener = find_listener(object);
-        if (listener == nullptr)
-        {
-            (object->*setter)(std::move(read));
-            return;
-        }
-        const auto* row = listener->descriptor->properties->find(member);
-        Type former = (object->*accessors_of<Type>(*row).get)();
-        bool is_put_back = false;
-        const auto set_either = [&]
-        {
-            (object->*setter)(std::move(std::exchange(is_put_back, true) ? former : read));
-            return 0;
-        };
-        set_unless_refused(*listener, member, message, error, set_either);
-    }
+    // At a fixed offset from the thread pointer, so that no call is needed to find it.
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local Transaction last;
 };
 
-/** A message without a reference of its own: sd-bus holds the reply while a getter runs. A
- * reference would cost more than the getter, since it also counts on the connection, atomically. */
-union LentMessage
-{
-    LentMessage(sd_bus_message* message, sdbusplus::SdBusInterface* bus) :
-        lent(message, bus, std::false_type{})
-    {
-    }
-    // NOLINTNEXTLINE(modernize-use-equals-default): the default one of a union is deleted
-    ~LentMessage()
-    {
-    }
-    LentMessage(const LentMessage&) = delete;
-    LentMessage(LentMessage&&) = delete;
-    LentMessage& operator=(const LentMessage&) = delete;
-    LentMessage& operator=(LentMessage&&) = delete;
+/** Makes the call that the reply answers the thread's transaction. A signal answers call 0. */
+void begin_transaction(const sd_bus* bus, sd_bus_message* reply, std::uint64_t cookie,
+                       sdbusplus::SdBusInterface* bus_interface);
 
-    sdbusplus::message_t lent;
-};
-
-/**
- * Whether an append to the message has failed, as for lack of memory: sdbusplus doesn't examine
- * that, but sd-bus then refuses every further append with ESTALE. A getter's message has an open
- * variant, which refuses a second value with another error, so nothing is appended here.
- */
-inline bool has_failed(sd_bus_message* reply)
-{
-    constexpr unsigned char second = 0;
-    return sd_bus_message_append_basic(reply, SD_BUS_TYPE_BYTE, &second) == -ESTALE;
-}
-
-/** Appends a property's value. Returns a negative errno if it fails. */
+/** Appends a property's value, and returns 1, or a negative errno if that fails. */
 template <class Type>
-int append(LentMessage& reply, sdbusplus::SdBusInterface* bus, const Type& value)
+int append(sd_bus_message* reply, sdbusplus::SdBusInterface* bus, const Type& value)
 {
-    sd_bus_message* const message = reply.lent.get();
+    int result = 0;
     if constexpr (std::is_same_v<Type, bool>)
     {
         const int wide = value;
-        return bus->sd_bus_message_append_basic(message, number_letter<Type>(), &wide);
+        result = bus->sd_bus_message_append_basic(reply, number_letter<Type>(), &wide);
     }
     else if constexpr (std::is_arithmetic_v<Type>)
     {
-        return bus->sd_bus_message_append_basic(message, number_letter<Type>(), &value);
+        result = bus->sd_bus_message_append_basic(reply, number_letter<Type>(), &value);
     }
     else if constexpr (std::is_same_v<Type, std::string>)
     {
-        return bus->sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, value.c_str());
+        result = bus->sd_bus_message_append_basic(reply, SD_BUS_TYPE_STRING, value.c_str());
     }
     else
     {
-        append_value(reply.lent, value);
-        return has_failed(message) ? -ENOMEM : 1;
+        sdbusplus::message_t message(reply, bus);
+        append_value(message, value);
+        // sdbusplus doesn't examine what it appends; sd-bus remembers that it failed.
+        result = sd_bus_message_append(reply, "");
     }
+    return result < 0 ? result : 1;
 }
 
 template <class Type>
 int get_property(sd_bus* bus, Getter<Type> getter, sdbusplus::SdBusInterface* bus_interface,
-                 sd_bus_message* message, const Object& object, sd_bus_error* error)
+                 sd_bus_message* reply, const Object& object, sd_bus_error* error)
 {
     const auto get = [&]() __attribute__((always_inline))
     {
         try
         {
-            LentMessage reply(message, bus_interface);
-            Transaction::enter(bus, reply.lent);
-            return append(reply, bus_interface, for_bus((object.*getter)()));
+            std::uint64_t cookie = 0;
+            sd_bus_message_get_reply_cookie(reply, &cookie);
+            const auto& last = Transaction::last;
+            if (cookie != last.cookie || bus != last.bus ||
+                sdbusplus::server::transaction::get_id() != last.id)
+            {
+                begin_transaction(bus, reply, cookie, bus_interface);
+            }
+            Type value = (object.*getter)();
+            make_sendable(value);
+            return append(reply, bus_interface, value);
         }
-        catch (const sdbusplus::exception::SdBusError& failure)
+        catch (const sdbusplus::exception::internal_exception& failure)
         {
-            return bus_interface->sd_bus_error_set(error, failure.name(), failure.description());
+            return set_error(bus_interface, error, failure);
         }
     };
     return bus_boundary(get, as_error);
 }
 
+/** The body of a write, as serve() calls it. */
+template <class Type>
+void write_property(sdbusplus::message_t& message, ServedCall& served, Object& object,
+                    AnyFunction function)
+{
+    const auto setter = std::bit_cast<AnnouncingSetter<Type>>(function);
+    Type value{};
+    read_value(message, value);
+    if constexpr (!std::is_arithmetic_v<Type>)
+    {
+        if (!has_room(served, object, wire_size(value)))
+        {
+            return;
+        }
+    }
+    auto* listener = find_listener(&object);
+    if (listener == nullptr)
+    {
+        (object.*setter)(std::move(value));
+        return;
+    }
+    const auto accessors = accessors_of<Type>(served.written->row);
+    Type former = (object.*accessors.get)();
+    store_unless_refused(
+        served, *listener, [&] { return (object.*setter)(std::move(value)), 0; },
+        [&] { return (object.*accessors.set)(std::move(former), true), 0; });
+}
+
 template <class Type>
 int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterface* bus,
-                 sd_bus_error* error, const char* member, AnnouncingSetter<Type> setter)
+                 sd_bus_error* error, const WrittenProperty& property,
+                 AnnouncingSetter<Type> setter)
 {
-    const Set<Type> set{&object, setter, member, value, error};
-    return at_write_edge(
-        [&]
-        {
-            return sdbusplus::sdbuspp::property_callback(
-                value, bus, error, std::function<void(Type &&)>(std::cref(set)));
-        });
+    return serve(value, object, bus, error, std::bit_cast<AnyFunction>(setter),
+                 write_property<Type>, &property);
 }
 
 } // namespace gantry
@@ -184,4 +185,4 @@ int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterfac
 
 #define GANTRY_WRITABLE_PROPERTY(...)                                                              \
     template int set_property(sd_bus_message*, Object&, sdbusplus::SdBusInterface*, sd_bus_error*, \
-                              const char*, AnnouncingSetter<__VA_ARGS__>);
+                              const WrittenProperty&, AnnouncingSetter<__VA_ARGS__>);

@@ -4,9 +4,12 @@
 #include "gantrycontext.hpp"
 #include "thread_context.hpp"
 #include "utf8.hpp"
+#include "waiting_changes.hpp"
 
+#include <bit>
 #include <cerrno>
 #include <cstring>
+#include <sdbusplus/server/transaction.hpp>
 #include <string>
 
 namespace
@@ -42,6 +45,24 @@ std::string repaired(const char* text)
     return for_bus(std::string(text != nullptr ? text : ""));
 }
 
+/** What sd-bus gets if the call ends with an exception. A method's is handled, without a reply; for
+ * a write, sd-bus makes the errno the client's error. */
+int report(int error)
+{
+    const auto& served = *ServedCall::current();
+    const char* const path = sd_bus_message_get_path(served.message);
+    if (served.written != nullptr)
+    {
+        GANTRY_LOG(log::failed, "a client's write of property [%s] at [%s] failed",
+                   served.written->row.member, path);
+        return error;
+    }
+    GANTRY_LOG(log::failed, "method [%s.%s] at [%s] failed",
+               sd_bus_message_get_interface(served.message),
+               sd_bus_message_get_member(served.message), path);
+    return as_handled(error);
+}
+
 bool is_error_name(const char* name)
 {
     // D-Bus gives both kinds of names the same rules.
@@ -63,35 +84,48 @@ int ServedCall::fail(const char* name, const char* text)
     return sd_bus_error_has_name(&failure, name) > 0 ? 0 : ENOMEM;
 }
 
-int at_write_edge(CallReference call)
+int set_error(sdbusplus::SdBusInterface* bus, sd_bus_error* error,
+              const sdbusplus::exception::internal_exception& failure)
 {
-    return bus_boundary(
-        [&]
-        {
-            try
-            {
-                return call();
-            }
-            catch (const Taken& taken)
-            {
-                return taken.result;
-            }
-        },
-        as_error);
+    const char* const name = failure.name();
+    return bus->sd_bus_error_set(error, is_error_name(name) ? name : SD_BUS_ERROR_FAILED,
+                                 failure.description());
 }
 
-void set_unless_refused(GANTRY_instance& listener, const char* member, sd_bus_message* message,
-                        sd_bus_error* error, CallReference set)
+int serve(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bus,
+          sd_bus_error* error, AnyFunction function, Body body, const WrittenProperty* written)
 {
-    set();
-    ServedCall served(listener.the_service, message, ServedCall::Kind::write);
-    listener.written(&listener, member, listener.written_data);
-    if (served.is_taken())
+    ServedCall served(&object, message, written);
+    const auto run = [&]
     {
-        const int refused = served.take(error);
-        set();
-        throw Taken{refused};
-    }
+        try
+        {
+            sdbusplus::message_t call(message, bus);
+            sdbusplus::server::transaction::set_id(call);
+            body(call, served, object, function);
+            if (written != nullptr)
+            {
+                send_changes_of(object); // sd-bus replies next
+            }
+            return served.is_taken() ? served.take(error) : 1;
+        }
+        catch (const sdbusplus::exception::internal_exception& failure)
+        {
+            if (body == pass_message &&
+                dynamic_cast<const sdbusplus::exception::SdBusError*>(&failure) == nullptr)
+            {
+                throw;
+            }
+            return served.is_deferred ? 1 : set_error(bus, error, failure);
+        }
+    };
+    return bus_boundary(run, report);
+}
+
+void pass_message(sdbusplus::message_t& message, ServedCall& /*served*/, Object& object,
+                  AnyFunction function)
+{
+    (object.*std::bit_cast<void (Object::*)(sdbusplus::message_t&)>(function))(message);
 }
 
 void answer_with(const Place& place, const Descriptor& descriptor, const char* member,
@@ -107,11 +141,13 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
             return EINVAL;
         }
         *call = nullptr;
+        const auto& object = *static_cast<Object*>(open->instance->the_service);
         AnsweringCall taken(*open);
         if (taken.wants_reply())
         {
             auto reply = sdbusplus::message_t(taken.message()).new_method_return();
             append(values, reply);
+            send_changes_of(object);
             reply.method_return();
         }
         taken.mark_answered();
@@ -121,8 +157,6 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
 }
 
 } // namespace gantry
-
-using gantry::ServedCall;
 
 void GANTRY_call_fail(GANTRY_instance* instance, const char* name, const char* text, int* error)
 {
@@ -191,7 +225,7 @@ void GANTRY_call_defer(GANTRY_instance* instance, GANTRY_call** call, int* error
         {
             return gantry::already_logged(EINVAL);
         }
-        if (served->is_deferred || served->kind != ServedCall::Kind::method)
+        if (served->is_deferred || served->written != nullptr)
         {
             return EINVAL;
         }

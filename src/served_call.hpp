@@ -1,7 +1,8 @@
 /*
- * The call that a host's function serves, as long as the function runs. The edge of the bus
- * callback keeps it on the stack, the functions of <gantry/call.h> find it there by its object, and
- * the edge answers as they asked:
+ * The call that a virtual method, a setter or a host's function serves, as long as it runs: a call
+ * of a method, or a client's write of a property. The edge of the bus callback keeps it on the
+ * stack, the functions of <gantry/call.h> find it there by its object, and the edge answers as they
+ * asked:
  *
  *     not at all    with the function's outputs
  *     failed        with the host's error
@@ -16,6 +17,7 @@
 #include "for_bus.hpp"
 #include "object.hpp"
 
+#include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
 
 #include <systemd/sd-bus.h>
@@ -25,18 +27,22 @@
 namespace gantry
 {
 
+/** The property that a client writes. */
+struct WrittenProperty
+{
+    const Property<Object>& row;
+    /** Of the object's class. */
+    const sd_bus_vtable* vtable;
+    const Properties& properties;
+};
+
 class ServedCall
 {
   public:
-    /** A call of a method, or a client's write of a property, which can't be deferred. */
-    enum class Kind
-    {
-        method,
-        write,
-    };
-
-    ServedCall(const void* served_object, sd_bus_message* served_message, Kind its_kind) noexcept :
-        object(served_object), message(served_message), kind(its_kind), outer(innermost)
+    /** `written_property` is null for a call of a method, which alone can be deferred. */
+    ServedCall(const void* served_object, sd_bus_message* served_message,
+               const WrittenProperty* written_property) noexcept :
+        object(served_object), message(served_message), written(written_property), outer(innermost)
     {
         innermost = this;
     }
@@ -71,8 +77,12 @@ class ServedCall
 
     const void* const object;
     sd_bus_message* const message;
-    const Kind kind;
+    const WrittenProperty* const written;
     bool is_deferred = false;
+    /** Whether a change of the written property waits until the host has accepted it, and whether
+     *  there was one. */
+    bool holds_change = false;
+    bool has_change = false;
     ServedCall* const outer;
 
   private:
@@ -84,20 +94,31 @@ class ServedCall
     sd_bus_error failure{};
 };
 
-/** Thrown to pass sdbusplus when a write is refused and the client's error is set; `result` is what
- *  sd-bus is to get. */
-struct Taken
-{
-    int result;
-};
+/** Stands for a pointer to any virtual function of an object; the body that gets it knows its type.
+ */
+using AnyFunction = void (Object::*)();
 
-/** bus_boundary() for a client's write, with a handler for Taken inside it. */
-int at_write_edge(CallReference call);
+/** Runs the virtual function for a call, and sends a method's reply unless the call is taken. */
+using Body = void (*)(sdbusplus::message_t& message, ServedCall& served, Object& object,
+                      AnyFunction function);
 
-/** A client's write of which the host is told: `set` stores the new value, and, called again, puts
- *  the former one back, for a host that refuses; then the error is set and Taken is thrown. */
-void set_unless_refused(GANTRY_instance& listener, const char* member, sd_bus_message* message,
-                        sd_bus_error* error, CallReference set);
+/**
+ * The core of the bus callbacks of methods and of setters: runs the body between the edges, with
+ * the message as the thread's transaction, and returns what sd-bus is to get. An internal_exception
+ * of sdbusplus becomes the client's error; any other exception goes to the dispatch loop.
+ */
+int serve(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bus,
+          sd_bus_error* error, AnyFunction function, Body body,
+          const WrittenProperty* written = nullptr);
+
+/** The body of a method in message shape, which answers by itself. Of its exceptions only an
+ *  SdBusError becomes the client's error. */
+void pass_message(sdbusplus::message_t& message, ServedCall& served, Object& object,
+                  AnyFunction function);
+
+/** Makes an exception the client's error. Returns what sd-bus is to get. */
+int set_error(sdbusplus::SdBusInterface* bus, sd_bus_error* error,
+              const sdbusplus::exception::internal_exception& failure);
 
 /** Whether the call in this message is being served and its outputs aren't the answer. */
 inline bool is_taken(sd_bus_message* message) noexcept

@@ -1,7 +1,11 @@
 /*
- * The size that a value has in a D-Bus message. The protocol limits an array to 64 MiB and a
- * message to 128 MiB. sd-bus doesn't check either when it sends: the bus closes the connection of a
- * sender that exceeds them. So what exceeds them is refused before it is stored or appended.
+ * The size that values have in a D-Bus message. A bus closes the connection of a sender whose
+ * message it finds too large, and sd-bus doesn't check that when it sends. So a value that is too
+ * large is refused before it is stored or appended.
+ *
+ * A property travels inside messages with all properties of its object. What a host stores there
+ * altogether is its own responsibility; a client's write is refused where the sum would become too
+ * large (property_callbacks.cpp).
  */
 #pragma once
 
@@ -19,7 +23,31 @@
 namespace gantry
 {
 
-/** Walks over a value as it would be appended. Throws SdBusError with EMSGSIZE for too much. */
+/** The largest message that a system bus takes unless it is configured otherwise. A larger limit
+ *  must stay under 64 MiB, since properties travel in an array and no array has more. */
+inline constexpr std::size_t max_message_size = 32U << 20U;
+
+/** The largest size of one value, which leaves room for a header and the names around the value. */
+inline std::size_t max_value_size()
+{
+    return max_message_size - (64U << 10U);
+}
+
+/** The length of a type's signature. */
+template <class Type>
+inline constexpr std::size_t signature_length = 1;
+template <class Element>
+inline constexpr std::size_t signature_length<std::vector<Element>> = 1 + signature_length<Element>;
+template <class Element>
+inline constexpr std::size_t signature_length<std::set<Element>> = 1 + signature_length<Element>;
+template <class Key, class Value>
+inline constexpr std::size_t signature_length<std::map<Key, Value>> =
+    3 + signature_length<Key> + signature_length<Value>;
+template <class... Members>
+inline constexpr std::size_t signature_length<std::tuple<Members...>> = (2 + ... +
+                                                                         signature_length<Members>);
+
+/** Walks over values as they would be appended one after the other. */
 class WireSize
 {
   public:
@@ -32,7 +60,7 @@ class WireSize
 
     void add(const std::string& text)
     {
-        add_bytes(4, 4 + text.size() + 1);
+        add_text(text.size());
     }
 
     template <class Element>
@@ -41,10 +69,7 @@ class WireSize
         if constexpr (std::is_arithmetic_v<Element>)
         {
             add_bytes(4, 4);
-            add_bytes(alignment<Element>, 0);
-            const std::size_t begin = at;
-            add_bytes(1, elements.size() * alignment<Element>);
-            check_array(begin);
+            add_bytes(alignment<Element>, elements.size() * alignment<Element>);
         }
         else
         {
@@ -82,80 +107,86 @@ class WireSize
     template <class... Alternatives>
     void add(const std::variant<Alternatives...>& value)
     {
-        constexpr std::size_t longest_signature = 257;
-        add_bytes(1, longest_signature);
         if (!value.valueless_by_exception())
         {
-            std::visit([this](const auto& held) { this->add(held); }, value);
+            std::visit(
+                [this]<class Held>(const Held& held)
+                {
+                    add_signature(signature_length<Held>);
+                    this->add(held);
+                },
+                value);
         }
     }
 
-  private:
-    static constexpr std::size_t max_array = 64U << 20U;
-    /** Of a message, less what its header may need. */
-    static constexpr std::size_t max_body = (128U << 20U) - (64U << 10U);
+    /** A text of that length. */
+    void add_text(std::size_t length)
+    {
+        add_bytes(4, 4 + length + 1);
+    }
 
-    /** A number's alignment, which is its size too; a boolean takes four bytes. */
-    template <class Number>
-    static constexpr std::size_t alignment = std::is_same_v<Number, bool> ? 4 : sizeof(Number);
+    void add_signature(std::size_t length)
+    {
+        add_bytes(1, 1 + length + 1);
+    }
 
     void add_bytes(std::size_t alignment_of_bytes, std::size_t count)
     {
         at = (at + alignment_of_bytes - 1) / alignment_of_bytes * alignment_of_bytes + count;
-        check(at <= max_body);
     }
+
+    [[nodiscard]] std::size_t size() const noexcept
+    {
+        return at;
+    }
+
+  private:
+    /** A number's alignment, which is its size too; a boolean takes four bytes. */
+    template <class Number>
+    static constexpr std::size_t alignment = std::is_same_v<Number, bool> ? 4 : sizeof(Number);
 
     template <class Elements>
     void add_array(const Elements& elements)
     {
         add_bytes(4, 4);
-        const std::size_t begin = at;
         for (const auto& element : elements)
         {
             add(element);
         }
-        check_array(begin);
-    }
-
-    void check_array(std::size_t begin) const
-    {
-        check(at - begin <= max_array);
-    }
-
-    static void check(bool fits)
-    {
-        if (!fits)
-        {
-            throw_too_large();
-        }
-    }
-
-    [[noreturn, gnu::cold, gnu::noinline]] static void throw_too_large()
-    {
-        throw sdbusplus::exception::SdBusError(EMSGSIZE, "sd_bus_message_append");
     }
 
     std::size_t at = 0;
 };
 
-/** Walks over the value. Not inlined, so that it exists once for a type. */
+/** The size of one value. Not inlined, so that it exists once for a type. */
 template <class Type>
-[[gnu::noinline]] void walk_wire_size(const Type& value)
+[[gnu::noinline]] std::size_t wire_size(const Type& value)
 {
-    WireSize().add(value);
+    WireSize size;
+    size.add(value);
+    return size.size();
 }
 
-/** Throws SdBusError with EMSGSIZE if the value doesn't fit into a message. */
+inline std::size_t wire_size(const std::string& text)
+{
+    return 4 + text.size() + 1;
+}
+
+[[noreturn, gnu::cold, gnu::noinline]] inline void throw_too_large()
+{
+    throw sdbusplus::exception::SdBusError(EMSGSIZE, "sd_bus_message_append");
+}
+
+/** Throws SdBusError with EMSGSIZE if the value is too large for a message. */
 template <class Type>
 void check_wire_size(const Type& value)
 {
-    if constexpr (std::is_same_v<Type, std::string>)
+    if constexpr (!std::is_arithmetic_v<Type>)
     {
-        WireSize().add(value);
-    }
-    else if constexpr (!std::is_arithmetic_v<Type>)
-    {
-        walk_wire_size(value);
+        if (wire_size(value) > max_value_size())
+        {
+            throw_too_large();
+        }
     }
 }
 

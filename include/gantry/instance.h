@@ -51,11 +51,18 @@ GANTRY_API void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_
 
 /*
  * Has `written` called when a client has written one of the object's properties, even with an equal
- * value: after the value is stored and announced, before the client's reply. `property` is the
- * D-Bus name. A null `written` ends it. Inside it any function may be called, those of
- * <gantry/call.h> too, except GANTRY_call_defer; but if it publishes an object, sd-bus gives the
- * client an error although the value is stored. GANTRY_call_fail refuses the write: the former
- * value is stored and announced again when `written` returns, and the client gets the error.
+ * value: after the value is stored, before it is announced, and before the client's reply.
+ * `property` is the D-Bus name. A null `written` ends it.
+ *
+ * GANTRY_call_fail refuses the write: when `written` returns, the former value is put back, nothing
+ * is announced, and the client gets the error. In a host in C++ `written` may throw an SdBusError
+ * or another internal_exception of sdbusplus instead, to the same effect. Any other exception puts
+ * the former value back too, and ends the loop. If `written` sets the property itself and doesn't
+ * refuse, that value is announced in place of the client's.
+ *
+ * Inside `written` any function may be called, those of <gantry/call.h> too, except
+ * GANTRY_call_defer. But if it publishes an object or calls GANTRY_context_manage, sd-bus gives the
+ * client the error UnknownProperty, although the value is stored and announced.
  */
 GANTRY_API void GANTRY_instance_on_write(GANTRY_instance* instance,
                                          void (*written)(GANTRY_instance* instance,

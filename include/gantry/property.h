@@ -11,8 +11,8 @@
  *
  *     EINVAL    The property has another type; the instance or `out` is null; an array record has a
  *               count that no message can have.
- *     EMSGSIZE  No message can hold the value: an array has at most 64 MiB, a text less than
- *               128 MiB.
+ *     EMSGSIZE  The value takes more than 32 MiB less 64 KiB in a message: by default a system bus
+ *               takes no message of more than 32 MiB. Nothing is stored.
  *     ENOENT    The object has no property of that name, or the name is null.
  *     ENOMEM    Memory ran out; a setter may have stored the value, and announced it.
  *     another   A getter that the announcement runs threw, and the value is stored; or the signal

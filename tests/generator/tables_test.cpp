@@ -140,7 +140,7 @@ TEST(Bad_table, A_member_that_no_code_can_follow_from_is_refused_with_its_line)
         {property("Restrict"), 3, "'restrict' is a reserved word"},
         {property("Interface"), 3,
          "'Interface' has the accessor 'interface', which is something else in its class"},
-        {"<signal name='A'/>\n" + property("A"), 4, "'A' is a member already, on line 3"},
+        {"<signal name='A'/>\n" + property("A"), 4, "'A' has the accessor 'a' of 'A' on line 3"},
         {"<signal name='Try_byte'/>\n<method name='TryByte'/>\n", 4,
          "'TryByte' has the accessor 'tryByte' of 'Try_byte' on line 3"},
         // Types.
@@ -204,6 +204,24 @@ TEST(Output, What_a_table_says_cannot_break_a_page)
     const std::string html = gantrygen_run({"--html", table.path.string()}).second;
     EXPECT_NE(html.find("<p>&lt;b&gt;|</p>"), std::string::npos) << html;
     EXPECT_NE(html.find("Starts at a&quot;b."), std::string::npos) << html;
+}
+
+TEST(Output, An_argument_has_its_name_in_C_unless_C_cannot_have_it)
+{
+    const Table table(with_members(method("<arg type='y' name='speed'/><arg type='s' name='class'/>"
+                                          "<arg type='y' name='a-b'/><arg type='y' name='_Bool'/>"
+                                          "<arg type='y' name='instance'/><arg type='y'/>"
+                                          "<arg type='y' name='speed' direction='out'/>")));
+    EXPECT_EQ(generate(table), (std::pair{0, std::string()}));
+    std::ostringstream header;
+    header << std::ifstream(table.output / "com/orvane/velmar/system/Test/gantry_server.h").rdbuf();
+    // A long line is broken at a comma.
+    EXPECT_NE(
+        header.str().find("void (*A)(GANTRY_instance* instance, unsigned char speed, char* class_, "
+                          "unsigned char in3,\n        unsigned char in4, unsigned char instance_, "
+                          "unsigned char in6, unsigned char* speed_);"),
+        std::string::npos)
+        << header.str();
 }
 
 TEST(Command_line, A_mistake_is_no_success)

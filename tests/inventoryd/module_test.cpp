@@ -73,16 +73,6 @@ struct Module : module_memory
     }
 };
 
-const auto printable = []
-{
-    std::string all;
-    for (char each = ' '; each <= '~'; ++each)
-    {
-        all += each;
-    }
-    return all;
-}();
-
 constexpr int celsius = 256; // the unit's number of steps
 
 Module sfp()
@@ -313,7 +303,8 @@ extern "C"
 
     void object_put_string(object* object, const char* member, const char* text)
     {
-        ASSERT_EQ(text[std::strspn(text, printable.c_str())], '\0') << member;
+        const auto is_printable = [](char each) { return each >= ' ' && each <= '~'; };
+        ASSERT_TRUE(std::all_of(text, text + std::strlen(text), is_printable)) << member;
         if (object != nullptr)
         {
             reinterpret_cast<Properties*>(object)->texts[member] = text;

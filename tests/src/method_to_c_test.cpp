@@ -123,8 +123,13 @@ class MethodDispatch : public Served
     support::Object object;
 };
 
-const std::string ended =
-    "\\n\n2 EXCEPTION gantrycommon.GANTRY_dbus_loop_one_pass: std::exception\\n\n";
+// The line that names the call that failed, and those around it.
+std::string failed(const std::string& method, const char* path = "/object0")
+{
+    return "2 served_call.report: method [com.orvane.velmar.sample.gantrytest." + method +
+           "] at [" + path + "] failed\n";
+}
+const std::string ended = "2 EXCEPTION gantrycommon.GANTRY_dbus_loop_one_pass: std::exception\\n\n";
 
 // A method of reply shape and its twin of message shape, with their operations' names.
 const std::pair<std::string, std::string> both_shapes[] = {{"Try_string", "tryString"},
@@ -261,11 +266,12 @@ TEST_F(MethodDispatch, EndsTheLoopWhenTheHostThrows)
     for (const auto& [method, operation] : both_shapes)
     {
         EXPECT_EQ(call(method, "s", "text"), "no reply");
-        EXPECT_EQ(logged(2), "2 EXCEPTION gantry_server." + operation + ": host's own" + ended);
+        EXPECT_EQ(logged(2), "2 EXCEPTION gantry_server." + operation + ": host's own\\n\n" +
+                                 failed(method) + ended);
         EXPECT_EQ(call("Deferred", ""), "i 0");
-        // What is no std::exception goes through the loop, untold.
+        // What is no std::exception goes through the loop, and its text is untold.
         EXPECT_THROW(call(method, "s", "42"), int);
-        EXPECT_EQ(logged(2), "");
+        EXPECT_EQ(logged(2), failed(method));
         EXPECT_EQ(call("Deferred", ""), "i 0");
     }
 }
@@ -274,15 +280,16 @@ TEST_F(MethodDispatch, EndsTheLoopWhenTheHostThrows)
 struct Override : GANTRY_com_orvane_velmar_sample_gantrytest::gantrytest
 {
     using gantrytest::gantrytest;
-    std::string tryString(std::string /*in*/) override
+    std::string tryString(std::string in) override
     {
-        throw sdbusplus::exception::SdBusError(EBUSY, "text\xFF");
+        in == "own" ? throw Conversion("com.example.Own")
+                    : throw sdbusplus::exception::SdBusError(EBUSY, "text\xFF");
     }
     void tryStringD(sdbusplus::message_t& message) override
     {
         std::string in;
         message.read(in);
-        in == "throw" ? static_cast<void>(tryString(in)) : void();
+        in != "later" ? static_cast<void>(tryString(in)) : void();
     }
 };
 
@@ -296,7 +303,10 @@ TEST_F(MethodDispatch, GivesTheClientAnOverridesSdBusErrorInUtf8AndNoReplyOfItsO
                   "error System.Error.EBUSY: text\uFFFD: Device or resource busy");
     }
     EXPECT_EQ(call("Try_string_D", "s", "later"), "no reply");
+    EXPECT_EQ(call("Try_string", "s", "own"), "error com.example.Own: of the host");
     EXPECT_EQ(logged(2), "");
+    EXPECT_EQ(call("Try_string_D", "s", "own"), "no reply");
+    EXPECT_THAT(logged(2), StartsWith(failed("Try_string_D", "/own")));
 }
 
 TEST_F(MethodDispatch, TellsTheClientOfAReplyThatIsNotSentInReplyShapeOnly)
@@ -308,7 +318,7 @@ TEST_F(MethodDispatch, TellsTheClientOfAReplyThatIsNotSentInReplyShapeOnly)
     send = {-EIO};
     EXPECT_EQ(call("Try_string_D", "s", ""), "no reply");
     EXPECT_EQ(logged(2), "2 EXCEPTION gantry_server.tryStringD: sd_bus_send: " + error +
-                             "Input/output error" + ended);
+                             "Input/output error\\n\n" + failed("Try_string_D") + ended);
     EXPECT_EQ(call("Try_string_D", "s", ""), "s \"\"");
 }
 

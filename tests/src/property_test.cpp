@@ -57,6 +57,12 @@ struct Own : gantrytest
         on_get();
         return gantrytest::propString();
     }
+    using gantrytest::propUInt32;
+    unsigned int propUInt32(unsigned int value) override
+    {
+        value == 0 ? on_get() : void();
+        return propUInt32(value + 1, false);
+    }
     inline static std::function<void()> on_get;
 };
 static_assert(sizeof(Own) == sizeof(gantrytest));
@@ -234,6 +240,32 @@ TEST_F(Property, LetsNothingThrownIntoAHostInC)
     EXPECT_EQ(announced(), "");
 }
 
+TEST_F(Property, GivesTheClientTheErrorThatAnAccessorThrows)
+{
+    logged();
+    for (const auto& [name, told] :
+         {std::pair{"com.example.Own", "error com.example.Own: of the host"},
+          {"not a name", "error org.freedesktop.DBus.Error.Failed: of the host"}})
+    {
+        Own::on_get = [name = name] { throw Conversion(name); };
+        EXPECT_EQ(client.get(sample, interface, "PropString").text, told);
+        EXPECT_EQ(client.set(sample, interface, "PropUInt32", "u", 0).text, told);
+        EXPECT_EQ(logged(2), "");
+    }
+    EXPECT_EQ(server->propUInt32(), 0U);
+}
+
+TEST_F(Property, OfAClientsWriteGoesThroughTheHostsOwnSetter)
+{
+    for (const bool hears : {false, true})
+    {
+        EXPECT_TRUE(client.set(sample, interface, "PropUInt32", "u", hears + 6).ok());
+        EXPECT_EQ(announced(), hears ? "PropUInt32: u 8\n" : "PropUInt32: u 7\n");
+        GANTRY_instance_on_write(
+            instance, [](auto*...) {}, nullptr);
+    }
+}
+
 TEST_F(Property, IsAnnouncedWithOthersInOneSignalOrLeftOut)
 {
     server->propByte(3, true);
@@ -353,7 +385,8 @@ TEST_F(Property, OfTheDataStoreIsToldAtEachSetBehindItsAnnouncement)
     expect_told("d", true);
     logged();
     EXPECT_FALSE(write("e"));
-    EXPECT_EQ(logged(2), "2 EXCEPTION gantrycommon.GANTRY_dbus_loop_one_pass: store is full\\n\n");
+    EXPECT_THAT(logged(2), AllOf(HasSubstr("write of property [PropString] at [/sample] failed\n"),
+                                 EndsWith("_one_pass: store is full\\n\n")));
     expect_told("e", true);
     store_is_full = false;
     GANTRY_context_free(&context);
@@ -423,6 +456,18 @@ TEST(BasicType, HasItsFormInTheLogAndItsSkeleton)
         GANTRY_string_free(&text);
     }
     GANTRY_string_free(nullptr);
+}
+
+TEST(BasicType, TextThatNoMessageCanHoldIsAppendedAsAnEmptyOne)
+{
+    support::Client client;
+    sdbusplus::message_t message(client.new_signal("/a", "a.B", "C").get());
+    char* text = static_cast<char*>(std::calloc(1, 33U << 20U));
+    std::memset(text, 'x', (33U << 20U) - 1);
+    EXPECT_NO_THROW(GANTRY_string_reply_append(message, &text));
+    GANTRY_string_free(&text);
+    sd_bus_message_seal(message.get(), 1, 0);
+    EXPECT_EQ(message.unpack<std::string>(), "");
 }
 
 } // namespace

@@ -50,6 +50,27 @@ using testing::IsEmpty;
 using testing::StartsWith;
 using Sample = GANTRY_com_orvane_velmar_sample_gantrytest::gantrytest;
 
+// An exception with a name of its own, as sdbusplus's conversions throw.
+struct Conversion : sdbusplus::exception::internal_exception
+{
+    explicit Conversion(const char* its_name) : error(its_name)
+    {
+    }
+    const char* name() const noexcept override
+    {
+        return error;
+    }
+    const char* description() const noexcept override
+    {
+        return "of the host";
+    }
+    int get_errno() const noexcept override
+    {
+        return EINVAL;
+    }
+    const char* error;
+};
+
 class Served : public testing::Test
 {
   protected:

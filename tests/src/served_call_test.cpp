@@ -431,36 +431,60 @@ TEST_F(Call, StillOpenWhenItsObjectOrContextGoesIsAnsweredNewestFirst)
     expect_answered(pending[0], pending[2]);
 }
 
-TEST_F(Call, WritingClientIsToldToTheHostWhichMayRefuse)
+// What a host does about a client's write, by the value.
+void on_write(GANTRY_instance* object, const char* property, void* /*data*/)
 {
-    const auto written = [](GANTRY_instance* object, const char* property, void* refused)
+    char* text = nullptr;
+    GANTRY_property_get_string(object, property, &text, nullptr);
+    const std::string value = text;
+    std::free(text);
+    seen += std::string(property) + '=' + value + ' ';
+    if (value == "corrected" || value.starts_with("refused"))
     {
-        char* value = nullptr;
-        GANTRY_property_get_string(object, property, &value, nullptr);
-        seen += std::string(property) + '=' + value + ' ';
-        if (std::strcmp(value, static_cast<const char*>(refused)) == 0)
-        {
-            GANTRY_call* call = nullptr;
-            EXPECT_EQ(errno_of(GANTRY_call_defer, object, &call), EINVAL);
-            GANTRY_call_fail(object, busy, "not now", nullptr);
-        }
-        std::strcmp(value, "free") == 0 ? GANTRY_instance_free(&object) : void();
-        std::free(value);
-    };
-    char refused[] = "bad";
-    GANTRY_instance_on_write(instance, written, refused);
+        GANTRY_property_set_string(object, property, "by the host", false, nullptr);
+    }
+    if (value.starts_with("refused"))
+    {
+        GANTRY_call* call = nullptr;
+        EXPECT_EQ(errno_of(GANTRY_call_defer, object, &call), EINVAL);
+        GANTRY_call_fail(object, busy, "not now", nullptr);
+    }
+    value == "thrown" ? throw sdbusplus::exception::SdBusError(EBUSY, "text") : 0;
+    value == "fatal" ? throw std::runtime_error("host's own") : 0;
+    value == "free" ? GANTRY_instance_free(&object) : void();
+}
+
+TEST_F(Call, WritingClientIsToldToTheHostWhichMayRefuseBeforeOthersHearOfIt)
+{
+    GANTRY_instance_on_write(instance, on_write, nullptr);
     publish("/other");
-    set("good");
-    announced();
-    EXPECT_EQ(set("bad"), "error com.example.Error.Busy: not now");
-    client.settle(service);
-    EXPECT_EQ(client.signals().size(), 2U);
-    EXPECT_EQ(announced(), "PropString: s \"bad\"\nPropString: s \"good\"\n");
-    EXPECT_EQ(set("bad", "/other"), "");
-    GANTRY_property_set_string(instance, "PropString", "bad", true, &error);
+    const auto expect_set = [this](const char* value, const std::string& answer,
+                                   const std::string& stored, const std::string& signals)
+    {
+        EXPECT_EQ(set(value), answer);
+        EXPECT_EQ(announced(), signals);
+        const auto now = client.get({service, "/object"}, gantrytest, "PropString").text;
+        EXPECT_EQ(now, "v <s \"" + stored + "\">");
+    };
+    expect_set("good", "", "good", "PropString: s \"good\"\n");
+    expect_set("good", "", "good", "");
+    expect_set("refused", "error com.example.Error.Busy: not now", "good", "");
+    expect_set("thrown", "error System.Error.EBUSY: text: Device or resource busy", "good", "");
+    EXPECT_EQ(logged(2), "");
+    expect_set("fatal", "error org.freedesktop.DBus.Error.IOError: Input/output error", "good", "");
+    EXPECT_EQ(logged(2), "2 served_call.report: a client's write of property [PropString] at "
+                         "[/object] failed\n"
+                         "2 EXCEPTION gantrycommon.GANTRY_dbus_loop_one_pass: host's own\\n\n");
+    expect_set("corrected", "", "by the host", "PropString: s \"by the host\"\n");
+    GANTRY_property_set_string(instance, "PropString", "refused", true, &error);
+    EXPECT_EQ(set("refused", "/other"), "");
+    EXPECT_EQ(announced(), "PropString: s \"refused\"\n");
+    expect_set("refused", "error com.example.Error.Busy: not now", "refused", "");
     EXPECT_EQ(set("free"), "");
+    EXPECT_TRUE(sent().find("PropertiesChanged") == std::string::npos);
     EXPECT_TRUE(set("gone").starts_with("error "));
-    EXPECT_EQ(seen, "PropString=good PropString=bad PropString=free ");
+    EXPECT_EQ(seen, "PropString=good PropString=good PropString=refused PropString=thrown "
+                    "PropString=fatal PropString=corrected PropString=refused PropString=free ");
 }
 
 TEST_F(Call, WithAnInputForItsOutputReleasesItOnce)

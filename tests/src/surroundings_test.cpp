@@ -160,31 +160,63 @@ TEST_F(Surroundings, TooLargeForAMessageIsRefusedWhereItIsStoredOrReturned)
                 [](auto* c, auto*, auto* p, auto* u) {
                     GANTRY_instantiate__com_orvane_velmar_hwi_HWIOemFruCustomData(c, nullptr, p, u);
                 });
-    std::string text(16U << 20U, 'x');
+    // A message takes 32 MiB, of which 64 KiB are left to what is around a value.
+    std::string text((8U << 20U) - 5, 'x');
     std::vector<char*> texts(4, text.data());
     const GANTRY_string_array array{texts.data(), texts.size()};
     int error = -1;
     GANTRY_property_set_strings(object, "BoardCustomData", &array, false, &error);
     EXPECT_EQ(error, EMSGSIZE);
-    EXPECT_THAT(logged(2), HasSubstr("EXCEPTION property_c."));
+    EXPECT_THAT(logged(2), StartsWith("2 property_c.set: property [BoardCustomData] at [/fru] was "
+                                      "not set or not announced\n2 EXCEPTION property_c."));
     texts.pop_back();
     const GANTRY_string_array fits{texts.data(), texts.size()};
     GANTRY_property_set_strings(object, "BoardCustomData", &fits, true, &error);
     EXPECT_EQ(error, 0);
 
     auto& sample_object = own();
-    EXPECT_THROW(sample_object.propString(std::string(128U << 20U, 'x')),
-                 sdbusplus::exception::SdBusError);
-    using Held = std::variant<short, std::string, std::tuple<short, int, long>>;
-    const Held struct_held = std::tuple<short, int, long>{};
-    EXPECT_NO_THROW(sample_object.recursionTest2({{"small", text}, {"struct", struct_held}}));
-    EXPECT_THROW(sample_object.recursionTest2({{"1", text}, {"2", text}, {"3", text}, {"4", text}}),
-                 sdbusplus::exception::SdBusError);
-    sample_object.in_method = [] { return std::string(128U << 20U, 'x'); };
+    using sdbusplus::exception::SdBusError;
+    constexpr std::size_t most = (32U << 20U) - (64U << 10U);
+    EXPECT_NO_THROW(sample_object.propString(std::string(most - 5, 'x'), true));
+    EXPECT_THROW(sample_object.propString(std::string(most - 4, 'x'), true), SdBusError);
+    EXPECT_NO_THROW(sample_object.propArray1(std::vector<unsigned char>(most - 4), true));
+    EXPECT_THROW(sample_object.propArray1(std::vector<unsigned char>(most - 3), true), SdBusError);
+    sample_object.propArray1({}, true);
+    // An entry has 24 bytes, of which three are a variant's signature.
+    std::map<std::string, std::variant<short, std::string, std::tuple<short, int, long>>> entries;
+    for (int number = 100'000; number < 400'000; ++number)
+    {
+        entries.emplace_hint(entries.end(), std::to_string(number), short{1});
+    }
+    EXPECT_NO_THROW(sample_object.recursionTest2(entries, true));
+    entries = {{"1", text}, {"2", text}, {"3", text}, {"4", text}};
+    EXPECT_THROW(sample_object.recursionTest2(entries, true), SdBusError);
+    sample_object.in_method = [] { return std::string(most, 'x'); };
     EXPECT_THAT(client.call({service, "/own"}, sample, "Try_string", "s", "").text,
                 HasSubstr("Message too long"));
     sample_object.in_method = [] { return std::string("small"); };
     EXPECT_EQ(client.call({service, "/own"}, sample, "Try_string", "s", "").text, "s \"small\"");
+}
+
+TEST_F(Surroundings, ClientsWritesDoNotAddUpToMoreThanAMessageHolds)
+{
+    auto& object = own();
+    const support::Object target{service, "/own"};
+    const std::string text(12U << 20U, 'x');
+    // One that doesn't collect the signals, which are as large.
+    support::Client writer{[this] { GANTRY_dbus_loop_one_pass(context); }};
+    const auto write = [&](const char* property, auto... value)
+    { return writer.set(target, sample, property, value...).text; };
+    EXPECT_EQ(write("PropString", "s", text.c_str()), "");
+    EXPECT_EQ(write("PropVariant2", "v", "s", text.c_str()), "");
+    EXPECT_EQ(write("PropDict1", "a{qs}", 1, 1, text.c_str()),
+              "error org.freedesktop.DBus.Error.LimitsExceeded: the object's properties would be "
+              "too large with this PropDict1");
+    EXPECT_TRUE(object.propDict1().empty());
+    EXPECT_EQ(write("PropString", "s", text.c_str()), ""); // in place of the same
+    EXPECT_EQ(write("PropDict1", "a{qs}", 1, 1, "small"), "");
+    EXPECT_EQ(writer.get_all(target, sample).at("PropDict1"), "a{qs} {1: \"small\"}");
+    EXPECT_EQ(logged(2), "");
 }
 
 TEST_F(Surroundings, SignalsDoNotInterruptTheStart)

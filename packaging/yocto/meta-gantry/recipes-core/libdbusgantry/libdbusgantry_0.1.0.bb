@@ -33,11 +33,13 @@ EXTRA_OEMESON = " \
 
 PACKAGECONFIG ??= "docs inventoryd"
 PACKAGECONFIG[docs] = "-Ddocs=true,-Ddocs=false"
-PACKAGECONFIG[inventoryd] = "-Dinventoryd=true,-Dinventoryd=false"
+PACKAGECONFIG[efivar] = "-Defivar=enabled,-Defivar=disabled,efivar"
+PACKAGECONFIG[inventoryd] = "-Dinventoryd=true,-Dinventoryd=false,libmnl"
 PACKAGECONFIG[stand-ins] = "-Dstand_ins=true,-Dstand_ins=false"
 
 PACKAGE_BEFORE_PN = "${PN}-inventoryd ${PN}-stand-ins"
 FILES:${PN}-inventoryd = " \
+    ${datadir}/dbus-1/system-services \
     ${datadir}/dbus-1/system.d \
     ${sbindir}/inventoryd \
     ${systemd_system_unitdir}/inventoryd.service \

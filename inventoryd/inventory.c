@@ -1,0 +1,19 @@
+#include "inventory.h"
+
+#include "devices.h"
+#include "hwdb.h"
+
+void scan_all(void)
+{
+    scan_firmware();
+    scan_software();
+    scan_fru();
+    scan_boot();
+    scan_pci();
+    scan_usb();
+    scan_nic();
+    scan_fc();
+    scan_ib();
+    devices_forget();
+    hwdb_close();
+}
