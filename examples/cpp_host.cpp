@@ -6,9 +6,14 @@
 #include <com/orvane/velmar/system/BLT/gantry_server.hpp>
 #include <gantry/gantry.h>
 
+#include <systemd/sd-event.h>
+
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
+#include <deque>
 #include <exception>
+#include <gantry/call.hpp>
 #include <gantry/context.hpp>
 #include <gantry/object.hpp>
 #include <gantry/types.hpp>
@@ -24,12 +29,13 @@ namespace
 using GANTRY_com_orvane_velmar_system_BLT::BLT;
 using HWISupport = sdbusplus::server::com::orvane::velmar::hwi::HWISupport;
 
-/** A method is an override. What it throws as an SdBusError is the client's error. */
+/** A method is an override. What it throws as an SdBusError is the client's error, and it may
+ * answer later: here a second later, if the firmware isn't ready yet. */
 class Support : public HWISupport
 {
   public:
     Support(GANTRY_cpp_context& context, const char* path, const BLT* firmware) :
-        HWISupport(context.bus, path), reported(firmware)
+        HWISupport(context.bus, path), event(context.event.get()), reported(firmware)
     {
     }
 
@@ -39,10 +45,26 @@ class Support : public HWISupport
         {
             throw sdbusplus::exception::SdBusError(ENODEV, "no firmware");
         }
-        return !reported->firmwareVersion().empty();
+        if (reported->firmwareVersion().empty())
+        {
+            waiting.push_back(gantry::defer<bool>(*this));
+            sd_event_add_time_relative(event, nullptr, CLOCK_MONOTONIC, 1'000'000, 0, answer, this);
+        }
+        return true; // dropped if it is answered later
     }
 
   private:
+    /** The event loop calls it. */
+    static int answer(sd_event_source* /*timer*/, std::uint64_t /*now*/, void* support)
+    {
+        auto& self = *static_cast<Support*>(support);
+        self.waiting.front().reply(!self.reported->firmwareVersion().empty());
+        self.waiting.pop_front();
+        return 0;
+    }
+
+    sd_event* event;
+    std::deque<gantry::DeferredReply<bool>> waiting;
     const BLT* reported;
 };
 
@@ -79,7 +101,7 @@ int main()
     {
         // A host's own object has no instance; the host destroys it.
         const Support support(*context, "/support", publish_firmware(context));
-        GANTRY_dbus_loop(context);
+        GANTRY_dbus_sdloop(context); // which serves the timer, too
     }
     catch (const std::exception& refused) // the path is taken, say
     {

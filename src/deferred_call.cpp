@@ -57,7 +57,7 @@ GANTRY_call* handle_of(std::uintptr_t serial) noexcept
 
 } // namespace
 
-GANTRY_call* open_call(GANTRY_cpp_context& context, GANTRY_instance* instance,
+GANTRY_call* open_call(GANTRY_cpp_context& context, const CalledObject& called,
                        sd_bus_message* message)
 {
     auto& calls = context.state->calls;
@@ -69,7 +69,7 @@ GANTRY_call* open_call(GANTRY_cpp_context& context, GANTRY_instance* instance,
     const auto serial = next_serial(calls);
     calls.open.emplace_hint(
         calls.open.end(), serial,
-        OpenCall{context, serial, instance, make_stub(message), std::move(client)});
+        OpenCall{context, serial, called, make_stub(message), std::move(client)});
     return handle_of(serial);
 }
 
@@ -127,7 +127,7 @@ void close_calls(GANTRY_cpp_context& context, const GANTRY_instance* instance) n
     for (auto next = open.end(); next != open.begin();)
     {
         if (const auto newest = std::prev(next);
-            instance == nullptr || newest->second.instance == instance)
+            instance == nullptr || newest->second.called.instance == instance)
         {
             AnsweringCall(newest->second)
                 .refuse(SD_BUS_ERROR_NO_REPLY, "the object was removed before it answered");

@@ -21,9 +21,27 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <typeinfo>
 
 namespace gantry
 {
+
+/** How a method in reply shape has its result sent: of this type, by this function. */
+struct ReplyForm
+{
+    const std::type_info& type;
+    void (*append)(sdbusplus::message_t& reply, void* result);
+};
+
+/** Whose call it is. */
+struct CalledObject
+{
+    const void* object;
+    /** Null for an object that a C++ host made itself. */
+    GANTRY_instance* instance;
+    /** Null if the host answers in C. */
+    const ReplyForm* form;
+};
 
 struct OpenCall
 {
@@ -31,7 +49,7 @@ struct OpenCall
 
     GANTRY_cpp_context& context;
     std::uintptr_t serial;
-    GANTRY_instance* instance;
+    CalledObject called;
     Message message;
     HeldClient client;
 
@@ -51,7 +69,7 @@ struct DeferredCalls
 
 /** Keeps a call of the object open. Returns null if the context or the client has as many as it
  *  may. Throws SdBusError if memory ends. */
-GANTRY_call* open_call(GANTRY_cpp_context& context, GANTRY_instance* instance,
+GANTRY_call* open_call(GANTRY_cpp_context& context, const CalledObject& called,
                        sd_bus_message* message);
 
 /** The context's open call of that handle; null if there is none. */

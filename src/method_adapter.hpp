@@ -39,6 +39,32 @@ std::tuple<Arguments...> read_arguments(sdbusplus::message_t& call)
     }
 }
 
+/** Appends what a method returns to its reply. */
+template <bool multiple_results, class Result>
+void append_result(sdbusplus::message_t& reply, Result& result)
+{
+    make_sendable(result);
+    if constexpr (multiple_results)
+    {
+        std::apply([&](const auto&... each) { (append_value(reply, each), ...); }, result);
+    }
+    else
+    {
+        append_value(reply, result);
+    }
+}
+
+/** For a result that is given later. */
+template <bool multiple_results, class Result>
+[[gnu::cold]] void append_later_result(sdbusplus::message_t& reply, void* result)
+{
+    append_result<multiple_results>(reply, *static_cast<Result*>(result));
+}
+
+template <bool multiple_results, class Result>
+inline constexpr ReplyForm reply_form{typeid(Result),
+                                      append_later_result<multiple_results, Result>};
+
 /**
  * The body of a method in reply shape, compiled once for each form of a method. The reply is made
  * before the method runs, so that no lack of memory is found after it.
@@ -50,21 +76,14 @@ void answer_call(sdbusplus::message_t& call, ServedCall& served, Object& object,
     const auto method = std::bit_cast<Result (Object::*)(Arguments...)>(function);
     auto arguments = read_arguments<Arguments...>(call);
     auto reply = call.new_method_return();
+    served.reply_form = &reply_form<multiple_results, Result>;
     auto result =
         std::apply([&](auto&... each) { return (object.*method)(std::move(each)...); }, arguments);
     if (served.is_taken())
     {
         return;
     }
-    make_sendable(result);
-    if constexpr (multiple_results)
-    {
-        std::apply([&](const auto&... each) { (append_value(reply, each), ...); }, result);
-    }
-    else
-    {
-        append_value(reply, result);
-    }
+    append_result<multiple_results>(reply, result);
     send_changes_of(object);
     reply.method_return();
 }

@@ -1,10 +1,13 @@
 #include "served_call.hpp"
 
+#include "connection.hpp"
 #include "credentials.hpp"
 #include "gantrycontext.hpp"
 #include "thread_context.hpp"
 #include "utf8.hpp"
 #include "waiting_changes.hpp"
+
+#include <gantry/call.hpp>
 
 #include <bit>
 #include <cerrno>
@@ -16,6 +19,7 @@ namespace
 {
 
 constexpr char source_stem[] = "served_call";
+constexpr char too_many_calls[] = "too many calls are open";
 
 } // namespace
 
@@ -61,6 +65,23 @@ int report(int error)
                sd_bus_message_get_interface(served.message),
                sd_bus_message_get_member(served.message), path);
     return as_handled(error);
+}
+
+/** Answers an open call with what `append` adds to the reply. */
+template <class Append>
+void send_answer(OpenCall& open, const Append& append)
+{
+    // It may be gone: then nothing waits for it.
+    const auto& object = *static_cast<const Object*>(open.called.object);
+    AnsweringCall taken(open);
+    if (taken.wants_reply())
+    {
+        auto reply = sdbusplus::message_t(taken.message()).new_method_return();
+        append(reply);
+        send_changes_of(object);
+        reply.method_return();
+    }
+    taken.mark_answered();
 }
 
 bool is_error_name(const char* name)
@@ -135,22 +156,14 @@ void answer_with(const Place& place, const Descriptor& descriptor, const char* m
     const auto answer = [&]
     {
         auto* open = call != nullptr ? find_open(own_context(), *call) : nullptr;
-        if (open == nullptr || open->instance->descriptor != &descriptor ||
+        if (open == nullptr || open->called.instance == nullptr ||
+            open->called.instance->descriptor != &descriptor ||
             std::strcmp(sd_bus_message_get_member(open->message.get()), member) != 0)
         {
             return EINVAL;
         }
         *call = nullptr;
-        const auto& object = *static_cast<Object*>(open->instance->the_service);
-        AnsweringCall taken(*open);
-        if (taken.wants_reply())
-        {
-            auto reply = sdbusplus::message_t(taken.message()).new_method_return();
-            append(values, reply);
-            send_changes_of(object);
-            reply.method_return();
-        }
-        taken.mark_answered();
+        send_answer(*open, [&](sdbusplus::message_t& reply) { append(values, reply); });
         return 0;
     };
     host_boundary(place, error, answer);
@@ -229,10 +242,11 @@ void GANTRY_call_defer(GANTRY_instance* instance, GANTRY_call** call, int* error
         {
             return EINVAL;
         }
-        *call = gantry::open_call(*instance->vctx, instance, served->message);
+        *call = gantry::open_call(*instance->vctx, {instance->the_service, instance, nullptr},
+                                  served->message);
         if (*call == nullptr)
         {
-            served->fail(SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls are open");
+            served->fail(SD_BUS_ERROR_LIMITS_EXCEEDED, too_many_calls);
             return ENOBUFS;
         }
         served->is_deferred = true;
@@ -268,4 +282,50 @@ void GANTRY_call_on_cancel(GANTRY_call* call, void (*cancelled)(GANTRY_call* cal
         return open != nullptr ? -gantry::on_cancel(*open, cancelled, data) : EINVAL;
     };
     gantry::host_boundary(GANTRY_HERE, error, listen);
+}
+
+GANTRY_call* GANTRY_cpp_call_defer(const void* object, std::size_t size,
+                                   const std::type_info& result)
+{
+    auto* context = gantry::own_context();
+    auto* served = gantry::ServedCall::current();
+    // The object may be of a class that has the server class as a base.
+    const auto begin = reinterpret_cast<std::uintptr_t>(object);
+    while (served != nullptr && reinterpret_cast<std::uintptr_t>(served->object) - begin >= size)
+    {
+        served = served->outer;
+    }
+    if (context == nullptr || served == nullptr || served->is_deferred ||
+        served->reply_form == nullptr || served->reply_form->type != result ||
+        sd_bus_message_get_bus(served->message) != GANTRY_get_sd_bus(context->bus))
+    {
+        gantry::throw_if_failed(-EINVAL, "gantry::defer");
+    }
+    auto* call =
+        gantry::open_call(*context, {served->object, nullptr, served->reply_form}, served->message);
+    if (call == nullptr)
+    {
+        served->fail(SD_BUS_ERROR_LIMITS_EXCEEDED, too_many_calls);
+        gantry::throw_if_failed(-ENOBUFS, "gantry::defer");
+    }
+    served->is_deferred = true;
+    return call;
+}
+
+void GANTRY_cpp_call_reply(GANTRY_call** call, void* result, int* error)
+{
+    const auto answer = [=]
+    {
+        auto* open = gantry::find_open(gantry::own_context(), *call);
+        if (open == nullptr || open->called.form == nullptr)
+        {
+            return EINVAL;
+        }
+        *call = nullptr;
+        const auto* form = open->called.form;
+        gantry::send_answer(*open,
+                            [=](sdbusplus::message_t& reply) { form->append(reply, result); });
+        return 0;
+    };
+    gantry::host_boundary(GANTRY_HERE, error, answer);
 }

@@ -78,6 +78,8 @@ class ServedCall
     const void* const object;
     sd_bus_message* const message;
     const WrittenProperty* const written;
+    /** Null for a method in message shape. */
+    const ReplyForm* reply_form = nullptr;
     bool is_deferred = false;
     /** Whether a change of the written property waits until the host has accepted it, and whether
      *  there was one. */

@@ -5,6 +5,9 @@
 
 #include <sys/resource.h>
 
+#include <com/orvane/velmar/system/NicSlot/server.hpp>
+#include <gantry/call.hpp>
+
 #include "src/served.hpp"
 
 namespace
@@ -538,6 +541,82 @@ TEST_F(Call, AnsweredAtTheEndWithMoreThanTheSocketTakesGetsAll)
     GANTRY_context_free(&context);
     EXPECT_TRUE(client.wait_for([&] { return call->message != nullptr; }));
     EXPECT_EQ(call->text.size(), (1U << 24U) + 4) << call->text.substr(0, 100);
+}
+
+// Of a C++ host, which answers later. The server class isn't its first base.
+using NicSlot = sdbusplus::server::com::orvane::velmar::system::NicSlot;
+struct Slot : std::string, NicSlot
+{
+    using Answer = gantry::DeferredReply<int, std::string>;
+
+    using NicSlot::NicSlot;
+    explicit Slot(sdbusplus::bus_t& bus) : NicSlot(bus, "/slot")
+    {
+    }
+    std::tuple<int, std::string> triggerAdapterCoreDump(std::string, unsigned char, std::string,
+                                                        std::string, std::string, std::string,
+                                                        std::string, unsigned char) override
+    {
+        EXPECT_THROW(gantry::defer<int>(*this), sdbusplus::exception::SdBusError);
+        EXPECT_THROW(gantry::defer<int>(*&seen), sdbusplus::exception::SdBusError);
+        answers.push_back(gantry::defer<int, std::string>(*this));
+        EXPECT_THROW((gantry::defer<int, std::string>(*this)), sdbusplus::exception::SdBusError);
+        return {1, "dropped"};
+    }
+
+    std::vector<Answer> answers;
+};
+
+TEST_F(Leaving, MayHaveCalledAnObjectOfACppHostThatAnswersLater)
+{
+    std::optional<Slot> slot(context->bus);
+    std::vector<support::Client::Pending> pending;
+    const auto call = [&](support::Client& from)
+    {
+        pending.push_back(from.start({service, "/slot"}, "com.orvane.velmar.system.NicSlot",
+                                     "TriggerAdapterCoreDump", "sysssssy", "", 0, "", "", "", "",
+                                     "", 0));
+        from.settle(service);
+    };
+    for (int count = 0; count < 5; ++count)
+    {
+        call(client);
+    }
+    ASSERT_EQ(slot->answers.size(), 5U);
+    auto answers = std::move(slot->answers);
+    EXPECT_EQ(answers[0].reply(3, "\xFF"), 0);
+    EXPECT_EQ(answers[0].reply(3, "twice"), EINVAL);
+    EXPECT_EQ(answers[1].refuse("no name", ""), EINVAL);
+    EXPECT_EQ(answers[1].refuse(busy, "text"), 0);
+    EXPECT_EQ(answers[2].reply(0, std::string(129 << 20, 'x')), EMSGSIZE);
+    answers[3] = Slot::Answer();
+    auto* handle = answers[4].call();
+    EXPECT_EQ(errno_of(reply, &handle, "a method's of C"), EINVAL);
+    client.settle(service);
+    EXPECT_EQ(pending[0]->text, "is 3, \"\uFFFD\"");
+    EXPECT_EQ(pending[1]->text, "error com.example.Error.Busy: text");
+    EXPECT_TRUE(pending[2]->text.starts_with("error ")) << pending[2]->text;
+    EXPECT_EQ(pending[3]->text, "error org.freedesktop.DBus.Error.NoReply: "
+                                "the call was dropped without an answer");
+    // The answer outlives its object, but not its context.
+    {
+        support::Client leaving([this] { GANTRY_dbus_loop_one_pass(context); });
+        call(leaving);
+        open_calls.push_back(slot->answers.back().call());
+        listen();
+    }
+    EXPECT_TRUE(are_cancelled("0"));
+    EXPECT_EQ(slot->answers.back().reply(0, ""), EINVAL);
+    call(client);
+    auto last = std::move(slot->answers.back());
+    slot.reset();
+    EXPECT_EQ(answers[4].reply(4, "late"), 0);
+    client.settle(service);
+    EXPECT_EQ(pending[4]->text, "is 4, \"late\"");
+    GANTRY_context_free(&context);
+    EXPECT_TRUE(client.wait_for([&] { return pending.back()->message != nullptr; }));
+    EXPECT_TRUE(pending.back()->text.starts_with("error org.freedesktop.DBus.Error.NoReply"));
+    EXPECT_EQ(last.reply(0, ""), EINVAL);
 }
 
 // What nine clients get for so many calls at once of four objects: when all have come, the host
