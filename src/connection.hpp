@@ -24,8 +24,8 @@ int uninterrupted(const Call& call)
     return result;
 }
 
-/** Opens the connection that GANTRY_use_default selects. */
-sdbusplus::bus_t open_bus();
+/** Opens the thread's shared default connection, or a private one. */
+sdbusplus::bus_t open_bus(bool is_shared);
 
 /**
  * Requests a well-known name: it replaces another owner, may be replaced, and doesn't queue.
@@ -36,6 +36,9 @@ int request_name(GANTRY_cpp_context& context, const char* name);
 
 /** The name requested last of those that the context still owns; null if it owns none. */
 const char* owned_name(GANTRY_cpp_context& context) noexcept;
+
+/** Writes what waits to be written. Throws SdBusError. */
+void flush(sd_bus* bus);
 
 /** Writes what waits to be written, for a second at most, and logs what is dropped after that. */
 void write_what_is_left(GANTRY_cpp_context& context) noexcept;
