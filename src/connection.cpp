@@ -1,5 +1,6 @@
 #include "connection.hpp"
 
+#include "backpressure.hpp"
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
 #include "for_bus.hpp"
@@ -147,30 +148,29 @@ auto find_grant(std::list<std::string>& grants, const char* name)
 }
 
 /** Sees each message that arrives. */
-int on_message(sd_bus_message* message, void* context, sd_bus_error* /*error*/)
+int on_message(sd_bus_message* message, void* data, sd_bus_error* /*error*/)
 {
-    return sd_bus_message_is_signal(message, bus_name, "NameLost") > 0
-               ? on_name_lost(message, *static_cast<GANTRY_cpp_context*>(context))
+    auto& context = *static_cast<GANTRY_cpp_context*>(data);
+    std::uint8_t type = 0;
+    sd_bus_message_get_type(message, &type);
+    if (type == SD_BUS_MESSAGE_METHOD_CALL)
+    {
+        return gantry::refuse_if_too_much_waits(message, context);
+    }
+    return type == SD_BUS_MESSAGE_SIGNAL &&
+                   sd_bus_message_is_signal(message, bus_name, "NameLost") > 0
+               ? on_name_lost(message, context)
                : 0;
 }
 
-/** A loss that comes before this is still unread: only a loop dispatches it. A filter, since a
- * match would make each call that arrives dearer. */
-void hear_of_losses(GANTRY_cpp_context& context)
+} // namespace
+
+void gantry::see_messages(GANTRY_cpp_context& context)
 {
-    if (context.state->filter != nullptr)
-    {
-        return;
-    }
     const int result = sd_bus_add_filter(GANTRY_get_sd_bus(context.bus), &context.state->filter,
                                          on_message, &context);
-    if (result < 0)
-    {
-        GANTRY_LOG(gantry::log::failed, "sd_bus_add_filter failed, rv=%d", result);
-    }
+    throw_if_failed(result, "sd_bus_add_filter");
 }
-
-} // namespace
 
 sd_bus* GANTRY_get_sd_bus(sdbusplus::bus_t& bus)
 {
@@ -223,7 +223,6 @@ int gantry::request_name(GANTRY_cpp_context& context, const char* name)
         grants.erase(grant);
     }
     grants.splice(grants.end(), granted);
-    hear_of_losses(context);
     // The call that was interrupted had been sent, and the bus granted the name.
     return calls > 1 && result == -EALREADY ? 0 : result;
 }

@@ -27,6 +27,10 @@ int uninterrupted(const Call& call)
 /** Opens the thread's shared default connection, or a private one. */
 sdbusplus::bus_t open_bus(bool is_shared);
 
+/** Has the context see each message of its connection before any other does: the loss of a name,
+ * and calls that are refused (backpressure.hpp). */
+void see_messages(GANTRY_cpp_context& context);
+
 /**
  * Requests a well-known name: it replaces another owner, may be replaced, and doesn't queue.
  * Returns a negative errno when the bus refuses; -EALREADY if the connection had the name before.

@@ -30,6 +30,7 @@ GANTRY_cpp_context::GANTRY_cpp_context() :
     // A connection that failed to open fails here.
     sd_bus* connection = GANTRY_get_sd_bus(bus);
     gantry::flush(connection);
+    gantry::see_messages(*this);
     const int result = sd_bus_attach_event(connection, event.get(), SD_EVENT_PRIORITY_NORMAL);
     if (sd_bus_get_event(connection) != event.get())
     {

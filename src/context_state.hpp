@@ -5,6 +5,7 @@
 #pragma once
 
 #include "announcement.hpp"
+#include "backpressure.hpp"
 #include "credentials.hpp"
 #include "deferred_call.hpp"
 #include "limited_log.hpp"
@@ -75,6 +76,9 @@ struct ContextState
 
     /** The filter that sees each message that arrives. */
     sd_bus_slot* filter = nullptr;
+
+    /** Replies that clients don't read (backpressure.hpp). */
+    Backpressure backpressure;
 
     /** Whether no one else uses the connection. */
     bool is_private = false;

@@ -1,0 +1,193 @@
+#include "backpressure.hpp"
+
+#include "context_state.hpp"
+#include "exception_boundary.hpp"
+#include "object.hpp"
+#include "wire_size.hpp"
+
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+
+namespace gantry
+{
+namespace
+{
+
+constexpr std::size_t max_waiting = 16U << 20U;
+constexpr std::size_t usual_reply = 4U << 10U;
+constexpr std::size_t max_managed = 16U << 20U;
+constexpr std::uint64_t managed_period = 5'000'000; // microseconds
+
+/** From here on a call gets no answer at all: also refusals wait. */
+constexpr std::uint64_t max_refusals = 16'384;
+
+/** What each entry of a GetManagedObjects has beside texts, and each object beside its entries. */
+constexpr std::size_t property_size = 32;
+constexpr std::size_t object_size = 512;
+
+std::uint64_t now() noexcept
+{
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000 +
+           static_cast<std::uint64_t>(time.tv_nsec) / 1'000;
+}
+
+/** About what a GetManagedObjects has of an object. */
+std::size_t size_of(const GANTRY_instance& object)
+{
+    std::size_t size = object_size;
+    const auto& descriptor = *object.descriptor;
+    for (const auto* each = descriptor.vtable; each->type != _SD_BUS_VTABLE_END; ++each)
+    {
+        if (each->type != _SD_BUS_VTABLE_PROPERTY && each->type != _SD_BUS_VTABLE_WRITABLE_PROPERTY)
+        {
+            continue;
+        }
+        const char* const member = each->x.property.member;
+        size += property_size + std::strlen(member);
+        const auto& row = *descriptor.properties->find(member);
+        if (row.type == PropertyTypes::tag<std::string>())
+        {
+            const auto get = accessors_of<std::string>(row).get;
+            size += (static_cast<const Object*>(object.the_service)->*get)().size();
+        }
+    }
+    return size;
+}
+
+/** About what a GetManagedObjects at the path has. */
+std::size_t size_below(const GANTRY_cpp_context& context, std::string_view root)
+{
+    std::size_t size = 0;
+    for (const auto* each = context.state->objects.oldest(); each != nullptr; each = each->newer)
+    {
+        if (const std::string_view path = each->path;
+            path.starts_with(root) &&
+            (root.size() == 1 || path.size() == root.size() || path[root.size()] == '/'))
+        {
+            size += size_of(*each);
+        }
+    }
+    return size;
+}
+
+/** Whether there is more to read than the present message. */
+bool has_unread(sd_bus* bus)
+{
+    std::uint64_t queued = 0;
+    int unread = 0;
+    sd_bus_get_n_queued_read(bus, &queued);
+    ioctl(sd_bus_get_fd(bus), FIONREAD, &unread);
+    return queued > 0 || unread > 0;
+}
+
+/** Whether a GetManagedObjects may be made. If so, it counts. */
+bool has_room(sd_bus_message* call, GANTRY_cpp_context& context, bool is_written)
+{
+    const char* const sender = sd_bus_message_get_sender(call);
+    if (sender == nullptr)
+    {
+        return true;
+    }
+    auto& managed = context.state->backpressure.managed;
+    const auto time = now();
+    if (is_written)
+    {
+        std::erase_if(managed, [time](const auto& each)
+                      { return time - each.second.last > managed_period; });
+        if (const auto own = managed.find(sender);
+            own != managed.end() && !has_unread(sd_bus_message_get_bus(call)))
+        {
+            managed.erase(own);
+        }
+    }
+    std::size_t sum = 0;
+    std::for_each(managed.begin(), managed.end(),
+                  [&sum](const auto& each) { sum += each.second.bytes; });
+    const std::size_t size = size_below(context, sd_bus_message_get_path(call));
+    // No bus takes a message of that size: sending it would cost the connection.
+    if (size > max_value_size() || (sum > 0 && sum + size > max_managed))
+    {
+        return false;
+    }
+    auto& own = managed[sender];
+    own.bytes += size;
+    own.last = time;
+    return true;
+}
+
+bool is_get_managed(sd_bus_message* call)
+{
+    return sd_bus_message_is_method_call(call, "org.freedesktop.DBus.ObjectManager",
+                                         "GetManagedObjects") > 0;
+}
+
+/** About what the reply to a call has. */
+std::size_t size_of_reply(sd_bus_message* call, const GANTRY_cpp_context& context)
+{
+    const char* interface = nullptr;
+    const GANTRY_instance* object = nullptr;
+    if (sd_bus_message_is_method_call(call, "org.freedesktop.DBus.Properties", nullptr) > 0 &&
+        sd_bus_message_read_basic(call, SD_BUS_TYPE_STRING, &interface) > 0)
+    {
+        object = context.state->objects.find(interface, sd_bus_message_get_path(call));
+        sd_bus_message_rewind(call, 1);
+    }
+    return std::max(usual_reply, object != nullptr ? size_of(*object) : 0);
+}
+
+[[gnu::cold]] int refuse(sd_bus_message* call, std::uint64_t queued)
+{
+    if (queued < max_refusals)
+    {
+        sd_bus_reply_method_errorf(call, SD_BUS_ERROR_LIMITS_EXCEEDED,
+                                   "too many replies wait to be read");
+    }
+    return 1;
+}
+
+/** Whether the write queue, which isn't empty, has room for another reply. If so, it counts. */
+[[gnu::noinline]] bool has_room_to_wait(sd_bus_message* call, GANTRY_cpp_context& context,
+                                        std::uint64_t queued)
+{
+    auto& state = context.state->backpressure;
+    // Some of the replies since the queue was empty may be written: the average of all counts.
+    if (state.calls > 0 && state.bytes / state.calls * std::min(state.calls, queued) > max_waiting)
+    {
+        return false;
+    }
+    ++state.calls;
+    state.bytes += size_of_reply(call, context);
+    return true;
+}
+
+} // namespace
+
+int refuse_if_too_much_waits(sd_bus_message* call, GANTRY_cpp_context& context)
+{
+    auto& state = context.state->backpressure;
+    std::uint64_t queued = 0;
+    sd_bus_get_n_queued_write(sd_bus_message_get_bus(call), &queued);
+    if (queued == 0)
+    {
+        state.calls = state.bytes = 0;
+        if (!is_get_managed(call))
+        {
+            return 0;
+        }
+    }
+    const auto look = [&]
+    {
+        const bool has_all = (queued == 0 || has_room_to_wait(call, context, queued)) &&
+                             (!is_get_managed(call) || has_room(call, context, queued == 0));
+        return has_all ? 0 : refuse(call, queued);
+    };
+    return bus_boundary(look, as_handled);
+}
+
+} // namespace gantry
