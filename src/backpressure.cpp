@@ -3,6 +3,7 @@
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
 #include "object.hpp"
+#include "wire_size.hpp"
 
 #include <sys/ioctl.h>
 
@@ -109,7 +110,8 @@ bool has_room(sd_bus_message* call, GANTRY_cpp_context& context, bool is_written
     std::for_each(managed.begin(), managed.end(),
                   [&sum](const auto& each) { sum += each.second.bytes; });
     const std::size_t size = size_below(context, sd_bus_message_get_path(call));
-    if (sum > 0 && sum + size > max_managed)
+    // No bus takes a message of that size: sending it would cost the connection.
+    if (size > max_value_size() || (sum > 0 && sum + size > max_managed))
     {
         return false;
     }

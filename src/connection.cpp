@@ -177,11 +177,10 @@ sd_bus* GANTRY_get_sd_bus(sdbusplus::bus_t& bus)
     return Connection::of(bus);
 }
 
-sdbusplus::bus_t gantry::open_bus()
+sdbusplus::bus_t gantry::open_bus(bool is_shared)
 {
     sd_bus* opened = nullptr;
-    const int result =
-        GANTRY_use_default ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
+    const int result = is_shared ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
     if (result < 0)
     {
         // libsystemd doesn't tell which address it tried.
@@ -197,7 +196,7 @@ sdbusplus::bus_t gantry::open_bus()
 
     sdbusplus::bus_t bus(opened, &logged_bus);
     // A private connection is closed with its last use; a shared one is left to its other users.
-    bus.set_should_close(!GANTRY_use_default);
+    bus.set_should_close(!is_shared);
     return bus;
 }
 
@@ -292,6 +291,11 @@ void gantry::set_on_disconnect(GANTRY_cpp_context& context,
                                            "Disconnected", on_disconnected, &context);
     throw_if_failed(result, "sd_bus_match_signal");
     state.disconnected.reset(slot);
+}
+
+void gantry::flush(sd_bus* bus)
+{
+    throw_if_failed(uninterrupted([bus] { return sd_bus_flush(bus); }), "sd_bus_flush");
 }
 
 void gantry::check_connection(GANTRY_cpp_context& context)

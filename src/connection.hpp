@@ -24,8 +24,8 @@ int uninterrupted(const Call& call)
     return result;
 }
 
-/** Opens the connection that GANTRY_use_default selects. */
-sdbusplus::bus_t open_bus();
+/** Opens the thread's shared default connection, or a private one. */
+sdbusplus::bus_t open_bus(bool is_shared);
 
 /** Has the context see each message of its connection before any other does: the loss of a name,
  * and calls that are refused (backpressure.hpp). */
@@ -40,6 +40,9 @@ int request_name(GANTRY_cpp_context& context, const char* name);
 
 /** The name requested last of those that the context still owns; null if it owns none. */
 const char* owned_name(GANTRY_cpp_context& context) noexcept;
+
+/** Writes what waits to be written. Throws SdBusError. */
+void flush(sd_bus* bus);
 
 /** Writes what waits to be written, for a second at most, and logs what is dropped after that. */
 void write_what_is_left(GANTRY_cpp_context& context) noexcept;

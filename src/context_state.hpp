@@ -30,11 +30,6 @@ namespace gantry
 
 struct ContextState
 {
-    explicit ContextState(void (*destroy_context)(GANTRY_cpp_context* context)) :
-        destroy(destroy_context)
-    {
-    }
-
     // Loops and destruction (deferred_destruction.hpp).
 
     /** A stop was requested and the outermost loop hasn't returned yet. Signal handlers set it. */
@@ -46,7 +41,7 @@ struct ContextState
 
     /** The context was freed while it was in use; then `destroy` destroys it. */
     bool destroy_when_idle = false;
-    void (*const destroy)(GANTRY_cpp_context* context);
+    void (*destroy)(GANTRY_cpp_context* context) = nullptr;
 
     /** The newest object that was freed inside a callback; its `older` is the next one. */
     GANTRY_instance* freed_objects = nullptr;

@@ -37,21 +37,27 @@ namespace
 
 constexpr char source_stem[] = "gantrycontext";
 
-/** Deletes a context, after its thread's key has dropped it. */
+/**
+ * Deletes a context, after its thread's key has dropped it. If the thread is exiting inside a
+ * callback, the frames of sd-bus never return and keep their references, so the connection is
+ * closed here: else its name would stay owned, and calls would wait for their timeout.
+ */
 void destroy(GANTRY_cpp_context* context) noexcept
 {
+    // A thread may exit with a cancellation pending.
     const gantry::NoCancellation no_cancellation;
-    if (context != nullptr && gantry::own_context() == context)
+    if (context == nullptr)
+    {
+        return;
+    }
+    if (gantry::own_context() == context)
     {
         gantry::set_own_context(nullptr);
     }
+    sd_bus* abandoned =
+        gantry::is_in_callback(*context) ? sd_bus_ref(GANTRY_get_sd_bus(context->bus)) : nullptr;
     delete context;
-}
-
-void flush(sd_bus* bus)
-{
-    gantry::throw_if_failed(gantry::uninterrupted([bus] { return sd_bus_flush(bus); }),
-                            "sd_bus_flush");
+    sd_bus_close_unref(abandoned);
 }
 
 /** Whether the connection can be used. Logs for `place` if it can't. */
@@ -94,8 +100,9 @@ try
 
     const gantry::NoCancellation no_cancellation; // what is made here may have to be destroyed
     auto context = std::make_unique<GANTRY_cpp_context>();
+    context->state->destroy = destroy;
     sd_bus* bus = GANTRY_get_sd_bus(context->bus);
-    flush(bus);
+    gantry::flush(bus);
     if (!is_ready(bus, GANTRY_HERE))
     {
         return;
@@ -128,61 +135,6 @@ catch (const std::exception& error)
 }
 
 } // namespace
-
-GANTRY_cpp_context::GANTRY_cpp_context() :
-    bus(gantry::open_bus()),
-    event(sdeventplus::Event::get_default(&sdeventplus::internal::sdevent_impl)),
-    state(std::make_unique<gantry::ContextState>(destroy))
-{
-    state->is_private = !GANTRY_use_default;
-    // A connection that failed to open fails here.
-    sd_bus* connection = GANTRY_get_sd_bus(bus);
-    flush(connection);
-    gantry::see_messages(*this);
-    const int result = sd_bus_attach_event(connection, event.get(), SD_EVENT_PRIORITY_NORMAL);
-    if (sd_bus_get_event(connection) != event.get())
-    {
-        GANTRY_LOG(gantry::log::failed, "sd_bus_attach_event failed, rv=%d%s", result,
-                   result == -ESTALE ? ": the thread's event loop has exited" : "");
-    }
-}
-
-GANTRY_cpp_context::~GANTRY_cpp_context()
-{
-    running = false;
-    gantry::send_last_changes(*this);
-    sd_event_source_disable_unref(state->destruction);
-    gantry::close_calls(*this, nullptr);
-    gantry::destroy_freed_objects(*this);
-    while (!tracker.empty())
-    {
-        // Removed from both lists first, so that nothing that the deleter calls finds the object.
-        const auto newest = tracker.back();
-        tracker.pop_back();
-        if (auto* record = state->objects.newest();
-            record != nullptr && record->the_service == newest.object)
-        {
-            state->objects.remove(*record);
-        }
-        newest.deleter(newest.object);
-    }
-    delete std::exchange(object_manager, nullptr);
-    state->root_managers.clear();
-    if (state->filter != nullptr)
-    {
-        sd_bus_slot_unref(state->filter);
-    }
-    service_name = nullptr;
-    user_private = nullptr;
-    for (auto& match : signal_matches)
-    {
-        match.reset();
-    }
-    // Answers and signals may still be queued. If this was the last use of a shared connection, its
-    // release would drop them.
-    gantry::write_what_is_left(*this);
-    // The members' order releases the event reference next and the connection last.
-}
 
 void GANTRY_cpp_context::sanity_check() noexcept
 {

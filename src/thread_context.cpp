@@ -1,8 +1,6 @@
 #include "thread_context.hpp"
 
-#include "connection.hpp"
 #include "context_state.hpp"
-#include "exception_boundary.hpp"
 
 #include <pthread.h>
 #include <sched.h>
@@ -19,20 +17,11 @@ pthread_once_t key_once = PTHREAD_ONCE_INIT;
 pthread_key_t context_key;
 std::atomic<bool> key_valid{false};
 
-/**
- * The key's destructor, in the thread that exits. If the thread ended inside a callback, the frames
- * of sd-bus never returned and keep their references, so the connection is closed here: else its
- * name would stay owned, and calls would wait for their timeout.
- */
+/** The key's destructor, in the thread that exits. */
 void destroy_at_thread_exit(void* data)
 {
-    // The thread may exit with a cancellation pending.
-    const NoCancellation no_cancellation;
     auto* context = static_cast<GANTRY_cpp_context*>(data);
-    sd_bus* abandoned =
-        is_in_callback(*context) ? sd_bus_ref(GANTRY_get_sd_bus(context->bus)) : nullptr;
     context->state->destroy(context);
-    sd_bus_close_unref(abandoned);
 }
 
 void create_key()

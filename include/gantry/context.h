@@ -59,9 +59,9 @@ GANTRY_API void GANTRY_context_free(GANTRY_cpp_context** context);
 
 /*
  * Requests the well-known name under which the context's objects are served. The text is kept by
- * pointer, not copied: it must live as long as the context, or until another name is set. With null or an empty text no name is
- * requested. Without this call the first object that is published requests its interface's default
- * name.
+ * pointer, not copied: it must live as long as the context, or until another name is set. With null
+ * or an empty text no name is requested. Without this call the first object that is published
+ * requests its interface's default name.
  */
 GANTRY_API void GANTRY_context_set_service(GANTRY_cpp_context* context, const char* name);
 
