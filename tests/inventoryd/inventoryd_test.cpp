@@ -14,7 +14,6 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
-#include <ranges>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -700,7 +699,8 @@ TEST_F(Inventoryd, TheServersPropertiesHaveValues)
                           [](const auto& each) {
                               return std::regex_search(each.second, std::regex(" (0|\"\"|false)$"));
                           });
-            std::ranges::copy(std::views::keys(found), std::inserter(have, have.end()));
+            std::ranges::transform(found, std::inserter(have, have.end()),
+                                   [](auto& each) { return each.first; });
         }
         std::cout << interface << ": " << have.size() << " of " << all << ", at least " << bar
                   << '\n';

@@ -148,6 +148,11 @@ TEST_F(Object, IsFoundByItsInterfaceAndPathTheOldestFirst)
         EXPECT_EQ(find(interface, at), nullptr) << at;
     }
     GANTRY_instance_find(context, usb.interface, nullptr, nullptr);
+    GANTRY_instance_free(&third); // the last that was created
+    int error = 0;
+    GANTRY_instance_get_created(context, &third, &error);
+    EXPECT_EQ(third, nullptr);
+    EXPECT_EQ(error, ENOENT);
     GANTRY_instance_free(&first);
     GANTRY_instance_find(nullptr, usb.interface, nullptr, &first); // the thread's own context
     EXPECT_EQ(first, second);

@@ -211,6 +211,23 @@ TEST_F(Call, DeferredIsAnsweredOnceByItsOwnMethodWhileOthersAreServed)
     EXPECT_EQ(logged(8), "");
 }
 
+TEST_F(Call, DeferredIsNotAnsweredByAnotherClassWithAMethodOfThatName)
+{
+    GANTRY_table__com_orvane_velmar_system_NicSlot slot{};
+    slot.TriggerAdapterCoreDump = [](GANTRY_instance* object, char*, unsigned char, char*, char*,
+                                     char*, char*, char*, unsigned char, int*, char** out)
+    { defer(object, nullptr, out); };
+    Served::publish(GANTRY_instantiate__com_orvane_velmar_system_NicSlot, "/slot", &slot);
+    const auto call =
+        client.start({service, "/slot"}, "com.orvane.velmar.system.NicSlot",
+                     "TriggerAdapterCoreDump", "sysssssy", "", 0, "", "", "", "", "", 0);
+    client.settle(service);
+    ASSERT_EQ(open_calls.size(), 1U);
+    const auto answer = GANTRY_reply__com_orvane_velmar_system_FCSlot__TriggerAdapterCoreDump;
+    EXPECT_EQ(errno_of(answer, &open_calls[0], 0, "of another class"), EINVAL);
+    EXPECT_EQ(call->text, "no reply");
+}
+
 TEST_F(Call, DeferredKeepsNothingThatItsClientSent)
 {
     // A sanitizer has a heap of its own, without figures.
