@@ -16,8 +16,8 @@
  *
  * An object that isn't known is published, one that is known is given if it has to be read again,
  * and what the scan didn't come to is withdrawn. object_put_* stores a value only if it differs,
- * without a signal, and notes the change; object_complete puts the counters too, and announces the
- * object if it is new, or all its changes in one signal.
+ * and has the change held; object_complete puts the counters too, and announces the object if it is
+ * new, or all its changes in one signal.
  *
  * A fact that the kernel doesn't offer, or refuses to this process, leaves its property as the
  * library created it: 0, the empty text, or the initial value in the interface's table. The codes
@@ -126,8 +126,7 @@ enum object_switch
 /* The code of a switch, for a byte. */
 enum object_switch object_switch(bool is_known, bool is_on);
 
-/* Stores a value unless it is too large for the property. The name must outlive the announcement.
- */
+/* Stores a value unless it is too large for the property. */
 typedef void object_put(struct object* object, const char* member, uint64_t value);
 object_put object_put_byte;
 object_put object_put_uint16;

@@ -134,7 +134,7 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
         GANTRY_call_fail(slot, "com.orvane.velmar.inventory.Busy", "a dump is running", NULL);
         return;
     }
-    GANTRY_property_get_boolean(slot, "IsCoreDumpSupported", &is_supported, NULL);
+    GANTRY_get__com_orvane_velmar_system_NicSlot__IsCoreDumpSupported(slot, &is_supported, NULL);
     if (dumps == NULL || !is_supported)
     {
         GANTRY_call_fail(slot, SD_BUS_ERROR_NOT_SUPPORTED,
