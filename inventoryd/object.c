@@ -13,7 +13,8 @@
 
 bool object_is_unpublished;
 
-static struct kind* kinds;
+static struct kind* kinds; /* those that have or had objects */
+static unsigned int scan = 1;
 static bool is_complete;
 static bool have_changed;
 static bool are_counters; /* whether the present changes are */
@@ -170,17 +171,13 @@ static struct object* add(struct kind* kind, const char* name, const char* devic
     struct object** place = kind->last_found != NULL ? &kind->last_found->next : &kind->first;
     object->next = *place;
     *place = object;
-    return object;
-}
-
-void kind_begin(struct kind* kind)
-{
-    ++kind->scan;
-    if (kind->scan == 1)
+    if (!kind->is_listed)
     {
+        kind->is_listed = true;
         kind->next = kinds;
         kinds = kind;
     }
+    return object;
 }
 
 struct object* object_due(struct kind* kind, const char* name, const char* device)
@@ -191,8 +188,8 @@ struct object* object_due(struct kind* kind, const char* name, const char* devic
         return NULL;
     }
     kind->last_found = object;
-    const bool is_known = object->scan == kind->scan;
-    object->scan = kind->scan;
+    const bool is_known = object->scan == scan;
+    object->scan = scan;
     if (strcmp(object->device, device) != 0 && !is_known)
     {
         char* moved = strdup(device);
@@ -206,12 +203,12 @@ struct object* object_due(struct kind* kind, const char* name, const char* devic
     return object->is_new || devices_is_due(device) ? object : NULL;
 }
 
-void kind_end(struct kind* kind)
+static void withdraw_unseen(struct kind* kind)
 {
     for (struct object** each = &kind->first; *each != NULL;)
     {
         struct object* object = *each;
-        if (object->scan == kind->scan)
+        if (object->scan == scan)
         {
             each = &object->next;
             continue;
@@ -222,6 +219,15 @@ void kind_end(struct kind* kind)
         release(object);
     }
     kind->last_found = NULL;
+}
+
+void objects_end_scan(void)
+{
+    for (struct kind* kind = kinds; kind != NULL; kind = kind->next)
+    {
+        withdraw_unseen(kind);
+    }
+    ++scan;
 }
 
 void kind_each(const struct kind* kind, void (*each)(struct object* object))

@@ -185,15 +185,9 @@ static struct kind slot_kind = {
 };
 static char last_name[card_name_size];
 
-void slots_begin(void)
+void slots_end_scan(void)
 {
-    kind_begin(&slot_kind);
     last_name[0] = '\0';
-}
-
-void slots_end(void)
-{
-    kind_end(&slot_kind);
     /* With a slot that is gone, the library has answered its call. */
     if (dump.call != NULL && !kind_has(&slot_kind, dump.slot))
     {
