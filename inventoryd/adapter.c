@@ -111,16 +111,8 @@ static void scan_function(void* data, const char* device, const char* name)
 void adapter_scan(struct adapter_family* family)
 {
     struct adapter_scan scan = {.family = family};
-    kind_begin(&family->slot);
-    kind_begin(&family->controller);
-    kind_begin(&family->port);
-    kind_begin(&family->partition);
     devices_each("pci", scan_function, &scan);
     end_card(&scan);
-    kind_end(&family->slot);
-    kind_end(&family->controller);
-    kind_end(&family->port);
-    kind_end(&family->partition);
 }
 
 void adapter_put_counter(struct object* object, const char* member, uint64_t value)

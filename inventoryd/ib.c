@@ -243,16 +243,9 @@ void scan_ib(void)
         put_port,
         put_partition,
         {.interface = "com.orvane.velmar.system.IBSlot", .create = create_slot},
-        {.interface = "com.orvane.velmar.system.IBController",
-         .create = GANTRY_instantiate__com_orvane_velmar_system_IBController},
-        {.interface = "com.orvane.velmar.system.IBPort",
-         .create = GANTRY_instantiate__com_orvane_velmar_system_IBPort,
-         .put_counters = put_port_counters,
-         .turns = turns},
-        {.interface = "com.orvane.velmar.system.IBPartition",
-         .create = GANTRY_instantiate__com_orvane_velmar_system_IBPartition,
-         .put_counters = put_partition_counters,
-         .turns = turns},
+        {OBJECT_KIND(system, IBController)},
+        {OBJECT_KIND(system, IBPort), .put_counters = put_port_counters, .turns = turns},
+        {OBJECT_KIND(system, IBPartition), .put_counters = put_partition_counters, .turns = turns},
     };
     adapter_scan(&family);
 }

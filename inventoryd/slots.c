@@ -134,7 +134,7 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
         GANTRY_call_fail(slot, "com.orvane.velmar.inventory.Busy", "a dump is running", NULL);
         return;
     }
-    GANTRY_property_get_boolean(slot, "IsCoreDumpSupported", &is_supported, NULL);
+    GANTRY_get__com_orvane_velmar_system_NicSlot__IsCoreDumpSupported(slot, &is_supported, NULL);
     if (dumps == NULL || !is_supported)
     {
         GANTRY_call_fail(slot, SD_BUS_ERROR_NOT_SUPPORTED,
@@ -185,15 +185,9 @@ static struct kind slot_kind = {
 };
 static char last_name[card_name_size];
 
-void slots_begin(void)
+void slots_end_scan(void)
 {
-    kind_begin(&slot_kind);
     last_name[0] = '\0';
-}
-
-void slots_end(void)
-{
-    kind_end(&slot_kind);
     /* With a slot that is gone, the library has answered its call. */
     if (dump.call != NULL && !kind_has(&slot_kind, dump.slot))
     {
