@@ -363,6 +363,7 @@ TEST_F(Leaving, IsToldToTheHostForEachOpenCallNewestFirst)
     const auto stays = start("Try_string");
     support::Client leaving(pass);
     std::vector<support::Client::Pending> pending;
+    pending.reserve(6);
     for (int count = 0; count < 6; ++count)
     {
         pending.push_back(start_of(leaving));
@@ -385,7 +386,7 @@ TEST_F(Leaving, IsToldToTheHostForEachOpenCallNewestFirst)
 
 TEST_F(Leaving, MayHaveAllFreedUnderIt)
 {
-    std::function<void()> act = [this]
+    std::function<void()> act = []
     { open_calls.size() == 3 ? reply(&open_calls[1], "a", nullptr) : void(); };
     leave(3);
     listen(&act);
@@ -410,6 +411,7 @@ TEST_F(Leaving, LeavesRoomForOthersWhoHaveAShareEach)
 {
     support::Client greedy(pass);
     std::vector<support::Client::Pending> pending;
+    pending.reserve(130);
     for (int count = 0; count < 130; ++count)
     {
         pending.push_back(start_of(greedy));
