@@ -288,14 +288,11 @@ TEST_F(Call, ClosedIsNamedByItsHandleAlone)
 class Leaving : public Call
 {
   protected:
-    void leave(int calls = 1)
+    void leave(std::size_t calls = 1)
     {
         support::Client leaving(pass);
-        std::vector<support::Client::Pending> pending;
-        while (calls-- > 0)
-        {
-            pending.push_back(start_of(leaving));
-        }
+        std::vector<support::Client::Pending> pending(calls);
+        std::ranges::generate(pending, [&] { return start_of(leaving); });
         leaving.settle(service);
         ASSERT_EQ(pending[0]->text, "no reply");
     }
@@ -359,11 +356,8 @@ TEST_F(Leaving, IsToldToTheHostForEachOpenCallNewestFirst)
     // Beside it another client, and calls that the host answers or no longer listens to.
     const auto stays = start("Try_string");
     support::Client leaving(pass);
-    std::vector<support::Client::Pending> pending;
-    for (int count = 0; count < 6; ++count)
-    {
-        pending.push_back(start_of(leaving));
-    }
+    std::vector<support::Client::Pending> pending(6);
+    std::ranges::generate(pending, [&] { return start_of(leaving); });
     leaving.settle(service);
     listen();
     EXPECT_EQ(watches, 2);
@@ -382,7 +376,7 @@ TEST_F(Leaving, IsToldToTheHostForEachOpenCallNewestFirst)
 
 TEST_F(Leaving, MayHaveAllFreedUnderIt)
 {
-    std::function<void()> act = [this]
+    std::function<void()> act = []
     { open_calls.size() == 3 ? reply(&open_calls[1], "a", nullptr) : void(); };
     leave(3);
     listen(&act);
@@ -406,11 +400,8 @@ TEST_F(Leaving, MayHaveAllFreedUnderIt)
 TEST_F(Leaving, LeavesRoomForOthersWhoHaveAShareEach)
 {
     support::Client greedy(pass);
-    std::vector<support::Client::Pending> pending;
-    for (int count = 0; count < 130; ++count)
-    {
-        pending.push_back(start_of(greedy));
-    }
+    std::vector<support::Client::Pending> pending(130);
+    std::ranges::generate(pending, [&] { return start_of(greedy); });
     greedy.settle(service);
     EXPECT_EQ(open_calls.size(), 128U);
     EXPECT_EQ(pending[127]->text, "no reply");
