@@ -55,11 +55,11 @@ TEST_F(Clients, AreToldOfObjectsBelowOtherManagersOnceAndOfNoneBeside)
     };
     auto* plugged = plug(usb);
     expect_sent(" InterfacesAdded ");
-    plug(root + '2');
+    plug(root + "22");
     EXPECT_THAT(sent(), testing::Not(HasSubstr('\n' + root + ' ')));
     plug(root);
     EXPECT_EQ(managed(root), (std::multiset{blt, usb}));
-    EXPECT_EQ(managed("/"), (std::multiset{root, root + '2', blt, usb}));
+    EXPECT_EQ(managed("/"), (std::multiset{root, root + "22", blt, usb}));
     sent();
     GANTRY_instance_free(&plugged);
     expect_sent(" InterfacesRemoved ");

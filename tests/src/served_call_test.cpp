@@ -291,14 +291,11 @@ TEST_F(Call, ClosedIsNamedByItsHandleAlone)
 class Leaving : public Call
 {
   protected:
-    void leave(int calls = 1)
+    void leave(std::size_t calls = 1)
     {
         support::Client leaving(pass);
-        std::vector<support::Client::Pending> pending;
-        while (calls-- > 0)
-        {
-            pending.push_back(start_of(leaving));
-        }
+        std::vector<support::Client::Pending> pending(calls);
+        std::ranges::generate(pending, [&] { return start_of(leaving); });
         leaving.settle(service);
         ASSERT_EQ(pending[0]->text, "no reply");
     }
@@ -362,12 +359,8 @@ TEST_F(Leaving, IsToldToTheHostForEachOpenCallNewestFirst)
     // Beside it another client, and calls that the host answers or no longer listens to.
     const auto stays = start("Try_string");
     support::Client leaving(pass);
-    std::vector<support::Client::Pending> pending;
-    pending.reserve(6);
-    for (int count = 0; count < 6; ++count)
-    {
-        pending.push_back(start_of(leaving));
-    }
+    std::vector<support::Client::Pending> pending(6);
+    std::ranges::generate(pending, [&] { return start_of(leaving); });
     leaving.settle(service);
     listen();
     EXPECT_EQ(watches, 2);
@@ -410,12 +403,8 @@ TEST_F(Leaving, MayHaveAllFreedUnderIt)
 TEST_F(Leaving, LeavesRoomForOthersWhoHaveAShareEach)
 {
     support::Client greedy(pass);
-    std::vector<support::Client::Pending> pending;
-    pending.reserve(130);
-    for (int count = 0; count < 130; ++count)
-    {
-        pending.push_back(start_of(greedy));
-    }
+    std::vector<support::Client::Pending> pending(130);
+    std::ranges::generate(pending, [&] { return start_of(greedy); });
     greedy.settle(service);
     EXPECT_EQ(open_calls.size(), 128U);
     EXPECT_EQ(pending[127]->text, "no reply");
