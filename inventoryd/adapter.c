@@ -84,10 +84,7 @@ void adapter_found(struct adapter_scan* scan, const char* port, unsigned int num
         object_put_format(object, "FQDD", "%s.%s", family->prefix, name);
         object_put_format(object, "FriendlyFQDD", "Partition 1 of port %s.%s-%u", family->prefix,
                           card->name, number);
-        object_put_uint32(object, "PCIBus", card->location.bus);
-        object_put_uint32(object, "PCIDevice", card->location.device);
-        object_put_uint32(object, "PCIFunction", card->location.function);
-        card_put_node(object, "CPUAffinity", card);
+        card_put_location(object, card);
         family->put_partition(object, card);
         object_announce(object);
     }

@@ -54,6 +54,13 @@ static const struct module_standard* read_memory(const char* device, struct modu
     {
         module_hide_serial(standard, memory);
     }
+    for (unsigned int page = 0; page < module_page_count; ++page)
+    {
+        if (memory->sizes[page] > 0)
+        {
+            ethtool_record_page(device, places[page], memory->bytes[page]);
+        }
+    }
     return standard;
 }
 

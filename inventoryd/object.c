@@ -90,13 +90,6 @@ void object_complete(struct object* object)
     object_announce(object);
 }
 
-struct object* object_of(GANTRY_instance* instance)
-{
-    void* object = NULL;
-    GANTRY_instance_get_user_private(instance, &object);
-    return object;
-}
-
 bool object_has_changes(const struct object* object)
 {
     return object->is_new || changed == object;
@@ -230,14 +223,6 @@ void objects_end_scan(void)
     ++scan;
 }
 
-void kind_each(const struct kind* kind, void (*each)(struct object* object))
-{
-    for (struct object* object = kind->first; object != NULL; object = object->next)
-    {
-        each(object);
-    }
-}
-
 bool kind_has(const struct kind* kind, const struct object* object)
 {
     const struct object* each = kind->first;
@@ -279,7 +264,10 @@ void objects_refresh(void)
     {
         if (kind->put_counters != NULL && has_turn(kind, round))
         {
-            kind_each(kind, object_complete);
+            for (struct object* each = kind->first; each != NULL; each = each->next)
+            {
+                object_complete(each);
+            }
         }
     }
 }

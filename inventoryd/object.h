@@ -39,10 +39,10 @@ typedef void object_create(GANTRY_cpp_context* context, const void* table, const
 
 struct object
 {
-    GANTRY_instance* instance;
-    char* name;       /* empty for the only object of its kind */
-    char* device;     /* the sysfs directory that it was read from */
-    uint64_t tag;     /* the reader's own, such as an interface's number */
+    GANTRY_instance* instance; /* whose user_private is the object */
+    char* name;                /* empty for the only object of its kind */
+    char* device;              /* the sysfs directory that it was read from */
+    uint64_t tag;              /* the reader's own, such as an interface's number */
     uint64_t read_at; /* likewise, in seconds, if it isn't read each time that it could be */
     /* object.c's own: */
     const struct kind* kind;
@@ -87,17 +87,11 @@ void objects_end_scan(void);
  */
 struct object* object_due(struct kind* kind, const char* name, const char* device);
 
-/* Calls `each` for each object of the kind; it must not remove any. */
-void kind_each(const struct kind* kind, void (*each)(struct object* object));
-
 /* Whether the object is still one of the kind. */
 bool kind_has(const struct kind* kind, const struct object* object);
 
 /* The first object of the kind with that tag, or null. */
 struct object* kind_find(const struct kind* kind, uint64_t tag);
-
-/* The object of that instance, for its callbacks. */
-struct object* object_of(GANTRY_instance* instance);
 
 /* Announces what has changed since the last call: the object, or its changes. The first function
  * puts the counters before; it is also what brings one object's counters up to date. */

@@ -121,6 +121,7 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
                     char* file, char* user, char* password, unsigned char flags, int* status,
                     char** message)
 {
+    void* data = NULL;
     const char* sender = NULL;
     uid_t uid = 0;
     pid_t pid = 0;
@@ -143,6 +144,7 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
                          NULL);
         return;
     }
+    GANTRY_instance_get_user_private(slot, &data);
     GANTRY_call_get_sender(slot, &sender);
     GANTRY_call_get_credentials(slot, &uid, &pid, &error);
     if (error != 0)
@@ -155,7 +157,7 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
     {
         return; /* the client gets the errno as status, or the library's error */
     }
-    const struct object* object = object_of(slot);
+    const struct object* object = data;
     dump.slot = object;
     snprintf(heading, sizeof heading, "a dump of NIC.%s for %s, user %lu, process %ld, at %ld\n",
              object->name, sender, (unsigned long)uid, (long)pid, (long)time(NULL));
