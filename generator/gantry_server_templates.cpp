@@ -180,7 +180,7 @@ typedef struct $structure
 %end
 %if methods
 /*
- * The host's callbacks for $interface, one a method.
+ * The host's callbacks for $interface, one per method.
  * They run on the context's thread, inside the dispatch loop. Inputs are valid only during the
  * call. Outputs start at zero or null. What a callback stores in them must come from malloc() or a
  * function like it, and the library frees it. A null callback replies with the zeros: 0, false,
