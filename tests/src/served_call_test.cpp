@@ -340,11 +340,10 @@ TEST_F(Leaving, IsToldToTheHostForEachOpenCallNewestFirst)
     // Beside it another client, and calls that the host answers or no longer listens to.
     const auto stays = start("Try_string");
     support::Client leaving([this] { GANTRY_dbus_loop_one_pass(context); });
-    std::vector<support::Client::Pending> pending;
-    for (int count = 0; count < 6; ++count)
+    std::vector<support::Client::Pending> pending(6);
+    for (auto& each : pending)
     {
-        pending.push_back(
-            leaving.start({service, "/object"}, gantrytest, "Try_string", "s", "text"));
+        each = leaving.start({service, "/object"}, gantrytest, "Try_string", "s", "text");
     }
     leaving.settle(service);
     listen();
@@ -364,7 +363,7 @@ TEST_F(Leaving, IsToldToTheHostForEachOpenCallNewestFirst)
 
 TEST_F(Leaving, MayHaveAllFreedUnderIt)
 {
-    std::function<void()> act = [this]
+    std::function<void()> act = []
     { open_calls.size() == 3 ? reply(&open_calls[1], "a", nullptr) : void(); };
     leave(3);
     listen(&act);
@@ -389,10 +388,10 @@ TEST_F(Leaving, LeavesRoomForOthersWhoHaveAShareEach)
 {
     const support::Object object{service, "/object"};
     support::Client greedy([this] { GANTRY_dbus_loop_one_pass(context); });
-    std::vector<support::Client::Pending> pending;
-    for (int count = 0; count < 130; ++count)
+    std::vector<support::Client::Pending> pending(130);
+    for (auto& each : pending)
     {
-        pending.push_back(greedy.start(object, gantrytest, "Try_string", "s", "text"));
+        each = greedy.start(object, gantrytest, "Try_string", "s", "text");
     }
     greedy.settle(service);
     EXPECT_EQ(open_calls.size(), 128U);
