@@ -17,13 +17,15 @@ namespace gantry
 namespace
 {
 
-constexpr std::size_t max_waiting = 16U << 20U;
+constexpr std::size_t max_waiting = 8U << 20U;
 constexpr std::size_t usual_reply = 4U << 10U;
+constexpr std::uint32_t looked_at = 64;
 constexpr std::size_t max_managed = 16U << 20U;
 constexpr std::uint64_t managed_period = 5'000'000; // microseconds
 
-/** From here on a call gets no answer at all: also refusals wait. */
-constexpr std::uint64_t max_refusals = 16'384;
+/** With so many messages a call gets no answer at all, since refusals wait, too. One user's clients
+ *  can't wait for more replies on dbus-daemon. */
+constexpr std::uint64_t max_refusals = 32'768;
 
 /** What each entry of a GetManagedObjects has beside texts, and each object beside its entries. */
 constexpr std::size_t property_size = 32;
@@ -86,8 +88,67 @@ bool has_unread(sd_bus* bus)
     return queued > 0 || unread > 0;
 }
 
-/** Whether a GetManagedObjects may be made. If so, it counts. */
-bool has_room(sd_bus_message* call, GANTRY_cpp_context& context, bool is_written)
+/** About what the reply to a call has. */
+std::size_t size_of_reply(sd_bus_message* call, const GANTRY_cpp_context& context)
+{
+    const char* interface = nullptr;
+    const GANTRY_instance* object = nullptr;
+    if (sd_bus_message_is_method_call(call, "org.freedesktop.DBus.Properties", nullptr) > 0 &&
+        sd_bus_message_read_basic(call, SD_BUS_TYPE_STRING, &interface) > 0)
+    {
+        object = context.state->objects.find(interface, sd_bus_message_get_path(call));
+        sd_bus_message_rewind(call, 1);
+    }
+    return std::max(usual_reply, object != nullptr ? size_of(*object) : 0);
+}
+
+int refuse(sd_bus_message* call, std::uint64_t queued)
+{
+    if (queued < max_refusals)
+    {
+        sd_bus_reply_method_errorf(call, SD_BUS_ERROR_LIMITS_EXCEEDED, too_much_unread);
+    }
+    return 1;
+}
+
+/** Whether the write queue, which isn't empty, has room for another reply. If so, it counts. */
+bool has_room(sd_bus_message* call, GANTRY_cpp_context& context, std::uint64_t queued)
+{
+    auto& state = context.state->backpressure;
+    // Some of the replies since the queue was empty may be written: the average of all counts.
+    if (state.calls > 0 && state.bytes / state.calls * std::min(state.calls, queued) > max_waiting)
+    {
+        return false;
+    }
+    ++state.calls;
+    state.bytes += size_of_reply(call, context);
+    return true;
+}
+
+} // namespace
+
+int refuse_if_too_much_waits(sd_bus_message* message, Backpressure& pressure)
+{
+    std::uint8_t type = 0;
+    std::uint64_t queued = 0;
+    sd_bus_get_n_queued_write(sd_bus_message_get_bus(message), &queued);
+    if (queued == 0)
+    {
+        pressure.calls = pressure.bytes = 0;
+        pressure.unseen = looked_at;
+        return 0;
+    }
+    pressure.unseen = 1;
+    if (sd_bus_message_get_type(message, &type); type != SD_BUS_MESSAGE_METHOD_CALL)
+    {
+        return 0;
+    }
+    return bus_boundary(
+        [&] { return has_room(message, *pressure.context, queued) ? 0 : refuse(message, queued); },
+        as_handled);
+}
+
+bool may_get_managed(sd_bus_message* call, GANTRY_cpp_context& context)
 {
     const char* const sender = sd_bus_message_get_sender(call);
     if (sender == nullptr)
@@ -96,7 +157,10 @@ bool has_room(sd_bus_message* call, GANTRY_cpp_context& context, bool is_written
     }
     auto& managed = context.state->backpressure.managed;
     const auto time = now();
-    if (is_written)
+    // What the bus hasn't taken stays counted.
+    std::uint64_t queued = 0;
+    sd_bus_get_n_queued_write(sd_bus_message_get_bus(call), &queued);
+    if (queued == 0)
     {
         std::erase_if(managed, [time](const auto& each)
                       { return time - each.second.last > managed_period; });
@@ -119,75 +183,6 @@ bool has_room(sd_bus_message* call, GANTRY_cpp_context& context, bool is_written
     own.bytes += size;
     own.last = time;
     return true;
-}
-
-bool is_get_managed(sd_bus_message* call)
-{
-    return sd_bus_message_is_method_call(call, "org.freedesktop.DBus.ObjectManager",
-                                         "GetManagedObjects") > 0;
-}
-
-/** About what the reply to a call has. */
-std::size_t size_of_reply(sd_bus_message* call, const GANTRY_cpp_context& context)
-{
-    const char* interface = nullptr;
-    const GANTRY_instance* object = nullptr;
-    if (sd_bus_message_is_method_call(call, "org.freedesktop.DBus.Properties", nullptr) > 0 &&
-        sd_bus_message_read_basic(call, SD_BUS_TYPE_STRING, &interface) > 0)
-    {
-        object = context.state->objects.find(interface, sd_bus_message_get_path(call));
-        sd_bus_message_rewind(call, 1);
-    }
-    return std::max(usual_reply, object != nullptr ? size_of(*object) : 0);
-}
-
-[[gnu::cold]] int refuse(sd_bus_message* call, std::uint64_t queued)
-{
-    if (queued < max_refusals)
-    {
-        sd_bus_reply_method_errorf(call, SD_BUS_ERROR_LIMITS_EXCEEDED,
-                                   "too many replies wait to be read");
-    }
-    return 1;
-}
-
-/** Whether the write queue, which isn't empty, has room for another reply. If so, it counts. */
-[[gnu::noinline]] bool has_room_to_wait(sd_bus_message* call, GANTRY_cpp_context& context,
-                                        std::uint64_t queued)
-{
-    auto& state = context.state->backpressure;
-    // Some of the replies since the queue was empty may be written: the average of all counts.
-    if (state.calls > 0 && state.bytes / state.calls * std::min(state.calls, queued) > max_waiting)
-    {
-        return false;
-    }
-    ++state.calls;
-    state.bytes += size_of_reply(call, context);
-    return true;
-}
-
-} // namespace
-
-int refuse_if_too_much_waits(sd_bus_message* call, GANTRY_cpp_context& context)
-{
-    auto& state = context.state->backpressure;
-    std::uint64_t queued = 0;
-    sd_bus_get_n_queued_write(sd_bus_message_get_bus(call), &queued);
-    if (queued == 0)
-    {
-        state.calls = state.bytes = 0;
-        if (!is_get_managed(call))
-        {
-            return 0;
-        }
-    }
-    const auto look = [&]
-    {
-        const bool has_all = (queued == 0 || has_room_to_wait(call, context, queued)) &&
-                             (!is_get_managed(call) || has_room(call, context, queued == 0));
-        return has_all ? 0 : refuse(call, queued);
-    };
-    return bus_boundary(look, as_handled);
 }
 
 } // namespace gantry

@@ -150,25 +150,22 @@ auto find_grant(std::list<std::string>& grants, const char* name)
 /** Sees each message that arrives. */
 int on_message(sd_bus_message* message, void* data, sd_bus_error* /*error*/)
 {
-    auto& context = *static_cast<GANTRY_cpp_context*>(data);
-    std::uint8_t type = 0;
-    sd_bus_message_get_type(message, &type);
-    if (type == SD_BUS_MESSAGE_METHOD_CALL)
+    auto& pressure = *static_cast<gantry::Backpressure*>(data);
+    if (sd_bus_message_is_signal(message, bus_name, "NameLost") > 0)
     {
-        return gantry::refuse_if_too_much_waits(message, context);
+        return on_name_lost(message, *pressure.context);
     }
-    return type == SD_BUS_MESSAGE_SIGNAL &&
-                   sd_bus_message_is_signal(message, bus_name, "NameLost") > 0
-               ? on_name_lost(message, context)
-               : 0;
+    return --pressure.unseen == 0 ? gantry::refuse_if_too_much_waits(message, pressure) : 0;
 }
 
 } // namespace
 
 void gantry::see_messages(GANTRY_cpp_context& context)
 {
+    auto& pressure = context.state->backpressure;
+    pressure.context = &context;
     const int result = sd_bus_add_filter(GANTRY_get_sd_bus(context.bus), &context.state->filter,
-                                         on_message, &context);
+                                         on_message, &pressure);
     throw_if_failed(result, "sd_bus_add_filter");
 }
 

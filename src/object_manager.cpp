@@ -1,5 +1,6 @@
 #include "object_manager.hpp"
 
+#include "backpressure.hpp"
 #include "connection.hpp"
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
@@ -49,7 +50,7 @@ bool is_below(std::string_view root, std::string_view path)
  * children itself.
  */
 int on_enumerate(sd_bus* bus, const char* /*prefix*/, void* data, char*** nodes,
-                 sd_bus_error* /*error*/)
+                 sd_bus_error* error)
 {
     const auto& root = *static_cast<RootManager*>(data);
     const auto enumerate = [&]
@@ -59,6 +60,10 @@ int on_enumerate(sd_bus* bus, const char* /*prefix*/, void* data, char*** nodes,
             sd_bus_message_is_method_call(call, manager_interface, "GetManagedObjects") <= 0)
         {
             return 0;
+        }
+        if (!may_get_managed(call, root.context))
+        {
+            return sd_bus_error_set(error, SD_BUS_ERROR_LIMITS_EXCEEDED, too_much_unread);
         }
         std::vector<const char*> paths;
         for (const auto* each = root.context.state->objects.oldest(); each != nullptr;

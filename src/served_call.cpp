@@ -299,14 +299,14 @@ GANTRY_call* GANTRY_cpp_call_defer(const void* object, std::size_t size,
         served->reply_form == nullptr || served->reply_form->type != result ||
         sd_bus_message_get_bus(served->message) != GANTRY_get_sd_bus(context->bus))
     {
-        gantry::throw_if_failed(-EINVAL, "gantry::defer");
+        throw sdbusplus::exception::SdBusError(EINVAL, "gantry::defer");
     }
     auto* call =
         gantry::open_call(*context, {served->object, nullptr, served->reply_form}, served->message);
     if (call == nullptr)
     {
         served->fail(SD_BUS_ERROR_LIMITS_EXCEEDED, too_many_calls);
-        gantry::throw_if_failed(-ENOBUFS, "gantry::defer");
+        throw sdbusplus::exception::SdBusError(ENOBUFS, "gantry::defer");
     }
     served->is_deferred = true;
     return call;
@@ -328,4 +328,14 @@ void GANTRY_cpp_call_reply(GANTRY_call** call, void* result, int* error)
         return 0;
     };
     gantry::host_boundary(GANTRY_HERE, error, answer);
+}
+
+void GANTRY_cpp_call_drop(GANTRY_call* call) noexcept
+{
+    const gantry::NoCancellation no_cancellation;
+    if (auto* open = gantry::find_open(gantry::own_context(), call); open != nullptr)
+    {
+        gantry::AnsweringCall(*open).refuse(SD_BUS_ERROR_NO_REPLY,
+                                            "the call was dropped without an answer");
+    }
 }

@@ -32,6 +32,7 @@
 GANTRY_API GANTRY_call* GANTRY_cpp_call_defer(const void* object, std::size_t size,
                                               const std::type_info& result);
 GANTRY_API void GANTRY_cpp_call_reply(GANTRY_call** call, void* result, int* error);
+GANTRY_API void GANTRY_cpp_call_drop(GANTRY_call* call) noexcept;
 
 namespace gantry
 {
@@ -104,10 +105,7 @@ class DeferredReply
   private:
     void drop() noexcept
     {
-        int ignored = 0;
-        GANTRY_call_refuse(&handle, "org.freedesktop.DBus.Error.NoReply",
-                           "the call was dropped without an answer", &ignored);
-        handle = nullptr;
+        GANTRY_cpp_call_drop(std::exchange(handle, nullptr));
     }
 
     GANTRY_call* handle = nullptr;

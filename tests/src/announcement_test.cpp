@@ -133,7 +133,7 @@ TEST_F(Announcement, ContextThatIsFreedSendsWhatWaits)
     {
         GANTRY_use_default = is_shared;
         make();
-        object = publish("/object");
+        object = publish(create, "/object", &table);
         change_while_stalled();
         GANTRY_context_free(&context);
         EXPECT_TRUE(sees_last()) << seen();
@@ -148,7 +148,7 @@ TEST_F(Announcement, ContextThatIsFreedWaitsForAStoppedDaemonNoLongerThanASecond
     GANTRY_use_default = false;
     make();
     GANTRY_use_default = true;
-    object = publish("/object");
+    object = publish(create, "/object", &table);
     change_while_stopped();
     const auto begun = std::chrono::steady_clock::now();
     GANTRY_context_free(&context);
