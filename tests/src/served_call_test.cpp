@@ -702,9 +702,8 @@ TEST_P(Loop, AnswersAsManyCallsAsItMayInAnyOrderAndKeepsNothing)
     const Answers expected{
         {"s \"a\"", 1024},
         {"error org.freedesktop.DBus.Error.LimitsExceeded: too many calls are open", 4}};
-    const char* count = std::getenv("SOAK_COUNT"); // as of tests/soak
     std::array<std::size_t, 2> used{};
-    for (int round = 0; round < (count != nullptr ? std::atoi(count) / 1000 : 4); ++round)
+    for (int round = 0; round < 4; ++round)
     {
         EXPECT_EQ(answers(1028, true, answer), expected);
         logged();
