@@ -37,7 +37,13 @@ static const GANTRY_table__com_orvane_velmar_system_NicSlot slot = {
 
 int main(void)
 {
+    const char* name = NULL;
     GANTRY_instantiate__com_orvane_velmar_HWInventory(NULL, &inventory, NULL, NULL);
+    GANTRY_context_get_service(NULL, &name);
+    if (name == NULL)
+    {
+        return EXIT_FAILURE; /* no client would find it; the log says who refused the name */
+    }
     GANTRY_instantiate__com_orvane_velmar_system_NicSlot(
         NULL, &slot, "/com/orvane/velmar/system/NicSlot/1", NULL);
     GANTRY_signal__com_orvane_velmar_HWInventory__Refresh(NULL, "started");
