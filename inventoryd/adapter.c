@@ -84,10 +84,7 @@ void adapter_found(struct adapter_scan* scan, const char* port, unsigned int num
         object_put_format(object, "FQDD", "%s.%s", family->prefix, name);
         object_put_format(object, "FriendlyFQDD", "Partition 1 of port %s.%s-%u", family->prefix,
                           card->name, number);
-        object_put_uint32(object, "PCIBus", card->location.bus);
-        object_put_uint32(object, "PCIDevice", card->location.device);
-        object_put_uint32(object, "PCIFunction", card->location.function);
-        card_put_node(object, "CPUAffinity", card);
+        card_put_location(object, card);
         family->put_partition(object, card);
         object_announce(object);
     }
@@ -111,16 +108,8 @@ static void scan_function(void* data, const char* device, const char* name)
 void adapter_scan(struct adapter_family* family)
 {
     struct adapter_scan scan = {.family = family};
-    kind_begin(&family->slot);
-    kind_begin(&family->controller);
-    kind_begin(&family->port);
-    kind_begin(&family->partition);
     devices_each("pci", scan_function, &scan);
     end_card(&scan);
-    kind_end(&family->slot);
-    kind_end(&family->controller);
-    kind_end(&family->port);
-    kind_end(&family->partition);
 }
 
 void adapter_put_counter(struct object* object, const char* member, uint64_t value)

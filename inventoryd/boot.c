@@ -27,14 +27,8 @@
 static const char variables[] = "firmware/efi/efivars";
 static const char sequence_key[] = "BootSequence.UEFI";
 
-static struct kind sequence_kind = {
-    .interface = "com.orvane.velmar.system.BootSequence",
-    .create = GANTRY_instantiate__com_orvane_velmar_system_BootSequence,
-};
-static struct kind option_kind = {
-    .interface = "com.orvane.velmar.system.BootDevice",
-    .create = GANTRY_instantiate__com_orvane_velmar_system_BootDevice,
-};
+static struct kind sequence_kind = {OBJECT_KIND(system, BootSequence)};
+static struct kind option_kind = {OBJECT_KIND(system, BootDevice)};
 
 enum
 {
@@ -334,8 +328,6 @@ static void scan_sequence(void)
 void scan_boot(void)
 {
     char directory[sysfs_path_size];
-    kind_begin(&sequence_kind);
-    kind_begin(&option_kind);
     read_order();
     if (order.count > 0)
     {
@@ -345,8 +337,6 @@ void scan_boot(void)
     {
         sysfs_each(directory, visit_variable, NULL);
     }
-    kind_end(&sequence_kind);
-    kind_end(&option_kind);
 }
 
 static void (*on_change)(void);

@@ -94,7 +94,7 @@ void card_put_functions(struct object* object, const struct card* card)
     object_put_uint16(object, "NumberPCIEFunctionsEnabled", count + 1);
 }
 
-void card_put_node(struct object* object, const char* member, const struct card* card)
+static void put_node(struct object* object, const struct card* card)
 {
     enum
     {
@@ -103,7 +103,18 @@ void card_put_node(struct object* object, const char* member, const struct card*
     uint64_t node = no_node;
     /* The kernel has -1 for none, which is no number here. */
     (void)sysfs_number(card->function, "numa_node", 10, &node);
-    object_put_uint16(object, member, node);
+    object_put_uint16(object, "CPUAffinity", node);
+}
+
+void card_put_location(struct object* object, const struct card* card)
+{
+    if (card->is_pci)
+    {
+        object_put_uint32(object, "PCIBus", card->location.bus);
+        object_put_uint32(object, "PCIDevice", card->location.device);
+        object_put_uint32(object, "PCIFunction", card->location.function);
+    }
+    put_node(object, card);
 }
 
 void card_put_slot(struct object* object, const struct card* card, const char* fqdd)
@@ -113,7 +124,7 @@ void card_put_slot(struct object* object, const struct card* card, const char* f
     object_put_string(object, "Key", fqdd);
     object_put_string(object, "BSInfo_Key", fqdd);
     object_put_byte(object, "ControllerCount", 1);
-    card_put_node(object, "CPUAffinity", card);
+    put_node(object, card);
     if (!card->is_pci)
     {
         attributes_read(object, card->function, usb_identity,

@@ -47,7 +47,7 @@ void card_put_slot(struct object* object, const struct card* card, const char* f
  * subclass, such as 0x0C04 for Fibre Channel. Any subclass will do if it is 0xFF. */
 bool card_has_class(const char* function, unsigned int code);
 
-/* The NUMA node of the card, in a property of 16 bits; 65535 if it has none. */
-void card_put_node(struct object* object, const char* member, const struct card* card);
+/* Puts a partition's location on the PCI bus, and its NUMA node, which is 65535 if it has none. */
+void card_put_location(struct object* object, const struct card* card);
 
 #endif

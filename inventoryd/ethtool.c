@@ -125,35 +125,6 @@ bool ethtool_has_name(const struct nlattr* set, const char* name)
     return false;
 }
 
-/* The vendor's serial number in a module's page 0, by the kind of module that byte 0 of the memory
- * tells; it is what only root may read. */
-static void hide_serial(struct ethtool_page page, uint8_t bytes[ethtool_page_size], uint8_t kind)
-{
-    enum
-    {
-        sff_8472 = 0x03,
-        sff_8636_first = 0x0C,
-        cmis_first = 0x18,
-        size = 16
-    };
-    static const uint8_t sfp_place = 68;
-    static const uint8_t qsfp_place = 196 - 128;
-    static const uint8_t cmis_place = 166 - 128;
-    if (page.i2c_address != 0x50 || page.page != 0 || page.bank != 0)
-    {
-        return;
-    }
-    if (page.offset == 0 && kind == sff_8472)
-    {
-        memset(bytes + sfp_place, 'X', size);
-    }
-    else if (page.offset == 128 && kind >= sff_8636_first)
-    {
-        const bool is_cmis = kind >= cmis_first;
-        memset(bytes + (is_cmis ? cmis_place : qsfp_place), 'X', size);
-    }
-}
-
 static bool ask_page(const char* device, struct ethtool_page page, uint8_t bytes[ethtool_page_size])
 {
     union netlink_message message;
@@ -177,33 +148,35 @@ static bool ask_page(const char* device, struct ethtool_page page, uint8_t bytes
     return true;
 }
 
+struct file
+{
+    char name[sizeof "module/ff-ff-ff-ff"];
+};
+
+static struct file file_of(struct ethtool_page page)
+{
+    struct file file;
+    snprintf(file.name, sizeof file.name, "module/%02x-%02x-%02x-%02x", page.i2c_address, page.bank,
+             page.page, page.offset);
+    return file;
+}
+
 bool ethtool_read_page(const char* device, struct ethtool_page page,
                        uint8_t bytes[ethtool_page_size])
 {
-    char file[sizeof "module/ff-ff-ff-ff"];
+    return sysfs_is_recorded() ? sysfs_bytes(device, file_of(page).name, bytes,
+                                             ethtool_page_size) == ethtool_page_size
+                               : ask_page(device, page, bytes);
+}
+
+void ethtool_record_page(const char* device, struct ethtool_page page,
+                         const uint8_t bytes[ethtool_page_size])
+{
     char path[sysfs_path_size];
-    snprintf(file, sizeof file, "module/%02x-%02x-%02x-%02x", page.i2c_address, page.bank,
-             page.page, page.offset);
-    if (sysfs_is_recorded())
-    {
-        if (sysfs_bytes(device, file, bytes, ethtool_page_size) != ethtool_page_size)
-        {
-            return false;
-        }
-    }
-    else if (!ask_page(device, page, bytes))
-    {
-        return false;
-    }
-    if (!sysfs_serials)
-    {
-        hide_serial(page, bytes, bytes[0]);
-    }
-    if (sysfs_join(path, device, file))
+    if (sysfs_join(path, device, file_of(page).name))
     {
         record_file(path, bytes, ethtool_page_size, 0444);
     }
-    return true;
 }
 
 bool ethtool_ask_ioctl(const char* device, void* request, size_t size)

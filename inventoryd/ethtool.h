@@ -48,6 +48,10 @@ struct ethtool_page
 bool ethtool_read_page(const char* device, struct ethtool_page page,
                        uint8_t bytes[ethtool_page_size]);
 
+/* Writes a page to the record, if one is written (record.h). */
+void ethtool_record_page(const char* device, struct ethtool_page page,
+                         const uint8_t bytes[ethtool_page_size]);
+
 /* The request begins with its number, and the answer overwrites it. */
 bool ethtool_ask_ioctl(const char* device, void* request, size_t size);
 

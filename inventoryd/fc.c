@@ -203,13 +203,9 @@ void scan_fc(void)
         put_port,
         put_partition,
         {.interface = "com.orvane.velmar.system.FCSlot", .create = create_slot},
-        {.interface = "com.orvane.velmar.system.FCController",
-         .create = GANTRY_instantiate__com_orvane_velmar_system_FCController},
-        {.interface = "com.orvane.velmar.system.FCPort",
-         .create = GANTRY_instantiate__com_orvane_velmar_system_FCPort,
-         .put_counters = put_counters},
-        {.interface = "com.orvane.velmar.system.FCPartition",
-         .create = GANTRY_instantiate__com_orvane_velmar_system_FCPartition},
+        {OBJECT_KIND(system, FCController)},
+        {OBJECT_KIND(system, FCPort), .put_counters = put_counters},
+        {OBJECT_KIND(system, FCPartition)},
     };
     adapter_scan(&family);
 }

@@ -5,10 +5,7 @@
 #include <string.h>
 #include <sys/utsname.h>
 
-static struct kind firmware_kind = {
-    .interface = "com.orvane.velmar.system.BLT",
-    .create = GANTRY_instantiate__com_orvane_velmar_system_BLT,
-};
+static struct kind firmware_kind = {OBJECT_KIND(system, BLT)};
 
 /* The first four numbers of a version as one that sorts like it, if each is below 65536: 6.1.12 is
  * 0x0006'0001'000C'0000, and so is V6.1.12-rc. */
@@ -35,7 +32,6 @@ void scan_firmware(void)
     char text[sysfs_text_size];
     char version[sysfs_text_size];
     struct utsname kernel;
-    kind_begin(&firmware_kind);
     struct object* object = uname(&kernel) == 0 && sysfs_join(dmi, sysfs_root, "class/dmi/id")
                                 ? object_due(&firmware_kind, "", dmi)
                                 : NULL;

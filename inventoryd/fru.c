@@ -25,10 +25,7 @@ static const struct area
      {"chassis_vendor", "chassis_type", "chassis_version", "chassis_serial", "chassis_asset_tag"}},
 };
 
-static struct kind fru_kind = {
-    .interface = "com.orvane.velmar.hwi.HWIOemFruCustomData",
-    .create = GANTRY_instantiate__com_orvane_velmar_hwi_HWIOemFruCustomData,
-};
+static struct kind fru_kind = {OBJECT_KIND(hwi, HWIOemFruCustomData)};
 
 static void put_area(struct object* object, const char* dmi, const struct area* area)
 {
@@ -51,7 +48,6 @@ void scan_fru(void)
 {
     char dmi[sysfs_path_size];
     struct object* object = NULL;
-    kind_begin(&fru_kind);
     if (sysfs_has_directory(sysfs_root, "class/dmi/id") &&
         sysfs_join(dmi, sysfs_root, "class/dmi/id") &&
         (object = object_due(&fru_kind, "", dmi)) != NULL)
@@ -62,5 +58,4 @@ void scan_fru(void)
         }
         object_complete(object);
     }
-    kind_end(&fru_kind);
 }

@@ -60,12 +60,6 @@ static void put_slot(struct object* object, const struct card* card, const char*
     }
 }
 
-/* Words of four bytes. */
-static void put_bytes(struct object* object, const char* member, uint64_t words)
-{
-    object_put_uint64(object, member, words * 4);
-}
-
 static unsigned int read_link(const char* port)
 {
     enum
@@ -127,8 +121,8 @@ static void put_port_counters(struct object* object)
         {"ExcessiveBufferOverrun", "counters/excessive_buffer_overrun_errors", adapter_put_counter,
          10},
         {"VL15Dropped", "counters/VL15_dropped", adapter_put_counter, 10},
-        {"ReceiveTotalBytes", "counters/port_rcv_data", put_bytes, 10},
-        {"TransmitTotalBytes", "counters/port_xmit_data", put_bytes, 10},
+        {"ReceiveTotalBytes", "counters/port_rcv_data", nic_put_words, 10},
+        {"TransmitTotalBytes", "counters/port_xmit_data", nic_put_words, 10},
         {"ReceiveTotalUnicast", "counters/unicast_rcv_packets", object_put_uint64, 10},
         {"ReceiveTotalMulticast", "counters/multicast_rcv_packets", object_put_uint64, 10},
         {"TransmitTotalUnicast", "counters/unicast_xmit_packets", object_put_uint64, 10},
@@ -243,16 +237,9 @@ void scan_ib(void)
         put_port,
         put_partition,
         {.interface = "com.orvane.velmar.system.IBSlot", .create = create_slot},
-        {.interface = "com.orvane.velmar.system.IBController",
-         .create = GANTRY_instantiate__com_orvane_velmar_system_IBController},
-        {.interface = "com.orvane.velmar.system.IBPort",
-         .create = GANTRY_instantiate__com_orvane_velmar_system_IBPort,
-         .put_counters = put_port_counters,
-         .turns = turns},
-        {.interface = "com.orvane.velmar.system.IBPartition",
-         .create = GANTRY_instantiate__com_orvane_velmar_system_IBPartition,
-         .put_counters = put_partition_counters,
-         .turns = turns},
+        {OBJECT_KIND(system, IBController)},
+        {OBJECT_KIND(system, IBPort), .put_counters = put_port_counters, .turns = turns},
+        {OBJECT_KIND(system, IBPartition), .put_counters = put_partition_counters, .turns = turns},
     };
     adapter_scan(&family);
 }

@@ -2,6 +2,8 @@
 
 #include "devices.h"
 #include "hwdb.h"
+#include "object.h"
+#include "slots.h"
 
 void scan_all(void)
 {
@@ -14,6 +16,8 @@ void scan_all(void)
     scan_nic();
     scan_fc();
     scan_ib();
+    objects_end_scan();
+    slots_end_scan();
     devices_forget();
     hwdb_close();
 }

@@ -14,18 +14,9 @@ static struct
     const struct module_standard* standard;
     struct kind kind;
 } interfaces[] = {
-    {&module_sfp,
-     {.interface = "com.orvane.velmar.system.SFP",
-      .create = GANTRY_instantiate__com_orvane_velmar_system_SFP,
-      .put_counters = put_readings}},
-    {&module_qsfp,
-     {.interface = "com.orvane.velmar.system.QSFP",
-      .create = GANTRY_instantiate__com_orvane_velmar_system_QSFP,
-      .put_counters = put_readings}},
-    {&module_qsfpd,
-     {.interface = "com.orvane.velmar.system.QSFPD",
-      .create = GANTRY_instantiate__com_orvane_velmar_system_QSFPD,
-      .put_counters = put_readings}},
+    {&module_sfp, {OBJECT_KIND(system, SFP), .put_counters = put_readings}},
+    {&module_qsfp, {OBJECT_KIND(system, QSFP), .put_counters = put_readings}},
+    {&module_qsfpd, {OBJECT_KIND(system, QSFPD), .put_counters = put_readings}},
 };
 
 enum
@@ -63,6 +54,13 @@ static const struct module_standard* read_memory(const char* device, struct modu
     {
         module_hide_serial(standard, memory);
     }
+    for (unsigned int page = 0; page < module_page_count; ++page)
+    {
+        if (memory->sizes[page] > 0)
+        {
+            ethtool_record_page(device, places[page], memory->bytes[page]);
+        }
+    }
     return standard;
 }
 
@@ -98,14 +96,6 @@ static void put_readings(struct object* object)
     nic_note(object->device);
 }
 
-void modules_begin(void)
-{
-    for (size_t i = 0; i < interface_count; ++i)
-    {
-        kind_begin(&interfaces[i].kind);
-    }
-}
-
 void modules_scan_port(const char* port, const char* device, uint64_t tag, bool is_due)
 {
     struct module_memory memory;
@@ -125,14 +115,6 @@ void modules_scan_port(const char* port, const char* device, uint64_t tag, bool 
             put_module(object, standard, &memory);
             object_announce(object);
         }
-    }
-}
-
-void modules_end(void)
-{
-    for (size_t i = 0; i < interface_count; ++i)
-    {
-        kind_end(&interfaces[i].kind);
     }
 }
 

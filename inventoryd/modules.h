@@ -9,10 +9,8 @@
 
 #include "object.h"
 
-/* A scan of the modules. The port is due if it has to be read. */
-void modules_begin(void);
+/* The port is due if it has to be read. */
 void modules_scan_port(const char* port, const char* device, uint64_t tag, bool is_due);
-void modules_end(void);
 
 /* Whether a port, whose link has come up, may have a module that isn't known. */
 bool modules_may_come(const struct object* port);

@@ -19,26 +19,18 @@ bool nic_every_interface;
 
 static const char turns[] = "network ports and their partitions";
 
-static struct kind controller_kind = {
-    .interface = "com.orvane.velmar.system.NicController",
-    .create = GANTRY_instantiate__com_orvane_velmar_system_NicController,
-};
+static struct kind controller_kind = {OBJECT_KIND(system, NicController)};
 static struct kind port_kind = {
-    .interface = "com.orvane.velmar.system.NicPort",
-    .create = GANTRY_instantiate__com_orvane_velmar_system_NicPort,
+    OBJECT_KIND(system, NicPort),
     .put_counters = nic_put_port_counters,
     .turns = turns,
 };
 static struct kind partition_kind = {
-    .interface = "com.orvane.velmar.system.NicPartition",
-    .create = GANTRY_instantiate__com_orvane_velmar_system_NicPartition,
+    OBJECT_KIND(system, NicPartition),
     .put_counters = nic_put_partition_counters,
     .turns = turns,
 };
-static struct kind connection_kind = {
-    .interface = "com.orvane.velmar.system.NicConnectionView",
-    .create = GANTRY_instantiate__com_orvane_velmar_system_NicConnectionView,
-};
+static struct kind connection_kind = {OBJECT_KIND(system, NicConnectionView)};
 
 /* This host's codes. */
 enum
@@ -366,12 +358,6 @@ static void scan_pci_function(void* data, const char* device, const char* name)
 
 void scan_nic(void)
 {
-    slots_begin();
-    kind_begin(&controller_kind);
-    kind_begin(&port_kind);
-    kind_begin(&partition_kind);
-    kind_begin(&connection_kind);
-    modules_begin();
     seen_count = 0;
     devices_each("net", collect, NULL);
     if (found.count > 0)
@@ -388,12 +374,6 @@ void scan_nic(void)
         }
         scan_card(&found.items[first], end - first);
     }
-    slots_end();
-    kind_end(&controller_kind);
-    kind_end(&port_kind);
-    kind_end(&partition_kind);
-    kind_end(&connection_kind);
-    modules_end();
     for (size_t i = 0; i < found.count; ++i)
     {
         free(found.items[i].device);

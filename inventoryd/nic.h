@@ -64,6 +64,9 @@ void nic_put_driver_state(struct object* object, const char* member, const char*
 /* The present and the permanent address. */
 void nic_put_addresses(struct object* object, const struct rtnetlink_link* link);
 
+/* Puts a counter of data, which RDMA devices count in words of four bytes. */
+object_put nic_put_words;
+
 /* The counters of an RDMA device's port, which has this directory. */
 void nic_put_rdma(struct object* object, const char* port);
 

@@ -12,8 +12,7 @@ static const struct nic_counter counters[] = {
     {"LanMulticastPktRxCount", object_put_uint32, offsetof(struct rtnl_link_stats64, multicast)},
 };
 
-/* The adapters count data in words of four bytes. */
-static void put_words(struct object* object, const char* member, uint64_t words)
+void nic_put_words(struct object* object, const char* member, uint64_t words)
 {
     object_put_uint64(object, member, words * 4);
 }
@@ -23,8 +22,8 @@ void nic_put_rdma(struct object* object, const char* port)
     static const struct attribute counters_of_port[] = {
         {"RDMARxTotalPackets", "counters/port_rcv_packets", object_put_uint64, 10},
         {"RDMATxTotalPackets", "counters/port_xmit_packets", object_put_uint64, 10},
-        {"RDMARxTotalBytes", "counters/port_rcv_data", put_words, 10},
-        {"RDMATxTotalBytes", "counters/port_xmit_data", put_words, 10},
+        {"RDMARxTotalBytes", "counters/port_rcv_data", nic_put_words, 10},
+        {"RDMATxTotalBytes", "counters/port_xmit_data", nic_put_words, 10},
         /* As drivers of iWARP adapters call them. */
         {"RDMATxTotalReadReqPkts", "hw_counters/iwOutRdmaReads", object_put_uint64, 10},
         {"RDMATxTotalSendPkts", "hw_counters/iwOutRdmaSends", object_put_uint64, 10},
@@ -134,15 +133,8 @@ void nic_put_partition_counters(struct object* object)
 
 void nic_put_partition(struct object* object, const struct nic_interface* interface)
 {
-    const struct card* card = &interface->card;
-    if (card->is_pci)
-    {
-        object_put_uint32(object, "PCIBus", card->location.bus);
-        object_put_uint32(object, "PCIDevice", card->location.device);
-        object_put_uint32(object, "PCIFunction", card->location.function);
-    }
-    card_put_functions(object, card);
-    card_put_node(object, "CPUAffinity", card);
+    card_put_location(object, &interface->card);
+    card_put_functions(object, &interface->card);
     put_driver(object, interface->device);
     nic_put_addresses(object, &interface->link);
 }

@@ -91,22 +91,17 @@ static unsigned int speed_code(uint64_t speed)
 
 /* What the settings of the link tell. The answer to ETHTOOL_MSG_LINKMODES_GET has a bit set of the
  * modes that the port advertises, as its mask those that it supports, and one of its partner's. */
-static void put_settings(struct object* object, const union netlink_message* modes, bool is_known)
+static void put_settings(struct object* object, const union netlink_message* modes)
 {
     uint64_t speed = 0;
-    uint64_t duplex = 0;
+    uint64_t duplex = DUPLEX_UNKNOWN;
     uint64_t negotiates = AUTONEG_DISABLE;
-    if (is_known)
-    {
-        (void)ethtool_number(modes, ETHTOOL_A_LINKMODES_SPEED, &speed);
-        (void)ethtool_number(modes, ETHTOOL_A_LINKMODES_DUPLEX, &duplex);
-        is_known = ethtool_number(modes, ETHTOOL_A_LINKMODES_AUTONEG, &negotiates);
-    }
-    const bool has_duplex = ethtool_number(modes, ETHTOOL_A_LINKMODES_DUPLEX, &duplex);
+    (void)ethtool_number(modes, ETHTOOL_A_LINKMODES_SPEED, &speed);
+    (void)ethtool_number(modes, ETHTOOL_A_LINKMODES_DUPLEX, &duplex);
+    const bool is_known = ethtool_number(modes, ETHTOOL_A_LINKMODES_AUTONEG, &negotiates);
     object_put_byte(object, "LinkSpeed", speed_code(speed));
     object_put_byte(object, "LinkDuplex",
-                    !has_duplex             ? duplex_unknown
-                    : duplex == DUPLEX_FULL ? duplex_full
+                    duplex == DUPLEX_FULL   ? duplex_full
                     : duplex == DUPLEX_HALF ? duplex_half
                                             : duplex_unknown);
     object_put_byte(object, "AutoNegotiation",
@@ -157,25 +152,21 @@ static void put_flow_control(struct object* object, const union netlink_message*
 static void put_medium(struct object* object, const char* device)
 {
     union netlink_message info;
-    uint64_t port = 0;
-    if (ethtool_ask(&info, device, ETHTOOL_MSG_LINKINFO_GET) &&
-        ethtool_number(&info, ETHTOOL_A_LINKINFO_PORT, &port) && port != PORT_NONE &&
-        port != PORT_OTHER)
-    {
-        object_put_uint16(object, "MediaType", port + 1);
-    }
-    else
-    {
-        object_put_uint16(object, "MediaType", 0);
-    }
+    uint64_t port = PORT_NONE;
+    const bool is_known = ethtool_ask(&info, device, ETHTOOL_MSG_LINKINFO_GET) &&
+                          ethtool_number(&info, ETHTOOL_A_LINKINFO_PORT, &port) &&
+                          port != PORT_NONE && port != PORT_OTHER;
+    object_put_uint16(object, "MediaType", is_known ? port + 1 : 0);
 }
 
-static void put_link_modes(struct object* object, const char* device)
+static void put_link(struct object* object)
 {
     union netlink_message modes;
-    const bool is_known = ethtool_ask(&modes, device, ETHTOOL_MSG_LINKMODES_GET);
-    put_settings(object, &modes, is_known);
-    put_flow_control(object, &modes, device);
+    /* Without an answer the message is empty. */
+    (void)ethtool_ask(&modes, object->device, ETHTOOL_MSG_LINKMODES_GET);
+    put_settings(object, &modes);
+    put_flow_control(object, &modes, object->device);
+    put_medium(object, object->device);
 }
 
 void nic_put_port_link(struct object* object, const struct rtnetlink_link* link)
@@ -183,8 +174,7 @@ void nic_put_port_link(struct object* object, const struct rtnetlink_link* link)
     nic_put_link_status(object, "LinkStatus", link);
     if (object_has_changes(object))
     {
-        put_link_modes(object, object->device);
-        put_medium(object, object->device);
+        put_link(object);
     }
 }
 
@@ -271,6 +261,5 @@ void nic_put_port(struct object* object, const struct nic_interface* interface)
      * whether there is one. */
     object_put_byte(object, "PXEBootSupport", object_switch(versions.option_rom[0] != '\0', true));
     put_capabilities(object, interface);
-    put_link_modes(object, interface->device);
-    put_medium(object, interface->device);
+    put_link(object);
 }

@@ -11,25 +11,16 @@
 #include <systemd/sd-bus.h>
 #include <systemd/sd-daemon.h>
 
-enum
-{
-    most_changes = 63 /* more than any object here has at once */
-};
-
 bool object_is_unpublished;
 
-static struct kind* kinds;
+static struct kind* kinds; /* those that have or had objects */
+static unsigned int scan = 1;
 static bool is_complete;
 static bool have_changed;
 static bool are_counters; /* whether the present changes are */
 
-/* The changes of one object, as only one is read at a time. */
-static struct
-{
-    struct object* object;
-    const char* members[most_changes + 1]; /* object_announce adds the final null */
-    size_t count;
-} changes;
+/* The object whose changes the library holds: only one is read at a time. */
+static const struct object* changed;
 
 static void report(const char* name, int error)
 {
@@ -39,31 +30,31 @@ static void report(const char* name, int error)
     }
 }
 
-static void announce_changes(void)
+static void send_changes(void)
 {
     int error = 0;
-    if (changes.count > 0)
+    if (changed != NULL)
     {
-        changes.members[changes.count] = NULL;
-        changes.count = 0;
-        GANTRY_property_announce(changes.object->instance, changes.members, &error);
+        changed = NULL;
+        GANTRY_context_send_changes(NULL, &error);
         report("PropertiesChanged", error);
     }
 }
 
-static void note(struct object* object, const char* member)
+/* To be called before a value is stored that differs from the present one. */
+static void hold(const struct object* object)
 {
     if (object->is_new)
     {
         return; /* it is announced with all that it has */
     }
-    if (changes.object != object || changes.count == most_changes)
+    if (changed != object)
     {
-        announce_changes();
+        send_changes();
+        changed = object;
+        GANTRY_context_hold_changes(NULL);
     }
     have_changed = have_changed || !are_counters;
-    changes.object = object;
-    changes.members[changes.count++] = member;
 }
 
 void object_announce(struct object* object)
@@ -71,7 +62,7 @@ void object_announce(struct object* object)
     int error = 0;
     if (!object->is_new)
     {
-        announce_changes();
+        send_changes();
         return;
     }
     object->is_new = false;
@@ -99,16 +90,9 @@ void object_complete(struct object* object)
     object_announce(object);
 }
 
-struct object* object_of(GANTRY_instance* instance)
-{
-    void* object = NULL;
-    GANTRY_instance_get_user_private(instance, &object);
-    return object;
-}
-
 bool object_has_changes(const struct object* object)
 {
-    return object->is_new || (changes.object == object && changes.count > 0);
+    return object->is_new || changed == object;
 }
 
 static bool publish(struct object* object)
@@ -180,17 +164,13 @@ static struct object* add(struct kind* kind, const char* name, const char* devic
     struct object** place = kind->last_found != NULL ? &kind->last_found->next : &kind->first;
     object->next = *place;
     *place = object;
-    return object;
-}
-
-void kind_begin(struct kind* kind)
-{
-    ++kind->scan;
-    if (kind->scan == 1)
+    if (!kind->is_listed)
     {
+        kind->is_listed = true;
         kind->next = kinds;
         kinds = kind;
     }
+    return object;
 }
 
 struct object* object_due(struct kind* kind, const char* name, const char* device)
@@ -201,8 +181,8 @@ struct object* object_due(struct kind* kind, const char* name, const char* devic
         return NULL;
     }
     kind->last_found = object;
-    const bool is_known = object->scan == kind->scan;
-    object->scan = kind->scan;
+    const bool is_known = object->scan == scan;
+    object->scan = scan;
     if (strcmp(object->device, device) != 0 && !is_known)
     {
         char* moved = strdup(device);
@@ -216,31 +196,31 @@ struct object* object_due(struct kind* kind, const char* name, const char* devic
     return object->is_new || devices_is_due(device) ? object : NULL;
 }
 
-void kind_end(struct kind* kind)
+static void withdraw_unseen(struct kind* kind)
 {
     for (struct object** each = &kind->first; *each != NULL;)
     {
         struct object* object = *each;
-        if (object->scan == kind->scan)
+        if (object->scan == scan)
         {
             each = &object->next;
             continue;
         }
         *each = object->next;
         have_changed = true;
-        changes.count = changes.object == object ? 0 : changes.count;
         GANTRY_instance_free(&object->instance);
         release(object);
     }
     kind->last_found = NULL;
 }
 
-void kind_each(const struct kind* kind, void (*each)(struct object* object))
+void objects_end_scan(void)
 {
-    for (struct object* object = kind->first; object != NULL; object = object->next)
+    for (struct kind* kind = kinds; kind != NULL; kind = kind->next)
     {
-        each(object);
+        withdraw_unseen(kind);
     }
+    ++scan;
 }
 
 bool kind_has(const struct kind* kind, const struct object* object)
@@ -284,7 +264,10 @@ void objects_refresh(void)
     {
         if (kind->put_counters != NULL && has_turn(kind, round))
         {
-            kind_each(kind, object_complete);
+            for (struct object* each = kind->first; each != NULL; each = each->next)
+            {
+                object_complete(each);
+            }
         }
     }
 }
@@ -342,8 +325,9 @@ void objects_free(void)
             GANTRY_property_get_##type(object->instance, member, &present, &error);                \
             if (error == 0 && (stored)value != present)                                            \
             {                                                                                      \
-                GANTRY_property_set_##type(object->instance, member, (stored)value, true, &error); \
-                note(object, member);                                                              \
+                hold(object);                                                                      \
+                GANTRY_property_set_##type(object->instance, member, (stored)value,                \
+                                           object->is_new, &error);                                \
             }                                                                                      \
             report(member, error);                                                                 \
         }                                                                                          \
@@ -373,8 +357,8 @@ void object_put_string(struct object* object, const char* member, const char* te
     GANTRY_property_get_string(object->instance, member, &present, &error);
     if (error == 0 && strcmp(present, text) != 0)
     {
-        GANTRY_property_set_string(object->instance, member, text, true, &error);
-        note(object, member);
+        hold(object);
+        GANTRY_property_set_string(object->instance, member, text, object->is_new, &error);
     }
     report(member, error);
     free(present);

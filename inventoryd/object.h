@@ -4,7 +4,6 @@
  *
  * A scan finds what there is. It is the same at start and later:
  *
- *     kind_begin(&kind);
  *     for each device:
  *         struct object* object = object_due(&kind, name, device);
  *         if (object != NULL)
@@ -12,12 +11,12 @@
  *             object_put_...(object, "Member", value);
  *             object_complete(object);
  *         }
- *     kind_end(&kind);
+ *     objects_end_scan();
  *
  * An object that isn't known is published, one that is known is given if it has to be read again,
- * and what the scan didn't come to is withdrawn. object_put_* stores a value only if it differs,
- * without a signal, and notes the change; object_complete puts the counters too, and announces the
- * object if it is new, or all its changes in one signal.
+ * and what the scan didn't come to is withdrawn at its end. object_put_* stores a value only if it
+ * differs, and has the change held; object_complete puts the counters too, and announces the object
+ * if it is new, or all its changes in one signal.
  *
  * A fact that the kernel doesn't offer, or refuses to this process, leaves its property as the
  * library created it: 0, the empty text, or the initial value in the interface's table. The codes
@@ -40,10 +39,10 @@ typedef void object_create(GANTRY_cpp_context* context, const void* table, const
 
 struct object
 {
-    GANTRY_instance* instance;
-    char* name;       /* empty for the only object of its kind */
-    char* device;     /* the sysfs directory that it was read from */
-    uint64_t tag;     /* the reader's own, such as an interface's number */
+    GANTRY_instance* instance; /* whose user_private is the object */
+    char* name;                /* empty for the only object of its kind */
+    char* device;              /* the sysfs directory that it was read from */
+    uint64_t tag;              /* the reader's own, such as an interface's number */
     uint64_t read_at; /* likewise, in seconds, if it isn't read each time that it could be */
     /* object.c's own: */
     const struct kind* kind;
@@ -67,14 +66,19 @@ struct kind
     struct kind* next;
     struct object* first;
     struct object* last_found;
-    unsigned int scan;
+    bool is_listed;
 };
+
+/* The interface and the creating function of a kind, as OBJECT_KIND(system, NicPort). */
+#define OBJECT_KIND(group, name)                                                                   \
+    .interface = "com.orvane.velmar." #group "." #name,                                            \
+    .create = GANTRY_instantiate__com_orvane_velmar_##group##_##name
 
 /* Whether there is no bus: then nothing is published, and what is put is dropped. */
 extern bool object_is_unpublished;
 
-void kind_begin(struct kind* kind);
-void kind_end(struct kind* kind);
+/* Withdraws the objects of all kinds that weren't due since the last call. */
+void objects_end_scan(void);
 
 /*
  * The object of that name if it is new or its device has changed (devices.h), and so has to be
@@ -83,17 +87,11 @@ void kind_end(struct kind* kind);
  */
 struct object* object_due(struct kind* kind, const char* name, const char* device);
 
-/* Calls `each` for each object of the kind; it must not remove any. */
-void kind_each(const struct kind* kind, void (*each)(struct object* object));
-
 /* Whether the object is still one of the kind. */
 bool kind_has(const struct kind* kind, const struct object* object);
 
 /* The first object of the kind with that tag, or null. */
 struct object* kind_find(const struct kind* kind, uint64_t tag);
-
-/* The object of that instance, for its callbacks. */
-struct object* object_of(GANTRY_instance* instance);
 
 /* Announces what has changed since the last call: the object, or its changes. The first function
  * puts the counters before; it is also what brings one object's counters up to date. */
@@ -126,8 +124,7 @@ enum object_switch
 /* The code of a switch, for a byte. */
 enum object_switch object_switch(bool is_known, bool is_on);
 
-/* Stores a value unless it is too large for the property. The name must outlive the announcement.
- */
+/* Stores a value unless it is too large for the property. */
 typedef void object_put(struct object* object, const char* member, uint64_t value);
 object_put object_put_byte;
 object_put object_put_uint16;

@@ -10,14 +10,8 @@
 #include <stdlib.h>
 #include <string.h>
 
-static struct kind configuration_kind = {
-    .interface = "com.orvane.velmar.hwi.HWIStndConfig",
-    .create = GANTRY_instantiate__com_orvane_velmar_hwi_HWIStndConfig,
-};
-static struct kind link_kind = {
-    .interface = "com.orvane.velmar.hwi.HWIPcie",
-    .create = GANTRY_instantiate__com_orvane_velmar_hwi_HWIPcie,
-};
+static struct kind configuration_kind = {OBJECT_KIND(hwi, HWIStndConfig)};
+static struct kind link_kind = {OBJECT_KIND(hwi, HWIPcie)};
 
 static const struct attribute attributes[] = {
     {"VendorID", "vendor", object_put_uint16, 10},
@@ -170,9 +164,5 @@ static void scan_device(void* data, const char* device, const char* address)
 
 void scan_pci(void)
 {
-    kind_begin(&configuration_kind);
-    kind_begin(&link_kind);
     devices_each("pci", scan_device, NULL);
-    kind_end(&configuration_kind);
-    kind_end(&link_kind);
 }

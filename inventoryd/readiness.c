@@ -7,7 +7,6 @@
 
 #include <stddef.h>
 
-static const char member[] = "isready";
 static bool is_ready;
 
 /* A client may call this method instead of reading the property. */
@@ -42,7 +41,7 @@ void readiness_declare(void)
     GANTRY_instance* instance = NULL;
     is_ready = true;
     GANTRY_instance_find(NULL, "com.orvane.velmar.hwi.HWISupport", NULL, &instance);
-    GANTRY_property_set_boolean(instance, member, true, false, NULL);
+    GANTRY_set__com_orvane_velmar_hwi_HWISupport__isready(instance, true, false, NULL);
 }
 
 void readiness_signal_change(void)

@@ -121,6 +121,7 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
                     char* file, char* user, char* password, unsigned char flags, int* status,
                     char** message)
 {
+    void* data = NULL;
     const char* sender = NULL;
     uid_t uid = 0;
     pid_t pid = 0;
@@ -134,7 +135,7 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
         GANTRY_call_fail(slot, "com.orvane.velmar.inventory.Busy", "a dump is running", NULL);
         return;
     }
-    GANTRY_property_get_boolean(slot, "IsCoreDumpSupported", &is_supported, NULL);
+    GANTRY_get__com_orvane_velmar_system_NicSlot__IsCoreDumpSupported(slot, &is_supported, NULL);
     if (dumps == NULL || !is_supported)
     {
         GANTRY_call_fail(slot, SD_BUS_ERROR_NOT_SUPPORTED,
@@ -143,6 +144,7 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
                          NULL);
         return;
     }
+    GANTRY_instance_get_user_private(slot, &data);
     GANTRY_call_get_sender(slot, &sender);
     GANTRY_call_get_credentials(slot, &uid, &pid, &error);
     if (error != 0)
@@ -155,7 +157,7 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
     {
         return; /* the client gets the errno as status, or the library's error */
     }
-    const struct object* object = object_of(slot);
+    const struct object* object = data;
     dump.slot = object;
     snprintf(heading, sizeof heading, "a dump of NIC.%s for %s, user %lu, process %ld, at %ld\n",
              object->name, sender, (unsigned long)uid, (long)pid, (long)time(NULL));
@@ -185,15 +187,9 @@ static struct kind slot_kind = {
 };
 static char last_name[card_name_size];
 
-void slots_begin(void)
+void slots_end_scan(void)
 {
-    kind_begin(&slot_kind);
     last_name[0] = '\0';
-}
-
-void slots_end(void)
-{
-    kind_end(&slot_kind);
     /* With a slot that is gone, the library has answered its call. */
     if (dump.call != NULL && !kind_has(&slot_kind, dump.slot))
     {

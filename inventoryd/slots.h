@@ -15,10 +15,10 @@
  * outlive the dispatch loop. */
 void slots_open(sd_event* event, const char* directory);
 
-/* A scan of the slots: each card is named once or several times in a row. */
-void slots_begin(void);
+/* Each card of a scan is named once or several times in a row. The end is after the objects' own.
+ */
 void slots_scan_card(const struct card* card);
-void slots_end(void);
+void slots_end_scan(void);
 
 /* Puts the width of the card's link and its maker's name for it, and the form of its slot; `length`
  * is the property with the slot's length. */

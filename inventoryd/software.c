@@ -8,17 +8,13 @@ static const struct attribute attributes[] = {
     {"CurrentReleaseDate", "bios_date", NULL, 0},
 };
 
-static struct kind software_kind = {
-    .interface = "com.orvane.velmar.system.BiosSoftwareInventory",
-    .create = GANTRY_instantiate__com_orvane_velmar_system_BiosSoftwareInventory,
-};
+static struct kind software_kind = {OBJECT_KIND(system, BiosSoftwareInventory)};
 
 void scan_software(void)
 {
     char dmi[sysfs_path_size];
     char text[sysfs_text_size];
     struct object* object = NULL;
-    kind_begin(&software_kind);
     if (sysfs_join(dmi, sysfs_root, "class/dmi/id") && sysfs_text(dmi, "bios_version", text) &&
         (object = object_due(&software_kind, "", dmi)) != NULL)
     {
@@ -32,5 +28,4 @@ void scan_software(void)
         attributes_read(object, dmi, attributes, sizeof attributes / sizeof *attributes);
         object_complete(object);
     }
-    kind_end(&software_kind);
 }

@@ -40,10 +40,7 @@ static bool coded_version(const char* device, uint64_t* version)
     return true;
 }
 
-static struct kind usb_kind = {
-    .interface = "com.orvane.velmar.system.USB",
-    .create = GANTRY_instantiate__com_orvane_velmar_system_USB,
-};
+static struct kind usb_kind = {OBJECT_KIND(system, USB)};
 
 static void scan_device(void* data, const char* device, const char* name)
 {
@@ -81,7 +78,5 @@ static void scan_device(void* data, const char* device, const char* name)
 
 void scan_usb(void)
 {
-    kind_begin(&usb_kind);
     devices_each("usb", scan_device, NULL);
-    kind_end(&usb_kind);
 }

@@ -171,13 +171,18 @@ catch (const std::bad_alloc&)
 
 PendingChanges::PendingChanges() noexcept
 {
-    waiting_objects = 0;
+    waiting_changes = 0;
+}
+
+void PendingChanges::count() const noexcept
+{
+    waiting_changes = positions.size() + (holds > 0 ? 1 : 0);
 }
 
 PendingChanges::~PendingChanges()
 {
     sd_event_source_disable_unref(timer);
-    waiting_objects = 0;
+    waiting_changes = 0;
 }
 
 Change* PendingChanges::find(const Object& object) noexcept
@@ -198,7 +203,7 @@ Change& PendingChanges::add(Object& object, const Property<Object>& header)
         positions.erase(&object);
         throw;
     }
-    waiting_objects = positions.size();
+    count();
     return changes.back();
 }
 
@@ -212,7 +217,7 @@ bool PendingChanges::take(const Object& object, Change& taken) noexcept
     taken = changes[found->second];
     changes[found->second].object = nullptr;
     positions.erase(found);
-    waiting_objects = positions.size();
+    count();
     if (positions.empty())
     {
         changes.clear();
@@ -280,13 +285,14 @@ void send_last_changes(GANTRY_cpp_context& context) noexcept
     }
 }
 
-void send_due_changes(GANTRY_cpp_context& context)
+void send_waiting_changes(GANTRY_cpp_context& context)
 {
     auto& changes = context.state->changes;
     if (changes.holds > 0)
     {
         GANTRY_LOG(log::failed, "changes are held while a loop runs, and are sent");
         changes.holds = 0;
+        changes.count();
         send_changes(context);
     }
     else if (!changes.is_empty() && queued_messages(context) < relieved_queue)

@@ -79,6 +79,9 @@ class PendingChanges
         return positions.size();
     }
 
+    /** Brings waiting_changes up to date. */
+    void count() const noexcept;
+
     /** How often the host has asked for its changes to be held and not yet to be sent. */
     unsigned holds = 0;
     /** Looks whether the queue is relieved; null while nothing waits for that. */
@@ -99,8 +102,16 @@ void announce(Object& object, const Property<Object>& row);
 void announce(GANTRY_cpp_context& context, Object& object, const Property<Object>& header,
               const RowSet& rows);
 
+void send_waiting_changes(GANTRY_cpp_context& context);
+
 /** For a loop: sends what waits, if it need not wait any longer. Throws what a getter throws. */
-void send_due_changes(GANTRY_cpp_context& context);
+inline void send_due_changes(GANTRY_cpp_context& context)
+{
+    if (waiting_changes != 0)
+    {
+        send_waiting_changes(context);
+    }
+}
 
 /** Sends what the host has held. While the bus doesn't read, it goes on waiting. Throws what a
  *  getter throws, after the other objects' changes are sent. */

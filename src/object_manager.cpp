@@ -220,7 +220,7 @@ void add_root_manager(GANTRY_cpp_context& context, const char* path)
     {
         return;
     }
-    auto root = std::unique_ptr<RootManager>(new RootManager{context, path});
+    auto root = std::make_unique<RootManager>(context, path);
     roots.reserve(roots.size() + 1);
     sd_bus* bus = GANTRY_get_sd_bus(context.bus);
     sd_bus_slot* slot = nullptr;
@@ -269,6 +269,7 @@ void announce_added(const GANTRY_instance& object)
 
 void announce_removed(const GANTRY_instance& object) noexcept
 {
+    const auto here = GANTRY_HERE;
     Interfaces interfaces{object};
     sd_bus* bus = GANTRY_get_sd_bus(object.vctx->bus);
     const int result = interfaces.is_whole ? sd_bus_emit_object_removed(bus, object.path)
@@ -278,19 +279,20 @@ void announce_removed(const GANTRY_instance& object) noexcept
     {
         GANTRY_LOG(log::failed, "InterfacesRemoved from [%s] failed, rv=%d", object.path, result);
     }
-    for_each_root_above(object,
-                        [&](const RootManager& root)
-                        {
-                            const int sent = send(
-                                root, "InterfacesRemoved", object,
-                                [&](sd_bus_message* message, sd_bus* /*bus*/)
-                                { return sd_bus_message_append_strv(message, interfaces.names); });
-                            if (sent < 0)
-                            {
-                                GANTRY_LOG(log::failed, "InterfacesRemoved from [%s] failed, rv=%d",
-                                           root.path.c_str(), sent);
-                            }
-                        });
+    for_each_root_above(
+        object,
+        [&](const RootManager& root)
+        {
+            const int sent = send(root, "InterfacesRemoved", object,
+                                  [&](sd_bus_message* message, sd_bus* /*bus*/) {
+                                      return sd_bus_message_append_strv(message, interfaces.names);
+                                  });
+            if (sent < 0)
+            {
+                GANTRY_LOG_AT(here, log::failed, "InterfacesRemoved from [%s] failed, rv=%d",
+                              root.path.c_str(), sent);
+            }
+        });
 }
 
 } // namespace gantry

@@ -24,6 +24,11 @@ struct RootManager
 {
     using Slot = std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)>;
 
+    RootManager(GANTRY_cpp_context& its_context, const char* its_path) :
+        context(its_context), path(its_path)
+    {
+    }
+
     GANTRY_cpp_context& context;
     std::string path;
     Slot manager{nullptr, sd_bus_slot_unref};

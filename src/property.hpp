@@ -98,8 +98,7 @@ template <class Class>
 struct Property
 {
     /** The header. */
-    constexpr Property(const char* interface) :
-        member(interface), length(length_of(interface)), type(0), announces(false), place(0)
+    constexpr Property(const char* interface) : member(interface), length(length_of(interface))
     {
     }
 
@@ -131,11 +130,11 @@ struct Property
     /** Of the member name: D-Bus allows 255 bytes. */
     std::uint8_t length;
     /** The type's tag. */
-    std::uint8_t type;
+    std::uint8_t type = 0;
     /** Whether sd-bus has a PropertiesChanged to send for it. */
-    bool announces;
+    bool announces = false;
     /** Where the row stands. */
-    std::uint8_t place;
+    std::uint8_t place = 0;
     PropertyTypes::Apply<AnyAccessors, Class> accessors;
 
   private:

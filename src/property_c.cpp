@@ -364,6 +364,7 @@ void GANTRY_context_hold_changes(GANTRY_cpp_context* context)
     if (context != nullptr)
     {
         ++context->state->changes.holds;
+        context->state->changes.count();
     }
 }
 
@@ -385,6 +386,7 @@ void GANTRY_context_send_changes(GANTRY_cpp_context* context, int* error)
         }
         if (--holds == 0)
         {
+            context->state->changes.count();
             gantry::end_hold(*context);
         }
         return 0;

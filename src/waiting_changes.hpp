@@ -11,9 +11,10 @@ namespace gantry
 
 struct Object;
 
-/** How many objects of the thread's context have changes that wait. At a fixed offset from the
- *  thread pointer, so that a reply pays one load for the question. */
-[[gnu::tls_model("initial-exec")]] inline constinit thread_local std::size_t waiting_objects = 0;
+/** How many objects of the thread's context have changes that wait, and one more while its host
+ *  holds changes. At a fixed offset from the thread pointer, so that a reply and a pass of a loop
+ *  pay one load for the question. */
+[[gnu::tls_model("initial-exec")]] inline constinit thread_local std::size_t waiting_changes = 0;
 
 void send_waiting_changes_of(const Object& object);
 void forget_waiting_changes_of(const Object& object) noexcept;
@@ -23,7 +24,7 @@ void forget_waiting_changes_of(const Object& object) noexcept;
 template <class Class>
 void send_changes_of(const Class& object)
 {
-    if (waiting_objects != 0)
+    if (waiting_changes != 0)
     {
         send_waiting_changes_of(reinterpret_cast<const Object&>(object));
     }
@@ -33,7 +34,7 @@ void send_changes_of(const Class& object)
 template <class Class>
 void forget_changes_of(const Class& object) noexcept
 {
-    if (waiting_objects != 0)
+    if (waiting_changes != 0)
     {
         forget_waiting_changes_of(reinterpret_cast<const Object&>(object));
     }

@@ -30,7 +30,7 @@
 #include <gantry/types.h>
 
 #ifndef NDEBUG
-#include <string.h>
+#include <string.h> /* NOLINT(modernize-deprecated-headers): for C as well */
 #endif
 
 GANTRY_BEGIN_C
@@ -98,7 +98,7 @@ static inline GANTRY_instance* GANTRY_instance_of(GANTRY_instance* instance, con
     GANTRY_instance_get_interface(instance, &actual);
     if (strcmp(actual, interface) != 0)
     {
-        return NULL;
+        return 0; /* NOLINT(modernize-use-nullptr): for C as well */
     }
 #endif
     return instance;

@@ -239,10 +239,15 @@ class Catalogue : public Served
             ++row;
         }
         const auto message = client.new_signal("/a", "a.B", "C");
-        EXPECT_EQ(row->x.property.get(client.bus(), "/a", "a.B", name, message.get(),
-                                      context->tracker.back().object, nullptr),
-                  1);
+        const auto get = [&]
+        {
+            return row->x.property.get(client.bus(), "/a", "a.B", name, message.get(),
+                                       context->tracker.back().object, nullptr);
+        };
+        EXPECT_EQ(get(), 1);
         EXPECT_EQ(sd_bus_message_get_signature(message.get(), true), type);
+        sd_bus_message_seal(message.get(), 1, 0);
+        EXPECT_LT(get(), 0); // what can't be appended is no success
     }
 
     const char* path_of_table;

@@ -9,9 +9,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <iterator>
-#include <string>
 
 #include <sys/wait.h>
 #include <unistd.h>

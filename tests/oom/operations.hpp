@@ -13,7 +13,7 @@ struct Operation
     std::string name;
     std::function<void()> act;             // short of memory
     std::function<void()> prepare = [] {}; // right before it
-    // The columns that libsystemd alone is to blame for. A raw operation shows each.
+    // The columns that libsystemd alone is to blame for.
     std::string libsystemds{};
 };
 

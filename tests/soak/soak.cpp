@@ -7,11 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
-#include <map>
-#include <string>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include <gmock/gmock.h>
 
@@ -80,13 +76,13 @@ struct Hosts : testing::Test
         lines += line + '\n';
     }
 
-    // A signal that listener prints as this line, or can't read and so doesn't print.
+    // A signal that listener prints as this line.
     void signal(const std::string& line, const char* interface, const char* member,
                 const char* types = "", auto... args)
     {
         client.emit(nullptr, "/some/path", interface, member, types, args...);
         ++sent;
-        lines += line.empty() ? "" : line + '\n';
+        lines += line + '\n';
     }
 
     void walk();
@@ -134,9 +130,6 @@ void Hosts::walk()
     call(properties, "Set", "", "ssv", gantrytest, "PropDict1", "a{qs}", 2, 9, t, 2, "two");
     client.emit(service.c_str(), "/", gantrytest, "faultAdded", "i", 7); // not asked for
 
-    signal("", inventory, "Refresh", "i", 7);
-    signal("", gantrytest, "faultAdded", "v", "s", t);
-    signal("", gantrytest, "complextypes", "(quat)", 1, 2, 1, UINT64_MAX);
     signal("Refresh [" + text + ']', inventory, "Refresh", "s", t);
     signal(changed, "com.orvane.velmar.hwi.HWISupport", changed);
     signal("faultAdded []", gantrytest, "faultAdded", "s", "");

@@ -7,27 +7,31 @@
 
 using gantry::HeldChanges;
 
+// How many messages the library is told that the write queue has; 0 for as many as there are.
+static std::uint64_t pretended = 0;
+
+extern "C" int sd_bus_get_n_queued_write(sd_bus* bus, std::uint64_t* count)
+{
+    if (pretended != 0)
+    {
+        *count = pretended;
+        return 0;
+    }
+    return interpose::hidden<decltype(sd_bus_get_n_queued_write)>(__func__)(bus, count);
+}
+
 namespace
 {
 
 constexpr const char* sample = "com.orvane.velmar.sample.gantrytest";
+constexpr auto create = GANTRY_instantiate__com_orvane_velmar_sample_gantrytest;
 
 class Announcement : public Served
 {
   protected:
     Announcement()
     {
-        object = publish("/object");
-    }
-
-    GANTRY_instance* publish(const char* path)
-    {
-        GANTRY_instance* published = nullptr;
-        int error = 0;
-        GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(context, &table, path, this);
-        GANTRY_instance_get_created(context, &published, &error);
-        EXPECT_EQ(error, 0);
-        return published;
+        object = publish(create, "/object", &table);
     }
 
     void set(GANTRY_instance* instance, int value)
@@ -38,16 +42,29 @@ class Announcement : public Served
     }
 
     // Changes until they wait, and some more; the last value is the one that counts.
-    void change_while_stalled()
+    void change(int count)
     {
-        client.settle(service);
-        kill(-support::bus().pid(), SIGSTOP);
+        last = count;
         for (int value = 1; value <= last; ++value)
         {
             set(object, value);
         }
         EXPECT_EQ(logged(2), "1 announcement.must_wait: changes wait, dbus has 10000 messages in "
                              "write queue\n");
+    }
+    void change_while_stalled()
+    {
+        client.settle(service);
+        pretended = 10'000;
+        change(3);
+        pretended = 0;
+    }
+    // As above, with a daemon that doesn't read.
+    void change_while_stopped()
+    {
+        client.settle(service);
+        kill(-support::bus().pid(), SIGSTOP);
+        change(40'000);
     }
     static void resume()
     {
@@ -65,10 +82,9 @@ class Announcement : public Served
     {
         for (auto signal = client.signals().rbegin(); signal != client.signals().rend(); ++signal)
         {
-            if (const auto found = signal->changed.find("PropInt32");
-                found != signal->changed.end())
+            if (signal->sender == service && signal->changed.contains("PropInt32"))
             {
-                return found->second;
+                return signal->changed["PropInt32"];
             }
         }
         return "";
@@ -78,14 +94,14 @@ class Announcement : public Served
         return client.wait_for([this] { return seen() == "i " + std::to_string(last); });
     }
 
-    static constexpr int last = 40'000;
+    int last = 0;
     GANTRY_table__com_orvane_velmar_sample_gantrytest table{};
     GANTRY_instance* object = nullptr;
 };
 
 TEST_F(Announcement, StalledDaemonGetsTheLastValuesAndTheQueueStaysBounded)
 {
-    change_while_stalled();
+    change_while_stopped();
     EXPECT_LE(queued(), 10'000U);
     resume();
     EXPECT_TRUE(sees_last());
@@ -95,15 +111,11 @@ TEST_F(Announcement, StalledDaemonGetsTheLastValuesAndTheQueueStaysBounded)
 TEST_F(Announcement, DrainedQueueIsNoticedByALoopAndByTheHostsOwnEventLoop)
 {
     change_while_stalled();
-    resume();
-    sd_bus_flush(GANTRY_get_sd_bus(context->bus));
+    GANTRY_dbus_loop_one_pass(context);
     EXPECT_TRUE(sees_last());
 
     GANTRY_property_set_int32(object, "PropInt32", 0, true, nullptr);
     change_while_stalled();
-    resume();
-    sd_bus_flush(GANTRY_get_sd_bus(context->bus));
-    client.signals().clear();
     support::Client outside{[this] { sd_event_run(context->event.get(), 10'000); }};
     outside.subscribe();
     EXPECT_TRUE(outside.wait_for(
@@ -123,7 +135,6 @@ TEST_F(Announcement, ContextThatIsFreedSendsWhatWaits)
         make();
         object = publish("/object");
         change_while_stalled();
-        resume();
         GANTRY_context_free(&context);
         EXPECT_TRUE(sees_last()) << seen();
         client.signals().clear();
@@ -138,7 +149,7 @@ TEST_F(Announcement, ContextThatIsFreedWaitsForAStoppedDaemonNoLongerThanASecond
     make();
     GANTRY_use_default = true;
     object = publish("/object");
-    change_while_stalled();
+    change_while_stopped();
     const auto begun = std::chrono::steady_clock::now();
     GANTRY_context_free(&context);
     EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(10));
@@ -147,14 +158,15 @@ TEST_F(Announcement, ContextThatIsFreedWaitsForAStoppedDaemonNoLongerThanASecond
                                                  "a second\n"));
     resume();
     make();
+    client.settle(service);
+    client.signals().clear();
 }
 
 TEST_F(Announcement, HeldChangesAreOneSignalForEachObjectInAnyWayTheyAreSet)
 {
-    auto* second = publish("/second");
-    auto* freed = publish("/freed");
-    client.settle(service);
-    client.signals().clear();
+    auto* second = publish(create, "/second");
+    auto* freed = publish(create, "/freed");
+    sent();
     {
         const HeldChanges held;
         GANTRY_context_hold_changes(context);
@@ -173,11 +185,7 @@ TEST_F(Announcement, HeldChangesAreOneSignalForEachObjectInAnyWayTheyAreSet)
         EXPECT_EQ(error, 0);
     }
     const std::string changed = " PropertiesChanged sa{sv}as \"" + std::string(sample) + "\", ";
-    EXPECT_EQ(sent(), "/freed InterfacesRemoved oas \"/freed\", [\"org.freedesktop.DBus.Peer\", "
-                      "\"org.freedesktop.DBus.Introspectable\", "
-                      "\"org.freedesktop.DBus.Properties\", "
-                      "\"org.freedesktop.DBus.ObjectManager\", \"" +
-                          std::string(sample) + "\"]\n/object" + changed +
+    EXPECT_EQ(sent(), removed("/freed", sample) + "/object" + changed +
                           "{\"PropInt32\": <i 3>}, []\n/second" + changed +
                           "{\"PropByte\": <y 5>, \"PropInt32\": <i 13>, \"PropString\": <s \"\">}, "
                           "[]\n");
@@ -190,8 +198,7 @@ TEST_F(Announcement, HeldChangesAreOneSignalForEachObjectInAnyWayTheyAreSet)
 TEST_F(Announcement, ChangesThatWaitPrecedeWhatElseTheirObjectSends)
 {
     static constexpr auto signal = GANTRY_signal__com_orvane_velmar_sample_gantrytest__faultAdded;
-    client.settle(service);
-    client.signals().clear();
+    sent();
     table.GetString = [](GANTRY_instance* instance, char** /*out*/)
     {
         GANTRY_context_hold_changes(nullptr);
@@ -205,7 +212,8 @@ TEST_F(Announcement, ChangesThatWaitPrecedeWhatElseTheirObjectSends)
     std::string order;
     for (const auto& each : client.signals())
     {
-        order += each.member + ' ';
+        // The daemon may still pass on what an earlier test's connection sent.
+        order += each.sender == service ? each.member + ' ' : "";
     }
     EXPECT_EQ(order, "PropertiesChanged faultAdded PropertiesChanged ");
     EXPECT_EQ(seen(), "i 8");
@@ -213,8 +221,9 @@ TEST_F(Announcement, ChangesThatWaitPrecedeWhatElseTheirObjectSends)
     // Held when its callback has returned: the loop sends it all the same.
     set(object, 9);
     EXPECT_TRUE(client.wait_for([this] { return seen() == "i 9"; }));
-    EXPECT_EQ(logged(2), "2 announcement.send_due_changes: changes are held while a loop runs, and "
-                         "are sent\n");
+    EXPECT_EQ(logged(2),
+              "2 announcement.send_waiting_changes: changes are held while a loop runs, and "
+              "are sent\n");
 }
 
 } // namespace

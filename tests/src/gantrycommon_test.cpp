@@ -399,8 +399,9 @@ TEST(DbusLoop, ChecksAndSleepsUntilTheSleepFails)
 TEST(Exceptions, ComeOutOfTheInnermostEntryIntoLibsystemdOnce)
 {
     Service service;
-    const auto expect = [&](RunLoop* loop, const std::function<void()>& callback,
-                            const std::string& error, const std::string& log)
+    RunLoop* loop = one_pass.run;
+    const auto expect =
+        [&](const std::string& error, const std::string& log, const std::function<void()>& callback)
     {
         EXPECT_EQ(service.serve(getter, loop, callback), error);
         EXPECT_EQ(logged(2), log);
@@ -423,29 +424,23 @@ TEST(Exceptions, ComeOutOfTheInnermostEntryIntoLibsystemdOnce)
     const std::string dropped = exception("exception_boundary.take", "no such luck");
     const auto own_thread = [] { Service().serve(getter, host_loop, fail); };
 
-    expect(
-        one_pass.run, [] { throw std::bad_alloc(); },
-        "error org.freedesktop.DBus.Error.NoMemory: Cannot allocate memory",
-        one_pass.failed("std::bad_alloc"));
-    expect(
-        one_pass.run, [&] { announce(fail); }, io_reply, ended);
-    expect(
-        one_pass.run, [&] { announce(nullptr), fail(); }, io_reply, ended);
-    expect(
-        one_pass.run, [&] { EXPECT_THROW(announce(fail), std::runtime_error); }, "", "");
-    expect(one_pass.run, emit_and_fail, io_reply,
-           exception("exception_boundary.take", "second") + ended);
-    expect(
-        one_pass.run, [] { run_error = -EBUSY, fail(); }, io_reply,
-        exception("exception_boundary.~ExceptionRelay", "no such luck") +
-            one_pass.failed("sd_event_run: Device or resource busy"));
-    expect(
-        one_pass.run, [&] { std::thread(own_thread).join(); }, "", dropped);
-    expect(host_loop, fail, io_reply, dropped);
-    expect(
-        host_loop, [] { throw 42; }, io_reply,
-        exception("exception_boundary.take", "exception of unknown type"));
-    expect(one_pass.run, nullptr, "", "");
+    expect("error org.freedesktop.DBus.Error.NoMemory: Cannot allocate memory",
+           one_pass.failed("std::bad_alloc"), [] { throw std::bad_alloc(); });
+    expect(io_reply, ended, [&] { announce(fail); });
+    expect(io_reply, ended, [&] { announce(nullptr), fail(); });
+    expect("", "", [&] { EXPECT_THROW(announce(fail), std::runtime_error); });
+    expect(io_reply, exception("exception_boundary.take", "second") + ended, emit_and_fail);
+    expect(io_reply,
+           exception("exception_boundary.~ExceptionRelay", "no such luck") +
+               one_pass.failed("sd_event_run: Device or resource busy"),
+           [] { run_error = -EBUSY, fail(); });
+    expect("", dropped, [&] { std::thread(own_thread).join(); });
+    loop = host_loop;
+    expect(io_reply, dropped, fail);
+    expect(io_reply, exception("exception_boundary.take", "exception of unknown type"),
+           [] { throw 42; });
+    loop = one_pass.run;
+    expect("", "", nullptr);
 }
 
 TEST(HostsOwnLoop, DestroysAContextFreedInACallbackInItsNextRun)

@@ -69,16 +69,6 @@ NOTED(sd_bus_flush_close_unref, sd_bus)
 NOTED(sd_bus_slot_unref, sd_bus_slot)
 NOTED(sd_event_unref, sd_event)
 
-// pthread_setspecific: what the pointer points at isn't read, and GCC takes it for unset.
-#ifndef __clang__
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-#define SCRIPTED(script, function, parameters, ...)                                                \
-    static interpose::Script script;                                                               \
-    int function parameters                                                                        \
-    {                                                                                              \
-        return script.next_or(#function, function, __VA_ARGS__);                                   \
-    }
 SCRIPTED(event_default, sd_event_default, (sd_event * *event), event)
 SCRIPTED(flush, sd_bus_flush, (sd_bus * bus), bus)
 SCRIPTED(get_unique_name, sd_bus_get_unique_name, (sd_bus * bus, const char** name), bus, name)

@@ -60,3 +60,15 @@ struct Script : std::vector<int>
 };
 
 } // namespace interpose
+
+// pthread_setspecific: what the pointer points at isn't read, and GCC takes it for unset.
+#ifndef __clang__
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+// A stand-in by the name of `function` that `script` has the results of.
+#define SCRIPTED(script, function, parameters, ...)                                                \
+    static interpose::Script script;                                                               \
+    int function parameters                                                                        \
+    {                                                                                              \
+        return script.next_or(#function, function, __VA_ARGS__);                                   \
+    }

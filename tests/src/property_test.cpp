@@ -72,11 +72,9 @@ class Property : public Served
   protected:
     Property()
     {
-        GANTRY_instantiate__com_orvane_velmar_hwi_HWIOemFruCustomData(context, nullptr, "/fru",
-                                                                      nullptr);
+        publish(GANTRY_instantiate__com_orvane_velmar_hwi_HWIOemFruCustomData, "/fru");
         fru = &newest<HWIOemFruCustomData>();
-        GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(context, nullptr, "/sample",
-                                                                nullptr);
+        publish(GANTRY_instantiate__com_orvane_velmar_sample_gantrytest, "/sample");
         // Only a derived class has such a getter, so the object is made anew in its place.
         auto& published = newest<gantrytest>();
         instance = std::exchange(published.inst, nullptr);
@@ -178,9 +176,7 @@ TEST_F(Property, HasAccessorsThatSeeTheWrongInterface)
     EXPECT_EQ(announced(), "PropUInt64: t 7\n");
 
     // One that has a member of that name and type too.
-    GANTRY_instantiate__com_orvane_velmar_system_BLT(context, nullptr, "/blt", nullptr);
-    GANTRY_instance* blt = nullptr;
-    GANTRY_instance_get_created(context, &blt, nullptr);
+    auto* blt = publish(GANTRY_instantiate__com_orvane_velmar_system_BLT, "/blt");
     for (GANTRY_instance* other : {blt, static_cast<GANTRY_instance*>(nullptr)})
     {
         GANTRY_set__com_orvane_velmar_system_USB__Manufacturer(other, "x", true, &error);
@@ -278,8 +274,7 @@ TEST_F(Property, IsAnnouncedWithOthersInOneSignalOrLeftOut)
     EXPECT_EQ(announced(), "PropByte: y 3\n");
 
     // The error of the first that is left out.
-    GANTRY_instantiate__com_orvane_velmar_system_NicPartition(context, nullptr, "/nic", nullptr);
-    GANTRY_instance_find(context, "com.orvane.velmar.system.NicPartition", nullptr, &instance);
+    instance = publish(GANTRY_instantiate__com_orvane_velmar_system_NicPartition, "/nic");
     logged();
     EXPECT_EQ(announce(instance, {"RDMAOSDriver", "Nothing", "FQDD", nullptr}), EINVAL);
     EXPECT_EQ(announce(instance, {"Nothing", "RDMAOSDriver", "FQDD", nullptr}), ENOENT);
@@ -294,8 +289,7 @@ TEST_F(Property, IsAnnouncedWithOthersInOneSignalOrLeftOut)
     EXPECT_EQ(announce(instance, {}), 0);
     EXPECT_EQ(announce(nullptr, {}), EINVAL);
     // A class without properties.
-    GANTRY_instantiate__com_orvane_velmar_sample_async(context, nullptr, "/async", nullptr);
-    GANTRY_instance_find(context, "com.orvane.velmar.sample.async", nullptr, &instance);
+    instance = publish(GANTRY_instantiate__com_orvane_velmar_sample_async, "/async");
     EXPECT_EQ(announce(instance, {"PropByte", nullptr}), ENOENT);
     EXPECT_EQ(error_of(GANTRY_property_set_int32, instance, "PropInt32", 1, false), ENOENT);
     EXPECT_EQ(announced(), "");

@@ -3,32 +3,20 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <chrono>
 #include <climits>
-#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <memory>
 #include <new>
 #include <optional>
-#include <stdexcept>
-#include <string>
 #include <thread>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <malloc.h>
 #include <pthread.h>
 #include <sys/time.h>
-#include <systemd/sd-event.h>
-#include <unistd.h>
 
 #include <gantry/gantry.h>
 
@@ -94,6 +82,27 @@ class Served : public testing::Test
         logged();
     }
 
+    // Gives the new object, or null.
+    template <class Table>
+    GANTRY_instance* publish(void (*instantiate)(GANTRY_cpp_context*, const Table*, const char*,
+                                                 void*),
+                             const char* path, const std::type_identity_t<Table>* table = nullptr)
+    {
+        GANTRY_instance* created = nullptr;
+        instantiate(context, table, path, nullptr);
+        GANTRY_instance_get_created(context, &created, nullptr);
+        return created;
+    }
+
+    // What is sent when an object is freed that has this interface alone.
+    static std::string removed(const std::string& path, const std::string& interface)
+    {
+        const std::string standard = "org.freedesktop.DBus.";
+        return path + " InterfacesRemoved oas \"" + path + "\", [\"" + standard + "Peer\", \"" +
+               standard + "Introspectable\", \"" + standard + "Properties\", \"" + standard +
+               "ObjectManager\", \"" + interface + "\"]\n";
+    }
+
     // The object that was put on the bus last.
     template <class Class>
     Class& newest()
@@ -138,5 +147,7 @@ class Served : public testing::Test
 
     GANTRY_cpp_context* context = nullptr;
     std::string service;
-    support::Client client{[this] { context ? GANTRY_dbus_loop_one_pass(context) : void(); }};
+    const std::function<void()> pass = [this]
+    { context ? GANTRY_dbus_loop_one_pass(context) : void(); };
+    support::Client client{pass};
 };

@@ -80,11 +80,18 @@ class Call : public Served
         return created;
     }
 
-    support::Client::Pending start(const char* method, const char* path = "/object")
+    auto start(const char* method, const char* path = "/object")
     {
-        auto pending = client.start({service, path}, gantrytest, method, "s", "text");
+        auto pending = start_of(client, path, method);
         client.settle(service);
         return pending;
+    }
+
+    // Doesn't wait until the host has it.
+    support::Client::Pending start_of(support::Client& from, const char* path = "/object",
+                                      const char* method = "Try_string")
+    {
+        return from.start({service, path}, gantrytest, method, "s", "text");
     }
 
     std::string set(const char* value, const char* path = "/object")
@@ -207,6 +214,23 @@ TEST_F(Call, DeferredIsAnsweredOnceByItsOwnMethodWhileOthersAreServed)
     EXPECT_EQ(logged(8), "");
 }
 
+TEST_F(Call, DeferredIsNotAnsweredByAnotherClassWithAMethodOfThatName)
+{
+    GANTRY_table__com_orvane_velmar_system_NicSlot slot{};
+    slot.TriggerAdapterCoreDump = [](GANTRY_instance* object, char*, unsigned char, char*, char*,
+                                     char*, char*, char*, unsigned char, int*, char** out)
+    { defer(object, nullptr, out); };
+    Served::publish(GANTRY_instantiate__com_orvane_velmar_system_NicSlot, "/slot", &slot);
+    const auto call =
+        client.start({service, "/slot"}, "com.orvane.velmar.system.NicSlot",
+                     "TriggerAdapterCoreDump", "sysssssy", "", 0, "", "", "", "", "", 0);
+    client.settle(service);
+    ASSERT_EQ(open_calls.size(), 1U);
+    const auto answer = GANTRY_reply__com_orvane_velmar_system_FCSlot__TriggerAdapterCoreDump;
+    EXPECT_EQ(errno_of(answer, &open_calls[0], 0, "of another class"), EINVAL);
+    EXPECT_EQ(call->text, "no reply");
+}
+
 TEST_F(Call, DeferredKeepsNothingThatItsClientSent)
 {
     // A sanitizer has a heap of its own, without figures.
@@ -232,9 +256,8 @@ TEST_F(Call, DeferredNeedsNobodyToReadTheAnswer)
     sd_bus_send(client.bus(), silent, nullptr);
     sd_bus_message_unref(silent);
     {
-        support::Client leaving([this] { GANTRY_dbus_loop_one_pass(context); });
-        const auto dropped =
-            leaving.start({service, "/object"}, gantrytest, "Try_string", "s", "text");
+        support::Client leaving(pass);
+        const auto dropped = start_of(leaving);
         leaving.settle(service);
     }
     client.settle(service);
@@ -268,15 +291,11 @@ TEST_F(Call, ClosedIsNamedByItsHandleAlone)
 class Leaving : public Call
 {
   protected:
-    void leave(int calls = 1)
+    void leave(std::size_t calls = 1)
     {
-        support::Client leaving([this] { GANTRY_dbus_loop_one_pass(context); });
-        std::vector<support::Client::Pending> pending;
-        while (calls-- > 0)
-        {
-            pending.push_back(
-                leaving.start({service, "/object"}, gantrytest, "Try_string", "s", "text"));
-        }
+        support::Client leaving(pass);
+        std::vector<support::Client::Pending> pending(calls);
+        std::ranges::generate(pending, [&] { return start_of(leaving); });
         leaving.settle(service);
         ASSERT_EQ(pending[0]->text, "no reply");
     }
@@ -339,12 +358,9 @@ TEST_F(Leaving, IsToldToTheHostForEachOpenCallNewestFirst)
 {
     // Beside it another client, and calls that the host answers or no longer listens to.
     const auto stays = start("Try_string");
-    support::Client leaving([this] { GANTRY_dbus_loop_one_pass(context); });
+    support::Client leaving(pass);
     std::vector<support::Client::Pending> pending(6);
-    for (auto& each : pending)
-    {
-        each = leaving.start({service, "/object"}, gantrytest, "Try_string", "s", "text");
-    }
+    std::ranges::generate(pending, [&] { return start_of(leaving); });
     leaving.settle(service);
     listen();
     EXPECT_EQ(watches, 2);
@@ -386,13 +402,9 @@ TEST_F(Leaving, MayHaveAllFreedUnderIt)
 
 TEST_F(Leaving, LeavesRoomForOthersWhoHaveAShareEach)
 {
-    const support::Object object{service, "/object"};
-    support::Client greedy([this] { GANTRY_dbus_loop_one_pass(context); });
+    support::Client greedy(pass);
     std::vector<support::Client::Pending> pending(130);
-    for (auto& each : pending)
-    {
-        each = greedy.start(object, gantrytest, "Try_string", "s", "text");
-    }
+    std::ranges::generate(pending, [&] { return start_of(greedy); });
     greedy.settle(service);
     EXPECT_EQ(open_calls.size(), 128U);
     EXPECT_EQ(pending[127]->text, "no reply");
@@ -402,7 +414,7 @@ TEST_F(Leaving, LeavesRoomForOthersWhoHaveAShareEach)
     const auto other = start("Try_string");
     EXPECT_EQ(open_calls.size(), 129U);
     EXPECT_EQ(errno_of(reply, &open_calls[0], "a"), 0);
-    pending.push_back(greedy.start(object, gantrytest, "Try_string", "s", "text"));
+    pending.push_back(start_of(greedy));
     greedy.settle(service);
     EXPECT_EQ(open_calls.size(), 130U);
 }
@@ -623,6 +635,11 @@ TEST_F(Leaving, MayHaveCalledAnObjectOfACppHostThatAnswersLater)
 class Loop : public Call, public testing::WithParamInterface<void (*)(GANTRY_cpp_context*)>
 {
   protected:
+    Loop()
+    {
+        std::generate_n(std::back_inserter(clients), 9, [this] { return support::Client(pass); });
+    }
+
     using Answers = std::map<std::string, std::size_t>;
 
     Answers answers(std::size_t calls, bool in_timer, const std::function<void()>& act)
@@ -647,8 +664,7 @@ class Loop : public Call, public testing::WithParamInterface<void (*)(GANTRY_cpp
         std::vector<support::Client::Pending> pending;
         for (std::size_t count = 0; count < calls; ++count)
         {
-            pending.push_back(clients[count % 9].start({service, paths[count / 9 % 4]}, gantrytest,
-                                                       "Try_string", "s", "text"));
+            pending.push_back(start_of(clients[count % 9], paths[count / 9 % 4]));
         }
         std::ranges::for_each(clients, [](auto& each) { sd_bus_flush(each.bus()); });
         GetParam()(context);
@@ -671,12 +687,7 @@ class Loop : public Call, public testing::WithParamInterface<void (*)(GANTRY_cpp
 
     const std::array<const char*, 4> paths{"/0", "/1", "/2", "/3"};
     std::array<GANTRY_instance*, 4> objects{};
-    const std::function<void()> pass = [this]
-    { context ? GANTRY_dbus_loop_one_pass(context) : void(); };
-    std::array<support::Client, 9> clients{
-        support::Client(pass), support::Client(pass), support::Client(pass),
-        support::Client(pass), support::Client(pass), support::Client(pass),
-        support::Client(pass), support::Client(pass), support::Client(pass)};
+    std::vector<support::Client> clients;
 };
 
 TEST_P(Loop, AnswersAsManyCallsAsItMayInAnyOrderAndKeepsNothing)

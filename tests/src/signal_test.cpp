@@ -22,7 +22,7 @@ namespace
 
 using HwInventory = GANTRY_com_orvane_velmar_HWInventory::HWInventory;
 
-constexpr auto publish = GANTRY_instantiate__com_orvane_velmar_HWInventory;
+constexpr auto create = GANTRY_instantiate__com_orvane_velmar_HWInventory;
 constexpr auto refresh = GANTRY_signal__com_orvane_velmar_HWInventory__Refresh;
 constexpr auto receive_refresh = GANTRY_receive_signal__com_orvane_velmar_HWInventory__Refresh;
 constexpr auto fault_added = GANTRY_signal__com_orvane_velmar_sample_gantrytest__faultAdded;
@@ -77,14 +77,12 @@ class Signal : public Served
 TEST_F(Signal, ComesFromTheFirstObjectOfItsClassOrTheOneThatIsNamed)
 {
     const std::string nobody = "2" + refresh_log + "cpp_inst is still nullptr\n";
-    GANTRY_instantiate__com_orvane_velmar_hwi_HWISupport(context, nullptr, "/other", nullptr);
-    GANTRY_instance* other = nullptr;
-    GANTRY_instance_find(context, "com.orvane.velmar.hwi.HWISupport", nullptr, &other);
+    auto* other = publish(GANTRY_instantiate__com_orvane_velmar_hwi_HWISupport, "/other");
     refresh(nullptr, "nobody");
     EXPECT_EQ(logged(2), nobody);
 
-    publish(context, nullptr, "/first", nullptr);
-    publish(context, nullptr, "/second", nullptr);
+    publish(create, "/first");
+    publish(create, "/second");
     refresh(nullptr, "a");
     refresh(newest<HwInventory>().inst, "b");
     GANTRY_signal__com_orvane_velmar_hwi_HWISupport__HardwareInventoryChanged(nullptr);
@@ -124,7 +122,7 @@ TEST_F(Signal, TakesNullForEmptyAndMakesTextUtf8)
 
 TEST_F(Signal, ThatIsNotSentIsLogged)
 {
-    publish(context, nullptr, "/a", nullptr);
+    publish(create, "/a");
     send = {-EIO};
     refresh(nullptr, "lost");
     EXPECT_EQ(logged(2), "2 EXCEPTION" + refresh_log +
@@ -139,7 +137,7 @@ TEST_F(Signal, IsHeardFromAnyoneOnceForEachSubscription)
     receive_refresh(nullptr, on_text);
     GANTRY_receive_signal__com_orvane_velmar_hwi_HWISupport__HardwareInventoryChanged(
         nullptr, [](GANTRY_cpp_context*) { heard += "changed\n"; });
-    publish(context, nullptr, "/own", nullptr);
+    publish(create, "/own");
     refresh(nullptr, "own");
     client.emit(service.c_str(), "/b", "com.orvane.velmar.HWInventory", "Refresh", "s", "one");
     emit("Refreshed", "s", "another member");

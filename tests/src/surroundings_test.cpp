@@ -5,19 +5,12 @@
 
 #include "src/served.hpp"
 
-static interpose::Script attach_event;
-int sd_bus_attach_event(sd_bus* bus, sd_event* event, int priority)
-{
-    return attach_event.next_or("sd_bus_attach_event", sd_bus_attach_event, bus, event, priority);
-}
-
-static interpose::Script add_match;
-int sd_bus_add_match(sd_bus* bus, sd_bus_slot** slot, const char* match,
-                     sd_bus_message_handler_t callback, void* data)
-{
-    return add_match.next_or("sd_bus_add_match", sd_bus_add_match, bus, slot, match, callback,
-                             data);
-}
+SCRIPTED(attach_event, sd_bus_attach_event, (sd_bus * bus, sd_event* event, int priority), bus,
+         event, priority)
+SCRIPTED(add_match, sd_bus_add_match,
+         (sd_bus * bus, sd_bus_slot** slot, const char* match, sd_bus_message_handler_t callback,
+          void* data),
+         bus, slot, match, callback, data)
 
 // The library's minutes take 200 milliseconds.
 int sd_event_add_time_relative(sd_event* event, sd_event_source** source, clockid_t clock,
@@ -33,7 +26,7 @@ namespace
 
 constexpr const char* sample = "com.orvane.velmar.sample.gantrytest";
 constexpr const char* async = "com.orvane.velmar.sample.async";
-constexpr const char* fru = "com.orvane.velmar.hwi.HWIOemFruCustomData";
+constexpr auto create_blt = GANTRY_instantiate__com_orvane_velmar_system_BLT;
 
 using Loop = void (*)(GANTRY_cpp_context*);
 constexpr Loop loops[] = {GANTRY_dbus_loop, GANTRY_dbus_loop_one_pass, GANTRY_dbus_sdloop};
@@ -71,16 +64,6 @@ class Surroundings : public Served
     {
         return put(context, "/own");
     }
-
-    GANTRY_instance*
-    publish(const char* interface, const char* path,
-            decltype(GANTRY_instantiate__com_orvane_velmar_system_BLT)* instantiate)
-    {
-        instantiate(context, nullptr, path, nullptr);
-        GANTRY_instance* published = nullptr;
-        GANTRY_instance_find(context, interface, path, &published);
-        return published;
-    }
 };
 
 TEST_F(Surroundings, LostBusEndsEachLoopAndANewContextServesAgain)
@@ -101,7 +84,7 @@ TEST_F(Surroundings, LostBusEndsEachLoopAndANewContextServesAgain)
         support::bus().restart();
         make();
         own().propByte(7);
-        support::Client again{[this] { GANTRY_dbus_loop_one_pass(context); }};
+        support::Client again{pass};
         EXPECT_EQ(again.get({service, "/own"}, sample, "PropByte").text, "v <y 7>");
         descriptors = round < 2 ? support::open_fds().size() : descriptors;
         EXPECT_EQ(support::open_fds().size(), descriptors) << round;
@@ -131,9 +114,7 @@ TEST_F(Surroundings, ContextWithoutItsEventLoopSaysSoInTheLogAndToItsLoops)
 
 TEST_F(Surroundings, UnreadableArgumentsAreTheClientsErrorInBothShapes)
 {
-    publish(async, "/async",
-            [](auto* c, auto*, auto* p, auto* u)
-            { GANTRY_instantiate__com_orvane_velmar_sample_async(c, nullptr, p, u); });
+    publish(GANTRY_instantiate__com_orvane_velmar_sample_async, "/async");
     own();
     // sd-bus sends no noncharacter, a bus passes it on.
     const auto call = [&](const char* path, const char* interface, const char* member)
@@ -155,11 +136,7 @@ TEST_F(Surroundings, UnreadableArgumentsAreTheClientsErrorInBothShapes)
 
 TEST_F(Surroundings, TooLargeForAMessageIsRefusedWhereItIsStoredOrReturned)
 {
-    auto* object =
-        publish(fru, "/fru",
-                [](auto* c, auto*, auto* p, auto* u) {
-                    GANTRY_instantiate__com_orvane_velmar_hwi_HWIOemFruCustomData(c, nullptr, p, u);
-                });
+    auto* object = publish(GANTRY_instantiate__com_orvane_velmar_hwi_HWIOemFruCustomData, "/fru");
     // A message takes 32 MiB, of which 64 KiB are left to what is around a value.
     std::string text((8U << 20U) - 5, 'x');
     std::vector<char*> texts(4, text.data());
@@ -204,7 +181,7 @@ TEST_F(Surroundings, ClientsWritesDoNotAddUpToMoreThanAMessageHolds)
     const support::Object target{service, "/own"};
     const std::string text(12U << 20U, 'x');
     // One that doesn't collect the signals, which are as large.
-    support::Client writer{[this] { GANTRY_dbus_loop_one_pass(context); }};
+    support::Client writer{pass};
     const auto write = [&](const char* property, auto... value)
     { return writer.set(target, sample, property, value...).text; };
     EXPECT_EQ(write("PropString", "s", text.c_str()), "");
@@ -236,9 +213,7 @@ TEST_F(Surroundings, SignalsDoNotInterruptTheStart)
         GANTRY_context_new(&context);
         ASSERT_NE(context, nullptr) << logged(2);
         round % 4 < 2 ? GANTRY_context_set_service(context, name) : void();
-        EXPECT_NE(publish("com.orvane.velmar.system.BLT", "/blt",
-                          GANTRY_instantiate__com_orvane_velmar_system_BLT),
-                  nullptr);
+        EXPECT_NE(publish(create_blt, "/blt"), nullptr);
         EXPECT_EQ(logged(2), "");
     }
     setitimer(ITIMER_REAL, &static_cast<const itimerval&>(itimerval{}), nullptr);
@@ -333,10 +308,7 @@ TEST_F(Surroundings, ASecondContextOnTheSameConnectionHasItsFirstObject)
     {
         GANTRY_context_free(&context);
         GANTRY_context_new(&context);
-        EXPECT_NE(publish("com.orvane.velmar.system.BLT", "/blt",
-                          GANTRY_instantiate__com_orvane_velmar_system_BLT),
-                  nullptr)
-            << logged(2);
+        EXPECT_NE(publish(create_blt, "/blt"), nullptr) << logged(2);
     }
     sd_bus_unref(held);
 }
