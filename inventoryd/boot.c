@@ -219,7 +219,7 @@ static ssize_t format_path(char text[text_size], const void* bytes, size_t size)
 }
 #endif
 
-/* The text of a device path, as UEFI's specification writes it. */
+/* The text of a device path, as UEFI writes it. */
 static void put_path(struct object* object, const void* bytes, size_t size)
 {
 #ifdef HAVE_EFIVAR
