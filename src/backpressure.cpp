@@ -20,7 +20,7 @@ namespace
 constexpr std::size_t max_waiting = 8U << 20U;
 constexpr std::size_t usual_reply = 4U << 10U;
 constexpr std::uint32_t looked_at = 64;
-constexpr std::size_t max_managed = 16U << 20U;
+constexpr std::size_t max_managed = 12U << 20U;
 constexpr std::uint64_t managed_period = 5'000'000; // microseconds
 
 /** With so many messages a call gets no answer at all, since refusals wait, too. One user's clients
@@ -170,12 +170,17 @@ bool may_get_managed(sd_bus_message* call, GANTRY_cpp_context& context)
             managed.erase(own);
         }
     }
-    std::size_t sum = 0;
+    std::size_t others = 0;
     std::for_each(managed.begin(), managed.end(),
-                  [&sum](const auto& each) { sum += each.second.bytes; });
+                  [&others](const auto& each) { others += each.second.bytes; });
+    // First, since to size the objects takes as long as some hundred refusals.
+    if (others > max_managed)
+    {
+        return false;
+    }
     const std::size_t size = size_below(context, sd_bus_message_get_path(call));
     // No bus takes a message of that size: sending it would cost the connection.
-    if (size > max_value_size() || (sum > 0 && sum + size > max_managed))
+    if (size > max_value_size())
     {
         return false;
     }

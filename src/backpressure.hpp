@@ -10,11 +10,11 @@
  * other as `usual_reply`. An empty queue is looked at with every `looked_at`th message only, which
  * costs a call two instructions.
  *
- * A GetManagedObjects of a path that the host chose, by what others got of the bus's room: at most
- * `max_managed` bytes of such replies in `managed_period`. That leaves room at the bus for all
- * other replies, so that a few hundred connections which ask at once and don't read stop nobody. A
- * client that asks when no other message waits to be read has seen its former replies, so those
- * don't count.
+ * A GetManagedObjects of a path that the host chose, by what the bus was given of such replies: no
+ * other one follows more than `max_managed` bytes of them in `managed_period`. That leaves room at
+ * the bus for all other replies, so that a few hundred connections which ask at once and don't read
+ * stop nobody. A client that asks when no other message waits to be read has seen its former
+ * replies, so those don't count.
  */
 #pragma once
 
