@@ -3,6 +3,7 @@
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
 #include "object.hpp"
+#include "object_manager.hpp"
 #include "wire_size.hpp"
 
 #include <sys/ioctl.h>
@@ -68,12 +69,7 @@ std::size_t size_below(const GANTRY_cpp_context& context, std::string_view root)
     std::size_t size = 0;
     for (const auto* each = context.state->objects.oldest(); each != nullptr; each = each->newer)
     {
-        if (const std::string_view path = each->path;
-            path.starts_with(root) &&
-            (root.size() == 1 || path.size() == root.size() || path[root.size()] == '/'))
-        {
-            size += size_of(*each);
-        }
+        size += is_below(root, each->path) ? size_of(*each) : 0;
     }
     return size;
 }

@@ -89,6 +89,11 @@ struct ContextState
     std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)> disconnected{nullptr,
                                                                             sd_bus_slot_unref};
 
+    /** The filter that sees reads before sd-bus does (read_listeners.cpp); null before the first
+     *  object whose host wants to hear of them. */
+    std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)> read_filter{nullptr,
+                                                                           sd_bus_slot_unref};
+
     // Changes that wait (announcement.hpp).
 
     PendingChanges changes;

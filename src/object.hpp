@@ -50,6 +50,10 @@ struct GANTRY_instance
     /** Called when a client has written a property; null for none. */
     void (*written)(GANTRY_instance* instance, const char* property, void* data) = nullptr;
     void* written_data = nullptr;
+
+    /** Called before a client reads the object; null for none. */
+    void (*read)(GANTRY_instance* instance, void* data) = nullptr;
+    void* read_data = nullptr;
 };
 
 namespace gantry

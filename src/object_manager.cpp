@@ -37,13 +37,6 @@ struct FreeStrings
 };
 using Strings = std::unique_ptr<char*[], FreeStrings>;
 
-/** Whether `path` is below `root`; a path isn't below itself. */
-bool is_below(std::string_view root, std::string_view path)
-{
-    const std::size_t length = root == "/" ? 0 : root.size();
-    return path.size() > length + 1 && path.starts_with(root) && path[length] == '/';
-}
-
 /**
  * sd-bus calls it for the nodes below a root. A GetManagedObjects gets the paths of all objects, as
  * sd-bus finds none below another manager. An Introspect gets none: sd-bus finds the root's
@@ -233,6 +226,12 @@ void add_root_manager(GANTRY_cpp_context& context, const char* path)
 }
 
 } // namespace
+
+bool is_below(std::string_view root, std::string_view path)
+{
+    const std::size_t length = root == "/" ? 0 : root.size();
+    return path.size() > length + 1 && path.starts_with(root) && path[length] == '/';
+}
 
 void announce_added(const GANTRY_instance& object)
 {

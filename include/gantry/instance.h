@@ -70,6 +70,23 @@ GANTRY_API void GANTRY_instance_on_write(GANTRY_instance* instance,
                                          void* data);
 
 /*
+ * Has `read` called before a client reads the object, so that the host works its values out then
+ * and sets them with `skip_signal`: once for each message that is a Get or a GetAll of the object's
+ * interface at its path, or a GetManagedObjects of a path above it, whether or not that succeeds.
+ * A signal of the host's own calls nothing. A null `read` ends it. If memory runs out, this is
+ * logged and changes nothing.
+ *
+ * Inside `read` any function may be called; those of <gantry/call.h> find no call of the object. In
+ * a host in C++ `read` may throw an SdBusError or another internal_exception of sdbusplus: the
+ * client gets it as its error. Any other exception gives the client an error, too, and ends the
+ * loop. After an exception, or if `read` frees the context, no other object's function is called
+ * for this message.
+ */
+GANTRY_API void GANTRY_instance_on_read(GANTRY_instance* instance,
+                                        void (*read)(GANTRY_instance* instance, void* data),
+                                        void* data);
+
+/*
  * Announces an object that was published after the service started: sends InterfacesAdded with all
  * properties from the object's path, and from each path above it that was given to
  * GANTRY_context_manage. Publishing alone sends no signal. `error` may be null; *error gets 0,

@@ -13,6 +13,7 @@
 // What the data store was told, and that sd-bus read PropString to announce it, a line each.
 static std::string trace;
 static bool store_is_full = false;
+static int reads = 0;
 
 void Tallybook::set_key(const std::string& key, const std::string& class_name,
                         const std::string& object_path, unsigned short caller_id)
@@ -260,6 +261,52 @@ TEST_F(Property, OfAClientsWriteGoesThroughTheHostsOwnSetter)
         GANTRY_instance_on_write(
             instance, [](auto*...) {}, nullptr);
     }
+}
+
+// What a host does when a client reads the object.
+void on_read(GANTRY_instance* object, void* host)
+{
+    GANTRY_property_set_byte(object, "PropByte", static_cast<unsigned char>(++reads), true,
+                             nullptr);
+    reads == 5 ? throw Conversion("com.example.Own") : 0;
+    reads == 6 ? throw std::runtime_error("host's own") : 0;
+    reads == 7 ? GANTRY_instance_free(&object) : void();
+    reads == 8 ? GANTRY_context_free(static_cast<GANTRY_cpp_context**>(host)) : void();
+}
+
+TEST_F(Property, IsBroughtUpToDateBeforeAClientReadsItsObject)
+{
+    const auto call = [this](const char* path, const char* member, const char* of) {
+        return client.call({service, path}, "org.freedesktop.DBus.Properties", member, "s", of);
+    };
+    const char* const roots = "org.freedesktop.DBus.ObjectManager";
+    reads = 0;
+    GANTRY_instance_on_read(instance, on_read, nullptr);
+    GANTRY_instance_on_read(fru->inst, on_read, &context);
+    GANTRY_instance_on_read(fru->inst, nullptr, nullptr);
+    GANTRY_context_manage(context, "/", nullptr);
+    EXPECT_EQ(client.get(sample, interface, "PropByte").text, "v <y 1>");
+    EXPECT_THAT(call("/sample", "GetAll", interface).text, HasSubstr("\"PropByte\": <y 2>"));
+    EXPECT_THAT(call("/sample", "GetAll", "").text, HasSubstr("\"PropByte\": <y 3>"));
+    EXPECT_THAT(client.call({service, "/"}, roots, "GetManagedObjects").text, HasSubstr("<y 4>"));
+    // What doesn't read it.
+    client.call({service, "/sample/1"}, roots, "GetManagedObjects");
+    call("/sample", "Get", interface);
+    call("/sample", "GetAll", roots);
+    call("/fru", "GetAll", "");
+    EXPECT_EQ(announce(instance, {"PropByte", nullptr}), 0);
+    EXPECT_EQ(announced(), "PropByte: y 4\n");
+
+    logged();
+    EXPECT_EQ(client.get(sample, interface, "PropByte").text, "error com.example.Own: of the host");
+    EXPECT_EQ(logged(2), "");
+    EXPECT_THAT(client.get(sample, interface, "PropByte").text, HasSubstr("Error.IOError"));
+    EXPECT_THAT(logged(2), HasSubstr("loop_one_pass: host's own"));
+    EXPECT_EQ(client.get(sample, interface, "PropByte").text, "v <y 7>"); // its last answer
+    EXPECT_THAT(client.get(sample, interface, "PropByte").text, HasSubstr("Error.Unknown"));
+    GANTRY_instance_on_read(fru->inst, on_read, &context);
+    EXPECT_TRUE(call("/fru", "GetAll", "").ok());
+    EXPECT_EQ(context, nullptr);
 }
 
 TEST_F(Property, IsAnnouncedWithOthersInOneSignalOrLeftOut)
