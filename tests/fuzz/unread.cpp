@@ -193,7 +193,7 @@ void attack(const Attack& attack)
         std::printf("  memory %.1f -> peak %.1f MiB; %d served, the slowest in %.3f s; %d refused, "
                     "%d neither in 5 s\n",
                     before, mebibytes(host.pid(), "VmHWM"), served, slowest, refused, unserved);
-        verdict("peak of 64 MiB", mebibytes(host.pid(), "VmHWM") <= 64);
+        verdict("at most 64 MiB more", mebibytes(host.pid(), "VmHWM") - before <= 64);
         attack.may_stall ? void() : verdict("served meanwhile in 5 s", unserved == 0);
     }
     const auto left = Clock::now();
