@@ -29,6 +29,11 @@ std::uint64_t queued_messages(GANTRY_cpp_context& context)
     return queued;
 }
 
+const Object& object_of(const Change& change)
+{
+    return *static_cast<const Object*>(change.subject);
+}
+
 int emit(GANTRY_cpp_context& context, const Change& change)
 {
     char* members[Properties::max_count + 1];
@@ -47,7 +52,7 @@ int emit(GANTRY_cpp_context& context, const Change& change)
     return ExceptionRelay::enter(
         [&]
         {
-            const auto& path = change.object->server_interface.path();
+            const auto& path = object_of(change).server_interface.path();
             return sd_bus_emit_properties_changed_strv(GANTRY_get_sd_bus(context.bus), path.c_str(),
                                                        change.header->member, members);
         });
@@ -55,11 +60,16 @@ int emit(GANTRY_cpp_context& context, const Change& change)
 
 void send(GANTRY_cpp_context& context, const Change& change)
 {
+    if (change.tell)
+    {
+        change.tell();
+        return;
+    }
     const int result = emit(context, change);
     if (result < 0 && !ExceptionRelay::is_relaying() &&
         context.state->lost_changes.admit(context.event.get()))
     {
-        const auto& path = change.object->server_interface.path();
+        const auto& path = object_of(change).server_interface.path();
         GANTRY_LOG(log::failed, "the changes of [%s] at [%s] that waited failed, rv=%d",
                    change.header->member, path.c_str(), result);
     }
@@ -70,7 +80,7 @@ void send_changes(GANTRY_cpp_context& context)
 {
     auto& changes = context.state->changes;
     std::exception_ptr failure;
-    Change change{};
+    Change change;
     // What a getter changes meanwhile waits behind these, or is announced at once.
     for (auto count = changes.size(); count > 0 && changes.take_first(change); --count)
     {
@@ -125,21 +135,26 @@ int on_timer(sd_event_source* /*source*/, std::uint64_t /*time*/, void* data)
         as_handled);
 }
 
-/** Whether a change is to be noted and not to be announced at once. */
-bool must_wait(GANTRY_cpp_context& context)
+/** Whether the bus daemon doesn't read. If so, the queue is looked at from now on. */
+bool is_stalled(GANTRY_cpp_context& context)
 {
-    auto& changes = context.state->changes;
-    if (changes.holds > 0 || !changes.is_empty())
-    {
-        return true;
-    }
     const auto queued = queued_messages(context);
     if (queued < stalled_queue || !start_timer(context))
     {
         return false;
     }
-    GANTRY_LOG(log::fault, "changes wait, dbus has %lu messages in write queue", queued);
+    if (context.state->changes.is_empty())
+    {
+        GANTRY_LOG(log::fault, "changes wait, dbus has %lu messages in write queue", queued);
+    }
     return true;
+}
+
+/** Whether a change is to be noted and not to be announced at once. */
+bool must_wait(GANTRY_cpp_context& context)
+{
+    const auto& changes = context.state->changes;
+    return changes.holds > 0 || !changes.is_empty() || is_stalled(context);
 }
 
 /** Notes changes. Returns false if they can't wait, since the object has another connection or
@@ -149,7 +164,7 @@ bool note(GANTRY_cpp_context& context, Object& object, const Property<Object>& h
 try
 {
     auto& changes = context.state->changes;
-    auto* change = changes.find(object);
+    auto* change = changes.find(&object);
     if (change == nullptr)
     {
         auto&& bus = object.server_interface.bus();
@@ -157,7 +172,7 @@ try
         {
             return false;
         }
-        change = &changes.add(object, header);
+        change = &changes.add(&object, &header);
     }
     change->rows |= rows;
     return true;
@@ -185,37 +200,46 @@ PendingChanges::~PendingChanges()
     waiting_changes = 0;
 }
 
-Change* PendingChanges::find(const Object& object) noexcept
+Change* PendingChanges::find(const void* subject) noexcept
 {
-    const auto found = positions.find(&object);
+    const auto found = positions.find(subject);
     return found != positions.end() ? &changes[found->second] : nullptr;
 }
 
-Change& PendingChanges::add(Object& object, const Property<Object>& header)
+Change& PendingChanges::add(const void* subject, const Property<Object>* header)
 {
-    positions.emplace(&object, changes.size());
+    positions.emplace(subject, changes.size());
     try
     {
-        changes.push_back({&object, &header, {}});
+        changes.push_back({subject, header, {}, {}});
     }
     catch (...)
     {
-        positions.erase(&object);
+        positions.erase(subject);
         throw;
     }
     count();
     return changes.back();
 }
 
-bool PendingChanges::take(const Object& object, Change& taken) noexcept
+void PendingChanges::tell_by(Change& change, std::function<void()> tell) noexcept
 {
-    const auto found = positions.find(&object);
+    if (tells++ == 0)
+    {
+        ++generation;
+    }
+    change.tell = std::move(tell);
+}
+
+bool PendingChanges::take(const void* subject, Change& taken) noexcept
+{
+    const auto found = positions.find(subject);
     if (found == positions.end())
     {
         return false;
     }
-    taken = changes[found->second];
-    changes[found->second].object = nullptr;
+    taken = std::exchange(changes[found->second], {});
+    tells -= taken.tell ? 1 : 0;
     positions.erase(found);
     count();
     if (positions.empty())
@@ -232,11 +256,11 @@ bool PendingChanges::take_first(Change& taken) noexcept
     {
         return false;
     }
-    while (changes[first].object == nullptr)
+    while (changes[first].subject == nullptr)
     {
         ++first;
     }
-    return take(*changes[first].object, taken);
+    return take(changes[first].subject, taken);
 }
 
 void announce(Object& object, const Property<Object>& row)
@@ -259,7 +283,32 @@ void announce(GANTRY_cpp_context& context, Object& object, const Property<Object
     {
         return;
     }
-    throw_if_failed(emit(context, {&object, &header, rows}), "sd_bus_emit_properties_changed_strv");
+    throw_if_failed(emit(context, {&object, &header, rows, {}}),
+                    "sd_bus_emit_properties_changed_strv");
+}
+
+bool must_wait_for_bus(GANTRY_cpp_context& context)
+{
+    const auto& changes = context.state->changes;
+    return (changes.holds == 0 && !changes.is_empty()) || is_stalled(context);
+}
+
+bool wait_for_bus(GANTRY_cpp_context& context, const void* subject, std::function<void()> tell)
+try
+{
+    auto& changes = context.state->changes;
+    auto* waiting = changes.find(subject);
+    waiting = waiting != nullptr ? waiting : &changes.add(subject, nullptr);
+    if (!waiting->tell)
+    {
+        changes.tell_by(*waiting, std::move(tell));
+        context.state->backpressure.unseen = 1;
+    }
+    return true;
+}
+catch (const std::bad_alloc&)
+{
+    return false;
 }
 
 void end_hold(GANTRY_cpp_context& context)
@@ -303,9 +352,9 @@ void send_waiting_changes(GANTRY_cpp_context& context)
 
 void send_waiting_changes_of(const Object& object)
 {
-    Change change{};
+    Change change;
     if (auto* context = own_context();
-        context != nullptr && context->state->changes.take(object, change))
+        context != nullptr && context->state->changes.take(&object, change))
     {
         send(*context, change);
     }
@@ -313,10 +362,10 @@ void send_waiting_changes_of(const Object& object)
 
 void forget_waiting_changes_of(const Object& object) noexcept
 {
-    Change change{};
+    Change change;
     if (auto* context = own_context(); context != nullptr)
     {
-        context->state->changes.take(object, change);
+        context->state->changes.take(&object, change);
     }
 }
 

@@ -1,5 +1,5 @@
 /*
- * Announcements of changed properties, by PropertiesChanged, and the changes that wait.
+ * Announcements of changed properties, by PropertiesChanged, and the announcements that wait.
  *
  * A change is announced at once, unless
  *
@@ -17,7 +17,10 @@
  *     for one object before a reply or another signal of it, so that neither overtakes the change
  *     for all objects before the context is destroyed
  *
- * The memory for what waits is bounded by the number of objects.
+ * Objects that come and go while the bus daemon doesn't read wait in the same order
+ * (object_manager.hpp).
+ *
+ * The memory for what waits is bounded by the number of objects, and of paths that lost one.
  */
 #pragma once
 
@@ -31,6 +34,7 @@
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <unordered_map>
 #include <vector>
 
@@ -56,19 +60,24 @@ class PendingChanges
 
     struct Change
     {
-        Object* object; // null once it was sent or the object was destroyed
+        const void*
+            subject; // an object or a path; null once it was sent or doesn't matter any more
         const Property<Object>* header;
         RowSet rows;
+        /** Sends all that is to be said of the subject; empty for a change of properties. */
+        std::function<void()> tell;
     };
 
-    /** The change of an object that waits; null if none does. */
-    Change* find(const Object& object) noexcept;
-    /** Adds a change of an object that has none. */
-    Change& add(Object& object, const Property<Object>& header);
+    /** The change of a subject that waits; null if none does. */
+    Change* find(const void* subject) noexcept;
+    /** Adds a change of a subject that has none. */
+    Change& add(const void* subject, const Property<Object>* header);
+    /** Has a change tell all that is to be said of its subject. */
+    void tell_by(Change& change, std::function<void()> tell) noexcept;
     /** Takes the first change out. Returns false if none waits. */
     bool take_first(Change& taken) noexcept;
-    /** Takes an object's change out. Returns false if it has none. */
-    bool take(const Object& object, Change& taken) noexcept;
+    /** Takes a subject's change out. Returns false if it has none. */
+    bool take(const void* subject, Change& taken) noexcept;
 
     [[nodiscard]] bool is_empty() const noexcept
     {
@@ -82,16 +91,35 @@ class PendingChanges
     /** Brings waiting_changes up to date. */
     void count() const noexcept;
 
+    /** For a client that lists the objects: from now on it may know those that wait to be told of.
+     */
+    void listed() noexcept
+    {
+        ++generation;
+    }
+    /** Whether no client can know an object that was published at that `mark()`. */
+    [[nodiscard]] bool is_unknown(std::uint32_t mark) const noexcept
+    {
+        return mark != 0 && mark == generation;
+    }
+    [[nodiscard]] std::uint32_t mark() const noexcept
+    {
+        return tells > 0 ? generation : 0;
+    }
+
     /** How often the host has asked for its changes to be held and not yet to be sent. */
     unsigned holds = 0;
     /** Looks whether the queue is relieved; null while nothing waits for that. */
     sd_event_source* timer = nullptr;
 
   private:
-    /** In the order of each object's first change. */
+    /** In the order of each subject's first change. */
     std::vector<Change> changes;
     std::size_t first = 0;
-    std::unordered_map<const Object*, std::size_t> positions;
+    /** How many of the changes tell all of their subjects. */
+    std::size_t tells = 0;
+    std::uint32_t generation = 0;
+    std::unordered_map<const void*, std::size_t> positions;
 };
 
 /** Announces the property of the object that this row is of. Throws what a getter throws. */
@@ -101,6 +129,13 @@ void announce(Object& object, const Property<Object>& row);
  *  SdBusError if the signal can't be sent. */
 void announce(GANTRY_cpp_context& context, Object& object, const Property<Object>& header,
               const RowSet& rows);
+
+/** Whether objects that come and go are to be noted, since the bus daemon doesn't read. */
+bool must_wait_for_bus(GANTRY_cpp_context& context);
+
+/** Notes that `tell` is to be called for a subject when the bus daemon reads again, unless that is
+ *  noted already. Returns false if memory is too short for that. */
+bool wait_for_bus(GANTRY_cpp_context& context, const void* subject, std::function<void()> tell);
 
 void send_waiting_changes(GANTRY_cpp_context& context);
 

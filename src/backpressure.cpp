@@ -128,10 +128,16 @@ int refuse_if_too_much_waits(sd_bus_message* message, Backpressure& pressure)
     std::uint8_t type = 0;
     std::uint64_t queued = 0;
     sd_bus_get_n_queued_write(sd_bus_message_get_bus(message), &queued);
+    auto& changes = pressure.context->state->changes;
+    const bool must_see = changes.mark() != 0;
+    if (must_see && sd_bus_message_is_method_call(message, nullptr, "GetManagedObjects") > 0)
+    {
+        changes.listed();
+    }
     if (queued == 0)
     {
         pressure.calls = pressure.bytes = 0;
-        pressure.unseen = looked_at;
+        pressure.unseen = must_see ? 1 : looked_at;
         return 0;
     }
     pressure.unseen = 1;

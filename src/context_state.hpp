@@ -20,6 +20,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <list>
+#include <map>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -65,6 +66,9 @@ struct ContextState
 
     /** The object managers at paths that the host chose, oldest first. */
     std::vector<std::unique_ptr<RootManager>> root_managers;
+
+    /** The interfaces that have left a path and whose InterfacesRemoved waits. */
+    std::map<std::string, std::vector<const char*>> removed_interfaces;
 
     // The connection (connection.hpp).
 

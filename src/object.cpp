@@ -168,6 +168,7 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
         std::unique_ptr<void, void (*)(void*)> object{
             descriptor.create(context->bus, instance.get()), descriptor.deleter};
         auto* record = instance.release(); // now the object's
+        record->mark = context->state->changes.mark();
         record->tracked = static_cast<std::uint32_t>(context->tracker.size());
         context->state->objects.add(*record);
         context->tracker.push_back({object.get(), descriptor.deleter});

@@ -46,6 +46,9 @@ struct GANTRY_instance
     std::uint32_t tracked = 0;
     /** Whether the object is in the context's list: from its publication until it is freed. */
     bool is_listed = false;
+    /** The mark of the changes that waited when the object was published; 0 once clients may know
+     *  it. */
+    std::uint32_t mark = 0;
 
     /** Called when a client has written a property; null for none. */
     void (*written)(GANTRY_instance* instance, const char* property, void* data) = nullptr;

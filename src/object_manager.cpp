@@ -114,19 +114,18 @@ int append_properties(sd_bus_message* message, sd_bus* bus, const GANTRY_instanc
     return result;
 }
 
-/** Makes a signal about an object and has `append` append what follows its path; sends it from a
- *  root. Returns a negative errno if that fails. */
+/** Makes a signal about a path and has `append` append what follows the path; sends it from a
+ *  manager. Returns a negative errno if that fails. */
 template <class Append>
-int send(const RootManager& root, const char* member, const GANTRY_instance& object,
+int send(GANTRY_cpp_context& context, const char* manager, const char* member, const char* path,
          const Append& append)
 {
-    sd_bus* bus = GANTRY_get_sd_bus(root.context.bus);
+    sd_bus* bus = GANTRY_get_sd_bus(context.bus);
     sd_bus_message* made = nullptr;
-    int result =
-        sd_bus_message_new_signal(bus, &made, root.path.c_str(), manager_interface, member);
+    int result = sd_bus_message_new_signal(bus, &made, manager, manager_interface, member);
     const std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)> signal{
         made, sd_bus_message_unref};
-    if (result >= 0 && (result = sd_bus_message_append_basic(made, 'o', object.path)) >= 0 &&
+    if (result >= 0 && (result = sd_bus_message_append_basic(made, 'o', path)) >= 0 &&
         (result = append(made, bus)) >= 0)
     {
         result = sd_bus_send(bus, made, nullptr);
@@ -135,7 +134,7 @@ int send(const RootManager& root, const char* member, const GANTRY_instance& obj
 }
 
 /**
- * The interfaces that a signal about an object names, as sd-bus takes them; it only reads them. A
+ * The interfaces that a signal about an object names. A
  * GetManagedObjects lists the standard ones of a path as well, so they come with the first
  * interface of a path and leave with the last: else a client that follows the signals would keep
  * the object.
@@ -154,27 +153,27 @@ class Interfaces
         {
             for (const char* name : standard)
             {
-                names[count++] = const_cast<char*>(name);
+                names[count++] = name;
             }
             if (object.manager != nullptr)
             {
-                names[count++] = const_cast<char*>(manager_interface);
+                names[count++] = manager_interface;
             }
         }
-        names[count++] = const_cast<char*>(object.descriptor->interface);
+        names[count++] = object.descriptor->interface;
         names[count] = nullptr;
     }
 
     /** Whether the object is the only one of the library's at its path. */
     const bool is_whole;
-    char* names[6];
+    const char* names[6];
 };
 
 int append_added(sd_bus_message* message, sd_bus* bus, const GANTRY_instance& object)
 {
-    Interfaces interfaces{object};
+    const Interfaces interfaces{object};
     int result = sd_bus_message_open_container(message, 'a', "{sa{sv}}");
-    for (char** name = interfaces.names; *name != nullptr && result >= 0; ++name)
+    for (const char* const* name = interfaces.names; *name != nullptr && result >= 0; ++name)
     {
         if ((result = sd_bus_message_open_container(message, 'e', "sa{sv}")) >= 0 &&
             (result = sd_bus_message_append_basic(message, 's', *name)) >= 0 &&
@@ -189,19 +188,122 @@ int append_added(sd_bus_message* message, sd_bus* bus, const GANTRY_instance& ob
     return result < 0 ? result : sd_bus_message_close_container(message);
 }
 
-/** Calls `use` for each root above an object, newest first. */
+/** Calls `use` with the path of each root above a path, newest first. */
 template <class Use>
-void for_each_root_above(const GANTRY_instance& object, const Use& use)
+void for_each_root_above(GANTRY_cpp_context& context, const char* path, const Use& use)
 {
-    const auto& roots = object.vctx->state->root_managers;
+    const auto& roots = context.state->root_managers;
     std::for_each(roots.rbegin(), roots.rend(),
                   [&](const auto& root)
                   {
-                      if (is_below(root->path, object.path))
+                      if (is_below(root->path, path))
                       {
-                          use(*root);
+                          use(root->path.c_str());
                       }
                   });
+}
+
+/** Sends InterfacesRemoved from a path and each root above it, and logs what fails. */
+void send_removed(GANTRY_cpp_context& context, const char* path, const char* const* names)
+{
+    const auto here = GANTRY_HERE;
+    const auto send_from = [&](const char* manager)
+    {
+        const int result =
+            send(context, manager, "InterfacesRemoved", path,
+                 [names](sd_bus_message* message, sd_bus* /*bus*/)
+                 { return sd_bus_message_append_strv(message, const_cast<char**>(names)); });
+        if (result < 0)
+        {
+            GANTRY_LOG_AT(here, log::failed, "InterfacesRemoved from [%s] failed, rv=%d", manager,
+                          result);
+        }
+    };
+    send_from(path);
+    for_each_root_above(context, path, send_from);
+}
+
+/** Sends what has left a path, if that waits. */
+void send_waiting_removed(GANTRY_cpp_context& context, const char* path)
+{
+    auto& removed = context.state->removed_interfaces;
+    if (const auto found = removed.find(path); found != removed.end())
+    {
+        found->second.push_back(nullptr);
+        send_removed(context, path, found->second.data());
+        removed.erase(found);
+    }
+}
+
+/** Has it sent when the bus daemon reads again. Returns false if it need not or can't wait. */
+bool removed_waits(GANTRY_cpp_context& context, const char* path, const char* const* names)
+try
+{
+    if (!must_wait_for_bus(context))
+    {
+        return false;
+    }
+    auto& removed = context.state->removed_interfaces;
+    const auto [entry, is_new] = removed.try_emplace(path);
+    if (is_new && !wait_for_bus(context, &entry->first,
+                                [&context, of = std::string(path)]
+                                { send_waiting_removed(context, of.c_str()); }))
+    {
+        removed.erase(entry);
+        return false;
+    }
+    auto& left = entry->second;
+    for (; *names != nullptr; ++names)
+    {
+        if (std::find(left.begin(), left.end(), *names) == left.end())
+        {
+            left.push_back(*names);
+        }
+    }
+    return true;
+}
+catch (const std::bad_alloc&)
+{
+    return false;
+}
+
+/** Sends InterfacesAdded from an object's path and each root above it. */
+void send_added(GANTRY_instance& object)
+{
+    object.mark = 0;
+    send_waiting_removed(*object.vctx, object.path);
+    // Getters run inside: the relay keeps their exceptions, InAnnouncement marks the callback.
+    const InAnnouncement announcing;
+    const auto call = [&](const char* name, const auto& announce)
+    { throw_if_failed(ExceptionRelay::enter(announce), name); };
+
+    Interfaces interfaces{object};
+    sd_bus* bus = GANTRY_get_sd_bus(object.vctx->bus);
+    if (interfaces.is_whole)
+    {
+        call("sd_bus_emit_object_added",
+             [&] { return sd_bus_emit_object_added(bus, object.path); });
+    }
+    else
+    {
+        call("sd_bus_emit_interfaces_added_strv",
+             [&]
+             {
+                 return sd_bus_emit_interfaces_added_strv(bus, object.path,
+                                                          const_cast<char**>(interfaces.names));
+             });
+    }
+    const auto send_from = [&](const char* root)
+    {
+        call("InterfacesAdded",
+             [&]
+             {
+                 return send(*object.vctx, root, "InterfacesAdded", object.path,
+                             [&](sd_bus_message* message, sd_bus* on)
+                             { return append_added(message, on, object); });
+             });
+    };
+    for_each_root_above(*object.vctx, object.path, send_from);
 }
 
 /** Adds a root manager, unless there is one at that path. */
@@ -233,65 +335,31 @@ bool is_below(std::string_view root, std::string_view path)
     return path.size() > length + 1 && path.starts_with(root) && path[length] == '/';
 }
 
-void announce_added(const GANTRY_instance& object)
+void announce_added(GANTRY_instance& object)
 {
-    send_changes_of(*static_cast<const Object*>(object.the_service));
-    // Getters run inside: the relay keeps their exceptions, InAnnouncement marks the callback.
-    const InAnnouncement announcing;
-    const auto call = [&](const char* name, const auto& announce)
-    { throw_if_failed(ExceptionRelay::enter(announce), name); };
-
-    Interfaces interfaces{object};
-    sd_bus* bus = GANTRY_get_sd_bus(object.vctx->bus);
-    if (interfaces.is_whole)
+    auto& context = *object.vctx;
+    if (!must_wait_for_bus(context) ||
+        !wait_for_bus(context, object.the_service, [&object] { send_added(object); }))
     {
-        call("sd_bus_emit_object_added",
-             [&] { return sd_bus_emit_object_added(bus, object.path); });
+        send_changes_of(*static_cast<const Object*>(object.the_service));
+        send_added(object);
     }
-    else
-    {
-        call("sd_bus_emit_interfaces_added_strv",
-             [&] { return sd_bus_emit_interfaces_added_strv(bus, object.path, interfaces.names); });
-    }
-    for_each_root_above(object,
-                        [&](const RootManager& root)
-                        {
-                            call("InterfacesAdded",
-                                 [&]
-                                 {
-                                     return send(root, "InterfacesAdded", object,
-                                                 [&](sd_bus_message* message, sd_bus* on)
-                                                 { return append_added(message, on, object); });
-                                 });
-                        });
 }
 
 void announce_removed(const GANTRY_instance& object) noexcept
 {
-    const auto here = GANTRY_HERE;
-    Interfaces interfaces{object};
-    sd_bus* bus = GANTRY_get_sd_bus(object.vctx->bus);
-    const int result = interfaces.is_whole ? sd_bus_emit_object_removed(bus, object.path)
-                                           : sd_bus_emit_interfaces_removed_strv(bus, object.path,
-                                                                                 interfaces.names);
-    if (result < 0)
+    auto& context = *object.vctx;
+    PendingChanges::Change change;
+    auto& changes = context.state->changes;
+    if (changes.take(object.the_service, change) && change.tell && changes.is_unknown(object.mark))
     {
-        GANTRY_LOG(log::failed, "InterfacesRemoved from [%s] failed, rv=%d", object.path, result);
+        return;
     }
-    for_each_root_above(
-        object,
-        [&](const RootManager& root)
-        {
-            const int sent = send(root, "InterfacesRemoved", object,
-                                  [&](sd_bus_message* message, sd_bus* /*bus*/) {
-                                      return sd_bus_message_append_strv(message, interfaces.names);
-                                  });
-            if (sent < 0)
-            {
-                GANTRY_LOG_AT(here, log::failed, "InterfacesRemoved from [%s] failed, rv=%d",
-                              root.path.c_str(), sent);
-            }
-        });
+    const Interfaces interfaces{object};
+    if (!removed_waits(context, object.path, interfaces.names))
+    {
+        send_removed(context, object.path, interfaces.names);
+    }
 }
 
 } // namespace gantry

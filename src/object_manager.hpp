@@ -5,6 +5,10 @@
  * host chose: a root manager lists all objects below its path and sends InterfacesAdded and
  * InterfacesRemoved for them. sd-bus alone would do neither: it lists nothing that is below another
  * manager, and sends a signal only from the manager that is nearest to the object.
+ *
+ * While the bus daemon doesn't read, what comes and goes is only noted: an object that was added
+ * and freed meanwhile is not told of, and what left a path is told by one signal, before what came
+ * there since. Both are told sooner if the object sends anything else.
  */
 #pragma once
 
@@ -41,7 +45,7 @@ bool is_below(std::string_view root, std::string_view path);
 
 /** Sends InterfacesAdded from the object's path and from each root above it. Throws what a getter
  *  throws, and SdBusError if a signal can't be sent. */
-void announce_added(const GANTRY_instance& object);
+void announce_added(GANTRY_instance& object);
 
 /** Sends InterfacesRemoved from the same paths, and logs what fails. */
 void announce_removed(const GANTRY_instance& object) noexcept;

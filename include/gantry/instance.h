@@ -91,6 +91,11 @@ GANTRY_API void GANTRY_instance_on_read(GANTRY_instance* instance,
  * properties from the object's path, and from each path above it that was given to
  * GANTRY_context_manage. Publishing alone sends no signal. `error` may be null; *error gets 0,
  * EINVAL for a null instance, or the positive errno of a failed send, which is also logged.
+ *
+ * While the bus doesn't read, both signals of an object wait, and are sent once it does: what left
+ * a path in one signal, and then what came there since, with the values of that time. An object
+ * that was published and freed meanwhile is announced only if a client has called GetManagedObjects
+ * in between.
  */
 GANTRY_API void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error);
 

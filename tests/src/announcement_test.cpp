@@ -49,7 +49,7 @@ class Announcement : public Served
         {
             set(object, value);
         }
-        EXPECT_EQ(logged(2), "1 announcement.must_wait: changes wait, dbus has 10000 messages in "
+        EXPECT_EQ(logged(2), "1 announcement.is_stalled: changes wait, dbus has 10000 messages in "
                              "write queue\n");
     }
     void change_while_stalled()
@@ -160,6 +160,46 @@ TEST_F(Announcement, ContextThatIsFreedWaitsForAStoppedDaemonNoLongerThanASecond
     make();
     client.settle(service);
     client.signals().clear();
+}
+
+TEST_F(Announcement, WhatComesAndGoesWhileStalledIsToldOnceInTheOrderOfItsPath)
+{
+    const auto come = [this](const char* path)
+    {
+        auto* instance = publish(create, path, &table);
+        GANTRY_instance_announce_added(instance, nullptr);
+        return instance;
+    };
+    sent();
+    pretended = 10'000;
+    for (int round = 0; round < 1'000; ++round)
+    {
+        GANTRY_instance_free(&object);
+        object = come("/object");
+        set(object, round);
+        auto* brief = come("/brief");
+        GANTRY_instance_free(&brief);
+    }
+    auto* listed = come("/object/listed");
+    EXPECT_TRUE(
+        client.call({service, "/object"}, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects")
+            .ok());
+    GANTRY_instance_free(&listed);
+    table.GetString = [](GANTRY_instance* /*instance*/, char** /*out*/) {};
+    come("/called");
+    EXPECT_TRUE(client.call({service, "/called"}, sample, "GetString").ok());
+    pretended = 0;
+    GANTRY_dbus_loop_one_pass(context);
+    client.settle(service);
+    std::string order;
+    for (const auto& each : client.signals())
+    {
+        order += each.path + ' ' + each.member + '\n';
+    }
+    EXPECT_EQ(order, "/called InterfacesAdded\n" // before the reply
+                     "/object InterfacesRemoved\n/object InterfacesAdded\n"
+                     "/object/listed InterfacesRemoved\n");
+    logged();
 }
 
 TEST_F(Announcement, HeldChangesAreOneSignalForEachObjectInAnyWayTheyAreSet)
