@@ -47,7 +47,7 @@ int emit(GANTRY_cpp_context& context, const Change& change)
         }
     }
     members[count] = nullptr;
-    const InAnnouncement announcing;
+    const InCallback announcing;
     // sd-bus runs the getters, hence the relay.
     return ExceptionRelay::enter(
         [&]
@@ -271,7 +271,7 @@ void announce(Object& object, const Property<Object>& row)
     {
         return;
     }
-    const InAnnouncement announcing;
+    const InCallback announcing;
     // sd-bus runs the property's getter, hence the relay.
     ExceptionRelay::enter([&] { object.server_interface.property_changed(row.member); });
 }

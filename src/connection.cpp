@@ -115,8 +115,8 @@ int on_disconnected(sd_bus_message* /*message*/, void* data, sd_bus_error* /*err
         gantry::as_handled);
 }
 
-/** How many announcements are on the thread's stack. */
-constinit thread_local unsigned announcements = 0;
+/** How many callbacks are on the thread's stack. */
+constinit thread_local unsigned callbacks = 0;
 
 /** The oldest grant of a name; the end if the name isn't owned. */
 auto find_grant(std::list<std::string>& grants, const char* name)
@@ -313,16 +313,16 @@ void gantry::check_connection(GANTRY_cpp_context& context)
 bool gantry::is_in_callback(GANTRY_cpp_context& context) noexcept
 {
     sd_bus* bus = GANTRY_get_sd_bus(context.bus);
-    return announcements > 0 || sd_bus_get_current_message(bus) != nullptr ||
+    return callbacks > 0 || sd_bus_get_current_message(bus) != nullptr ||
            sd_bus_get_current_slot(bus) != nullptr;
 }
 
-gantry::InAnnouncement::InAnnouncement() noexcept
+gantry::InCallback::InCallback() noexcept
 {
-    ++announcements;
+    ++callbacks;
 }
 
-gantry::InAnnouncement::~InAnnouncement()
+gantry::InCallback::~InCallback()
 {
-    --announcements;
+    --callbacks;
 }

@@ -60,19 +60,19 @@ void check_connection(GANTRY_cpp_context& context);
 bool is_in_callback(GANTRY_cpp_context& context) noexcept;
 
 /**
- * Present while sd-bus makes a signal of properties' values, for which it runs their getters. A
- * getter may have another such signal made, and then sd-bus no longer knows that the first getter
- * is running; is_in_callback() does.
+ * Tells is_in_callback() of callbacks that sd-bus doesn't know of: a function that the library
+ * calls with an object which it may free, and a getter that sd-bus runs to make a signal, since
+ * within one that has another such signal made sd-bus takes the first for ended.
  */
-class InAnnouncement
+class InCallback
 {
   public:
-    InAnnouncement() noexcept;
-    ~InAnnouncement();
-    InAnnouncement(const InAnnouncement&) = delete;
-    InAnnouncement(InAnnouncement&&) = delete;
-    InAnnouncement& operator=(const InAnnouncement&) = delete;
-    InAnnouncement& operator=(InAnnouncement&&) = delete;
+    InCallback() noexcept;
+    ~InCallback();
+    InCallback(const InCallback&) = delete;
+    InCallback(InCallback&&) = delete;
+    InCallback& operator=(const InCallback&) = delete;
+    InCallback& operator=(InCallback&&) = delete;
 };
 
 } // namespace gantry

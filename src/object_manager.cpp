@@ -272,8 +272,8 @@ void send_added(GANTRY_instance& object)
 {
     object.mark = 0;
     send_waiting_removed(*object.vctx, object.path);
-    // Getters run inside: the relay keeps their exceptions, InAnnouncement marks the callback.
-    const InAnnouncement announcing;
+    // Getters run inside: the relay keeps their exceptions, InCallback marks the callback.
+    const InCallback announcing;
     const auto call = [&](const char* name, const auto& announce)
     { throw_if_failed(ExceptionRelay::enter(announce), name); };
 

@@ -11,7 +11,9 @@
  */
 #include "announcement.hpp"
 #include "c_form.hpp"
+#include "connection.hpp"
 #include "context_state.hpp"
+#include "deferred_destruction.hpp"
 #include "exception_boundary.hpp"
 #include "gantrycontext.hpp"
 #include "object.hpp"
@@ -285,12 +287,22 @@ void GANTRY_property_list(GANTRY_instance* instance,
                           void* data)
 {
     GANTRY_LOG(gantry::log::trace, "enter");
-    for_each_property(instance,
-                      [=](const char* member, const char* signature)
-                      {
-                          each(instance, member, signature, data);
-                          return false;
-                      });
+    if (instance == nullptr || each == nullptr)
+    {
+        return;
+    }
+    auto& context = *instance->vctx;
+    {
+        // What `each` frees is destroyed after the last use of it here.
+        const gantry::InCallback calling;
+        for_each_property(instance,
+                          [=](const char* member, const char* signature)
+                          {
+                              each(instance, member, signature, data);
+                              return !instance->is_listed;
+                          });
+    }
+    gantry::destroy_if_idle(context);
 }
 
 void GANTRY_strings_free(GANTRY_string_array** strings)

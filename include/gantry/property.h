@@ -70,7 +70,8 @@ GANTRY_API void GANTRY_property_get_type(GANTRY_instance* instance, const char* 
                                          const char** out);
 
 /* Calls `each` for every property of the object, in the order of its table. Both texts are valid as
- * long as the library. `each` may free the instance. */
+ * long as the library. `each` may free the instance, which ends the list. Nothing happens if `each`
+ * is null. */
 GANTRY_API void GANTRY_property_list(GANTRY_instance* instance,
                                      void (*each)(GANTRY_instance* instance, const char* member,
                                                   const char* signature, void* data),

@@ -543,6 +543,17 @@ TEST_F(Call, HostLearnsWhatItsMistakeWas)
     GANTRY_property_list(instance, list, nullptr);
     EXPECT_TRUE(seen.starts_with("PropByte y PropBoolean b PropInt16 n ")) << seen;
     EXPECT_TRUE(seen.ends_with("VersionTest d ")) << seen;
+
+    GANTRY_property_list(instance, nullptr, nullptr);
+    const auto free_it = [](GANTRY_instance* object, const char*, const char*, void* calls)
+    {
+        GANTRY_instance_free(&object);
+        ++*static_cast<int*>(calls);
+    };
+    int calls = 0;
+    GANTRY_property_list(instance, free_it, &calls);
+    EXPECT_EQ(calls, 1);
+    EXPECT_NE(publish("/object"), nullptr);
 }
 
 TEST_F(Call, AnsweredAtTheEndWithMoreThanTheSocketTakesGetsAll)
