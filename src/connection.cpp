@@ -305,6 +305,15 @@ void gantry::check_connection(GANTRY_cpp_context& context)
     }
     if (int code = 0; sd_event_get_exit_code(context.event.get(), &code) < 0)
     {
+        // All that wait for the connection's end are told before its loop ends.
+        ExceptionRelay::enter(
+            [bus]
+            {
+                while (sd_bus_process(bus, nullptr) > 0)
+                {
+                }
+                return 0;
+            });
         throw_if_failed(open < 0 ? open : -ENOTCONN,
                         open > 0 ? "sd_bus_attach_event" : "sd_bus_is_open");
     }

@@ -71,9 +71,10 @@ int loop(GANTRY_cpp_context& context)
     gantry::send_due_changes(context);
     while (!context.state->stopping)
     {
+        // First, since a connection that the host's own loop has seen lost wakes nobody.
+        gantry::check_connection(context);
         run(context, std::nullopt);
         gantry::send_due_changes(context);
-        gantry::check_connection(context);
         if (sd_event_get_state(event) == SD_EVENT_FINISHED)
         {
             break;

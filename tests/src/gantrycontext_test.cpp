@@ -379,6 +379,16 @@ TEST_F(Context, ChecksItsHealthWhateverItFinds)
         EXPECT_EQ(check(found), faults);
     }
     EXPECT_NE(context->last_serviced, 0);
+
+    // A child's thread has another id than the one that was checked before.
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        _exit(check({.tid = gettid()}).empty() ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(Context, KnowsWhichOfItsNamesItStillOwns)

@@ -74,13 +74,21 @@ TEST_F(Surroundings, LostBusEndsEachLoopAndANewContextServesAgain)
         GANTRY_use_default = round % 2 == 0;
         make();
         own().propByte(7);
+        int lost = 0;
+        const auto count = [](GANTRY_cpp_context*, void* data) { ++*static_cast<int*>(data); };
+        GANTRY_context_on_disconnect(context, count, &lost, nullptr);
         support::bus().kill();
+        for (int run = 0; round % 3 == 2 && lost == 0 && run < 100; ++run)
+        {
+            sd_event_run(context->event.get(), 100'000); // the host's own event loop
+        }
         for (const Loop loop : {loops[round / 2 % 3], loops[1]})
         {
             loop(context);
             EXPECT_THAT(logged(2), AllOf(StartsWith("2 EXCEPTION gantrycommon.GANTRY_dbus_"),
                                          HasSubstr("not connected")));
         }
+        EXPECT_EQ(lost, 1);
         support::bus().restart();
         make();
         own().propByte(7);
@@ -214,6 +222,8 @@ TEST_F(Surroundings, SignalsDoNotInterruptTheStart)
         ASSERT_NE(context, nullptr) << logged(2);
         round % 4 < 2 ? GANTRY_context_set_service(context, name) : void();
         EXPECT_NE(publish(create_blt, "/blt"), nullptr);
+        GANTRY_receive_signal__com_orvane_velmar_sample_gantrytest__faultAdded(
+            context, [](GANTRY_cpp_context*, char*) {});
         EXPECT_EQ(logged(2), "");
     }
     setitimer(ITIMER_REAL, &static_cast<const itimerval&>(itimerval{}), nullptr);
