@@ -53,10 +53,11 @@ std::size_t size_of(const GANTRY_instance& object)
         }
         const char* const member = each->x.property.member;
         size += property_size + std::strlen(member);
-        const auto& row = *descriptor.properties->find(member);
-        if (row.type == PropertyTypes::tag<std::string>())
+        const auto* row =
+            descriptor.properties != nullptr ? descriptor.properties->find(member) : nullptr;
+        if (row != nullptr && row->type == PropertyTypes::tag<std::string>())
         {
-            const auto get = accessors_of<std::string>(row).get;
+            const auto get = accessors_of<std::string>(*row).get;
             size += (static_cast<const Object*>(object.the_service)->*get)().size();
         }
     }

@@ -51,11 +51,52 @@ std::string text_of(const sdbusplus::exception::SdBusError& failure)
     return text;
 }
 
-/** libsystemd as sdbusplus calls it: makes the text of a client's error, and logs a lost
- *  announcement, which sdbusplus ignores. */
+/** sd-bus calls it when an object's slot is released. */
+void forget_own_object(void* object)
+{
+    if (auto* context = gantry::own_context(); context != nullptr)
+    {
+        auto& paths = context->state->own_paths;
+        if (const auto found = paths.find(object); found != paths.end())
+        {
+            paths.erase(found);
+        }
+    }
+}
+
+/**
+ * Keeps the path of an object that the host makes itself for as long as its slot is held: sd-bus
+ * lists none of those below an object of the library, which has an object manager of its own.
+ */
+void note_own_object(sd_bus* bus, sd_bus_slot* slot, const char* path, const void* object)
+{
+    auto* context = gantry::own_context();
+    if (context != nullptr && !context->state->is_creating &&
+        GANTRY_get_sd_bus(context->bus) == bus)
+    {
+        context->state->own_paths.emplace(object, path);
+        sd_bus_slot_set_destroy_callback(slot, forget_own_object);
+    }
+}
+
+/** libsystemd as sdbusplus calls it: keeps the paths of the host's own objects, makes the text of a
+ *  client's error, and logs a lost announcement, which sdbusplus ignores. */
 class LoggedBus final : public sdbusplus::SdBusImpl
 {
   public:
+    int sd_bus_add_object_vtable(sd_bus* bus, sd_bus_slot** slot, const char* path,
+                                 const char* interface, const sd_bus_vtable* vtable,
+                                 void* userdata) override
+    {
+        const int result =
+            SdBusImpl::sd_bus_add_object_vtable(bus, slot, path, interface, vtable, userdata);
+        if (result >= 0)
+        {
+            note_own_object(bus, *slot, path, userdata);
+        }
+        return result;
+    }
+
     /** For the SdBusError being handled. Its text may come from a host, so it is repaired. */
     int sd_bus_error_set(sd_bus_error* error, const char* name, const char* message) override
     {

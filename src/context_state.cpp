@@ -58,6 +58,12 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
         }
         newest.deleter(newest.object);
     }
+    // What is left is the host's own; what publishes it releases the records.
+    while (auto* own = state->objects.newest())
+    {
+        state->objects.remove(*own);
+        own->vctx = nullptr;
+    }
     delete std::exchange(object_manager, nullptr);
     state->root_managers.clear();
     if (state->filter != nullptr)

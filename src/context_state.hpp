@@ -9,6 +9,7 @@
 #include "credentials.hpp"
 #include "deferred_call.hpp"
 #include "limited_log.hpp"
+#include "object.hpp"
 #include "object_index.hpp"
 #include "object_manager.hpp"
 
@@ -66,6 +67,15 @@ struct ContextState
 
     /** The object managers at paths that the host chose, oldest first. */
     std::vector<std::unique_ptr<RootManager>> root_managers;
+
+    /** Whether the library is making one of its objects. */
+    bool is_creating = false;
+
+    /** The paths of the objects that the host made itself (connection.cpp). */
+    std::unordered_multimap<const void*, std::string> own_paths;
+
+    /** The classes of those that it published (own_object.cpp). */
+    std::unordered_map<const sd_bus_vtable*, Descriptor> own_classes;
 
     /** The interfaces that have left a path and whose InterfacesRemoved waits. */
     std::map<std::string, std::vector<const char*>> removed_interfaces;

@@ -28,25 +28,6 @@ namespace
 
 constexpr char source_stem[] = "object";
 
-/** A record for an object that is about to be made. */
-std::unique_ptr<GANTRY_instance, void (*)(GANTRY_instance*)>
-make_record(const gantry::Descriptor& descriptor, GANTRY_cpp_context* context, const void* table,
-            const char* path, void* user_private)
-{
-    std::unique_ptr<GANTRY_instance, void (*)(GANTRY_instance*)> instance{
-        new GANTRY_instance{.vctx = context,
-                            .table = table,
-                            .path = strdup(path),
-                            .user_private = user_private,
-                            .descriptor = &descriptor},
-        [](GANTRY_instance* record) { gantry::release_record(record); }};
-    if (instance->path == nullptr)
-    {
-        throw std::bad_alloc();
-    }
-    return instance;
-}
-
 /**
  * Makes a manager the one that the context holds. The one before becomes the connection's: a
  * floating slot stays registered until the connection is closed, and keeps nothing alive.
@@ -71,6 +52,10 @@ void compact_tracker(GANTRY_cpp_context& context) noexcept
     std::size_t at = 0;
     for (auto* each = context.state->objects.oldest(); each != nullptr; each = each->newer)
     {
+        if (each->is_own())
+        {
+            continue; // which has none
+        }
         while (at < tracker.size() && tracker[at].object != each->the_service)
         {
             ++at; // an entry of the host's own
@@ -111,6 +96,22 @@ void untrack(GANTRY_instance& instance) noexcept
 
 } // namespace
 
+gantry::Record gantry::make_record(const Descriptor& descriptor, GANTRY_cpp_context* context,
+                                   const void* table, const char* path, void* user_private)
+{
+    Record instance{new GANTRY_instance{.vctx = context,
+                                        .table = table,
+                                        .path = strdup(path),
+                                        .user_private = user_private,
+                                        .descriptor = &descriptor},
+                    release_record};
+    if (instance->path == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    return instance;
+}
+
 void gantry::delete_object(void* object, const Descriptor& descriptor)
 {
     if (object != nullptr)
@@ -123,13 +124,15 @@ void gantry::release_record(GANTRY_instance* instance) noexcept
 {
     if (instance != nullptr)
     {
-        auto& state = *instance->vctx->state;
-        if (instance->is_listed)
+        if (auto* context = instance->vctx; context != nullptr)
         {
-            state.objects.remove(*instance);
+            if (instance->is_listed)
+            {
+                context->state->objects.remove(*instance);
+            }
+            context->state->write_listeners.erase(instance->the_service);
+            close_calls(*context, instance);
         }
-        state.write_listeners.erase(instance->the_service);
-        close_calls(*instance->vctx, instance);
         std::free(instance->path);
         delete instance;
     }
@@ -165,6 +168,8 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
         const int refused = sd_bus_add_object_manager(GANTRY_get_sd_bus(context->bus),
                                                       &instance->manager, instance->path);
         auto manager = std::make_unique<ObjectManager>(instance->manager);
+        const std::unique_ptr<bool, void (*)(bool*)> creating{&(context->state->is_creating = true),
+                                                              [](bool* flag) { *flag = false; }};
         std::unique_ptr<void, void (*)(void*)> object{
             descriptor.create(context->bus, instance.get()), descriptor.deleter};
         auto* record = instance.release(); // now the object's
@@ -185,6 +190,17 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
     };
     const Subject subject{descriptor.interface, instance_path};
     host_boundary(place, &context->state->create_error, create, &subject);
+}
+
+void gantry::take_out(GANTRY_instance& instance) noexcept
+{
+    auto& state = *instance.vctx->state;
+    state.objects.remove(instance);
+    if (state.last_created == &instance)
+    {
+        state.last_created = nullptr;
+    }
+    announce_removed(instance);
 }
 
 GANTRY_instance* gantry::find_listener(const void* object)
@@ -255,7 +271,8 @@ void GANTRY_instance_get_interface(GANTRY_instance* instance, const char** out)
 
 void* GANTRY_cpp_instance_get_object(GANTRY_instance* instance, const char* interface)
 {
-    return instance != nullptr && std::strcmp(instance->descriptor->interface, interface) == 0
+    return instance != nullptr && !instance->is_own() &&
+                   std::strcmp(instance->descriptor->interface, interface) == 0
                ? instance->the_service
                : nullptr;
 }
@@ -305,13 +322,10 @@ void GANTRY_instance_free(GANTRY_instance** instance)
     {
         return; // It was freed before, in the callback that is running.
     }
-    auto& state = *freed.vctx->state;
-    state.objects.remove(freed);
-    untrack(freed);
-    if (state.last_created == &freed)
+    gantry::take_out(freed);
+    if (!freed.is_own())
     {
-        state.last_created = nullptr;
+        untrack(freed);
+        gantry::destroy_object(freed);
     }
-    gantry::announce_removed(freed);
-    gantry::destroy_object(freed);
 }

@@ -15,6 +15,7 @@
 #include <systemd/sd-bus.h>
 
 #include <cstdint>
+#include <memory>
 
 namespace gantry
 {
@@ -57,6 +58,9 @@ struct GANTRY_instance
     /** Called before a client reads the object; null for none. */
     void (*read)(GANTRY_instance* instance, void* data) = nullptr;
     void* read_data = nullptr;
+
+    /** Whether its host made the object (own_object.cpp). */
+    [[nodiscard]] bool is_own() const noexcept;
 };
 
 namespace gantry
@@ -77,9 +81,18 @@ struct Descriptor
     /** Deletes an object of the class through its virtual destructor. */
     void (*delete_as_class)(void* object);
     /** The deleter under which objects of the class are tracked. Its address tells the class, so no
-     *  two classes share one. */
+     *  two classes share one. Null for objects that the host makes, as is `create`. */
     void (*deleter)(void* object);
 };
+
+using Record = std::unique_ptr<GANTRY_instance, void (*)(GANTRY_instance*)>;
+
+/** A record for an object. Throws std::bad_alloc. */
+Record make_record(const Descriptor& descriptor, GANTRY_cpp_context* context, const void* table,
+                   const char* path, void* user_private);
+
+/** Takes an object out of its context's list and announces that it is gone. */
+void take_out(GANTRY_instance& instance) noexcept;
 
 /** A descriptor's `create` for a class. */
 template <class Class>
@@ -119,3 +132,8 @@ void instantiate(const Place& place, const Descriptor& descriptor, GANTRY_cpp_co
                  const void* table, const char* path, void* user_private);
 
 } // namespace gantry
+
+inline bool GANTRY_instance::is_own() const noexcept
+{
+    return descriptor->deleter == nullptr;
+}

@@ -74,7 +74,8 @@ GANTRY_instance* ObjectIndex::find(std::string_view interface, const char* path)
     }
     const auto found =
         std::find_if(classes.begin(), classes.end(),
-                     [&](const auto& each) { return each.descriptor->interface == interface; });
+                     [&](const auto& each)
+                     { return each.oldest != nullptr && each.descriptor->interface == interface; });
     return found != classes.end() ? found->oldest : nullptr;
 }
 

@@ -67,6 +67,13 @@ int on_enumerate(sd_bus* bus, const char* /*prefix*/, void* data, char*** nodes,
                 paths.push_back(each->path);
             }
         }
+        for (const auto& [object, path] : root.context.state->own_paths)
+        {
+            if (is_below(root.path, path))
+            {
+                paths.push_back(path.c_str());
+            }
+        }
         Strings listed{static_cast<char**>(std::calloc(paths.size() + 1, sizeof(char*)))};
         char** next = listed.get();
         for (const char* path : paths)

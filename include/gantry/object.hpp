@@ -13,11 +13,19 @@
 
 #include <gantry/instance.h>
 
+#include <systemd/sd-bus.h>
+
 #include <type_traits>
+#include <utility>
 
 /** Returns the object of an instance of that interface; null if the instance is null or of another
  *  interface. */
 GANTRY_API void* GANTRY_cpp_instance_get_object(GANTRY_instance* instance, const char* interface);
+
+/** For gantry::publish() and Published. */
+GANTRY_API GANTRY_instance* GANTRY_cpp_publish(GANTRY_cpp_context* context, void* object,
+                                               const char* interface, const sd_bus_vtable* vtable);
+GANTRY_API void GANTRY_cpp_unpublish(GANTRY_instance* instance) noexcept;
 
 namespace gantry
 {
@@ -33,6 +41,58 @@ Class* object(GANTRY_instance* instance)
     // them.
     static_assert(std::is_same_v<decltype(&Class::inst), GANTRY_instance * Class::*>);
     return static_cast<Class*>(GANTRY_cpp_instance_get_object(instance, Class::interface));
+}
+
+/**
+ * Keeps an object that the host made among the objects of a context. Its destruction takes the
+ * object out and sends InterfacesRemoved; it comes before the object's, so a member of the object's
+ * class will do, and it may come after the context's.
+ */
+class Published
+{
+  public:
+    /** Keeps no object. */
+    Published() noexcept = default;
+    explicit Published(GANTRY_instance* published) noexcept : record(published)
+    {
+    }
+    Published(Published&& from) noexcept : record(std::exchange(from.record, nullptr))
+    {
+    }
+    Published& operator=(Published&& from) noexcept
+    {
+        std::swap(record, from.record);
+        return *this;
+    }
+    Published(const Published&) = delete;
+    Published& operator=(const Published&) = delete;
+    ~Published()
+    {
+        GANTRY_cpp_unpublish(record);
+    }
+
+    /** For GANTRY_instance_announce_added and others; valid as long as the context. The functions
+     * of <gantry/property.h> find no property, and gantry::object no object. */
+    [[nodiscard]] GANTRY_instance* instance() const noexcept
+    {
+        return record;
+    }
+
+  private:
+    GANTRY_instance* record = nullptr;
+};
+
+/**
+ * Puts an object that the host made into the context's list: GANTRY_instance_find finds it, and
+ * GANTRY_instance_announce_added sends InterfacesAdded for it. No signal is sent at once. Class is
+ * the class of a `server.hpp` that the object's class is derived from. A null context means the
+ * calling thread's. Throws SdBusError: EEXIST if the list has that interface at that path, ENOTCONN
+ * without a context.
+ */
+template <class Class>
+[[nodiscard]] Published publish(GANTRY_cpp_context* context, std::type_identity_t<Class>& object)
+{
+    return Published(GANTRY_cpp_publish(context, &object, Class::interface, Class::_vtable));
 }
 
 } // namespace gantry

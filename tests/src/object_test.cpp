@@ -179,6 +179,58 @@ TEST_F(Object, IsAnnouncedOnRequestAndRemovedOnce)
     EXPECT_EQ(logged(2), "");
 }
 
+using Server = sdbusplus::server::com::orvane::velmar::system::BLT;
+struct Own : Server
+{
+    using Server::Server;
+    gantry::Published published;
+};
+
+TEST_F(Object, OfTheHostsOwnIsListedEverywhereAndAnnouncedIfItIsPublished)
+{
+    const auto is_listed = [this]
+    {
+        const auto reply =
+            client.call({service, "/"}, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects");
+        return reply.text.find("\"/u/own\": {") != std::string::npos;
+    };
+    add(usb, "/u"); // whose object manager is nearer
+    GANTRY_context_manage(context, "/", nullptr);
+    auto own = std::make_unique<Own>(context->bus, "/u/own");
+    EXPECT_TRUE(is_listed());
+    EXPECT_EQ(find(blt.interface, "/u/own"), nullptr);
+
+    own->published = gantry::publish<Server>(context, *own);
+    auto* found = find(blt.interface);
+    EXPECT_EQ(found, own->published.instance());
+    EXPECT_EQ(gantry::object<GANTRY_com_orvane_velmar_system_BLT::BLT>(found), nullptr);
+    EXPECT_THROW(static_cast<void>(gantry::publish<Server>(nullptr, *own)),
+                 sdbusplus::exception::SdBusError);
+    GANTRY_instance_announce_added(found, nullptr);
+    EXPECT_THAT(sent(),
+                testing::MatchesRegex(".*/ InterfacesAdded oa[^\n]*/u/own.*system.BLT.*\n"));
+    for (const char* path : {"/v", "/w"})
+    {
+        auto* other = add(usb, path);
+        GANTRY_instance_free(&other);
+    }
+    sent();
+    own.reset();
+    EXPECT_THAT(sent(), testing::MatchesRegex("/u/own InterfacesRemoved [^\n]*Peer[^\n]*BLT\"]\n"
+                                              "/ InterfacesRemoved [^\n]*Peer[^\n]*BLT\"]\n"));
+    EXPECT_FALSE(is_listed());
+
+    for (const bool outlives : {false, true})
+    {
+        own = std::make_unique<Own>(context->bus, "/u/own");
+        own->published = gantry::publish<Server>(context, *own);
+        found = find(blt.interface, "/u/own");
+        outlives ? make() : GANTRY_instance_free(&found);
+        EXPECT_EQ(find(blt.interface), nullptr);
+        own.reset();
+    }
+}
+
 // An object manager is held by the context when it is the newest, else by the connection.
 TEST_F(Object, TakesItsOwnObjectManagerAlongAndNoOther)
 {
