@@ -1,7 +1,8 @@
 /*
  * A host that answers as it needs, in a loop of its own: a call of "refuse" with an error, of
  * "later" when the bus has been quiet for a while, unless the client has left by then, any other
- * with its caller. It doesn't let "bad" be written.
+ * with its caller. It doesn't let "bad" be written, counts what is read, and keeps what the signal
+ * Refresh has brought and who sent it, until one brings "last".
  *
  *     busctl call com.orvane.velmar.HWInventory /sample com.orvane.velmar.sample.gantrytest \
  *         Try_string s later
@@ -14,6 +15,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+
+/* A misspelt member is refused by the compiler. */
+#define SAMPLE(what, member) GANTRY_##what##__com_orvane_velmar_sample_gantrytest__##member
 
 static GANTRY_call* later;
 
@@ -62,10 +66,34 @@ static void on_write(GANTRY_instance* instance, const char* property, void* refu
     free(value);
 }
 
+static void on_read(GANTRY_instance* instance, void* reads)
+{
+    unsigned long* count = reads;
+    SAMPLE(set, PropUInt64)(instance, ++*count, true, NULL); /* true: no signal for a read */
+}
+
+/* Clients get one signal of both changes. */
+static void on_refresh(GANTRY_subscription* subscription, char* what, void* instance)
+{
+    const GANTRY_byte_array bytes = {(unsigned char*)what, strlen(what)};
+    const char* sender = NULL;
+    GANTRY_signal_get_sender(subscription, &sender);
+    GANTRY_context_hold_changes(NULL);
+    SAMPLE(set, PropString)(instance, sender, false, NULL);
+    SAMPLE(set, PropArray1)(instance, &bytes, false, NULL);
+    GANTRY_context_send_changes(NULL, NULL);
+    if (strcmp(what, "last") == 0)
+    {
+        GANTRY_unsubscribe(&subscription);
+    }
+}
+
 int main(void)
 {
     static const GANTRY_table__com_orvane_velmar_sample_gantrytest table = {.Try_string = answer};
     static char refused[] = "bad";
+    static unsigned long reads;
+    const GANTRY_match from = {.path = "/sender"}; /* of any sender */
     GANTRY_cpp_context* context = NULL;
     GANTRY_instance* instance = NULL;
     struct pollfd bus = {.events = POLLIN};
@@ -73,6 +101,9 @@ int main(void)
     GANTRY_instantiate__com_orvane_velmar_sample_gantrytest(NULL, &table, "/sample", NULL);
     GANTRY_instance_get_created(NULL, &instance, NULL);
     GANTRY_instance_on_write(instance, on_write, refused);
+    GANTRY_instance_on_read(instance, on_read, &reads);
+    GANTRY_subscribe__com_orvane_velmar_HWInventory__Refresh(NULL, &from, on_refresh, instance,
+                                                             NULL, NULL);
     GANTRY_context_get_fd(NULL, &bus.fd);
     do
     {

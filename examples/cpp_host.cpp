@@ -16,6 +16,7 @@
 #include <gantry/call.hpp>
 #include <gantry/context.hpp>
 #include <gantry/object.hpp>
+#include <gantry/property.hpp>
 #include <gantry/types.hpp>
 #include <iostream>
 #include <memory>
@@ -78,7 +79,8 @@ BLT* publish_firmware(GANTRY_cpp_context* context)
     auto* firmware = gantry::object<BLT>(instance);
     if (firmware != nullptr)
     {
-        firmware->manufacturer("Example Inc.", true); // true: no signal, since nobody knows it yet
+        const gantry::HeldChanges together(context); // one signal for both
+        firmware->manufacturer("Example Inc.");
         firmware->setPropertyByName("FirmwareVersion", std::string("2.19.1"));
     }
     return firmware;

@@ -55,6 +55,7 @@ const std::string_view gantry_server_cpp = R"(
 %end
 %if signals
 #include "signal.hpp"
+#include "subscription.hpp"
 %end
 
 namespace
@@ -141,6 +142,16 @@ void $receive(
 {
     gantry::receive_signal<$types>(GANTRY_HERE, context, "$member", callback);
 }
+
+void $subscribe(
+    GANTRY_cpp_context* context, const GANTRY_match* from,
+    void (*callback)(GANTRY_subscription* subscription$received, void* data), void* data,
+    GANTRY_subscription** out, int* error)
+{
+    gantry::subscribe<$types>(
+        GANTRY_HERE, "$interface", "$member",
+        context, from, callback, data, out, error);
+}
 %end
 )";
 
@@ -161,6 +172,9 @@ const std::string_view gantry_server_h = R"(
 %end
 %if records
 #include <gantry/records.h>
+%end
+%if signals
+#include <gantry/signal.h>
 %end
 
 GANTRY_BEGIN_C
@@ -249,6 +263,24 @@ GANTRY_API void $send(
  */
 GANTRY_API void $receive(
     GANTRY_cpp_context* context, void (*callback)(GANTRY_cpp_context* context$received));
+
+/*
+ * Calls `callback` with `data` for every signal $member of
+ * $interface that `from` allows, until GANTRY_unsubscribe or until the
+ * context is freed; a null `from` means from anyone. It runs on the context's thread, inside the
+ * dispatch loop, and may call any function, GANTRY_signal_get_sender(subscription) for one.
+%if points
+ * What its arguments point to is valid only during the call.
+%end
+ * *out is the subscription's name, or null on an error; a null `out` asks for none. A null
+ * `context` means the calling thread's. *error gets 0; EINVAL if `callback` is null, or a name or
+ * path of `from` isn't valid, or both paths are set; or the errno of what the bus or memory
+ * refused, and all of these are also logged. `error` may be null.
+ */
+GANTRY_API void $subscribe(
+    GANTRY_cpp_context* context, const GANTRY_match* from,
+    void (*callback)(GANTRY_subscription* subscription$received, void* data), void* data,
+    GANTRY_subscription** out, int* error);
 
 %end
 GANTRY_END_C

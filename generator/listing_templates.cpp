@@ -73,6 +73,7 @@ $reply
 $server::$class::$operation
 $send
 $receive
+$subscribe
 %end
 %each properties
 $server::$class::$accessor

@@ -308,7 +308,7 @@ Type property_variant(const std::vector<Type>& types)
 
 std::vector<Type> c_property_types()
 {
-    std::vector<Type> types{{Kind::array, {{Kind::string, {}}}}};
+    std::vector<Type> types{{Kind::array, {{Kind::byte, {}}}}, {Kind::array, {{Kind::string, {}}}}};
     for (const KindNames& names : kinds)
     {
         if (!names.c.empty())
@@ -321,8 +321,12 @@ std::vector<Type> c_property_types()
 
 std::string c_property_type(const Type& type)
 {
-    const bool strings = type.kind == Kind::array && type.members[0].kind == Kind::string;
-    return strings ? "strings" : std::string(names_of(type.kind)->c);
+    if (type.kind != Kind::array)
+    {
+        return std::string(names_of(type.kind)->c);
+    }
+    const Kind element = type.members[0].kind;
+    return element == Kind::byte ? "bytes" : element == Kind::string ? "strings" : "";
 }
 
 bool has_c_form(const Type& type)

@@ -20,7 +20,8 @@ using Arguments = std::vector<Argument>;
 constexpr bool in_front = true;
 
 /** The parameters that the C functions have beside the arguments of members. */
-const std::set<std::string> own_parameters{"call", "callback", "context", "error", "instance"};
+const std::set<std::string> own_parameters{"call",  "callback", "context",     "data",
+                                           "error", "instance", "subscription"};
 
 std::string positional(const std::string& stem, std::size_t index)
 {
@@ -182,6 +183,7 @@ Words words_of(const Signal& signal, const std::string& flat)
         {"types", listed(arguments, "", only_type)},
         {"send", "GANTRY_signal__" + flat + "__" + signal.name},
         {"receive", "GANTRY_receive_signal__" + flat + "__" + signal.name},
+        {"subscribe", "GANTRY_subscribe__" + flat + "__" + signal.name},
         {"sent", listed(c_arguments, "", c_lent, in_front)},
         {"handed", listed(c_arguments, "", only_name, in_front)},
         {"received", listed(c_arguments, "", c_input, in_front)},

@@ -29,7 +29,7 @@ void close_calls_of_named(Named& client)
 int on_owner_changed(sd_bus_message* message, void* client, sd_bus_error* /*error*/)
 {
     const char* owner = nullptr;
-    if (sd_bus_message_skip(message, "ss") >= 0 &&
+    if (is_from_bus(message) && sd_bus_message_skip(message, "ss") >= 0 &&
         sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &owner) > 0 && *owner == '\0')
     {
         close_calls_of_named(*static_cast<Named*>(client));

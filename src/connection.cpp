@@ -170,8 +170,7 @@ auto find_grant(std::list<std::string>& grants, const char* name)
 [[gnu::noinline]] int on_name_lost(sd_bus_message* message, GANTRY_cpp_context& context)
 {
     const char* name = nullptr;
-    const char* const sender = sd_bus_message_get_sender(message);
-    if (sender == nullptr || std::strcmp(sender, bus_name) != 0 ||
+    if (!gantry::is_from_bus(message) ||
         sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &name) <= 0)
     {
         return 0;
@@ -208,6 +207,12 @@ void gantry::see_messages(GANTRY_cpp_context& context)
     const int result = sd_bus_add_filter(GANTRY_get_sd_bus(context.bus), &context.state->filter,
                                          on_message, &pressure);
     throw_if_failed(result, "sd_bus_add_filter");
+}
+
+bool gantry::is_from_bus(sd_bus_message* message) noexcept
+{
+    const char* const sender = sd_bus_message_get_sender(message);
+    return sender != nullptr && std::strcmp(sender, bus_name) == 0;
 }
 
 sd_bus* GANTRY_get_sd_bus(sdbusplus::bus_t& bus)

@@ -31,6 +31,10 @@ sdbusplus::bus_t open_bus(bool is_shared);
  * and calls that are refused (backpressure.hpp). */
 void see_messages(GANTRY_cpp_context& context);
 
+/** Whether the bus itself sent the message. sd-bus doesn't check this for a match on the bus's
+ * name, and any client can send a signal like the bus's to the connection. */
+bool is_from_bus(sd_bus_message* message) noexcept;
+
 /**
  * Requests a well-known name: it replaces another owner, may be replaced, and doesn't queue.
  * Returns a negative errno when the bus refuses; -EALREADY if the connection had the name before.

@@ -72,6 +72,7 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
     }
     service_name = nullptr;
     user_private = nullptr;
+    state->subscriptions.clear();
     for (auto& match : signal_matches)
     {
         match.reset();

@@ -30,6 +30,8 @@
 namespace gantry
 {
 
+struct HostSubscription;
+
 struct ContextState
 {
     // Loops and destruction (deferred_destruction.hpp).
@@ -112,9 +114,12 @@ struct ContextState
 
     PendingChanges changes;
 
-    // Signals (signal.hpp).
+    // Signals (signal.hpp, subscription.hpp).
 
     LimitedLog unreadable_signals{9, "signals could not be read"};
+    /** Those that hosts can end, by their serials. One that ends while its callback runs is held by
+     *  the frame that called it. */
+    std::map<std::uintptr_t, std::shared_ptr<HostSubscription>> subscriptions;
 
     // Calls that are answered later (deferred_call.hpp).
 

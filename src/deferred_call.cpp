@@ -2,10 +2,10 @@
 
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
+#include "serial.hpp"
 
 #include <systemd/sd-bus.h>
 
-#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <utility>
@@ -36,19 +36,6 @@ OpenCall::Message make_stub(sd_bus_message* call)
     return stub;
 }
 
-/** One for all threads, so that a handle in the wrong thread finds no call either. Where a pointer
- *  has 32 bits it may come round, and leaves out those in use. */
-std::uintptr_t next_serial(const DeferredCalls& calls) noexcept
-{
-    static constinit std::atomic<std::uintptr_t> last{0};
-    std::uintptr_t serial = 0;
-    do
-    {
-        serial = last.fetch_add(1, std::memory_order_relaxed) + 1;
-    } while (serial == 0 || calls.open.contains(serial));
-    return serial;
-}
-
 GANTRY_call* handle_of(std::uintptr_t serial) noexcept
 {
     // Nothing follows it. NOLINTNEXTLINE(performance-no-int-to-ptr)
@@ -66,7 +53,7 @@ GANTRY_call* open_call(GANTRY_cpp_context& context, const CalledObject& called,
     {
         return nullptr;
     }
-    const auto serial = next_serial(calls);
+    const auto serial = next_serial(calls.open);
     calls.open.emplace_hint(
         calls.open.end(), serial,
         OpenCall{context, serial, called, make_stub(message), std::move(client)});

@@ -1,8 +1,7 @@
 /*
  * Calls that a host answers later. Each holds what its answer needs of its message. A context has
  * its open calls in the order of their serials, and the serial is what the host has as its
- * GANTRY_call*: it is looked up and never followed. No serial is used twice in the process, so the
- * handle of a call that is closed finds none.
+ * GANTRY_call* (serial.hpp), so the handle of a call that is closed finds none.
  *
  * A call is taken out of the context to be answered, so that a second answer does no harm. The
  * calls of a client that has left are closed without one (calling_client.hpp).

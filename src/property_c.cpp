@@ -30,6 +30,7 @@
 #include <cstring>
 #include <iterator>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -40,6 +41,7 @@ constexpr char source_stem[] = "property_c";
 
 using gantry::PropertyTypes;
 using Row = gantry::Property<gantry::Object>;
+using Bytes = std::vector<unsigned char>;
 using Texts = std::vector<std::string>;
 
 /** An element of an array in a message has at least a byte. */
@@ -100,7 +102,7 @@ const char* signature_of(std::uint8_t tag)
         {PropertyTypes::tag<int>(), "i"},           {PropertyTypes::tag<unsigned int>(), "u"},
         {PropertyTypes::tag<long>(), "x"},          {PropertyTypes::tag<unsigned long>(), "t"},
         {PropertyTypes::tag<double>(), "d"},        {PropertyTypes::tag<std::string>(), "s"},
-        {PropertyTypes::tag<Texts>(), "as"},
+        {PropertyTypes::tag<Bytes>(), "ay"},        {PropertyTypes::tag<Texts>(), "as"},
     };
     const auto* found = std::find_if(std::begin(signatures), std::end(signatures),
                                      [tag](const auto& each) { return each.first == tag; });
@@ -163,6 +165,28 @@ int report(const gantry::Place& place, const GANTRY_instance* instance, const ch
                               return report(here, instance, member, type,
                                             set(instance, member, value, skip_signal, type), error);
                           });
+}
+
+/** The body of a setter that copies a text or an array. */
+template <class Type, class Form>
+void set_copy(const gantry::Place& here, GANTRY_instance* instance, const char* member,
+              const Form* form, bool skip_signal, int* error)
+{
+    const auto set_it = [&]
+    {
+        constexpr auto type = PropertyTypes::tag<Type>();
+        if constexpr (!std::is_same_v<Type, std::string>)
+        {
+            if (form != nullptr && form->count > max_count)
+            {
+                return report(here, instance, member, type, EINVAL, error);
+            }
+        }
+        const auto value = gantry::from_c<Type>(form);
+        return report(here, instance, member, type,
+                      set(instance, member, &value, skip_signal, type), error);
+    };
+    gantry::host_boundary(here, error, set_it);
 }
 
 /** Stores what a row's getter returns in an output of its C form. Returns 0 or an errno. */
@@ -232,15 +256,7 @@ GANTRY_FIXED_SIZE_TYPES(GANTRY_DEFINE_ACCESS)
 void GANTRY_property_set_string(GANTRY_instance* instance, const char* member, const char* value,
                                 bool skip_signal, int* error)
 {
-    const auto here = GANTRY_HERE;
-    gantry::host_boundary(here, error,
-                          [&]
-                          {
-                              constexpr auto type = PropertyTypes::tag<std::string>();
-                              const auto text = gantry::from_c<std::string>(value);
-                              return report(here, instance, member, type,
-                                            set(instance, member, &text, skip_signal, type), error);
-                          });
+    set_copy<std::string>(GANTRY_HERE, instance, member, value, skip_signal, error);
 }
 
 void GANTRY_property_get_string(GANTRY_instance* instance, const char* member, char** out,
@@ -250,30 +266,32 @@ void GANTRY_property_get_string(GANTRY_instance* instance, const char* member, c
                  PropertyTypes::tag<std::string>());
 }
 
-void GANTRY_property_set_strings(GANTRY_instance* instance, const char* member,
-                                 const GANTRY_string_array* value, bool skip_signal, int* error)
-{
-    const auto here = GANTRY_HERE;
-    gantry::host_boundary(here, error,
-                          [&]
-                          {
-                              constexpr auto type = PropertyTypes::tag<Texts>();
-                              if (value != nullptr && value->count > max_count)
-                              {
-                                  return report(here, instance, member, type, EINVAL, error);
-                              }
-                              const auto texts = gantry::from_c<Texts>(value);
-                              return report(here, instance, member, type,
-                                            set(instance, member, &texts, skip_signal, type),
-                                            error);
-                          });
-}
-
-void GANTRY_property_get_strings(GANTRY_instance* instance, const char* member,
-                                 GANTRY_string_array** out, int* error)
-{
-    property_get(instance, member, out, error, copy<Texts>, PropertyTypes::tag<Texts>());
-}
+#define GANTRY_DEFINE_ARRAY_ACCESS(types, record, Type)                                            \
+    void GANTRY_property_set_##types(GANTRY_instance* instance, const char* member,                \
+                                     const record* value, bool skip_signal, int* error)            \
+    {                                                                                              \
+        set_copy<Type>(GANTRY_HERE, instance, member, value, skip_signal, error);                  \
+    }                                                                                              \
+                                                                                                   \
+    void GANTRY_property_get_##types(GANTRY_instance* instance, const char* member, record** out,  \
+                                     int* error)                                                   \
+    {                                                                                              \
+        property_get(instance, member, out, error, copy<Type>, PropertyTypes::tag<Type>());        \
+    }                                                                                              \
+                                                                                                   \
+    void GANTRY_##types##_free(record** types)                                                     \
+    {                                                                                              \
+        GANTRY_LOG(gantry::log::trace, "enter");                                                   \
+        if ((types) != nullptr)                                                                    \
+        {                                                                                          \
+            using Form = gantry::CForm<Type>;                                                      \
+            auto* form = reinterpret_cast<Form::type>(std::exchange(*(types), nullptr));           \
+            Form::release(form);                                                                   \
+        }                                                                                          \
+    }
+GANTRY_DEFINE_ARRAY_ACCESS(bytes, GANTRY_byte_array, Bytes)
+GANTRY_DEFINE_ARRAY_ACCESS(strings, GANTRY_string_array, Texts)
+#undef GANTRY_DEFINE_ARRAY_ACCESS
 
 void GANTRY_property_get_type(GANTRY_instance* instance, const char* member, const char** out)
 {
@@ -303,16 +321,6 @@ void GANTRY_property_list(GANTRY_instance* instance,
                           });
     }
     gantry::destroy_if_idle(context);
-}
-
-void GANTRY_strings_free(GANTRY_string_array** strings)
-{
-    GANTRY_LOG(gantry::log::trace, "enter");
-    if (strings != nullptr)
-    {
-        auto* form = reinterpret_cast<gantry::CForm<Texts>::type>(std::exchange(*strings, nullptr));
-        gantry::CForm<Texts>::release(form);
-    }
 }
 
 int GANTRY_cpp_property_announce(GANTRY_instance* instance, const char* const* members)

@@ -78,17 +78,20 @@ void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char*
     }
 }
 
+int add_match(GANTRY_cpp_context& context, const std::string& rule,
+              sd_bus_message_handler_t on_arrival, void* data, sd_bus_slot** slot)
+{
+    sd_bus* bus = GANTRY_get_sd_bus(context.bus);
+    return uninterrupted([&]
+                         { return sd_bus_add_match(bus, slot, rule.c_str(), on_arrival, data); });
+}
+
 void subscribe(GANTRY_cpp_context& context, const char* member,
                std::function<void(sdbusplus::message_t&)> arrival)
 {
     const auto rule = std::string("type='signal',member='") + member + "',";
     auto subscription = std::make_unique<Subscription>(std::move(arrival));
-    const int result = uninterrupted(
-        [&]
-        {
-            return sd_bus_add_match(GANTRY_get_sd_bus(context.bus), &subscription->slot,
-                                    rule.c_str(), on_signal, subscription.get());
-        });
+    const int result = add_match(context, rule, on_signal, subscription.get(), &subscription->slot);
     if (result < 0)
     {
         GANTRY_LOG(log::failed, "sd_bus_add_match failed for [%s], rv=%d", rule.c_str(), result);

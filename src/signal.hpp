@@ -5,9 +5,11 @@
  * function finds the object, the one that the host gave or the first of its class on the thread's
  * context, and converts the C values for the operation.
  *
- * In: a subscription is a match on the member name alone. Each arrival is read into C forms, which
- * are lent to the host's callback and then released. Any client of the bus can send a signal of
- * that name, so one whose values can't be read is logged and dropped, and ends no loop.
+ * In: a receiving function's match is on the member name alone, and there until the context is
+ * freed; one that says more, and that the host can end, is in subscription.hpp. Each arrival is
+ * read into C forms, which are lent to the host's callback and then released. Any client of the bus
+ * can send a signal of that name, so one whose values can't be read is logged and dropped, and ends
+ * no loop.
  */
 #pragma once
 
@@ -65,6 +67,11 @@ catch (const std::exception& failure)
     GANTRY_LOG_EXCEPTION_AT(place, failure.what());
 }
 
+/** Adds a match to the context's connection, and waits for the bus. Returns a negative errno if
+ * that fails. */
+int add_match(GANTRY_cpp_context& context, const std::string& rule,
+              sd_bus_message_handler_t on_arrival, void* data, sd_bus_slot** slot);
+
 /** Adds a match on the member name to the context. */
 void subscribe(GANTRY_cpp_context& context, const char* member,
                std::function<void(sdbusplus::message_t&)> arrival);
@@ -75,8 +82,8 @@ void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char*
 /** Reads a signal's values. Returns false, and logs it, if they have other types than the table's.
  */
 template <class... Values>
-bool read_signal(const Place& place, GANTRY_cpp_context& context, sdbusplus::message_t& message,
-                 CForms<Values...>& values)
+[[gnu::noinline]] bool read_signal(const Place& place, GANTRY_cpp_context& context,
+                                   sdbusplus::message_t& message, CForms<Values...>& values)
 try
 {
     std::apply([&](auto&... form) { (read_argument<Values>(message, form), ...); }, values.forms);
@@ -88,7 +95,25 @@ catch (const sdbusplus::exception::SdBusError& failure)
     return false;
 }
 
-/** The body of an exported subscription function. The host's callback must not be null. */
+/** Calls `call` with the values of a signal that has arrived, if they can be read. */
+template <class... Values, class Call>
+void pass_on(const Place& arrival, GANTRY_cpp_context& context, sdbusplus::message_t& message,
+             const Call& call)
+{
+    const auto read_and_call = [&]
+    {
+        GANTRY_LOG_AT(arrival, log::trace, "enter lambda");
+        CForms<Values...> values;
+        if (read_signal(arrival, context, message, values))
+        {
+            std::apply(call, values.forms);
+        }
+        return 0;
+    };
+    bus_boundary(read_and_call, as_handled);
+}
+
+/** The body of an exported receiving function. The host's callback must not be null. */
 template <class... Values, class Callback>
 void receive_signal(const Place& place, GANTRY_cpp_context* context, const char* member,
                     Callback* callback)
@@ -112,19 +137,8 @@ try
                   }
                   // NOLINTNEXTLINE(bugprone-lambda-function-name): the name for the log
                   const Place arrival{stem, line, static_cast<const char*>(__func__)};
-                  bus_boundary(
-                      [&]
-                      {
-                          GANTRY_LOG_AT(arrival, log::trace, "enter lambda");
-                          CForms<Values...> values;
-                          if (read_signal(arrival, *context, message, values))
-                          {
-                              std::apply([&](auto... form) { callback(context, form...); },
-                                         values.forms);
-                          }
-                          return 0;
-                      },
-                      as_handled);
+                  pass_on<Values...>(arrival, *context, message,
+                                     [&](auto... form) { callback(context, form...); });
               });
 }
 catch (const std::exception& failure)

@@ -14,6 +14,7 @@
 #include <gantry/loop.h>
 #include <gantry/property.h>
 #include <gantry/records.h>
+#include <gantry/signal.h>
 #include <gantry/types.h>
 #include <gantry/version.h>
 

@@ -51,17 +51,24 @@ GANTRY_API void GANTRY_property_set_string(GANTRY_instance* instance, const char
 GANTRY_API void GANTRY_property_get_string(GANTRY_instance* instance, const char* member,
                                            char** out, int* error);
 
-/* Sets or gets an array of strings (D-Bus as). The record is copied; null means empty, for the
- * record and for each text in it. The caller releases *out, which is null for an empty array, with
- * GANTRY_strings_free. */
+/* Sets or gets an array of bytes (D-Bus ay) or of strings (D-Bus as). The record is copied; null
+ * means empty, for the record and for each text in it. The caller releases *out, which is null for
+ * an empty array, with GANTRY_bytes_free or GANTRY_strings_free. */
+GANTRY_API void GANTRY_property_set_bytes(GANTRY_instance* instance, const char* member,
+                                          const GANTRY_byte_array* value, bool skip_signal,
+                                          int* error);
+GANTRY_API void GANTRY_property_get_bytes(GANTRY_instance* instance, const char* member,
+                                          GANTRY_byte_array** out, int* error);
 GANTRY_API void GANTRY_property_set_strings(GANTRY_instance* instance, const char* member,
                                             const GANTRY_string_array* value, bool skip_signal,
                                             int* error);
 GANTRY_API void GANTRY_property_get_strings(GANTRY_instance* instance, const char* member,
                                             GANTRY_string_array** out, int* error);
 
-/* Releases a record that GANTRY_property_get_strings made, with its elements and texts, and sets
- * *strings to null. Does nothing if `strings` or *strings is null. */
+/* Releases a record that GANTRY_property_get_bytes or GANTRY_property_get_strings made, with its
+ * elements and texts, and sets *bytes or *strings to null. Does nothing if the argument is null or
+ * points to null. */
+GANTRY_API void GANTRY_bytes_free(GANTRY_byte_array** bytes);
 GANTRY_API void GANTRY_strings_free(GANTRY_string_array** strings);
 
 /* Sets *out to the D-Bus signature of the property's type, or to null if the object has no such

@@ -215,12 +215,16 @@ class Catalogue : public Served
         const GANTRY_string_array array = {texts, 1};
         set(GANTRY_property_set_string, texts[0]);
         set(GANTRY_property_set_strings, &array);
-        EXPECT_EQ(error == 0, type == "as" || (type.size() == 1 && type != "v"));
+        unsigned char byte = static_cast<unsigned char>(number);
+        const GANTRY_byte_array bytes = {&byte, 1};
+        set(GANTRY_property_set_bytes, &bytes);
+        EXPECT_EQ(error == 0, type == "as" || type == "ay" || (type.size() == 1 && type != "v"));
         if (error == 0)
         {
             value = type == "b"    ? "b true"
                     : type == "s"  ? "s \"" + digits + '"'
                     : type == "as" ? "as [\"" + digits + "\"]"
+                    : type == "ay" ? "ay [" + digits + "]"
                                    : type + ' ' + digits;
         }
         const bool is_constant =

@@ -39,14 +39,28 @@ extern "C" void set_service(GANTRY_cpp_context* context, const char* /*name*/)
 
 extern "C" int sample_host(int, char**);
 
+// Ends its subscription at each signal, and makes it anew.
+static void on_fault(GANTRY_subscription* own, char* /*fault*/, void* /*data*/)
+{
+    const GANTRY_match from{nullptr, nullptr, "/", true};
+    GANTRY_unsubscribe(&own);
+    GANTRY_subscribe__com_orvane_velmar_sample_gantrytest__faultAdded(nullptr, &from, on_fault,
+                                                                      nullptr, nullptr, nullptr);
+}
+
 // What listener calls in place of GANTRY_dbus_loop.
 extern "C" int publish(GANTRY_cpp_context* context)
 {
     for (char** name = arguments + 4; *name != nullptr; ++name)
     {
         using Publish = void (*)(GANTRY_cpp_context*, const void*, const char*, void*);
+        GANTRY_instance* created = nullptr;
         reinterpret_cast<Publish>(dlsym(RTLD_DEFAULT, *name))(context, nullptr, nullptr, nullptr);
+        GANTRY_instance_get_created(context, &created, nullptr);
+        GANTRY_instance_on_read(
+            created, [](GANTRY_instance*, void*) {}, nullptr);
     }
+    on_fault(nullptr, nullptr, nullptr);
     return sample_host(1, arguments);
 }
 

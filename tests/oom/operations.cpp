@@ -51,6 +51,7 @@ unsigned long number = 0;
 char* text = nullptr;
 GANTRY_string_array* strings = nullptr;
 GANTRY_instance* instance = nullptr;
+GANTRY_subscription* subscription = nullptr;
 std::multiset<std::string> heard;
 
 // What the host itself does has memory: how it does without is no matter of the library's.
@@ -120,6 +121,7 @@ void reset()
     object == nullptr || !is_ready() ? make_host() : void();
     sd_bus_release_name(bus(), name);
     context->signal_matches.clear();
+    GANTRY_unsubscribe(&subscription);
     for (const char* interface : {sample, "com.orvane.velmar.hwi.HWISupport"})
     {
         GANTRY_instance_find(context, interface, "/new", &instance);
@@ -197,6 +199,15 @@ void subscribe()
         context, [](Context*, char* given) { hear(given); });
 }
 
+// The client has the name.
+void subscribe_to_sender()
+{
+    const GANTRY_match from{"com.example.Sender", nullptr, nullptr, true};
+    GANTRY_subscribe__com_orvane_velmar_sample_gantrytest__faultAdded(
+        context, &from, [](GANTRY_subscription*, char* given, void*) { hear(given); }, nullptr,
+        &subscription, &error);
+}
+
 void subscribe_to_all()
 {
     subscribe();
@@ -229,6 +240,7 @@ void begin()
     };
     client = std::make_unique<support::Client>(pump);
     client->subscribe();
+    sd_bus_request_name(client->bus(), "com.example.Sender", 0);
 }
 
 void end()
@@ -290,6 +302,8 @@ std::vector<Operation> operations()
         {"signal faultAdded", [] { add_fault(nullptr, texts[0]); }},
         {"signal complextypes", [] { send(nullptr, &values, texts[0]); }},
         {"signal subscription", subscribe, [] {}, "crash"},
+        {"signal subscription to a sender", subscribe_to_sender, [] {}, "crash"},
+        {"signal unsubscribe", [] { GANTRY_unsubscribe(&subscription); }, subscribe_to_sender},
         {"signal arrival", one_pass, arrival("faultAdded", "s", texts[0])},
         {"signal arrival, structure", one_pass,
          arrival("complextypes", "(quat)s", 1, 2, 2, 3L, 4L, texts[0])},

@@ -1,7 +1,9 @@
 // A client of examples/answers.c on sdbus-c++: prints what it gets.
+#include <cstdint>
 #include <future>
 #include <iostream>
 #include <optional>
+#include <vector>
 
 #include <sdbus-c++/sdbus-c++.h>
 
@@ -40,4 +42,12 @@ int main()
     {
         std::cout << error.what() << '\n';
     }
+    const auto sender = sdbus::createObject(*bus, sdbus::ObjectPath("/sender"));
+    sender->emitSignal("Refresh").onInterface("com.orvane.velmar.HWInventory").withArguments("ab");
+    const auto get = [&](const char* name)
+    { return host->getProperty(name).onInterface(interface); };
+    std::cout << (get("PropString").get<std::string>() == bus->getUniqueName());
+    std::cout << get("PropArray1").get<std::vector<std::uint8_t>>().size();
+    const auto reads = get("PropUInt64").get<std::uint64_t>();
+    std::cout << get("PropUInt64").get<std::uint64_t>() - reads << '\n';
 }

@@ -155,6 +155,19 @@ TEST_F(Property, IsOpenToItsOwnNameAndTypeAlone)
     GANTRY_property_get_strings(fru->inst, "BoardCustomData", &strings, nullptr);
     EXPECT_EQ(strings, nullptr);
     EXPECT_EQ(announced(), "BoardCustomData: as [\"one\", \"\"]\nBoardCustomData: as []\n");
+
+    unsigned char data[] = {1, 255};
+    const GANTRY_byte_array given{static_cast<unsigned char*>(data), 2};
+    const GANTRY_byte_array endless{static_cast<unsigned char*>(data), ULONG_MAX};
+    GANTRY_byte_array* bytes = nullptr;
+    EXPECT_EQ(error_of(GANTRY_property_set_bytes, instance, "PropArray1", &given, false), 0);
+    EXPECT_EQ(error_of(GANTRY_property_set_bytes, instance, "PropArray1", &endless, false), EINVAL);
+    EXPECT_EQ(error_of(GANTRY_property_get_bytes, instance, "PropArray1", &bytes), 0);
+    ASSERT_NE(bytes, nullptr);
+    EXPECT_EQ(std::string(bytes->data, bytes->data + bytes->count), "\1\377");
+    GANTRY_bytes_free(&bytes);
+    EXPECT_EQ(bytes, nullptr);
+    EXPECT_EQ(announced(), "PropArray1: ay [1, 255]\n");
     for (auto* of : {instance, static_cast<GANTRY_instance*>(nullptr)})
     {
         EXPECT_EQ(error_of(GANTRY_property_set_strings, of, "PropString", &record, false), EINVAL);

@@ -366,6 +366,12 @@ TEST_F(Leaving, IsToldToTheHostForEachOpenCallNewestFirst)
     EXPECT_EQ(watches, 2);
     EXPECT_EQ(errno_of(reply, &open_calls[2], "a"), 0);
     EXPECT_EQ(errno_of(GANTRY_call_on_cancel, open_calls[4], nullptr, nullptr), 0);
+    // Nobody but the bus tells its end.
+    const char* name = nullptr;
+    sd_bus_get_unique_name(leaving.bus(), &name);
+    client.emit(service.c_str(), "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                "NameOwnerChanged", "sss", name, name, "");
+    EXPECT_TRUE(are_cancelled(""));
     leaving = support::Client();
     EXPECT_TRUE(are_cancelled("6531"));
     // One that has left before the host listens.

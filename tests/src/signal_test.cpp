@@ -1,5 +1,5 @@
 // Signals out: which object one comes from, and what a host's null is sent as. Signals in: who is
-// heard, and that nobody on the bus ends a host's loop by what they send.
+// heard, and that nobody on the bus ends a host's loop by what they send, or passes for another.
 #include <com/orvane/velmar/HWInventory/gantry_server.hpp>
 
 #include "src/served.hpp"
@@ -32,6 +32,21 @@ constexpr auto receive_complextypes =
 
 const std::string refresh_log = " gantry_server.GANTRY_signal__com_orvane_velmar_HWInventory__"
                                 "Refresh: ";
+
+constexpr auto subscribe_refresh = GANTRY_subscribe__com_orvane_velmar_HWInventory__Refresh;
+constexpr const char* inventory = "com.orvane.velmar.HWInventory";
+
+std::set<std::string> hearers; // by the data of their subscriptions
+
+void on_heard(GANTRY_subscription* subscription, char* text, void* data)
+{
+    const char* sender = nullptr;
+    const char* path = nullptr;
+    GANTRY_signal_get_sender(subscription, &sender);
+    GANTRY_signal_get_path(subscription, &path);
+    hearers.insert(static_cast<const char*>(data));
+    EXPECT_EQ(text, std::string(sender) + path);
+}
 
 // What a host's callbacks heard, and on which context.
 std::string heard;
@@ -139,9 +154,9 @@ TEST_F(Signal, IsHeardFromAnyoneOnceForEachSubscription)
         nullptr, [](GANTRY_cpp_context*) { heard += "changed\n"; });
     publish(create, "/own");
     refresh(nullptr, "own");
-    client.emit(service.c_str(), "/b", "com.orvane.velmar.HWInventory", "Refresh", "s", "one");
+    client.emit(service.c_str(), "/b", inventory, "Refresh", "s", "one");
     emit("Refreshed", "s", "another member");
-    client.call({service, "/own"}, "com.orvane.velmar.HWInventory", "Refresh", "s", "a call");
+    client.call({service, "/own"}, inventory, "Refresh", "s", "a call");
     emit("HardwareInventoryChanged", "s", "more");
     emit("Refresh", "si", "more", 1);
     emit("complextypes", "(quat)si", 1, 2, 0, "", 5);
@@ -162,6 +177,112 @@ TEST_F(Signal, IsHeardNoMoreOnceItsContextIsFreed)
     client.wait_for([] { return !heard.empty(); });
     context = nullptr;
     EXPECT_EQ(heard, "freed\n");
+}
+
+TEST_F(Signal, IsHeardByThoseSubscriptionsThatItMeets)
+{
+    constexpr const char* name = "com.example.Owner";
+    support::Client other;
+    const char* unique = nullptr;
+    sd_bus_get_unique_name(other.bus(), &unique);
+    ASSERT_GE(sd_bus_request_name(other.bus(), name, 0), 0);
+    const std::pair<const char*, GANTRY_match> wanted[] = {
+        {"all", {}},
+        {"other", {unique, nullptr, nullptr, false}},
+        {"owner", {name, nullptr, nullptr, false}},
+        {"path", {nullptr, "/a", nullptr, false}},
+        {"below", {nullptr, nullptr, "/a", false}},
+        {"any", {nullptr, nullptr, "/", true}},
+        {"bus", {"org.freedesktop.DBus", nullptr, nullptr, true}}};
+    for (const auto& [data, from] : wanted)
+    {
+        subscribe_refresh(nullptr, &from, on_heard, const_cast<char*>(data), nullptr, nullptr);
+    }
+    using Hearers = std::set<std::string>;
+    const auto emit_by = [&](support::Client& by, const char* path, const char* interface,
+                             const char* destination = nullptr)
+    {
+        const char* sender = nullptr;
+        sd_bus_get_unique_name(by.bus(), &sender);
+        by.emit(destination, path, interface, "Refresh", "s", (std::string(sender) + path).c_str());
+        by.name_owner(name); // behind the signal
+        client.settle(service);
+        return std::exchange(hearers, {});
+    };
+    client.settle(service);
+    EXPECT_EQ(emit_by(client, "/a", inventory), (Hearers{"all", "any", "below", "path"}));
+    EXPECT_EQ(emit_by(other, "/a/b", inventory),
+              (Hearers{"all", "any", "below", "other", "owner"}));
+    EXPECT_EQ(emit_by(other, "/ab", "com.example.Other"), Hearers{"any"});
+    // One that goes round the bus's matches.
+    EXPECT_EQ(emit_by(client, "/ab", inventory, service.c_str()), (Hearers{"all", "any"}));
+    client.emit(service.c_str(), "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                "NameOwnerChanged", "sss", name, unique, service.c_str());
+    EXPECT_EQ(emit_by(other, "/", inventory), (Hearers{"all", "any", "other", "owner"}));
+
+    sd_bus_release_name(other.bus(), name);
+    EXPECT_EQ(emit_by(other, "/", inventory), (Hearers{"all", "any", "other"}));
+    sd_bus_request_name(client.bus(), name, 0);
+    EXPECT_EQ(emit_by(client, "/", inventory), (Hearers{"all", "any", "owner"}));
+    EXPECT_EQ(logged(2), "");
+}
+
+TEST_F(Signal, IsHeardUntilItsSubscriptionEnds)
+{
+    static GANTRY_subscription* subscriptions[3];
+    const auto end_all = [](GANTRY_subscription* own, char*, void*)
+    {
+        heard += "end\n";
+        auto* const name = own;
+        GANTRY_unsubscribe(&own);
+        EXPECT_EQ(own, nullptr);
+        const char* sender = "";
+        GANTRY_signal_get_sender(name, &sender);
+        EXPECT_EQ(sender, nullptr);
+        for (auto*& each : subscriptions)
+        {
+            GANTRY_unsubscribe(&each); // one of them for the second time
+        }
+    };
+    for (auto*& each : subscriptions)
+    {
+        subscribe_refresh(context, nullptr, end_all, nullptr, &each, nullptr);
+    }
+    client.emit(nullptr, "/", inventory, "Refresh", "s", "text");
+    client.emit(nullptr, "/", inventory, "Refresh", "s", "text");
+    EXPECT_EQ(arrived(), "end\ntext\ntext\n");
+    EXPECT_EQ(subscriptions[2], nullptr);
+
+    // One that outlives its connection, and one its context.
+    const GANTRY_match from{"com.example.Owner", nullptr, nullptr, false};
+    subscribe_refresh(context, &from, end_all, nullptr, &subscriptions[0], nullptr);
+    subscribe_refresh(context, &from, end_all, nullptr, &subscriptions[1], nullptr);
+    sd_bus_close(GANTRY_get_sd_bus(context->bus));
+    GANTRY_unsubscribe(&subscriptions[0]);
+    GANTRY_context_free(&context);
+    GANTRY_unsubscribe(&subscriptions[1]);
+    GANTRY_unsubscribe(nullptr);
+    EXPECT_EQ(subscriptions[1], nullptr);
+}
+
+TEST_F(Signal, IsNotSubscribedToWithNonsense)
+{
+    const GANTRY_match wrong[] = {{"a'", nullptr, nullptr, false},
+                                  {nullptr, "'", nullptr, false},
+                                  {nullptr, nullptr, "/a/", false}};
+    for (const auto& from : wrong)
+    {
+        int error = 0;
+        auto* none = reinterpret_cast<GANTRY_subscription*>(context);
+        subscribe_refresh(nullptr, &from, on_heard, nullptr, &none, &error);
+        EXPECT_EQ(error, EINVAL);
+        EXPECT_EQ(none, nullptr);
+        EXPECT_THAT(logged(2), HasSubstr("is not valid: ["));
+    }
+    const GANTRY_match twice{nullptr, "/a", "/", false};
+    subscribe_refresh(nullptr, &twice, on_heard, nullptr, nullptr, nullptr);
+    subscribe_refresh(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_THAT(logged(2), AllOf(HasSubstr("two paths"), HasSubstr("no callback")));
 }
 
 TEST_F(Signal, OfOtherValuesIsDropped)

@@ -1,0 +1,56 @@
+/*
+ * Signals that a host hears. The function GANTRY_subscribe__<interface>__<Signal> of the
+ * interface's gantry_server.h subscribes to one; here is what goes with it. Call all functions on
+ * the context's thread.
+ */
+#ifndef GANTRY_SIGNAL_H
+#define GANTRY_SIGNAL_H
+
+#include <gantry/context.h>
+
+GANTRY_BEGIN_C
+
+/*
+ * A subscription. The pointer is its name and points to nothing: once the subscription has ended,
+ * by GANTRY_unsubscribe or with its context, it names none, and using it does no harm.
+ */
+typedef struct GANTRY_subscription GANTRY_subscription;
+
+/*
+ * Which signals are heard: those that meet all of these. A record of zeros, as a null pointer to
+ * one, stands for the signals of the interface from everyone. The record and its texts are only
+ * read during the call.
+ */
+typedef struct GANTRY_match
+{
+    /* A unique name, or a well-known one, of which the owner at the time of the signal is heard.
+     * Null: from anyone. Any client of the bus can send a signal of any object and interface. */
+    const char* sender;
+    /* The object's path; null: of all objects. */
+    const char* path;
+    /* The path of the object, or one above it, if `path` is null; null: of all objects. */
+    const char* path_namespace;
+    /* The signal may be of any interface, if it only has the name and the values. */
+    bool any_interface;
+} GANTRY_match;
+
+/*
+ * Tells who sent the signal that the subscription's callback has got, a unique name, and which
+ * object it is of. The text is valid until the callback returns. Sets *out to null if there is
+ * none, which outside of the callback, and after GANTRY_unsubscribe inside it, is always so. `out`
+ * must not be null.
+ */
+GANTRY_API void GANTRY_signal_get_sender(GANTRY_subscription* subscription, const char** out);
+GANTRY_API void GANTRY_signal_get_path(GANTRY_subscription* subscription, const char** out);
+
+/*
+ * Ends the subscription and sets *subscription to null. Its callback isn't called any more, for
+ * signals that have arrived already neither. It may be called inside any callback, also the
+ * subscription's own. Does nothing if *subscription is null or names none, and if `subscription` is
+ * null.
+ */
+GANTRY_API void GANTRY_unsubscribe(GANTRY_subscription** subscription);
+
+GANTRY_END_C
+
+#endif

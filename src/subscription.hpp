@@ -1,0 +1,82 @@
+/*
+ * Subscriptions that a host can end, and that hear what it has asked for. Each is a match of sd-bus
+ * on all that the host named. The host has a serial as its GANTRY_subscription* (serial.hpp), and
+ * the context the subscription.
+ *
+ * A client can send a signal to this connection alone, without a match for it on the bus. sd-bus
+ * holds such a signal against the match, too, but a well-known name against no sender: messages
+ * have their sender's unique name. So the owner of such a name is known here, from the bus's
+ * NameOwnerChanged and at first by asking. What the bus says arrives in order with the signals.
+ */
+#pragma once
+
+#include "signal.hpp"
+
+#include <gantry/signal.h>
+
+#include <gantry/context.hpp>
+
+#include <systemd/sd-bus.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace gantry
+{
+
+struct HostSubscription : std::enable_shared_from_this<HostSubscription>
+{
+    using Slot = std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)>;
+
+    /** What is called for a signal, and how. */
+    struct Target
+    {
+        Place place;
+        GANTRY_cpp_context* context;
+        void (*pass_on)(const HostSubscription& to, sdbusplus::message_t& message);
+        void (*callback)();
+        void* data;
+    };
+
+    Target target;
+    std::uintptr_t serial;
+    /** The unique name of who alone is heard, unless the match says it all. */
+    std::string owner;
+    bool has_owner = false;
+    /** The signal that the callback has got. */
+    sd_bus_message* present = nullptr;
+
+    Slot match{nullptr, sd_bus_slot_unref};
+    Slot owner_match{nullptr, sd_bus_slot_unref};
+    Slot owner_question{nullptr, sd_bus_slot_unref};
+
+    HostSubscription(const Target& heard, std::uintptr_t number) : target(heard), serial(number)
+    {
+    }
+    [[nodiscard]] GANTRY_subscription* handle() const noexcept;
+};
+
+/** Adds a subscription to its context. A null context of the target is the calling thread's. */
+void add_subscription(HostSubscription::Target target, const char* interface, const char* member,
+                      const GANTRY_match* from, GANTRY_subscription** out, int* error);
+
+/** The body of an exported subscribing function. */
+template <class... Values, class Callback>
+void subscribe(const Place& place, const char* interface, const char* member,
+               GANTRY_cpp_context* context, const GANTRY_match* from, Callback* callback,
+               void* data, GANTRY_subscription** out, int* error)
+{
+    using Form = void (*)(GANTRY_subscription*, typename CForm<Values>::type..., void*);
+
+    const auto pass = [](const HostSubscription& to, sdbusplus::message_t& message)
+    {
+        const auto call = [&to](auto... form)
+        { reinterpret_cast<Form>(to.target.callback)(to.handle(), form..., to.target.data); };
+        pass_on<Values...>(to.target.place, *to.target.context, message, call);
+    };
+    add_subscription({place, context, pass, reinterpret_cast<void (*)()>(callback), data},
+                     interface, member, from, out, error);
+}
+
+} // namespace gantry
