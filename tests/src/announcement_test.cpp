@@ -194,7 +194,8 @@ TEST_F(Announcement, WhatComesAndGoesWhileStalledIsToldOnceInTheOrderOfItsPath)
     std::string order;
     for (const auto& each : client.signals())
     {
-        order += each.path + ' ' + each.member + '\n';
+        // The daemon may still pass on what an earlier test's connection sent.
+        order += each.sender == service ? each.path + ' ' + each.member + '\n' : "";
     }
     EXPECT_EQ(order, "/called InterfacesAdded\n" // before the reply
                      "/object InterfacesRemoved\n/object InterfacesAdded\n"
