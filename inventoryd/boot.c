@@ -1,10 +1,7 @@
 #define _POSIX_C_SOURCE 200809L /* siginfo_t for sd-event */
 
-#include "boot.h"
-
 #include "devices.h"
 #include "inventory.h"
-#include "object.h"
 #include "sysfs.h"
 
 #include <errno.h>
@@ -268,14 +265,14 @@ static void scan_option(uint16_t number, const char* name)
     {
         return;
     }
-    object_put_uint32(object, "UniqueID", number);
+    object_put_number(object, "UniqueID", number);
     object_put_string(object, "oBootType", "UEFI");
     put_path(object, value.bytes + path, path_size);
     put_data(object, value.bytes + path + path_size, value.size - path - path_size);
     object_put_string(object, "obootOptionReference", name);
-    object_put_byte(object, "iCurrentIndex", index_of(number));
-    object_put_byte(object, "iPendingIndex", pending_index_of(number));
-    object_put_byte(object, "iEnabled", object_switch(true, (value.bytes[0] & active) != 0));
+    object_put_number(object, "iCurrentIndex", index_of(number));
+    object_put_number(object, "iPendingIndex", pending_index_of(number));
+    object_put_switch(object, "iEnabled", true, (value.bytes[0] & active) != 0);
     object_put_format(object, "hdr_DOT_fqdd", "BootDevice.%s", name);
     object_put_format(object, "hdr_DOT_key", "BootDevice.%s", name);
     object_put_string(object, "hdr_DOT_objName", description);
@@ -320,23 +317,19 @@ static void scan_sequence(void)
     object_put_string(object, "hdr_DOT_objDependencies", keys);
     if (read_number("BootCurrent", &current))
     {
-        object_put_byte(object, "iCurrentIndex", index_of(current));
+        object_put_number(object, "iCurrentIndex", index_of(current));
     }
     object_complete(object);
 }
 
 void scan_boot(void)
 {
-    char directory[sysfs_path_size];
     read_order();
     if (order.count > 0)
     {
         scan_sequence();
     }
-    if (sysfs_join(directory, sysfs_root, variables))
-    {
-        sysfs_each(directory, visit_variable, NULL);
-    }
+    sysfs_each(sysfs_root, variables, visit_variable, NULL);
 }
 
 static void (*on_change)(void);

@@ -6,23 +6,18 @@
  * network link follows the kernel's message at once, and counters follow a timer.
  *
  * It publishes a record of a machine instead if it is given one, and then watches nothing. Or it
- * writes such a record (record.h), for which it needs no bus.
+ * writes such a record (sysfs.h), for which it needs no bus.
  *
  * Facts come from sysfs (sysfs.h), from the kernel's answers over netlink (netlink.h), and names
- * from the hardware database (hwdb.h).
+ * from the hardware database (hwdb.c).
  */
 #define _GNU_SOURCE /* getopt_long, and siginfo_t for sd-event */
 
-#include "boot.h"
+#include "card.h"
 #include "devices.h"
 #include "inventory.h"
 #include "netlink.h"
 #include "nic.h"
-#include "object.h"
-#include "readiness.h"
-#include "record.h"
-#include "slots.h"
-#include "sysfs.h"
 
 #include <gantry/gantry.h>
 #include <gantry/version.h>
@@ -176,7 +171,7 @@ static int serve(void)
         return EXIT_FAILURE;
     }
     GANTRY_context_manage(context, "/com/orvane/velmar", NULL);
-    slots_open(event, dumps != NULL ? dumps : getenv("RUNTIME_DIRECTORY"));
+    dump_open(event, dumps != NULL ? dumps : getenv("RUNTIME_DIRECTORY"));
     readiness_publish();
     scan_all();
     objects_declare_complete();
@@ -188,7 +183,7 @@ static int serve(void)
     GANTRY_dbus_sdloop(context);
 
     GANTRY_context_free(&context);
-    slots_free();
+    dump_free();
     objects_free();
     netlink_close();
     sd_event_source_unref(burst_timer);

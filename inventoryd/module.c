@@ -178,23 +178,6 @@ static double read_number(const struct module_standard* standard,
     }
 }
 
-static void put_number(struct object* object, const struct module_field* field, double number)
-{
-    switch (field->type)
-    {
-    case 'd':
-        object_put_double(object, field->member, number);
-        break;
-    case 'n':
-        object_put_int16(object, field->member, (int)number);
-        break;
-    default:
-        (field->type == 'y'   ? object_put_byte
-         : field->type == 'q' ? object_put_uint16
-                              : object_put_uint32)(object, field->member, (uint64_t)number);
-    }
-}
-
 void module_put(struct object* object, const struct module_standard* standard,
                 const struct module_memory* memory)
 {
@@ -223,6 +206,6 @@ void module_put(struct object* object, const struct module_standard* standard,
         {
             number = read_number(standard, memory, each);
         }
-        put_number(object, each, number);
+        object_put_real(object, each->member, number);
     }
 }

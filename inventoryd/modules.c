@@ -1,6 +1,3 @@
-#include "modules.h"
-
-#include "ethtool.h"
 #include "module.h"
 #include "nic.h"
 
@@ -14,25 +11,24 @@ static struct
     const struct module_standard* standard;
     struct kind kind;
 } interfaces[] = {
-    {&module_sfp, {OBJECT_KIND(system, SFP), .put_counters = put_readings}},
-    {&module_qsfp, {OBJECT_KIND(system, QSFP), .put_counters = put_readings}},
-    {&module_qsfpd, {OBJECT_KIND(system, QSFPD), .put_counters = put_readings}},
+    {&module_sfp, {OBJECT_KIND(system, SFP), .put_counters = put_readings, .interval = 30}},
+    {&module_qsfp, {OBJECT_KIND(system, QSFP), .put_counters = put_readings, .interval = 30}},
+    {&module_qsfpd, {OBJECT_KIND(system, QSFPD), .put_counters = put_readings, .interval = 30}},
 };
 
 enum
 {
-    interface_count = sizeof interfaces / sizeof *interfaces,
-    reading_interval = 30 /* in seconds */
+    interface_count = sizeof interfaces / sizeof *interfaces
 };
 
 /* Returns null if there is no module of a known standard. */
 static const struct module_standard* read_memory(const char* device, struct module_memory* memory)
 {
     static const struct ethtool_page places[module_page_count] = {
-        [module_lower] = {0x50, 0, 0x00, 0},      [module_upper_00] = {0x50, 0, 0x00, 128},
-        [module_upper_01] = {0x50, 0, 0x01, 128}, [module_upper_02] = {0x50, 0, 0x02, 128},
-        [module_upper_03] = {0x50, 0, 0x03, 128}, [module_upper_11] = {0x50, 0, 0x11, 128},
-        [module_upper_13] = {0x50, 0, 0x13, 128}, [module_diagnostics] = {0x51, 0, 0x00, 0},
+        [module_lower] = {0x50, 0x00, 0},      [module_upper_00] = {0x50, 0x00, 128},
+        [module_upper_01] = {0x50, 0x01, 128}, [module_upper_02] = {0x50, 0x02, 128},
+        [module_upper_03] = {0x50, 0x03, 128}, [module_upper_11] = {0x50, 0x11, 128},
+        [module_upper_13] = {0x50, 0x13, 128}, [module_diagnostics] = {0x51, 0x00, 0},
     };
     const struct module_standard* standard = NULL;
     uint32_t things = MODULE_PAGE(module_lower);
@@ -68,21 +64,17 @@ static void put_module(struct object* object, const struct module_standard* stan
                        const struct module_memory* memory)
 {
     module_put(object, standard, memory);
-    object->read_at = (uint64_t)time(NULL);
+    object->counted_at = (uint64_t)time(NULL);
     /* Otherwise the time alone would be a change. */
     if (object_has_changes(object))
     {
-        object_put_uint32(object, "StatisticsTime", object->read_at);
+        object_put_number(object, "StatisticsTime", object->counted_at);
     }
 }
 
 static void put_readings(struct object* object)
 {
     struct module_memory memory;
-    if ((uint64_t)time(NULL) - object->read_at < reading_interval)
-    {
-        return;
-    }
     const struct module_standard* standard = read_memory(object->device, &memory);
     for (size_t i = 0; i < interface_count; ++i)
     {

@@ -1,5 +1,4 @@
 #include "nic.h"
-#include "sysfs.h"
 
 #include <string.h>
 
@@ -11,9 +10,9 @@ enum
     locally_assigned = 7
 };
 
-void nic_put_connection(struct object* object, const struct nic_interface* interface)
+void nic_put_connection(struct object* object)
 {
-    const char* device = interface->device;
+    const char* device = object->device;
     char partner[sysfs_text_size];
     char port[sysfs_text_size];
     char own[sysfs_text_size];
@@ -23,7 +22,7 @@ void nic_put_connection(struct object* object, const struct nic_interface* inter
         sysfs_text(device, "brport/designated_port", port) &&
         !(sysfs_text(device, "brport/bridge/bridge/bridge_id", own) && strcmp(partner, own) == 0);
     object_put_string(object, "ChassisId", known ? partner : "");
-    object_put_uint16(object, "ChassisIdSubType", known ? locally_assigned : unknown);
+    object_put_number(object, "ChassisIdSubType", known ? locally_assigned : unknown);
     object_put_string(object, "PortId", known ? port : "");
-    object_put_uint16(object, "PortIdSubType", known ? locally_assigned : unknown);
+    object_put_number(object, "PortIdSubType", known ? locally_assigned : unknown);
 }

@@ -1,4 +1,4 @@
-#include "readiness.h"
+#include "inventory.h"
 
 #include <gantry/gantry.h>
 

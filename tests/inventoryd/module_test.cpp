@@ -248,35 +248,13 @@ TEST(Modules, NoMutationGivesWhatAPropertyCantHold)
 // The properties' place, if there is one. What the bus wouldn't take must not come here.
 extern "C"
 {
-    static void put(object* object, const char* member, double value)
+    void object_put_real(object* object, const char* member, double value)
     {
         ASSERT_TRUE(std::isfinite(value)) << member;
         if (object != nullptr)
         {
             reinterpret_cast<Properties*>(object)->numbers[member] = value;
         }
-    }
-
-#define DEFINE_PUT(type, value_type)                                                               \
-    void object_put_##type(object* object, const char* member, std::uint64_t value)                \
-    {                                                                                              \
-        ASSERT_EQ(value, static_cast<std::uint64_t>(static_cast<value_type>(value))) << member;    \
-        put(object, member, static_cast<value_type>(value));                                       \
-    }
-
-    DEFINE_PUT(byte, unsigned char)
-    DEFINE_PUT(uint16, unsigned short)
-    DEFINE_PUT(uint32, unsigned int)
-
-    void object_put_int16(object* object, const char* member, int value)
-    {
-        ASSERT_EQ(value, static_cast<short>(value)) << member;
-        put(object, member, value);
-    }
-
-    void object_put_double(object* object, const char* member, double value)
-    {
-        put(object, member, value);
     }
 
     void object_put_string(object* object, const char* member, const char* text)
