@@ -283,6 +283,8 @@ TEST_F(Inventoryd, ACardIsOneSlotWhoseFunctionsAreItsPartitions)
     expect("system.NicSlot/0000:3b:00",
            "FQDD=s \"NIC.0000:3b:00\"; BSInfo_Bus=y 59; FamilyVersion=s \"22.31.1014\"; "
            "ControllerBIOSVersion=s \"14.1\"; DataBusWidth=s \"x8\"; SerialNumber=s \"\"");
+    expect("system.NicConnectionView/0000:3b:00-1",
+           "ChassisIdSubType=q 4; SystemName=s \"switch\"; PortId=s \"\"");
     expect("system.NicSlot/0000:00:1f", "BSInfo_Function=y 6; DeviceID=s \"0x15b7\"");
     expect("system.NicSlot/USB.1-2", "ProductName=s \"Adapter\"; BSInfo_VendorID=q 3034");
 
