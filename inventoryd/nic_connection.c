@@ -35,6 +35,7 @@ static const char* const members[field_count] = {"ChassisId",
 
 #ifdef HAVE_LLDPCTL
 #include <lldpctl.h>
+#include <unistd.h>
 
 static void copy(char text[text_size], lldpctl_atom_t* from, lldpctl_key_t key)
 {
@@ -71,6 +72,10 @@ static void read_neighbor(char texts[field_count][text_size], lldpctl_atom_t* ne
 /* Of several partners, such as those behind a bridge that forwards what they send, the last. */
 static void ask_lldpd(char texts[field_count][text_size], const char* interface)
 {
+    if (access(lldpctl_get_default_transport(), R_OK | W_OK) != 0)
+    {
+        return; /* it doesn't run, or not for this process; the library would log it each time */
+    }
     lldpctl_conn_t* connection = lldpctl_new(NULL, NULL, NULL);
     lldpctl_atom_t* interfaces = connection != NULL ? lldpctl_get_interfaces(connection) : NULL;
     lldpctl_atom_t* each = NULL;

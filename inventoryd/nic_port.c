@@ -137,6 +137,10 @@ static void put_address(struct object* object, const char* member,
                         const struct rtnetlink_address* address)
 {
     char text[3 * rtnetlink_most_address + 1] = "";
+    if (object_type(object, member) == '\0')
+    {
+        return; /* a port has none */
+    }
     for (size_t i = 0; i < address->size; ++i)
     {
         snprintf(text + 3 * i, 4, "%02x%s", address->bytes[i], i + 1 < address->size ? ":" : "");
@@ -225,7 +229,10 @@ void nic_put_counters(struct object* object)
         object_put_counter(object, "DiscardedPkts",
                            link.counters.rx_dropped + link.counters.rx_missed_errors);
     }
-    sysfs_each(object->device, "device/infiniband", put_rdma, object);
+    if (object_type(object, "RDMARxTotalBytes") != '\0')
+    {
+        sysfs_each(object->device, "device/infiniband", put_rdma, object);
+    }
     object_put_statistics_times(object);
 }
 

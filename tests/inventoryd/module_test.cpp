@@ -6,10 +6,7 @@ extern "C"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
-#include <iostream>
-#include <random>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -212,35 +209,6 @@ TEST(Modules, MemoryThatIsntProgrammedOrNotAllThereHasNoValue)
     module.write(module_lower, 68, "SN");
     module_hide_serial(&module_sfp, &module);
     EXPECT_EQ(module.read(&module_sfp).texts.at("Vendor_SN"), "");
-}
-
-// $MODULE_MUTATIONS says how many, 20000 if it isn't set.
-TEST(Modules, NoMutationGivesWhatAPropertyCantHold)
-{
-    const char* const wanted = std::getenv("MODULE_MUTATIONS");
-    const long count = wanted != nullptr ? std::strtol(wanted, nullptr, 10) : 20000;
-    std::mt19937 random(1);
-    Module module;
-    for (long i = 0; i < count; ++i)
-    {
-        if (i % 64 == 0)
-        {
-            module = i % 128 == 0 ? sfp() : cmis();
-            if (i % 256 == 0)
-            {
-                std::ranges::generate(module.bytes[i / 256 % module_page_count], random);
-            }
-        }
-        module.bytes[random() % module_page_count][random() % module_page_size] =
-            static_cast<std::uint8_t>(random());
-        std::ranges::generate(module.sizes,
-                              [&] { return random() % 4 == 0 ? random() % 129 : 128; });
-        for (const auto* standard : {&module_sfp, &module_qsfp, &module_qsfpd})
-        {
-            module_put(nullptr, standard, &module);
-        }
-    }
-    std::cout << count << " mutations\n";
 }
 
 } // namespace
