@@ -203,6 +203,20 @@ static void print_usage(FILE* out, const char* program)
             program);
 }
 
+/* Returns the program's exit status. */
+static int write_record(const char* directory)
+{
+    const int error = record_start(directory);
+    if (error != 0)
+    {
+        fprintf(stderr, SD_ERR "%s: %s\n", directory, strerror(error));
+        return EXIT_FAILURE;
+    }
+    object_is_unpublished = true;
+    scan_all();
+    return EXIT_SUCCESS;
+}
+
 int main(int argc, char** argv)
 {
     static const struct option options[] = {
@@ -261,28 +275,12 @@ int main(int argc, char** argv)
         return misused;
     }
     nic_every_interface = getenv("INVENTORYD_EVERY_INTERFACE") != NULL;
-    if (root != NULL)
+    /* The devices' directories are free of links, and so must this be. */
+    sysfs_root = root != NULL ? realpath(root, NULL) : sysfs_root;
+    if (root != NULL && (sysfs_root == NULL || !sysfs_has_directory(sysfs_root, ".")))
     {
-        /* The devices' directories are free of links, and so must this be. */
-        sysfs_root = realpath(root, NULL);
-        if (sysfs_root == NULL || !sysfs_has_directory(sysfs_root, "."))
-        {
-            fprintf(stderr, SD_ERR "%s: %s\n", root,
-                    strerror(sysfs_root == NULL ? errno : ENOTDIR));
-            return EXIT_FAILURE;
-        }
-    }
-    if (record == NULL)
-    {
-        return serve();
-    }
-    const int error = record_start(record);
-    if (error != 0)
-    {
-        fprintf(stderr, SD_ERR "%s: %s\n", record, strerror(error));
+        fprintf(stderr, SD_ERR "%s: %s\n", root, strerror(sysfs_root == NULL ? errno : ENOTDIR));
         return EXIT_FAILURE;
     }
-    object_is_unpublished = true;
-    scan_all();
-    return EXIT_SUCCESS;
+    return record != NULL ? write_record(record) : serve();
 }
