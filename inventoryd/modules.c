@@ -32,13 +32,13 @@ static const struct module_standard* read_memory(const char* device, struct modu
     };
     const struct module_standard* standard = NULL;
     uint32_t things = MODULE_PAGE(module_lower);
-    memset(memory->sizes, 0, sizeof memory->sizes);
+    memset(memory, 0, sizeof *memory);
     for (unsigned int page = 0; page < module_page_count; ++page)
     {
         if ((things & MODULE_PAGE(page)) != 0 &&
             ethtool_read_page(device, places[page], memory->bytes[page]))
         {
-            memory->sizes[page] = module_page_size;
+            memory->pages |= MODULE_PAGE(page);
         }
         if ((standard = module_standard_of(memory)) == NULL)
         {
@@ -52,7 +52,7 @@ static const struct module_standard* read_memory(const char* device, struct modu
     }
     for (unsigned int page = 0; page < module_page_count; ++page)
     {
-        if (memory->sizes[page] > 0)
+        if ((memory->pages & MODULE_PAGE(page)) != 0)
         {
             ethtool_record_page(device, places[page], memory->bytes[page]);
         }
