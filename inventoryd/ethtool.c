@@ -86,18 +86,27 @@ bool ethtool_has_bit(const struct nlattr* set, const char* name)
     return false;
 }
 
-static bool ask_page(const char* device, struct ethtool_page page, uint8_t bytes[ethtool_page_size])
+bool ethtool_read_page(const char* device, const char* file, uint8_t bytes[ethtool_page_size])
 {
     union netlink_message message;
-    if (!begin(&message, device, ETHTOOL_MSG_MODULE_EEPROM_GET))
+    unsigned int i2c_address = 0;
+    unsigned int bank = 0;
+    unsigned int page = 0;
+    unsigned int offset = 0;
+    if (sysfs_is_recorded())
+    {
+        return sysfs_bytes(device, file, bytes, ethtool_page_size) == ethtool_page_size;
+    }
+    if (sscanf(file, "module/%2x-%2x-%2x-%2x", &i2c_address, &bank, &page, &offset) != 4 ||
+        !begin(&message, device, ETHTOOL_MSG_MODULE_EEPROM_GET))
     {
         return false;
     }
-    mnl_attr_put_u32(&message.header, ETHTOOL_A_MODULE_EEPROM_OFFSET, page.offset);
+    mnl_attr_put_u32(&message.header, ETHTOOL_A_MODULE_EEPROM_OFFSET, offset);
     mnl_attr_put_u32(&message.header, ETHTOOL_A_MODULE_EEPROM_LENGTH, ethtool_page_size);
-    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_PAGE, page.page);
-    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_BANK, 0);
-    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_I2C_ADDRESS, page.i2c_address);
+    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_PAGE, (uint8_t)page);
+    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_BANK, (uint8_t)bank);
+    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_I2C_ADDRESS, (uint8_t)i2c_address);
     const struct nlattr* data = netlink_ask(&message, NETLINK_GENERIC, device, NULL)
                                     ? netlink_find(&message, ETHTOOL_A_MODULE_EEPROM_DATA)
                                     : NULL;
@@ -107,33 +116,6 @@ static bool ask_page(const char* device, struct ethtool_page page, uint8_t bytes
     }
     memcpy(bytes, mnl_attr_get_payload(data), ethtool_page_size);
     return true;
-}
-
-struct file
-{
-    char name[sizeof "module/ff-ff-ff-ff"];
-};
-
-static struct file file_of(struct ethtool_page page)
-{
-    struct file file;
-    snprintf(file.name, sizeof file.name, "module/%02x-00-%02x-%02x", page.i2c_address, page.page,
-             page.offset);
-    return file;
-}
-
-bool ethtool_read_page(const char* device, struct ethtool_page page,
-                       uint8_t bytes[ethtool_page_size])
-{
-    return sysfs_is_recorded() ? sysfs_bytes(device, file_of(page).name, bytes,
-                                             ethtool_page_size) == ethtool_page_size
-                               : ask_page(device, page, bytes);
-}
-
-void ethtool_record_page(const char* device, struct ethtool_page page,
-                         const uint8_t bytes[ethtool_page_size])
-{
-    record_answer(device, file_of(page).name, bytes, ethtool_page_size);
 }
 
 bool ethtool_ask_ioctl(const char* device, void* request, size_t size)

@@ -24,11 +24,11 @@ enum
 /* Returns null if there is no module of a known standard. */
 static const struct module_standard* read_memory(const char* device, struct module_memory* memory)
 {
-    static const struct ethtool_page places[module_page_count] = {
-        [module_lower] = {0x50, 0x00, 0},      [module_upper_00] = {0x50, 0x00, 128},
-        [module_upper_01] = {0x50, 0x01, 128}, [module_upper_02] = {0x50, 0x02, 128},
-        [module_upper_03] = {0x50, 0x03, 128}, [module_upper_11] = {0x50, 0x11, 128},
-        [module_upper_13] = {0x50, 0x13, 128}, [module_diagnostics] = {0x51, 0x00, 0},
+    static const char* const files[module_page_count] = {
+        [module_lower] = "module/50-00-00-00",    [module_upper_00] = "module/50-00-00-80",
+        [module_upper_01] = "module/50-00-01-80", [module_upper_02] = "module/50-00-02-80",
+        [module_upper_03] = "module/50-00-03-80", [module_upper_11] = "module/50-00-11-80",
+        [module_upper_13] = "module/50-00-13-80", [module_diagnostics] = "module/51-00-00-00",
     };
     const struct module_standard* standard = NULL;
     uint32_t things = MODULE_PAGE(module_lower);
@@ -36,7 +36,7 @@ static const struct module_standard* read_memory(const char* device, struct modu
     for (unsigned int page = 0; page < module_page_count; ++page)
     {
         if ((things & MODULE_PAGE(page)) != 0 &&
-            ethtool_read_page(device, places[page], memory->bytes[page]))
+            ethtool_read_page(device, files[page], memory->bytes[page]))
         {
             memory->pages |= MODULE_PAGE(page);
         }
@@ -54,7 +54,7 @@ static const struct module_standard* read_memory(const char* device, struct modu
     {
         if ((memory->pages & MODULE_PAGE(page)) != 0)
         {
-            ethtool_record_page(device, places[page], memory->bytes[page]);
+            record_answer(device, files[page], memory->bytes[page], module_page_size);
         }
     }
     return standard;

@@ -70,22 +70,14 @@ bool ethtool_statistic(const union netlink_message* message, unsigned int group,
 /* Whether the bit of that name is set in a bit set of an answer. */
 bool ethtool_has_bit(const struct nlattr* set, const char* name);
 
-/* Half a page, 128 bytes, of the EEPROM of the interface's module. The lower half of each page is
- * page 0 at offset 0. The second function writes it to the record, if one is written. */
+/* Half a page of the EEPROM of the interface's module, 128 bytes, by the name of its file in a
+ * record, module/50-00-03-80: I2C address 0x50 or 0x51, bank, page, and offset 0 or 128. The lower
+ * half of each page is page 0 at offset 0. It isn't recorded here. */
 enum
 {
     ethtool_page_size = 128
 };
-struct ethtool_page
-{
-    uint8_t i2c_address; /* 0x50, or 0x51 */
-    uint8_t page;        /* of bank 0 */
-    uint8_t offset;      /* 0 or 128 */
-};
-bool ethtool_read_page(const char* device, struct ethtool_page page,
-                       uint8_t bytes[ethtool_page_size]);
-void ethtool_record_page(const char* device, struct ethtool_page page,
-                         const uint8_t bytes[ethtool_page_size]);
+bool ethtool_read_page(const char* device, const char* file, uint8_t bytes[ethtool_page_size]);
 
 /* For a request of linux/ethtool.h that has no other form. It begins with its number, and the
  * answer overwrites it. */

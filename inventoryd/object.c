@@ -282,13 +282,13 @@ void objects_free(void)
 
 char object_type(const struct object* object, const char* member)
 {
-    const char* type = NULL;
-    if (object->instance == NULL)
+    const char* type = "?";
+    if (object->instance != NULL)
     {
-        return '?';
+        GANTRY_property_get_type(object->instance, member, &type);
     }
-    GANTRY_property_get_type(object->instance, member, &type);
-    return type != NULL ? *type : '\0';
+    type = type != NULL ? type : "";
+    return *type;
 }
 
 /* The largest number that a property of the type can have. */
