@@ -1,121 +1,295 @@
+#define _POSIX_C_SOURCE 200809L /* strdup */
+
 #include "adapter.h"
 
 #include "devices.h"
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <systemd/sd-daemon.h>
 
-struct adapter_scan
+enum
 {
-    struct adapter_family* family;
-    struct card function;       /* whose ports are looked for */
-    struct card card;           /* its first function; without a name before the first card */
-    char port[sysfs_path_size]; /* its first one, or empty */
-    unsigned int ports;
-    unsigned int last_number;
+    name_size = card_name_size + 32,
+    most_ports = 255 /* of a controller, whose property is a byte */
 };
 
-static void end_card(struct adapter_scan* scan)
+/* What the present scan has found. */
+static struct
 {
-    struct adapter_family* family = scan->family;
-    char fqdd[card_name_size + 8];
-    if (scan->card.name[0] == '\0')
+    struct adapter_port* items;
+    size_t count;
+    size_t room;
+} found;
+
+void adapter_add(const struct adapter_port* port)
+{
+    if (found.count == found.room)
     {
-        return;
+        const size_t room = found.room > 0 ? 2 * found.room : 16;
+        struct adapter_port* items = realloc(found.items, room * sizeof *items);
+        if (items == NULL)
+        {
+            return;
+        }
+        found.items = items;
+        found.room = room;
     }
-    snprintf(fqdd, sizeof fqdd, "%s.%s", family->prefix, scan->card.name);
-    struct object* object = object_due(&family->slot, scan->card.name, scan->card.function);
-    if (object != NULL)
+    struct adapter_port* added = &found.items[found.count];
+    *added = *port;
+    if (port->device == NULL || (added->device = strdup(port->device)) != NULL)
     {
-        card_put_slot(object, &scan->card, fqdd);
-        object_put_format(object, "FriendlyFQDD", "%s adapter %s", family->title, scan->card.name);
-        family->put_slot(object, &scan->card, scan->port, scan->ports);
-        object_announce(object);
-    }
-    object = object_due(&family->controller, scan->card.name, scan->card.function);
-    if (object != NULL)
-    {
-        object_put_byte(object, "PortsCount", scan->ports);
-        object_announce(object);
+        ++found.count;
     }
 }
 
-static void begin_card(struct adapter_scan* scan)
+static int compare(const void* left, const void* right)
 {
-    if (strcmp(scan->card.name, scan->function.name) != 0)
+    const struct adapter_port* one = left;
+    const struct adapter_port* other = right;
+    const char* const devices[] = {one->device != NULL ? one->device : "",
+                                   other->device != NULL ? other->device : ""};
+    const int orders[] = {strcmp(one->card.name, other->card.name),
+                          (int)one->card.location.function - (int)other->card.location.function,
+                          (int)one->number - (int)other->number, strcmp(devices[0], devices[1])};
+    size_t i = 0;
+    while (i < 3 && orders[i] == 0)
     {
-        end_card(scan);
-        scan->card = scan->function;
-        scan->port[0] = '\0';
-        scan->ports = 0;
-        scan->last_number = 0;
+        ++i;
+    }
+    return orders[i];
+}
+
+bool adapter_find_driver(const struct adapter_port* port, char name[sysfs_path_size])
+{
+    return sysfs_link_name(port->device, "device/driver", name) ||
+           (port->card.is_pci && sysfs_link_name(port->card.function, "driver", name));
+}
+
+void adapter_put_capabilities(struct object* object, const struct adapter_port* port)
+{
+    char driver[sysfs_path_size];
+    uint64_t functions = 0;
+    const char* function = port->card.function;
+    const bool is_bound = adapter_find_driver(port, driver);
+    object_put_switch(object, "RDMASupport", is_bound,
+                      is_bound && sysfs_has_directory(function, "infiniband"));
+    object_put_switch(object, "OnChipThermalSensor", is_bound,
+                      is_bound && sysfs_has_directory(function, "hwmon"));
+    /* The kernel has the file for each physical function that can have virtual ones. */
+    (void)(port->card.is_pci && sysfs_number(function, "sriov_totalvfs", 10, &functions));
+    object_put_switch(object, "VFSRIOVSupport", port->card.is_pci, functions > 0);
+}
+
+void adapter_put_rdma(struct object* object, const char* port)
+{
+    static const struct row rows[] = {
+        {"RDMARxTotalPackets", "counters/port_rcv_packets", row_counter},
+        {"RDMATxTotalPackets", "counters/port_xmit_packets", row_counter},
+        {"RDMARxTotalBytes", "counters/port_rcv_data", row_words},
+        {"RDMATxTotalBytes", "counters/port_xmit_data", row_words},
+        /* As drivers of iWARP adapters call them. */
+        {"RDMATxTotalReadReqPkts", "hw_counters/iwOutRdmaReads", row_counter},
+        {"RDMATxTotalSendPkts", "hw_counters/iwOutRdmaSends", row_counter},
+        {"RDMATxTotalWritePkts", "hw_counters/iwOutRdmaWrites", row_counter},
+        {0},
+    };
+    sysfs_put(object, port, rows);
+}
+
+void adapter_put_link(struct object* object, enum adapter_link link)
+{
+    object_put_number(object, "LinkStatus", link);
+    object_put_number(object, "PartitionLinkStatus", link);
+}
+
+/* The object, if it has to be read. */
+static struct object* due(struct kind* kind, const char* prefix, const char* name,
+                          const struct adapter_port* port)
+{
+    enum
+    {
+        bound = 1
+    };
+    char driver[sysfs_path_size];
+    struct object* object = object_due(kind, name, port->device);
+    if (object != NULL)
+    {
+        object->tag = port->tag;
+        object_put_format(object, "FQDD", "%s.%s", prefix, name);
+        if (adapter_find_driver(port, driver))
+        {
+            object_put_number(object, "OSDriverState", bound);
+            object_put_number(object, "PartitionOSDriverState", bound);
+        }
+    }
+    return object;
+}
+
+static void scan_partition(struct adapter_family* family, const char* port, unsigned int number,
+                           const struct adapter_port* partition)
+{
+    char name[name_size + 16];
+    snprintf(name, sizeof name, "%s-%u", port, number);
+    struct object* object = due(&family->partition, family->prefix, name, partition);
+    if (object != NULL)
+    {
+        object_put_format(object, "FriendlyFQDD", "Partition %u of port %s.%s", number,
+                          family->prefix, port);
+        card_put_function(object, &partition->card);
+        family->put_partition(object, partition);
+        object_complete(object);
     }
 }
 
-void adapter_found(struct adapter_scan* scan, const char* port, unsigned int number)
+static void scan_port(struct adapter_family* family, const char* name, unsigned int number,
+                      const struct adapter_port* port, unsigned int partitions)
 {
-    struct adapter_family* family = scan->family;
-    const struct card* card = &scan->function;
-    char name[card_name_size + 32];
-    begin_card(scan);
-    if (scan->ports++ == 0)
+    struct object* object = due(&family->port, family->prefix, name, port);
+    if (family->scan_port != NULL)
     {
-        snprintf(scan->port, sizeof scan->port, "%s", port);
+        family->scan_port(name, port, object != NULL);
     }
-    number += card->location.function;
-    number = number > scan->last_number ? number : scan->last_number + 1;
-    scan->last_number = number;
-    snprintf(name, sizeof name, "%s-%u", card->name, number);
-    struct object* object = object_due(&family->port, name, port);
     if (object != NULL)
     {
-        object_put_format(object, "FQDD", "%s.%s", family->prefix, name);
         object_put_format(object, "FriendlyFQDD", "Port %u of adapter %s.%s", number,
-                          family->prefix, card->name);
-        object_put_byte(object, family->partition_count, 1);
-        object->tag = number;
-        family->put_port(object, card);
-        object_announce(object);
+                          family->prefix, port->card.name);
+        object_put_number(object, "PortNumber", number);
+        object_put_number(object, "PartitionCount", partitions);
+        object_put_number(object, "PartitionsCount", partitions);
+        object_put_switch(object, "NicPartitioningSupport", partitions > 1, true); /* of one alone
+                                                                         it isn't known */
+        family->put_port(object, port);
+        object_complete(object);
     }
-    snprintf(name, sizeof name, "%s-%u-1", card->name, number);
-    object = object_due(&family->partition, name, port);
+}
+
+/* Whether both are partitions of one port. */
+static bool share_port(const struct adapter_port* one, const struct adapter_port* other)
+{
+    return one == other || (one->id[0] != '\0' && strcmp(one->id, other->id) == 0);
+}
+
+/* Returns how many ports a card has. */
+static unsigned int scan_ports(struct adapter_family* family, const struct adapter_port* items,
+                               size_t count)
+{
+    unsigned int ports = 0;
+    unsigned int last = 0;
+    for (size_t i = 0; i < count; ++i)
+    {
+        const struct adapter_port* first = &items[i];
+        char name[name_size];
+        unsigned int partitions = 0;
+        size_t former = 0;
+        while (former < i && !share_port(&items[former], first))
+        {
+            ++former;
+        }
+        if (former < i || first->device == NULL)
+        {
+            continue; /* a partition of a former one's port, or no port */
+        }
+        unsigned int number = first->card.location.function + first->number + 1;
+        number = number > last ? number : last + 1;
+        last = number;
+        snprintf(name, sizeof name, "%s-%u", first->card.name, number);
+        for (size_t other = i; other < count; ++other)
+        {
+            if (share_port(&items[other], first))
+            {
+                scan_partition(family, name, ++partitions, &items[other]);
+            }
+        }
+        scan_port(family, name, number, first, partitions);
+        ++ports;
+    }
+    return ports;
+}
+
+static void scan_controller(struct adapter_family* family, const char* card, const char* device,
+                            unsigned int ports)
+{
+    static bool is_told;
+    struct object* object = object_due(&family->controller, card, device);
     if (object != NULL)
     {
-        object_put_format(object, "FQDD", "%s.%s", family->prefix, name);
-        object_put_format(object, "FriendlyFQDD", "Partition 1 of port %s.%s-%u", family->prefix,
-                          card->name, number);
-        card_put_location(object, card);
-        family->put_partition(object, card);
-        object_announce(object);
+        object_put_number(object, "PortsCount", ports < most_ports ? ports : most_ports);
+        object_complete(object);
     }
+    if (ports > most_ports && !is_told)
+    {
+        is_told = true;
+        fprintf(stderr, SD_NOTICE "%s.%s has %u ports, and PortsCount can't exceed %u\n",
+                family->prefix, card, ports, most_ports);
+    }
+}
+
+/* `items` are those of one card. */
+static void scan_card(struct adapter_family* family, const struct adapter_port* items, size_t count)
+{
+    const struct card* card = &items->card;
+    const unsigned int ports = scan_ports(family, items, count);
+    const bool has_slot = card->function[0] != '\0';
+    struct object* object = has_slot ? object_due(&family->slot, card->name, card->function) : NULL;
+    if (object != NULL)
+    {
+        const struct adapter_port* first = items;
+        char fqdd[name_size];
+        while (first + 1 < items + count && first->device == NULL)
+        {
+            ++first;
+        }
+        snprintf(fqdd, sizeof fqdd, "%s.%s", family->prefix, card->name);
+        card_put_slot(object, card, fqdd);
+        object_put_format(object, "FriendlyFQDD", "%s adapter %s", family->title, card->name);
+        object_put_number(object, "PartitionCount", ports);
+        family->put_slot(object, first);
+        object_complete(object);
+    }
+    scan_controller(family, card->name, has_slot ? card->function : items->device, ports);
 }
 
 static void scan_function(void* data, const char* device, const char* name)
 {
-    struct adapter_scan* scan = data;
+    struct adapter_family* family = data;
+    struct adapter_port none = {.device = NULL};
     (void)name;
-    if (!card_find(&scan->function, device))
+    if (!card_find(&none.card, device))
     {
         return;
     }
-    if (card_has_class(device, scan->family->code))
+    if (card_has_class(device, family->code) && !card_has_class(device, family->other_code))
     {
-        begin_card(scan);
+        adapter_add(&none);
     }
-    scan->family->find_ports(scan, device);
+    if (family->find_ports != NULL)
+    {
+        family->find_ports(&none.card);
+    }
 }
 
 void adapter_scan(struct adapter_family* family)
 {
-    struct adapter_scan scan = {.family = family};
-    devices_each("pci", scan_function, &scan);
-    end_card(&scan);
-}
-
-void adapter_put_counter(struct object* object, const char* member, uint64_t value)
-{
-    if (value != UINT64_MAX)
+    devices_each("pci", scan_function, family);
+    if (found.count > 0)
     {
-        object_put_uint32(object, member, value < UINT32_MAX ? value : UINT32_MAX);
+        qsort(found.items, found.count, sizeof *found.items, compare);
     }
+    for (size_t first = 0, end = 0; first < found.count; first = end)
+    {
+        while (end < found.count &&
+               strcmp(found.items[end].card.name, found.items[first].card.name) == 0)
+        {
+            ++end;
+        }
+        scan_card(family, &found.items[first], end - first);
+    }
+    for (size_t i = 0; i < found.count; ++i)
+    {
+        free(found.items[i].device);
+    }
+    free(found.items);
+    memset(&found, 0, sizeof found);
 }

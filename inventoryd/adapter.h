@@ -1,49 +1,64 @@
 /*
- * Adapters whose ports aren't network interfaces, those of Fibre Channel and of InfiniBand: a slot
- * and a controller for each card, and a port with one partition for each port of its functions. The
- * FQDDs are made as those of network adapters (card.h).
+ * Adapters of a family, such as those of Fibre Channel: a slot and a controller for each card, a
+ * port for each of its ports, and a partition for each function of a port. The family's scan adds
+ * what it finds, in any order, and adapter_scan makes the objects of it. They are named as card.h
+ * says. What the families' interfaces have in common is put here, the rest by the family.
  */
 #ifndef ADAPTER_H
 #define ADAPTER_H
 
 #include "card.h"
 
-struct adapter_scan;
+/* A port, or one of its partitions. */
+struct adapter_port
+{
+    struct card card;    /* whose function has it */
+    char* device;        /* its directory; null for a function that has no port */
+    char id[64];         /* the same for the partitions of a port; empty if it has no other */
+    unsigned int number; /* among the ports of its function, from 0 */
+    uint64_t tag;        /* of its objects */
+};
 
 struct adapter_family
 {
-    const char* prefix;          /* of FQDDs */
-    const char* title;           /* of names for people */
-    unsigned int code;           /* the class and subclass of PCI functions without ports */
-    const char* partition_count; /* the property of a port */
-    void (*find_ports)(struct adapter_scan* scan, const char* function);
-    /* `port` is the directory of the card's first port, or empty. */
-    void (*put_slot)(struct object* object, const struct card* card, const char* port,
-                     unsigned int ports);
-    /* The object's device is the port's directory, and its tag the port's number. */
-    void (*put_port)(struct object* object, const struct card* card);
-    void (*put_partition)(struct object* object, const struct card* card);
+    const char* prefix; /* of FQDDs */
+    const char* title;  /* of names for people */
+    /* The class and subclass of PCI functions that are adapters even without ports, and those of
+     * exceptions. */
+    unsigned int code;
+    unsigned int other_code;
+    /* Adds the ports of a PCI function; null if they are added before adapter_scan. */
+    void (*find_ports)(const struct card* card);
+    void (*put_slot)(struct object* object, const struct adapter_port* first);
+    void (*put_port)(struct object* object, const struct adapter_port* port);
+    void (*put_partition)(struct object* object, const struct adapter_port* partition);
+    /* Scans what else a port has, if the family has such a thing. */
+    void (*scan_port)(const char* name, const struct adapter_port* port, bool is_due);
     struct kind slot;
     struct kind controller;
     struct kind port;
     struct kind partition;
 };
 
+void adapter_add(const struct adapter_port* port);
 void adapter_scan(struct adapter_family* family);
 
-/* For find_ports: a port with its number among those of the function, from 1. */
-void adapter_found(struct adapter_scan* scan, const char* port, unsigned int number);
+/* The name of the driver that a port is bound to. */
+bool adapter_find_driver(const struct adapter_port* port, char name[sysfs_path_size]);
 
-/* This host's codes of a port's link and of its driver. */
-enum
+/* Whether the function has RDMA, a thermal sensor and virtual functions. */
+void adapter_put_capabilities(struct object* object, const struct adapter_port* port);
+
+/* The counters of an RDMA device's port, which has this directory. */
+void adapter_put_rdma(struct object* object, const char* port);
+
+/* This host's codes of a link's state, which is put for a port or a partition. */
+enum adapter_link
 {
-    adapter_link_up = 1,
-    adapter_link_down = 2,
-    adapter_driver_bound = 1
+    adapter_link_unknown,
+    adapter_link_up,
+    adapter_link_down
 };
-
-/* Stores a counter for which the property has 32 bits. One that is larger stays at the largest
- * number; one with all 64 bits set isn't counted by the adapter. */
-object_put adapter_put_counter;
+void adapter_put_link(struct object* object, enum adapter_link link);
 
 #endif

@@ -1,10 +1,7 @@
 #define _POSIX_C_SOURCE 200809L /* siginfo_t for sd-event */
 
-#include "boot.h"
-
 #include "devices.h"
 #include "inventory.h"
-#include "object.h"
 #include "sysfs.h"
 
 #include <errno.h>
@@ -66,12 +63,9 @@ static bool read_variable(struct value* value, const char* name)
     {
         attributes_size = 4 /* before each value */
     };
-    char directory[sysfs_path_size];
     char file[128];
-    snprintf(file, sizeof file, "%s" GLOBAL, name);
-    const size_t size = sysfs_join(directory, sysfs_root, variables)
-                            ? sysfs_bytes(directory, file, value->bytes, sizeof value->bytes)
-                            : 0;
+    snprintf(file, sizeof file, "%s/%s" GLOBAL, variables, name);
+    const size_t size = sysfs_bytes(sysfs_root, file, value->bytes, sizeof value->bytes);
     if (size <= attributes_size || size == sizeof value->bytes)
     {
         return false;
@@ -134,12 +128,7 @@ static size_t pending_index_of(uint16_t option)
 static size_t put_utf8(char* text, uint32_t point)
 {
     static const unsigned int leads[] = {0, 0xC0, 0xE0, 0xF0};
-    if (point < 0x80)
-    {
-        *text = (char)point;
-        return 1;
-    }
-    const unsigned int tails = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+    const unsigned int tails = point < 0x80 ? 0 : point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
     text[0] = (char)(leads[tails] | point >> 6 * tails);
     for (unsigned int i = 1; i <= tails; ++i)
     {
@@ -158,74 +147,57 @@ static size_t copy_text(char text[text_size], const struct value* value, size_t 
         most_utf8 = 4
     };
     size_t size = 0;
-    for (uint32_t unit = 1; unit != 0; at += 2)
+    for (uint32_t point = 1; point != 0; at += 2)
     {
         if (at + 2 > value->size)
         {
             return 0;
         }
-        unit = number_at(value, at);
-        uint32_t point = unit;
-        if (unit >= 0xD800 && unit < 0xE000)
+        point = number_at(value, at);
+        if (point >= 0xD800 && point < 0xE000)
         {
             const uint32_t low = at + 4 <= value->size ? number_at(value, at + 2) : 0;
-            const bool is_pair = unit < 0xDC00 && low >= 0xDC00 && low < 0xE000;
-            point = is_pair ? 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00) : replacement;
+            const bool is_pair = point < 0xDC00 && low >= 0xDC00 && low < 0xE000;
+            point = is_pair ? 0x10000 + ((point - 0xD800) << 10) + (low - 0xDC00) : replacement;
             at += is_pair ? 2 : 0;
         }
-        if (size + most_utf8 < text_size)
-        {
-            size += put_utf8(text + size, point);
-        }
+        /* There is always room for the last byte, a zero. */
+        size += point == 0 || size + most_utf8 < text_size ? put_utf8(text + size, point) : 0;
     }
-    text[size < text_size ? size : text_size - 1] = '\0';
     return at;
 }
 
-#ifdef HAVE_EFIVAR
-/* Returns the length, or -1. The library trusts a path's nodes to be what their types say, and a
- * variable may hold anything. So it runs in a process of its own, which may crash. */
-static ssize_t format_path(char text[text_size], const void* bytes, size_t size)
+/* The text of a device path, as UEFI writes it. The library trusts a path's nodes to be what their
+ * types say, and a variable may hold anything. So it runs in a process of its own, which may crash.
+ */
+static void put_path(struct object* object, const void* bytes, size_t size)
 {
-    int ends[2];
-    ssize_t length = -1;
-    int status = -1;
-    if (pipe(ends) != 0)
+#ifdef HAVE_EFIVAR
+    enum
     {
-        return -1;
+        longest_time = 2 /* seconds */
+    };
+    char text[text_size];
+    int ends[2];
+    int status = -1;
+    if (size == 0 || pipe(ends) != 0)
+    {
+        return;
     }
     const pid_t child = fork();
     if (child == 0)
     {
-        enum
-        {
-            longest_time = 2 /* seconds */
-        };
         prctl(PR_SET_DUMPABLE, 0);
         alarm(longest_time);
-        length = efidp_format_device_path(text, text_size, bytes, (ssize_t)size);
+        const ssize_t length = efidp_format_device_path(text, text_size, bytes, (ssize_t)size);
         _exit(length > 0 && length < text_size && write(ends[1], text, (size_t)length) == length
                   ? EXIT_SUCCESS
                   : EXIT_FAILURE);
     }
     close(ends[1]);
-    if (child > 0)
-    {
-        length = read(ends[0], text, text_size - 1);
-        waitpid(child, &status, 0);
-    }
+    const ssize_t length = child > 0 ? read(ends[0], text, text_size - 1) : -1;
     close(ends[0]);
-    return status == 0 ? length : -1;
-}
-#endif
-
-/* The text of a device path, as UEFI writes it. */
-static void put_path(struct object* object, const void* bytes, size_t size)
-{
-#ifdef HAVE_EFIVAR
-    char text[text_size];
-    const ssize_t length = size > 0 ? format_path(text, bytes, size) : -1;
-    if (length > 0)
+    if (child > 0 && waitpid(child, &status, 0) == child && status == 0 && length > 0)
     {
         object_put_format(object, "oBootPath", "%.*s", (int)length, text);
     }
@@ -268,14 +240,14 @@ static void scan_option(uint16_t number, const char* name)
     {
         return;
     }
-    object_put_uint32(object, "UniqueID", number);
+    object_put_number(object, "UniqueID", number);
     object_put_string(object, "oBootType", "UEFI");
     put_path(object, value.bytes + path, path_size);
     put_data(object, value.bytes + path + path_size, value.size - path - path_size);
     object_put_string(object, "obootOptionReference", name);
-    object_put_byte(object, "iCurrentIndex", index_of(number));
-    object_put_byte(object, "iPendingIndex", pending_index_of(number));
-    object_put_byte(object, "iEnabled", object_switch(true, (value.bytes[0] & active) != 0));
+    object_put_number(object, "iCurrentIndex", index_of(number));
+    object_put_number(object, "iPendingIndex", pending_index_of(number));
+    object_put_switch(object, "iEnabled", true, (value.bytes[0] & active) != 0);
     object_put_format(object, "hdr_DOT_fqdd", "BootDevice.%s", name);
     object_put_format(object, "hdr_DOT_key", "BootDevice.%s", name);
     object_put_string(object, "hdr_DOT_objName", description);
@@ -285,18 +257,15 @@ static void scan_option(uint16_t number, const char* name)
 
 static void visit_variable(void* data, const char* path, const char* file)
 {
-    char name[name_size];
-    unsigned int number = 0;
+    char name[name_size] = "";
     (void)data, (void)path;
-    if (sscanf(file, "Boot%4X", &number) == 1)
+    (void)sscanf(file, "Boot%4[0-9A-F]", name + strlen("Boot"));
+    memcpy(name, "Boot", strlen("Boot"));
+    /* The rest of the name excludes other variables, such as BootCurrent, and other vendors. */
+    if (strlen(name) == name_size - 1 && strncmp(file, name, name_size - 1) == 0 &&
+        strcmp(file + name_size - 1, GLOBAL) == 0)
     {
-        snprintf(name, sizeof name, "Boot%04X", number & 0xFFFF);
-        /* Comparing the whole name excludes other variables, such as BootCurrent, and other
-         * vendors. */
-        if (strncmp(file, name, strlen(name)) == 0 && strcmp(file + strlen(name), GLOBAL) == 0)
-        {
-            scan_option((uint16_t)number, name);
-        }
+        scan_option((uint16_t)strtoul(name + strlen("Boot"), NULL, 16), name);
     }
 }
 
@@ -320,23 +289,19 @@ static void scan_sequence(void)
     object_put_string(object, "hdr_DOT_objDependencies", keys);
     if (read_number("BootCurrent", &current))
     {
-        object_put_byte(object, "iCurrentIndex", index_of(current));
+        object_put_number(object, "iCurrentIndex", index_of(current));
     }
     object_complete(object);
 }
 
 void scan_boot(void)
 {
-    char directory[sysfs_path_size];
     read_order();
     if (order.count > 0)
     {
         scan_sequence();
     }
-    if (sysfs_join(directory, sysfs_root, variables))
-    {
-        sysfs_each(directory, visit_variable, NULL);
-    }
+    sysfs_each(sysfs_root, variables, visit_variable, NULL);
 }
 
 static void (*on_change)(void);
@@ -352,13 +317,9 @@ static int on_variable(sd_event_source* source, const struct inotify_event* even
 
 int boot_watch(sd_event* event, void (*changed)(void))
 {
-    char directory[sysfs_path_size];
     on_change = changed;
-    const int result =
-        sysfs_join(directory, sysfs_root, variables)
-            ? sd_event_add_inotify(event, NULL, directory,
-                                   IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVED_TO,
-                                   on_variable, NULL)
-            : 0;
+    const int result = sd_event_add_inotify(event, NULL, "/sys/firmware/efi/efivars",
+                                            IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVED_TO,
+                                            on_variable, NULL);
     return result == -ENOENT ? 0 : result;
 }

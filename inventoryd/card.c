@@ -1,37 +1,16 @@
 #include "card.h"
 
-#include "attribute.h"
-#include "devices.h"
-#include "hwdb.h"
-#include "vpd.h"
-
+#include <inttypes.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
-static const struct attribute identity[] = {
-    {"VendorID", "vendor", NULL, 0},
-    {"DeviceID", "device", NULL, 0},
-    {"SubVendorID", "subsystem_vendor", NULL, 0},
-    {"SubDeviceID", "subsystem_device", NULL, 0},
-    {"Revision", "revision", NULL, 0},
-    {"BSInfo_VendorID", "vendor", object_put_uint16, 10},
-    {"BSInfo_DeviceID", "device", object_put_uint16, 10},
-    {"BSInfo_SubVendorID", "subsystem_vendor", object_put_uint16, 10},
-    {"BSInfo_SubDeviceID", "subsystem_device", object_put_uint16, 10},
-};
-
-/* Of a USB device. */
-static const struct attribute usb_identity[] = {
-    {"VendorID", "idVendor", NULL, 0},
-    {"DeviceID", "idProduct", NULL, 0},
-    {"Revision", "bcdDevice", NULL, 0},
-    {"SerialNumber", "serial", NULL, 0},
-    {"ProductName", "product", NULL, 0},
-    {"VendorName", "manufacturer", NULL, 0},
-    {"BSInfo_VendorID", "idVendor", object_put_uint16, 16},
-    {"BSInfo_DeviceID", "idProduct", object_put_uint16, 16},
-};
+bool pci_location_parse(const char* address, struct pci_location* location)
+{
+    char behind = '\0';
+    return sscanf(address, "%8" SCNx32 ":%2" SCNx32 ":%2" SCNx32 ".%1" SCNx32 "%c",
+                  &location->segment, &location->bus, &location->device, &location->function,
+                  &behind) == 4;
+}
 
 /* A USB device is named after its bus and the ports on the way to it, such as 1-2.4; its interfaces
  * have a colon behind that. */
@@ -80,20 +59,6 @@ bool card_has_class(const char* function, unsigned int code)
            !is_virtual_function(function);
 }
 
-void card_put_functions(struct object* object, const struct card* card)
-{
-    uint64_t most = 0;
-    uint64_t count = 0;
-    if (!card->is_pci)
-    {
-        return;
-    }
-    (void)sysfs_number(card->function, "sriov_totalvfs", 10, &most);
-    (void)sysfs_number(card->function, "sriov_numvfs", 10, &count);
-    object_put_uint16(object, "NumberPCIEFunctionsSupported", most + 1);
-    object_put_uint16(object, "NumberPCIEFunctionsEnabled", count + 1);
-}
-
 static void put_node(struct object* object, const struct card* card)
 {
     enum
@@ -103,38 +68,77 @@ static void put_node(struct object* object, const struct card* card)
     uint64_t node = no_node;
     /* The kernel has -1 for none, which is no number here. */
     (void)sysfs_number(card->function, "numa_node", 10, &node);
-    object_put_uint16(object, "CPUAffinity", node);
+    object_put_number(object, "CPUAffinity", node);
 }
 
-void card_put_location(struct object* object, const struct card* card)
+void card_put_function(struct object* object, const struct card* card)
 {
-    if (card->is_pci)
-    {
-        object_put_uint32(object, "PCIBus", card->location.bus);
-        object_put_uint32(object, "PCIDevice", card->location.device);
-        object_put_uint32(object, "PCIFunction", card->location.function);
-    }
+    uint64_t most = 0;
+    uint64_t count = 0;
     put_node(object, card);
+    if (!card->is_pci)
+    {
+        return;
+    }
+    (void)sysfs_number(card->function, "sriov_totalvfs", 10, &most);
+    (void)sysfs_number(card->function, "sriov_numvfs", 10, &count);
+    object_put_number(object, "NumberPCIEFunctionsSupported", most + 1);
+    object_put_number(object, "NumberPCIEFunctionsEnabled", count + 1);
+    object_put_number(object, "PCIBus", card->location.bus);
+    object_put_number(object, "PCIDevice", card->location.device);
+    object_put_number(object, "PCIFunction", card->location.function);
+}
+
+void card_put_identity(struct object* object, const char* function)
+{
+    static const struct row rows[] = {
+        {"VendorID", "vendor", row_plain},
+        {"DeviceID", "device", row_plain},
+        {"SubVendorID", "subsystem_vendor", row_plain},
+        {"SubDeviceID", "subsystem_device", row_plain},
+        {"Revision", "revision", row_plain},
+        {"BSInfo_VendorID", "vendor", row_plain},
+        {"BSInfo_DeviceID", "device", row_plain},
+        {"BSInfo_SubVendorID", "subsystem_vendor", row_plain},
+        {"BSInfo_SubDeviceID", "subsystem_device", row_plain},
+        {0},
+    };
+    sysfs_put(object, function, rows);
+    hwdb_put(object, function, NULL);
 }
 
 void card_put_slot(struct object* object, const struct card* card, const char* fqdd)
 {
-    static const struct hwdb_members names = {.vendor = "VendorName", .product = "ProductName"};
+    static const struct row of_usb_device[] = {
+        {"VendorID", "idVendor", row_plain},
+        {"DeviceID", "idProduct", row_plain},
+        {"Revision", "bcdDevice", row_plain},
+        {"SerialNumber", "serial", row_plain},
+        {"ProductName", "product", row_plain},
+        {"VendorName", "manufacturer", row_plain},
+        {"BSInfo_VendorID", "idVendor", row_hexadecimal},
+        {"BSInfo_DeviceID", "idProduct", row_hexadecimal},
+        {0},
+    };
+    uint64_t lanes = 0;
     object_put_string(object, "FQDD", fqdd);
     object_put_string(object, "Key", fqdd);
     object_put_string(object, "BSInfo_Key", fqdd);
-    object_put_byte(object, "ControllerCount", 1);
+    object_put_number(object, "ControllerCount", 1);
     put_node(object, card);
     if (!card->is_pci)
     {
-        attributes_read(object, card->function, usb_identity,
-                        sizeof usb_identity / sizeof *usb_identity);
+        sysfs_put(object, card->function, of_usb_device);
         return;
     }
-    attributes_read(object, card->function, identity, sizeof identity / sizeof *identity);
-    object_put_byte(object, "BSInfo_Bus", card->location.bus);
-    object_put_byte(object, "BSInfo_Device", card->location.device);
-    object_put_byte(object, "BSInfo_Function", card->location.function);
-    hwdb_put(object, card->function, NULL, names);
-    vpd_put(object, card->function);
+    card_put_identity(object, card->function);
+    object_put_number(object, "BSInfo_Bus", card->location.bus);
+    object_put_number(object, "BSInfo_Device", card->location.device);
+    object_put_number(object, "BSInfo_Function", card->location.function);
+    if (sysfs_number(card->function, "current_link_width", 10, &lanes) && lanes > 0)
+    {
+        object_put_format(object, "DataBusWidth", "x%" PRIu64, lanes);
+    }
+    versions_put(object, card->function, !vpd_put(object, card->function));
+    dmi_put_slot(object, &card->location);
 }

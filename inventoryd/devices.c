@@ -2,8 +2,7 @@
 
 #include "devices.h"
 
-#include "pci_location.h"
-#include "record.h"
+#include "card.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -24,12 +23,6 @@ static bool all_changed = true;
 
 static void (*on_change)(void);
 
-const char* devices_name(const char* device)
-{
-    const char* slash = strrchr(device, '/');
-    return slash != NULL ? slash + 1 : device;
-}
-
 /* Where the subsystem has links to its devices, relative to sysfs. */
 static bool find_links(const char* subsystem, char directory[sysfs_path_size])
 {
@@ -44,7 +37,7 @@ static void record_device(const char* links, const char* device)
 {
     char link[sysfs_path_size];
     char target[sysfs_path_size];
-    if (sysfs_join(link, links, devices_name(device)) &&
+    if (sysfs_join(link, links, sysfs_name(device)) &&
         snprintf(target, sizeof target, "%s%s",
                  strstr(links, "/bus/") != NULL ? "../../.." : "../..",
                  device + strlen(sysfs_root)) < (int)sizeof target)
@@ -57,7 +50,7 @@ static void record_device(const char* links, const char* device)
 struct visitor
 {
     const char* links; /* where the subsystem has its links */
-    void (*visit)(void* data, const char* device, const char* name);
+    sysfs_visit* visit;
     void* data;
 };
 
@@ -75,8 +68,7 @@ static void visit_recorded(void* data, const char* path, const char* name)
     free(device);
 }
 
-void devices_each(const char* subsystem,
-                  void (*visit)(void* data, const char* device, const char* name), void* data)
+void devices_each(const char* subsystem, sysfs_visit* visit, void* data)
 {
     char links[sysfs_path_size];
     struct visitor visitor = {links, visit, data};
@@ -87,7 +79,7 @@ void devices_each(const char* subsystem,
     }
     if (sysfs_is_recorded())
     {
-        sysfs_each(links, visit_recorded, &visitor);
+        sysfs_each(links, "", visit_recorded, &visitor);
         return;
     }
     if (sd_device_enumerator_new(&enumerator) < 0)
@@ -103,7 +95,7 @@ void devices_each(const char* subsystem,
         if (sd_device_get_syspath(each, &device) >= 0)
         {
             record_device(links, device);
-            visit(data, device, devices_name(device));
+            visit(data, device, sysfs_name(device));
         }
     }
     sd_device_enumerator_unref(enumerator);
@@ -150,7 +142,7 @@ void devices_note(const char* device)
         all_changed = true;
         return;
     }
-    if (pci_location_parse(devices_name(device), &location))
+    if (pci_location_parse(sysfs_name(device), &location))
     {
         *strrchr(parent, '/') = '\0';
     }

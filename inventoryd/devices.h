@@ -16,8 +16,7 @@
 
 /* Calls `visit` with the directory and name of each device of the subsystem, such as
  * /sys/devices/pci0000:00/0000:00:1f.3 and 0000:00:1f.3. The directory is free of links. */
-void devices_each(const char* subsystem,
-                  void (*visit)(void* data, const char* device, const char* name), void* data);
+void devices_each(const char* subsystem, sysfs_visit* visit, void* data);
 
 /* Watches the devices as long as the loop exists: notes each change and calls `changed`. Returns 0
  * or a negative errno. */
@@ -30,8 +29,5 @@ bool devices_is_due(const char* device);
 
 /* Empties the set, after a scan. */
 void devices_forget(void);
-
-/* The directory's last component. */
-const char* devices_name(const char* device);
 
 #endif

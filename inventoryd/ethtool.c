@@ -1,12 +1,8 @@
 #define _GNU_SOURCE /* SOCK_CLOEXEC and struct ifreq */
 
-#include "ethtool.h"
-
-#include "devices.h"
-#include "record.h"
+#include "netlink.h"
 
 #include <linux/sockios.h>
-#include <net/if.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/ioctl.h>
@@ -21,11 +17,7 @@ static bool begin(union netlink_message* message, const char* device, uint8_t co
     /* The header is the first attribute of any other request. */
     const uint16_t type = command == ETHTOOL_MSG_STATS_GET ? ETHTOOL_A_STATS_HEADER : 1;
     struct nlattr* header = mnl_attr_nest_start(&message->header, type);
-    mnl_attr_put_strz(&message->header, ETHTOOL_A_HEADER_DEV_NAME, devices_name(device));
-    if (command == ETHTOOL_MSG_PAUSE_GET)
-    {
-        mnl_attr_put_u32(&message->header, ETHTOOL_A_HEADER_FLAGS, ETHTOOL_FLAG_STATS);
-    }
+    mnl_attr_put_strz(&message->header, ETHTOOL_A_HEADER_DEV_NAME, sysfs_name(device));
     mnl_attr_nest_end(&message->header, header);
     return true;
 }
@@ -50,16 +42,13 @@ bool ethtool_ask(union netlink_message* message, const char* device, uint8_t com
     return netlink_ask(message, NETLINK_GENERIC, device, file);
 }
 
-bool ethtool_number(const union netlink_message* message, unsigned int type, uint64_t* number)
-{
-    return netlink_number(netlink_find(message, type), number);
-}
-
 bool ethtool_statistic(const union netlink_message* message, unsigned int group, unsigned int id,
                        uint64_t* number)
 {
-    for (const struct nlattr* each = NULL; (each = netlink_next(message, each)) != NULL;)
+    const struct nlattr* each = NULL;
+    while ((each = NETLINK_NEXT(message, each)) != NULL)
     {
+        const struct nlattr* counter = NULL;
         uint64_t found = 0;
         if (mnl_attr_get_type(each) != ETHTOOL_A_STATS_GRP ||
             !netlink_number(netlink_find_in(each, ETHTOOL_A_STATS_GRP_ID), &found) ||
@@ -67,8 +56,7 @@ bool ethtool_statistic(const union netlink_message* message, unsigned int group,
         {
             continue;
         }
-        for (const struct nlattr* counter = NULL;
-             (counter = netlink_next_in(each, counter)) != NULL;)
+        while ((counter = netlink_next_in(each, counter)) != NULL)
         {
             if (mnl_attr_get_type(counter) == ETHTOOL_A_STATS_GRP_STAT &&
                 netlink_number(netlink_find_in(counter, id), number))
@@ -80,36 +68,7 @@ bool ethtool_statistic(const union netlink_message* message, unsigned int group,
     return false;
 }
 
-/* A set without a mask has only the bits that are set. */
-static bool is_set(const struct nlattr* set, const struct nlattr* bit)
-{
-    return netlink_find_in(set, ETHTOOL_A_BITSET_NOMASK) != NULL ||
-           netlink_find_in(bit, ETHTOOL_A_BITSET_BIT_VALUE) != NULL;
-}
-
-bool ethtool_has_bit(const struct nlattr* set, unsigned int bit)
-{
-    const struct nlattr* bits = netlink_find_in(set, ETHTOOL_A_BITSET_BITS);
-    const struct nlattr* each = NULL;
-    while (bits != NULL && (each = netlink_next_in(bits, each)) != NULL)
-    {
-        uint64_t number = 0;
-        if (netlink_number(netlink_find_in(each, ETHTOOL_A_BITSET_BIT_INDEX), &number) &&
-            number == bit)
-        {
-            return is_set(set, each);
-        }
-    }
-    return false;
-}
-
-bool ethtool_is_filled(const struct nlattr* set)
-{
-    return netlink_find_in(netlink_find_in(set, ETHTOOL_A_BITSET_BITS),
-                           ETHTOOL_A_BITSET_BITS_BIT) != NULL;
-}
-
-bool ethtool_has_name(const struct nlattr* set, const char* name)
+bool ethtool_has_bit(const struct nlattr* set, const char* name)
 {
     const struct nlattr* bits = netlink_find_in(set, ETHTOOL_A_BITSET_BITS);
     const struct nlattr* each = NULL;
@@ -119,24 +78,35 @@ bool ethtool_has_name(const struct nlattr* set, const char* name)
         if (netlink_text(netlink_find_in(each, ETHTOOL_A_BITSET_BIT_NAME), text, sizeof text) &&
             strcmp(text, name) == 0)
         {
-            return is_set(set, each);
+            /* A set without a mask has only the bits that are set. */
+            return netlink_find_in(set, ETHTOOL_A_BITSET_NOMASK) != NULL ||
+                   netlink_find_in(each, ETHTOOL_A_BITSET_BIT_VALUE) != NULL;
         }
     }
     return false;
 }
 
-static bool ask_page(const char* device, struct ethtool_page page, uint8_t bytes[ethtool_page_size])
+bool ethtool_read_page(const char* device, const char* file, uint8_t bytes[ethtool_page_size])
 {
     union netlink_message message;
-    if (!begin(&message, device, ETHTOOL_MSG_MODULE_EEPROM_GET))
+    unsigned int i2c_address = 0;
+    unsigned int bank = 0;
+    unsigned int page = 0;
+    unsigned int offset = 0;
+    if (sysfs_is_recorded())
+    {
+        return sysfs_bytes(device, file, bytes, ethtool_page_size) == ethtool_page_size;
+    }
+    if (sscanf(file, "module/%2x-%2x-%2x-%2x", &i2c_address, &bank, &page, &offset) != 4 ||
+        !begin(&message, device, ETHTOOL_MSG_MODULE_EEPROM_GET))
     {
         return false;
     }
-    mnl_attr_put_u32(&message.header, ETHTOOL_A_MODULE_EEPROM_OFFSET, page.offset);
+    mnl_attr_put_u32(&message.header, ETHTOOL_A_MODULE_EEPROM_OFFSET, offset);
     mnl_attr_put_u32(&message.header, ETHTOOL_A_MODULE_EEPROM_LENGTH, ethtool_page_size);
-    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_PAGE, page.page);
-    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_BANK, page.bank);
-    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_I2C_ADDRESS, page.i2c_address);
+    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_PAGE, (uint8_t)page);
+    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_BANK, (uint8_t)bank);
+    mnl_attr_put_u8(&message.header, ETHTOOL_A_MODULE_EEPROM_I2C_ADDRESS, (uint8_t)i2c_address);
     const struct nlattr* data = netlink_ask(&message, NETLINK_GENERIC, device, NULL)
                                     ? netlink_find(&message, ETHTOOL_A_MODULE_EEPROM_DATA)
                                     : NULL;
@@ -148,41 +118,9 @@ static bool ask_page(const char* device, struct ethtool_page page, uint8_t bytes
     return true;
 }
 
-struct file
-{
-    char name[sizeof "module/ff-ff-ff-ff"];
-};
-
-static struct file file_of(struct ethtool_page page)
-{
-    struct file file;
-    snprintf(file.name, sizeof file.name, "module/%02x-%02x-%02x-%02x", page.i2c_address, page.bank,
-             page.page, page.offset);
-    return file;
-}
-
-bool ethtool_read_page(const char* device, struct ethtool_page page,
-                       uint8_t bytes[ethtool_page_size])
-{
-    return sysfs_is_recorded() ? sysfs_bytes(device, file_of(page).name, bytes,
-                                             ethtool_page_size) == ethtool_page_size
-                               : ask_page(device, page, bytes);
-}
-
-void ethtool_record_page(const char* device, struct ethtool_page page,
-                         const uint8_t bytes[ethtool_page_size])
-{
-    char path[sysfs_path_size];
-    if (sysfs_join(path, device, file_of(page).name))
-    {
-        record_file(path, bytes, ethtool_page_size, 0444);
-    }
-}
-
 bool ethtool_ask_ioctl(const char* device, void* request, size_t size)
 {
     static int fd = -1; /* for as long as the process runs */
-    char path[sysfs_path_size];
     char file[sizeof "ethtool/ioctl-4294967295"];
     snprintf(file, sizeof file, "ethtool/ioctl-%u", *(const unsigned int*)request);
     if (sysfs_is_recorded())
@@ -195,29 +133,11 @@ bool ethtool_ask_ioctl(const char* device, void* request, size_t size)
         fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     }
     struct ifreq parameter = {.ifr_data = request};
-    snprintf(parameter.ifr_name, sizeof parameter.ifr_name, "%s", devices_name(device));
+    snprintf(parameter.ifr_name, sizeof parameter.ifr_name, "%s", sysfs_name(device));
     if (ioctl(fd, SIOCETHTOOL, &parameter) != 0)
     {
         return false;
     }
-    if (sysfs_join(path, device, file))
-    {
-        record_file(path, request, size, 0444);
-    }
+    record_answer(device, file, request, size);
     return true;
-}
-
-struct ethtool_drvinfo ethtool_ask_driver(const char* device)
-{
-    static const struct ethtool_drvinfo none;
-    struct ethtool_drvinfo driver = {.cmd = ETHTOOL_GDRVINFO};
-    if (!ethtool_ask_ioctl(device, &driver, sizeof driver))
-    {
-        return none;
-    }
-    driver.version[sizeof driver.version - 1] = '\0';
-    driver.fw_version[sizeof driver.fw_version - 1] = '\0';
-    driver.erom_version[sizeof driver.erom_version - 1] = '\0';
-    driver.bus_info[sizeof driver.bus_info - 1] = '\0';
-    return driver;
 }

@@ -3,9 +3,7 @@
  * of it in files of the scsi_host of the same name, which are called otherwise by each driver.
  */
 #include "adapter.h"
-#include "attribute.h"
 #include "inventory.h"
-#include "nic.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -14,73 +12,58 @@
 
 static void find_port(void* data, const char* path, const char* name)
 {
+    struct adapter_port port = {.card = *(const struct card*)data, .device = (char*)path};
     (void)name;
-    adapter_found(data, path, 1);
+    adapter_add(&port);
 }
 
 static void find_host(void* data, const char* path, const char* name)
 {
-    char hosts[sysfs_path_size];
-    if (strncmp(name, "host", 4) == 0 && sysfs_join(hosts, path, "fc_host"))
+    if (strncmp(name, "host", 4) == 0)
     {
-        sysfs_each(hosts, find_port, data);
+        sysfs_each(path, "fc_host", find_port, data);
     }
 }
 
-static void find_ports(struct adapter_scan* scan, const char* function)
+static void find_ports(const struct card* card)
 {
-    sysfs_each(function, find_host, scan);
+    sysfs_each(card->function, "", find_host, (void*)card);
 }
 
-/* The scsi_host's text is empty if it has none of the files. */
-static bool read_scsi_host(const char* port, const char* file, const char* or_file,
-                           char text[sysfs_text_size])
+/* The directory of the port's scsi_host; the files are looked for beside it if there is no room. */
+static void find_scsi_host(char directory[sysfs_path_size], const char* port)
 {
-    char directory[sysfs_path_size];
-    const char* name = strrchr(port, '/');
-    const int length = (int)(name - port - (ptrdiff_t)strlen("/fc_host"));
-    text[0] = '\0';
-    return snprintf(directory, sizeof directory, "%.*s/scsi_host%s", length, port, name) <
-               (int)sizeof directory &&
-           (sysfs_text(directory, file, text) || sysfs_text(directory, or_file, text));
+    char host[sysfs_path_size];
+    const char* name = sysfs_name(port);
+    const int length = (int)(name - port - (ptrdiff_t)strlen("/fc_host/"));
+    snprintf(host, sizeof host, "%.*s/scsi_host", length, port);
+    (void)sysfs_join(directory, host, name);
 }
 
-static void put_slot(struct object* object, const struct card* card, const char* port,
-                     unsigned int ports)
+static void put_slot(struct object* object, const struct adapter_port* first)
 {
-    static const char* const files[][3] = {
-        {"DeviceName", "model_name", "modelname"},
-        {"ChipType", "isp_name", ""},
-        {"FamilyVersion", "fw_version", "fwrev"},
-        {"EFIVersion", "optrom_efi_version", ""},
+    static const struct row of_host[] = {
+        {"DeviceName", "modelname", row_plain},
+        {"DeviceName", "model_name", row_plain},
+        {"ChipType", "isp_name", row_plain},
+        {"FamilyVersion", "fwrev", row_plain},
+        {"FamilyVersion", "fw_version", row_plain},
+        {"EFIVersion", "optrom_efi_version", row_plain},
+        {0},
     };
-    static const struct attribute attributes[] = {{"FramePayloadSize", "maxframe_size", NULL, 0}};
+    static const struct row of_port[] = {{"FramePayloadSize", "maxframe_size", row_plain}, {0}};
     enum
     {
         scsi = 1 /* this host's code of a protocol */
     };
-    char text[sysfs_text_size];
-    (void)card;
-    object_put_byte(object, "SupportedProtocols", scsi);
-    object_put_byte(object, "PartitionCount", ports);
-    if (ports == 0)
+    char host[sysfs_path_size];
+    object_put_number(object, "SupportedProtocols", scsi);
+    if (first->device != NULL)
     {
-        return;
+        find_scsi_host(host, first->device);
+        sysfs_put(object, host, of_host);
+        sysfs_put(object, first->device, of_port);
     }
-    for (size_t i = 0; i < sizeof files / sizeof *files; ++i)
-    {
-        if (read_scsi_host(port, files[i][1], files[i][2], text))
-        {
-            object_put_string(object, files[i][0], text);
-        }
-    }
-    attributes_read(object, port, attributes, 1);
-}
-
-/* Words of four bytes. */
-static void put_kilobytes(struct object* object, const char* member, uint64_t words)
-{
-    adapter_put_counter(object, member, words == UINT64_MAX ? words : words / 256);
 }
 
 /* The state's code is its place among the kernel's names of states. */
@@ -102,83 +85,74 @@ static void put_state(struct object* object)
     {
         --code;
     }
-    object_put_byte(object, "PortStatus", code);
-    object_put_byte(object, "LinkStatus",
-                    code == unknown  ? unknown
-                    : code == online ? adapter_link_up
-                                     : adapter_link_down);
+    object_put_number(object, "PortStatus", code);
+    adapter_put_link(object, code == unknown  ? adapter_link_unknown
+                             : code == online ? adapter_link_up
+                                              : adapter_link_down);
     const bool is_speed =
         sysfs_text(object->device, "speed", text) && strstr(text, " Gbit") != NULL;
-    object_put_uint16(object, "PortSpeed", is_speed ? strtoul(text, NULL, 10) : 0);
+    object_put_number(object, "PortSpeed", is_speed ? strtoul(text, NULL, 10) : 0);
 }
 
 static void put_counters(struct object* object)
 {
-    static const struct attribute counters[] = {
-        {"FCRxTotalFrames", "statistics/rx_frames", adapter_put_counter, 10},
-        {"FCTxTotalFrames", "statistics/tx_frames", adapter_put_counter, 10},
-        {"FCRxKBCount", "statistics/rx_words", put_kilobytes, 10},
-        {"FCTxKBCount", "statistics/tx_words", put_kilobytes, 10},
-        {"FCLinkFailures", "statistics/link_failure_count", adapter_put_counter, 10},
-        {"FCLossOfSignals", "statistics/loss_of_signal_count", adapter_put_counter, 10},
-        {"FCInvalidCRCs", "statistics/invalid_crc_count", adapter_put_counter, 10},
+    static const struct row rows[] = {
+        {"FCRxTotalFrames", "statistics/rx_frames", row_counter},
+        {"FCTxTotalFrames", "statistics/tx_frames", row_counter},
+        {"FCRxKBCount", "statistics/rx_words", row_kilobytes},
+        {"FCTxKBCount", "statistics/tx_words", row_kilobytes},
+        {"FCLinkFailures", "statistics/link_failure_count", row_counter},
+        {"FCLossOfSignals", "statistics/loss_of_signal_count", row_counter},
+        {"FCInvalidCRCs", "statistics/invalid_crc_count", row_counter},
+        {0},
     };
     uint64_t seconds = 0;
-    const bool is_new = object->is_new;
     put_state(object);
-    attributes_read(object, object->device, counters, sizeof counters / sizeof *counters);
-    nic_put_statistics_times(object);
-    if (is_new && sysfs_number(object->device, "statistics/seconds_since_last_reset", 10, &seconds))
+    sysfs_put(object, object->device, rows);
+    object_put_statistics_times(object);
+    if (object->is_new &&
+        sysfs_number(object->device, "statistics/seconds_since_last_reset", 10, &seconds))
     {
-        object_put_uint32(object, "StatisticsStartTime", (uint64_t)time(NULL) - seconds);
+        object_put_number(object, "StatisticsStartTime", (uint64_t)time(NULL) - seconds);
     }
 }
 
-static void put_port(struct object* object, const struct card* card)
+static void put_port(struct object* object, const struct adapter_port* port)
 {
-    static const struct attribute attributes[] = {
-        {"PortDownTimeOut", "dev_loss_tmo", object_put_uint32, 10}};
+    static const struct row rows[] = {{"PortDownTimeOut", "dev_loss_tmo", row_plain}, {0}};
+    char host[sysfs_path_size];
     char text[sysfs_text_size];
-    object_put_byte(object, "PortNumber", object->tag);
-    attributes_read(object, object->device, attributes, 1);
-    if (sysfs_link_name(card->function, "driver", text))
-    {
-        object_put_byte(object, "OSDriverState", adapter_driver_bound);
-    }
+    find_scsi_host(host, port->device);
+    sysfs_put(object, port->device, rows);
     /* The version of the code that starts the machine from the adapter. */
-    bool is_known =
-        read_scsi_host(object->device, "optrom_bios_version", "option_rom_version", text);
-    object_put_byte(object, "FCBootSupport",
-                    object_switch(is_known, strpbrk(text, "123456789") != NULL));
-    is_known = read_scsi_host(object->device, "thermal_temp", "", text);
-    object_put_byte(object, "OnChipThermalSensor",
-                    object_switch(is_known, strpbrk(text, "0123456789") != NULL));
-    put_counters(object);
+    bool is_known = sysfs_text(host, "optrom_bios_version", text) ||
+                    sysfs_text(host, "option_rom_version", text);
+    object_put_switch(object, "FCBootSupport", is_known, strpbrk(text, "123456789") != NULL);
+    is_known = sysfs_text(host, "thermal_temp", text);
+    object_put_switch(object, "OnChipThermalSensor", is_known, strpbrk(text, "0123456789") != NULL);
 }
 
 /* A name that isn't the one of the adapter's maker is virtual. */
-static void put_partition(struct object* object, const struct card* card)
+static void put_partition(struct object* object, const struct adapter_port* partition)
 {
+    static const struct row of_port[] = {{"WWN", "node_name", row_plain}, {0}};
+    static const struct row of_host[] = {
+        {"FCMaxNumberExchanges", "max_xri", row_plain},
+        {"FCMaxNumberOutStandingCommands", "can_queue", row_plain},
+        {0},
+    };
     char text[sysfs_text_size] = "";
     char permanent[sysfs_text_size];
-    if (sysfs_text(object->device, "node_name", text))
-    {
-        object_put_string(object, "WWN", text);
-    }
-    (void)sysfs_text(object->device, "port_name", text);
-    const bool is_virtual = sysfs_text(object->device, "permanent_port_name", permanent) &&
+    char host[sysfs_path_size];
+    sysfs_put(object, partition->device, of_port);
+    (void)sysfs_text(partition->device, "port_name", text);
+    const bool is_virtual = sysfs_text(partition->device, "permanent_port_name", permanent) &&
                             strcmp(text, permanent) != 0;
     object_put_string(object, "WWPN", is_virtual ? permanent : text);
     object_put_string(object, "VirtualWWPN", is_virtual ? text : "");
-    if (read_scsi_host(object->device, "max_xri", "", text))
-    {
-        object_put_uint16(object, "FCMaxNumberExchanges", strtoul(text, NULL, 10));
-    }
-    if (read_scsi_host(object->device, "can_queue", "", text))
-    {
-        object_put_uint16(object, "FCMaxNumberOutStandingCommands", strtoul(text, NULL, 10));
-    }
-    if (sysfs_link_name(card->function, "driver", text))
+    find_scsi_host(host, partition->device);
+    sysfs_put(object, host, of_host);
+    if (adapter_find_driver(partition, text))
     {
         object_put_string(object, "OSDriver", text);
     }
@@ -194,18 +168,17 @@ static void create_slot(GANTRY_cpp_context* context, const void* table, const ch
 void scan_fc(void)
 {
     static struct adapter_family family = {
-        "FC",
-        "Fibre Channel",
-        0x0C04,
-        "PartitionsCount",
-        find_ports,
-        put_slot,
-        put_port,
-        put_partition,
-        {.interface = "com.orvane.velmar.system.FCSlot", .create = create_slot},
-        {OBJECT_KIND(system, FCController)},
-        {OBJECT_KIND(system, FCPort), .put_counters = put_counters},
-        {OBJECT_KIND(system, FCPartition)},
+        .prefix = "FC",
+        .title = "Fibre Channel",
+        .code = 0x0C04,
+        .find_ports = find_ports,
+        .put_slot = put_slot,
+        .put_port = put_port,
+        .put_partition = put_partition,
+        .slot = {.interface = "com.orvane.velmar.system.FCSlot", .create = create_slot},
+        .controller = {OBJECT_KIND(system, FCController)},
+        .port = {OBJECT_KIND(system, FCPort), .put_counters = put_counters, .interval = 1},
+        .partition = {OBJECT_KIND(system, FCPartition)},
     };
     adapter_scan(&family);
 }

@@ -1,7 +1,4 @@
-#include "hwdb.h"
-
-#include "record.h"
-#include "sysfs.h"
+#include "card.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -9,7 +6,23 @@
 
 enum
 {
+    vendor,
+    product,
+    subclass,
+    name_count,
     name_size = 256
+};
+
+/* Of each name the key in the database, the file in a record, and the properties. */
+static const struct
+{
+    const char* key;
+    const char* file;
+    const char* members[3];
+} places[name_count] = {
+    {"ID_VENDOR_FROM_DATABASE", "names/vendor", {"VendorName", "Manufacturer", "manufacturer"}},
+    {"ID_MODEL_FROM_DATABASE", "names/product", {"ProductName", "productName", ""}},
+    {"ID_PCI_SUBCLASS_FROM_DATABASE", "names/subclass", {"Description", "description", ""}},
 };
 
 /* Lists of names that a distribution may have without the database. A line is a vendor or, behind
@@ -18,24 +31,14 @@ static const char* const lists[] = {"/usr/share/hwdata/pci.ids", "/usr/share/mis
 
 static sd_hwdb* database;
 
-struct names
-{
-    char vendor[name_size];
-    char product[name_size];
-    char subclass[name_size];
-};
-
 /* The names behind two codes, the second one in a line behind a tab. */
 static void find_in_list(const char* outer, const char* inner, char outer_name[name_size],
                          char inner_name[name_size])
 {
     char line[name_size];
-    FILE* file = NULL;
+    FILE* file = fopen(lists[0], "r");
     bool is_within = false;
-    for (size_t i = 0; file == NULL && i < sizeof lists / sizeof *lists; ++i)
-    {
-        file = fopen(lists[i], "r");
-    }
+    file = file != NULL ? file : fopen(lists[1], "r");
     while (file != NULL && inner_name[0] == '\0' && fgets(line, sizeof line, file) != NULL)
     {
         line[strcspn(line, "\n")] = '\0';
@@ -59,95 +62,69 @@ static void find_in_list(const char* outer, const char* inner, char outer_name[n
     }
 }
 
-static void find_in_lists(struct names* names, const char* modalias)
+static void find_in_lists(char names[name_count][name_size], const char* modalias)
 {
-    unsigned int vendor = 0;
-    unsigned int product = 0;
-    unsigned int class = 0;
-    unsigned int subclass = 0;
+    unsigned int codes[4];
     char outer[16];
     char inner[16];
     char ignored[name_size];
-    if (sscanf(modalias, "pci:v%8Xd%8Xsv%*8Xsd%*8Xbc%2Xsc%2X", &vendor, &product, &class,
-               &subclass) == 4)
+    if (sscanf(modalias, "pci:v%8Xd%8Xsv%*8Xsd%*8Xbc%2Xsc%2X", &codes[0], &codes[1], &codes[2],
+               &codes[3]) != 4)
     {
-        snprintf(outer, sizeof outer, "%04x  ", vendor);
-        snprintf(inner, sizeof inner, "%04x  ", product);
-        find_in_list(outer, inner, names->vendor, names->product);
-        snprintf(outer, sizeof outer, "C %02x  ", class);
-        snprintf(inner, sizeof inner, "%02x  ", subclass);
-        find_in_list(outer, inner, ignored, names->subclass);
-        if (names->product[0] == '\0')
-        {
-            snprintf(names->product, name_size, "Device %04x", product);
-        }
+        return;
+    }
+    snprintf(outer, sizeof outer, "%04x  ", codes[0]);
+    snprintf(inner, sizeof inner, "%04x  ", codes[1]);
+    find_in_list(outer, inner, names[vendor], names[product]);
+    snprintf(outer, sizeof outer, "C %02x  ", codes[2]);
+    snprintf(inner, sizeof inner, "%02x  ", codes[3]);
+    find_in_list(outer, inner, ignored, names[subclass]);
+    if (names[product][0] == '\0')
+    {
+        snprintf(names[product], name_size, "Device %04x", codes[1]);
     }
 }
 
-static void find_in_database(char name[name_size], const char* modalias, const char* key)
+void hwdb_put(struct object* object, const char* device, const char* modalias)
 {
-    const char* found = NULL;
-    if (sd_hwdb_get(database, modalias, key, &found) >= 0)
-    {
-        snprintf(name, name_size, "%s", found);
-    }
-}
-
-/* The functions of a card are asked for in a row, so that the last names are kept. */
-static const struct names* find(const char* modalias)
-{
+    /* The functions of a card are asked for in a row, so that the last names are kept. */
     static char last[sysfs_text_size];
-    static struct names names;
-    if (strcmp(last, modalias) == 0)
-    {
-        return &names;
-    }
-    snprintf(last, sizeof last, "%s", modalias);
-    memset(&names, 0, sizeof names);
-    if (database != NULL || sd_hwdb_new(&database) >= 0)
-    {
-        find_in_database(names.vendor, modalias, "ID_VENDOR_FROM_DATABASE");
-        find_in_database(names.product, modalias, "ID_MODEL_FROM_DATABASE");
-        find_in_database(names.subclass, modalias, "ID_PCI_SUBCLASS_FROM_DATABASE");
-    }
-    if (names.vendor[0] == '\0' || names.product[0] == '\0')
-    {
-        find_in_lists(&names, modalias);
-    }
-    return &names;
-}
-
-static void put(struct object* object, const char* member, const char* device, const char* file,
-                const char* name)
-{
-    char path[sysfs_path_size];
-    char text[sysfs_text_size];
-    if (sysfs_is_recorded())
-    {
-        name = sysfs_text(device, file, text) ? text : name;
-    }
-    else if (name[0] != '\0' && sysfs_join(path, device, file))
-    {
-        record_file(path, name, strlen(name), 0444);
-    }
-    if (member != NULL && name[0] != '\0')
-    {
-        object_put_string(object, member, name);
-    }
-}
-
-void hwdb_put(struct object* object, const char* device, const char* modalias,
-              struct hwdb_members members)
-{
-    char text[sysfs_text_size];
+    static char names[name_count][name_size];
+    char text[sysfs_text_size] = "";
     if (modalias == NULL)
     {
-        modalias = sysfs_text(device, "modalias", text) ? text : "";
+        (void)sysfs_text(device, "modalias", text);
+        modalias = text;
     }
-    const struct names* names = find(modalias);
-    put(object, members.vendor, device, "names/vendor", names->vendor);
-    put(object, members.product, device, "names/product", names->product);
-    put(object, members.subclass, device, "names/subclass", names->subclass);
+    if (strcmp(last, modalias) != 0)
+    {
+        memset(names, 0, sizeof names);
+        for (size_t i = 0; i < name_count; ++i)
+        {
+            const char* found = "";
+            (void)((database != NULL || sd_hwdb_new(&database) >= 0) &&
+                   sd_hwdb_get(database, modalias, places[i].key, &found) >= 0);
+            snprintf(names[i], name_size, "%s", found);
+        }
+        if (names[vendor][0] == '\0' || names[product][0] == '\0')
+        {
+            find_in_lists(names, modalias);
+        }
+        snprintf(last, sizeof last, "%s", modalias);
+    }
+    for (size_t i = 0; i < name_count; ++i)
+    {
+        const bool is_recorded = sysfs_is_recorded() && sysfs_text(device, places[i].file, text);
+        const char* name = is_recorded ? text : names[i];
+        if (!is_recorded && *name != '\0')
+        {
+            record_answer(device, places[i].file, name, strlen(name));
+        }
+        for (size_t member = 0; *name != '\0' && member < 3; ++member)
+        {
+            object_put_string(object, places[i].members[member], name);
+        }
+    }
 }
 
 void hwdb_close(void)

@@ -3,10 +3,8 @@
  * the addresses of the network interface for IP over it.
  */
 #include "adapter.h"
-#include "attribute.h"
 #include "inventory.h"
 #include "nic.h"
-#include "slots.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -14,62 +12,43 @@
 
 static void find_port(void* data, const char* path, const char* name)
 {
+    struct adapter_port port = {.card = *(const struct card*)data, .device = (char*)path};
     char text[sysfs_text_size];
     if (sysfs_text(path, "link_layer", text) && strcmp(text, "InfiniBand") == 0)
     {
-        adapter_found(data, path, (unsigned int)strtoul(name, NULL, 10));
+        port.number = (unsigned int)strtoul(name, NULL, 10) - 1;
+        adapter_add(&port);
     }
 }
 
 static void find_device(void* data, const char* path, const char* name)
 {
-    char ports[sysfs_path_size];
     (void)name;
-    if (sysfs_join(ports, path, "ports"))
-    {
-        sysfs_each(ports, find_port, data);
-    }
+    sysfs_each(path, "ports", find_port, data);
 }
 
-static void find_ports(struct adapter_scan* scan, const char* function)
+static void find_ports(const struct card* card)
 {
-    char devices[sysfs_path_size];
-    if (sysfs_join(devices, function, "infiniband"))
-    {
-        sysfs_each(devices, find_device, scan);
-    }
+    sysfs_each(card->function, "infiniband", find_device, (void*)card);
 }
 
-static void put_slot(struct object* object, const struct card* card, const char* port,
-                     unsigned int ports)
+static void put_slot(struct object* object, const struct adapter_port* first)
 {
-    static const struct attribute of_device[] = {
-        {"NodeGUID", "../../node_guid", NULL, 0},
-        {"FamilyVersion", "../../fw_ver", NULL, 0},
+    static const struct row of_port[] = {
+        {"NodeGUID", "../../node_guid", row_plain},
+        {"FamilyVersion", "../../fw_ver", row_plain},
+        {0},
     };
     enum
     {
         protocol_infiniband = 2 /* beside Ethernet's code on NicSlot */
     };
-    object_put_byte(object, "Protocol", protocol_infiniband);
-    object_put_string(object, "SupportedProtocols", ports > 0 ? "InfiniBand" : NULL);
-    slots_put_pci(object, card, "SlotLength");
-    if (ports > 0)
+    object_put_number(object, "Protocol", protocol_infiniband);
+    if (first->device != NULL)
     {
-        attributes_read(object, port, of_device, sizeof of_device / sizeof *of_device);
+        object_put_string(object, "SupportedProtocols", "InfiniBand");
+        sysfs_put(object, first->device, of_port);
     }
-}
-
-static unsigned int read_link(const char* port)
-{
-    enum
-    {
-        active = 4
-    };
-    char text[sysfs_text_size];
-    return !sysfs_text(port, "state", text)    ? 0
-           : strtoul(text, NULL, 10) == active ? adapter_link_up
-                                               : adapter_link_down;
 }
 
 /* The rate is such as "100 Gb/sec (4X EDR)". The speed's code is its place among these. */
@@ -93,45 +72,55 @@ static void put_rate(struct object* object)
     {
         --code;
     }
-    object_put_byte(object, "LinkWidth", width);
-    object_put_byte(object, "LinkSpeed", code > 0 ? code : unknown_speed);
+    object_put_number(object, "LinkWidth", width);
+    object_put_number(object, "LinkSpeed", code > 0 ? code : unknown_speed);
 }
 
-static void put_port_counters(struct object* object)
+/* Of a port and of its partition. */
+static void put_counters(struct object* object)
 {
-    static const struct attribute counters[] = {
-        {"PortXmitData", "counters/port_xmit_data", adapter_put_counter, 10},
-        {"PortRcvData", "counters/port_rcv_data", adapter_put_counter, 10},
-        {"PortXmitPkts", "counters/port_xmit_packets", adapter_put_counter, 10},
-        {"PortRcvPkts", "counters/port_rcv_packets", adapter_put_counter, 10},
-        {"PortXmitWait", "counters/port_xmit_wait", adapter_put_counter, 10},
-        {"PortXmitDiscard", "counters/port_xmit_discards", adapter_put_counter, 10},
-        {"DiscardedPkts", "counters/port_xmit_discards", adapter_put_counter, 10},
-        {"SmbolErrorCounter", "counters/symbol_error", adapter_put_counter, 10},
-        {"SymbolErrorCounter", "counters/symbol_error", adapter_put_counter, 10},
-        {"LinkErrorRecoveryCounter", "counters/link_error_recovery", adapter_put_counter, 10},
-        {"LinkDownedCounter", "counters/link_downed", adapter_put_counter, 10},
-        {"PortRcvErrors", "counters/port_rcv_errors", adapter_put_counter, 10},
-        {"PortRcvRemotePhysicalErrors", "counters/port_rcv_remote_physical_errors",
-         adapter_put_counter, 10},
-        {"PortRcvSwitchRelayErrors", "counters/port_rcv_switch_relay_errors", adapter_put_counter,
-         10},
-        {"LocalLinkIntegrityErrors", "counters/local_link_integrity_errors", adapter_put_counter,
-         10},
-        {"ExcessiveBufferOverrun", "counters/excessive_buffer_overrun_errors", adapter_put_counter,
-         10},
-        {"VL15Dropped", "counters/VL15_dropped", adapter_put_counter, 10},
-        {"ReceiveTotalBytes", "counters/port_rcv_data", nic_put_words, 10},
-        {"TransmitTotalBytes", "counters/port_xmit_data", nic_put_words, 10},
-        {"ReceiveTotalUnicast", "counters/unicast_rcv_packets", object_put_uint64, 10},
-        {"ReceiveTotalMulticast", "counters/multicast_rcv_packets", object_put_uint64, 10},
-        {"TransmitTotalUnicast", "counters/unicast_xmit_packets", object_put_uint64, 10},
-        {"TransmitTotalMulticast", "counters/multicast_xmit_packets", object_put_uint64, 10},
+    static const struct row rows[] = {
+        {"PortXmitData", "counters/port_xmit_data", row_counter},
+        {"PortRcvData", "counters/port_rcv_data", row_counter},
+        {"PortXmitPkts", "counters/port_xmit_packets", row_counter},
+        {"PortRcvPkts", "counters/port_rcv_packets", row_counter},
+        {"PortXmitWait", "counters/port_xmit_wait", row_counter},
+        {"PortXmitDiscard", "counters/port_xmit_discards", row_counter},
+        {"DiscardedPkts", "counters/port_xmit_discards", row_counter},
+        {"SmbolErrorCounter", "counters/symbol_error", row_counter},
+        {"SymbolErrorCounter", "counters/symbol_error", row_counter},
+        {"LinkErrorRecoveryCounter", "counters/link_error_recovery", row_counter},
+        {"LinkDownedCounter", "counters/link_downed", row_counter},
+        {"PortRcvErrors", "counters/port_rcv_errors", row_counter},
+        {"PortRcvRemotePhysicalErrors", "counters/port_rcv_remote_physical_errors", row_counter},
+        {"PortRcvSwitchRelayErrors", "counters/port_rcv_switch_relay_errors", row_counter},
+        {"LocalLinkIntegrityErrors", "counters/local_link_integrity_errors", row_counter},
+        {"ExcessiveBufferOverrun", "counters/excessive_buffer_overrun_errors", row_counter},
+        {"VL15Dropped", "counters/VL15_dropped", row_counter},
+        {"ReceiveTotalBytes", "counters/port_rcv_data", row_words},
+        {"TransmitTotalBytes", "counters/port_xmit_data", row_words},
+        {"ReceiveTotalUnicast", "counters/unicast_rcv_packets", row_counter},
+        {"ReceiveTotalMulticast", "counters/multicast_rcv_packets", row_counter},
+        {"TransmitTotalUnicast", "counters/unicast_xmit_packets", row_counter},
+        {"TransmitTotalMulticast", "counters/multicast_xmit_packets", row_counter},
+        {"IBunicastPacketsRxCount", "counters/unicast_rcv_packets", row_counter},
+        {"IBMulticastPacketsRxCount", "counters/multicast_rcv_packets", row_counter},
+        {"IBUnicastPacketsTxCount", "counters/unicast_xmit_packets", row_counter},
+        {"IBMulticastPacketsTxCount", "counters/multicast_xmit_packets", row_counter},
+        {0},
     };
-    object_put_byte(object, "LinkStatus", read_link(object->device));
+    enum
+    {
+        active = 4
+    };
+    char text[sysfs_text_size];
+    adapter_put_link(object, !sysfs_text(object->device, "state", text) ? adapter_link_unknown
+                             : strtoul(text, NULL, 10) == active        ? adapter_link_up
+                                                                        : adapter_link_down);
     put_rate(object);
-    attributes_read(object, object->device, counters, sizeof counters / sizeof *counters);
-    nic_put_statistics_times(object);
+    sysfs_put(object, object->device, rows);
+    adapter_put_rdma(object, object->device);
+    object_put_statistics_times(object);
 }
 
 /* The lower half of a GID is a GUID. Of the port's table, the first one is its maker's, and one
@@ -147,39 +136,19 @@ static void put_guid(struct object* object, const char* member, const char* gid)
     }
 }
 
-static void put_port(struct object* object, const struct card* card)
+static void put_port(struct object* object, const struct adapter_port* port)
 {
     enum
     {
         media_infiniband = 256 /* beside ethtool's codes on NicPort */
     };
-    uint64_t functions = 0;
     put_guid(object, "PermanentPortGUID", "gids/0");
     put_guid(object, "VirtualPortGUID", "gids/1");
-    object_put_uint16(object, "MediaType", media_infiniband);
-    object_put_byte(object, "RDMASupport", switch_on);
+    object_put_number(object, "MediaType", media_infiniband);
     /* A link grants credits for what may be sent, always and in both directions. */
-    object_put_byte(object, "RXFlowControl", switch_on);
-    object_put_byte(object, "TXFlowControl", switch_on);
-    object_put_byte(object, "OnChipThermalSensor",
-                    object_switch(true, sysfs_has_directory(card->function, "hwmon")));
-    (void)sysfs_number(card->function, "sriov_totalvfs", 10, &functions);
-    object_put_byte(object, "VFSRIOVSupport", object_switch(true, functions > 0));
-    put_port_counters(object);
-}
-
-static void put_partition_counters(struct object* object)
-{
-    static const struct attribute counters[] = {
-        {"IBunicastPacketsRxCount", "counters/unicast_rcv_packets", object_put_uint64, 10},
-        {"IBMulticastPacketsRxCount", "counters/multicast_rcv_packets", object_put_uint64, 10},
-        {"IBUnicastPacketsTxCount", "counters/unicast_xmit_packets", object_put_uint64, 10},
-        {"IBMulticastPacketsTxCount", "counters/multicast_xmit_packets", object_put_uint64, 10},
-    };
-    object_put_byte(object, "PartitionLinkStatus", read_link(object->device));
-    attributes_read(object, object->device, counters, sizeof counters / sizeof *counters);
-    nic_put_rdma(object, object->device);
-    nic_put_statistics_times(object);
+    object_put_switch(object, "RXFlowControl", true, true);
+    object_put_switch(object, "TXFlowControl", true, true);
+    adapter_put_capabilities(object, port);
 }
 
 /* The partition's interface is that of the same number, which interfaces count from 0; those of
@@ -190,31 +159,25 @@ static void put_interface(void* data, const char* path, const char* name)
     struct rtnetlink_link link;
     char parent[sysfs_text_size];
     uint64_t number = 0;
-    const char* port = strrchr(object->device, '/') + 1;
     (void)name;
-    if (sysfs_number(path, "dev_port", 10, &number) && number + 1 == strtoul(port, NULL, 10) &&
+    if (sysfs_number(path, "dev_port", 10, &number) &&
+        number + 1 == strtoul(sysfs_name(object->device), NULL, 10) &&
         !sysfs_text(path, "parent", parent) && rtnetlink_ask(&link, path))
     {
         nic_put_addresses(object, &link);
     }
 }
 
-static void put_partition(struct object* object, const struct card* card)
+static void put_partition(struct object* object, const struct adapter_port* partition)
 {
-    char text[sysfs_path_size];
-    card_put_functions(object, card);
-    if (sysfs_link_name(card->function, "driver", text))
+    char driver[sysfs_path_size];
+    if (adapter_find_driver(partition, driver))
     {
-        object_put_byte(object, "PartitionOSDriverState", adapter_driver_bound);
-        object_put_string(object, "OSDriver", text);
-        object_put_string(object, "RDMAOSDriver", text);
-        object_put_string(object, "InfiniBandOSDriver", text);
+        object_put_string(object, "OSDriver", driver);
+        object_put_string(object, "RDMAOSDriver", driver);
+        object_put_string(object, "InfiniBandOSDriver", driver);
     }
-    if (sysfs_join(text, card->function, "net"))
-    {
-        sysfs_each(text, put_interface, object);
-    }
-    put_partition_counters(object);
+    sysfs_each(partition->card.function, "net", put_interface, object);
 }
 
 static void create_slot(GANTRY_cpp_context* context, const void* table, const char* path,
@@ -226,20 +189,20 @@ static void create_slot(GANTRY_cpp_context* context, const void* table, const ch
 
 void scan_ib(void)
 {
-    static const char turns[] = "InfiniBand ports and their partitions";
     static struct adapter_family family = {
-        "IB",
-        "InfiniBand",
-        0x0207,
-        "PartitionCount",
-        find_ports,
-        put_slot,
-        put_port,
-        put_partition,
-        {.interface = "com.orvane.velmar.system.IBSlot", .create = create_slot},
-        {OBJECT_KIND(system, IBController)},
-        {OBJECT_KIND(system, IBPort), .put_counters = put_port_counters, .turns = turns},
-        {OBJECT_KIND(system, IBPartition), .put_counters = put_partition_counters, .turns = turns},
+        .prefix = "IB",
+        .title = "InfiniBand",
+        .code = 0x0207,
+        .find_ports = find_ports,
+        .put_slot = put_slot,
+        .put_port = put_port,
+        .put_partition = put_partition,
+        .slot = {.interface = "com.orvane.velmar.system.IBSlot", .create = create_slot},
+        .controller = {OBJECT_KIND(system, IBController)},
+        .port = {OBJECT_KIND(system, IBPort), .put_counters = put_counters, .interval = 1,
+                 .turn = 1},
+        .partition = {OBJECT_KIND(system, IBPartition), .put_counters = put_counters, .interval = 1,
+                      .turn = 2},
     };
     adapter_scan(&family);
 }

@@ -1,23 +1,20 @@
 /*
- * The scans: each publishes, updates and withdraws the objects of one topic (object.h), at start
- * and whenever something has changed. A failure is logged, and the rest is still published.
+ * The parts of the daemon. A scan publishes, updates and withdraws the objects of one topic
+ * (object.h), at start and whenever something has changed. A failure is logged, and the rest is
+ * still published.
  */
 #ifndef INVENTORY_H
 #define INVENTORY_H
 
-/* The short record of the firmware that the machine started from, a BLT. Without DMI it describes
- * the kernel instead. */
+#include <systemd/sd-event.h>
+
+/* The firmware that the machine started from, as a short record, a BLT, and a long one, a
+ * BiosSoftwareInventory; and what DMI tells of the board, the product and the chassis, a
+ * HWIOemFruCustomData. Without DMI there is only a BLT, which describes the kernel instead. */
 void scan_firmware(void);
 
-/* The long record of that firmware, a BiosSoftwareInventory; none without DMI. */
-void scan_software(void);
-
-/* What DMI tells of the board, the product and the chassis, a HWIOemFruCustomData; none without
- * DMI. */
-void scan_fru(void);
-
-/* The boot configuration of a machine with EFI firmware: a BootDevice for each load option, and a
- * BootSequence with the order in which they are tried. */
+/* The boot configuration of a machine with EFI firmware, from its variables: a BootDevice for each
+ * load option, and a BootSequence with the order in which they are tried. */
 void scan_boot(void);
 
 /* For each PCI device a HWIStndConfig with its location, identity and class, and for each PCI
@@ -38,5 +35,24 @@ void scan_ib(void);
 
 /* All of these. */
 void scan_all(void);
+
+/* These follow what changes, EFI variables and network interfaces, and call `changed` if a scan is
+ * needed for it, as long as the loop exists. They return 0, also where there is no such thing, or a
+ * negative errno. */
+int boot_watch(sd_event* event, void (*changed)(void));
+int nic_watch(sd_event* event, void (*changed)(void));
+
+/* Dumps of adapters are written to `directory`; without one, which is null, they are refused. The
+ * text must outlive the loop. Call dump_free after the context is freed: then the library has
+ * answered the call that waits for a dump. */
+void dump_open(sd_event* event, const char* directory);
+void dump_free(void);
+
+/* What tells clients of the inventory as a whole: a HWISupport, whose isready becomes true once
+ * everything is published, and a HWInventory, whose two status methods answer 0 from then on and 1
+ * before. The last function sends HardwareInventoryChanged and Refresh. */
+void readiness_publish(void);
+void readiness_declare(void);
+void readiness_signal_change(void);
 
 #endif

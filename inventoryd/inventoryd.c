@@ -6,23 +6,18 @@
  * network link follows the kernel's message at once, and counters follow a timer.
  *
  * It publishes a record of a machine instead if it is given one, and then watches nothing. Or it
- * writes such a record (record.h), for which it needs no bus.
+ * writes such a record (sysfs.h), for which it needs no bus.
  *
  * Facts come from sysfs (sysfs.h), from the kernel's answers over netlink (netlink.h), and names
- * from the hardware database (hwdb.h).
+ * from the hardware database (hwdb.c).
  */
 #define _GNU_SOURCE /* getopt_long, and siginfo_t for sd-event */
 
-#include "boot.h"
+#include "card.h"
 #include "devices.h"
 #include "inventory.h"
 #include "netlink.h"
 #include "nic.h"
-#include "object.h"
-#include "readiness.h"
-#include "record.h"
-#include "slots.h"
-#include "sysfs.h"
 
 #include <gantry/gantry.h>
 #include <gantry/version.h>
@@ -176,7 +171,7 @@ static int serve(void)
         return EXIT_FAILURE;
     }
     GANTRY_context_manage(context, "/com/orvane/velmar", NULL);
-    slots_open(event, dumps != NULL ? dumps : getenv("RUNTIME_DIRECTORY"));
+    dump_open(event, dumps != NULL ? dumps : getenv("RUNTIME_DIRECTORY"));
     readiness_publish();
     scan_all();
     objects_declare_complete();
@@ -188,7 +183,7 @@ static int serve(void)
     GANTRY_dbus_sdloop(context);
 
     GANTRY_context_free(&context);
-    slots_free();
+    dump_free();
     objects_free();
     netlink_close();
     sd_event_source_unref(burst_timer);
@@ -206,6 +201,20 @@ static void print_usage(FILE* out, const char* program)
             "  --root DIR           publish the record in DIR instead of this machine\n"
             "  --help, --version\n",
             program);
+}
+
+/* Returns the program's exit status. */
+static int write_record(const char* directory)
+{
+    const int error = record_start(directory);
+    if (error != 0)
+    {
+        fprintf(stderr, SD_ERR "%s: %s\n", directory, strerror(error));
+        return EXIT_FAILURE;
+    }
+    object_is_unpublished = true;
+    scan_all();
+    return EXIT_SUCCESS;
 }
 
 int main(int argc, char** argv)
@@ -266,28 +275,12 @@ int main(int argc, char** argv)
         return misused;
     }
     nic_every_interface = getenv("INVENTORYD_EVERY_INTERFACE") != NULL;
-    if (root != NULL)
+    /* The devices' directories are free of links, and so must this be. */
+    sysfs_root = root != NULL ? realpath(root, NULL) : sysfs_root;
+    if (root != NULL && (sysfs_root == NULL || !sysfs_has_directory(sysfs_root, ".")))
     {
-        /* The devices' directories are free of links, and so must this be. */
-        sysfs_root = realpath(root, NULL);
-        if (sysfs_root == NULL || !sysfs_has_directory(sysfs_root, "."))
-        {
-            fprintf(stderr, SD_ERR "%s: %s\n", root,
-                    strerror(sysfs_root == NULL ? errno : ENOTDIR));
-            return EXIT_FAILURE;
-        }
-    }
-    if (record == NULL)
-    {
-        return serve();
-    }
-    const int error = record_start(record);
-    if (error != 0)
-    {
-        fprintf(stderr, SD_ERR "%s: %s\n", record, strerror(error));
+        fprintf(stderr, SD_ERR "%s: %s\n", root, strerror(sysfs_root == NULL ? errno : ENOTDIR));
         return EXIT_FAILURE;
     }
-    object_is_unpublished = true;
-    scan_all();
-    return EXIT_SUCCESS;
+    return record != NULL ? write_record(record) : serve();
 }

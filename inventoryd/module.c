@@ -7,26 +7,20 @@
 bool module_number(const struct module_memory* memory, enum module_page page, unsigned int offset,
                    unsigned int size, uint32_t* number)
 {
-    /* The standards count the bytes of an upper page from 128. */
-    const size_t first = offset % module_page_size;
     *number = 0;
-    if (first + size > memory->sizes[page])
+    for (unsigned int i = offset; i < offset + size; ++i)
     {
-        return false;
+        /* The standards count the bytes of an upper page from 128. */
+        *number = *number << 8 | memory->bytes[page][i % module_page_size];
     }
-    for (size_t i = first; i < first + size; ++i)
-    {
-        *number = *number << 8 | memory->bytes[page][i];
-    }
-    return true;
+    return (memory->pages & MODULE_PAGE(page)) != 0;
 }
 
 uint8_t module_bits(const struct module_memory* memory, enum module_page page, unsigned int offset,
                     unsigned int bits)
 {
     uint32_t number = 0;
-    module_number(memory, page, offset, 1, &number);
-    return (uint8_t)(number & bits);
+    return module_number(memory, page, offset, 1, &number) ? (uint8_t)(number & bits) : 0;
 }
 
 double module_signed(uint32_t raw)
@@ -178,23 +172,6 @@ static double read_number(const struct module_standard* standard,
     }
 }
 
-static void put_number(struct object* object, const struct module_field* field, double number)
-{
-    switch (field->type)
-    {
-    case 'd':
-        object_put_double(object, field->member, number);
-        break;
-    case 'n':
-        object_put_int16(object, field->member, (int)number);
-        break;
-    default:
-        (field->type == 'y'   ? object_put_byte
-         : field->type == 'q' ? object_put_uint16
-                              : object_put_uint32)(object, field->member, (uint64_t)number);
-    }
-}
-
 void module_put(struct object* object, const struct module_standard* standard,
                 const struct module_memory* memory)
 {
@@ -223,6 +200,6 @@ void module_put(struct object* object, const struct module_standard* standard,
         {
             number = read_number(standard, memory, each);
         }
-        put_number(object, each, number);
+        object_put_real(object, each->member, number);
     }
 }

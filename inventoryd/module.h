@@ -28,11 +28,10 @@ enum module_page
 };
 #define MODULE_PAGE(page) (1U << (page) << 24)
 
-/* What was read: of each page as many bytes, none of a page that the module doesn't have. */
 struct module_memory
 {
     uint8_t bytes[module_page_count][module_page_size];
-    size_t sizes[module_page_count];
+    uint32_t pages; /* those that were read, as bits */
 };
 
 /* What the bytes of a field are. Of a measurement, two bytes are a reading or a limit, or its
@@ -129,7 +128,7 @@ void module_put(struct object* object, const struct module_standard* standard,
 /* Overwrites the serial number. */
 void module_hide_serial(const struct module_standard* standard, struct module_memory* memory);
 
-/* For the tables. The number of so many bytes, 4 at most; false if they weren't all read. */
+/* For the tables. The number of so many bytes, 4 at most; false if their page wasn't read. */
 bool module_number(const struct module_memory* memory, enum module_page page, unsigned int offset,
                    unsigned int size, uint32_t* number);
 

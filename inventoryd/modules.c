@@ -1,6 +1,3 @@
-#include "modules.h"
-
-#include "ethtool.h"
 #include "module.h"
 #include "nic.h"
 
@@ -14,35 +11,34 @@ static struct
     const struct module_standard* standard;
     struct kind kind;
 } interfaces[] = {
-    {&module_sfp, {OBJECT_KIND(system, SFP), .put_counters = put_readings}},
-    {&module_qsfp, {OBJECT_KIND(system, QSFP), .put_counters = put_readings}},
-    {&module_qsfpd, {OBJECT_KIND(system, QSFPD), .put_counters = put_readings}},
+    {&module_sfp, {OBJECT_KIND(system, SFP), .put_counters = put_readings, .interval = 30}},
+    {&module_qsfp, {OBJECT_KIND(system, QSFP), .put_counters = put_readings, .interval = 30}},
+    {&module_qsfpd, {OBJECT_KIND(system, QSFPD), .put_counters = put_readings, .interval = 30}},
 };
 
 enum
 {
-    interface_count = sizeof interfaces / sizeof *interfaces,
-    reading_interval = 30 /* in seconds */
+    interface_count = sizeof interfaces / sizeof *interfaces
 };
 
 /* Returns null if there is no module of a known standard. */
 static const struct module_standard* read_memory(const char* device, struct module_memory* memory)
 {
-    static const struct ethtool_page places[module_page_count] = {
-        [module_lower] = {0x50, 0, 0x00, 0},      [module_upper_00] = {0x50, 0, 0x00, 128},
-        [module_upper_01] = {0x50, 0, 0x01, 128}, [module_upper_02] = {0x50, 0, 0x02, 128},
-        [module_upper_03] = {0x50, 0, 0x03, 128}, [module_upper_11] = {0x50, 0, 0x11, 128},
-        [module_upper_13] = {0x50, 0, 0x13, 128}, [module_diagnostics] = {0x51, 0, 0x00, 0},
+    static const char* const files[module_page_count] = {
+        [module_lower] = "module/50-00-00-00",    [module_upper_00] = "module/50-00-00-80",
+        [module_upper_01] = "module/50-00-01-80", [module_upper_02] = "module/50-00-02-80",
+        [module_upper_03] = "module/50-00-03-80", [module_upper_11] = "module/50-00-11-80",
+        [module_upper_13] = "module/50-00-13-80", [module_diagnostics] = "module/51-00-00-00",
     };
     const struct module_standard* standard = NULL;
     uint32_t things = MODULE_PAGE(module_lower);
-    memset(memory->sizes, 0, sizeof memory->sizes);
+    memset(memory, 0, sizeof *memory);
     for (unsigned int page = 0; page < module_page_count; ++page)
     {
         if ((things & MODULE_PAGE(page)) != 0 &&
-            ethtool_read_page(device, places[page], memory->bytes[page]))
+            ethtool_read_page(device, files[page], memory->bytes[page]))
         {
-            memory->sizes[page] = module_page_size;
+            memory->pages |= MODULE_PAGE(page);
         }
         if ((standard = module_standard_of(memory)) == NULL)
         {
@@ -56,9 +52,9 @@ static const struct module_standard* read_memory(const char* device, struct modu
     }
     for (unsigned int page = 0; page < module_page_count; ++page)
     {
-        if (memory->sizes[page] > 0)
+        if ((memory->pages & MODULE_PAGE(page)) != 0)
         {
-            ethtool_record_page(device, places[page], memory->bytes[page]);
+            record_answer(device, files[page], memory->bytes[page], module_page_size);
         }
     }
     return standard;
@@ -68,21 +64,17 @@ static void put_module(struct object* object, const struct module_standard* stan
                        const struct module_memory* memory)
 {
     module_put(object, standard, memory);
-    object->read_at = (uint64_t)time(NULL);
+    object->counted_at = (uint64_t)time(NULL);
     /* Otherwise the time alone would be a change. */
     if (object_has_changes(object))
     {
-        object_put_uint32(object, "StatisticsTime", object->read_at);
+        object_put_number(object, "StatisticsTime", object->counted_at);
     }
 }
 
 static void put_readings(struct object* object)
 {
     struct module_memory memory;
-    if ((uint64_t)time(NULL) - object->read_at < reading_interval)
-    {
-        return;
-    }
     const struct module_standard* standard = read_memory(object->device, &memory);
     for (size_t i = 0; i < interface_count; ++i)
     {

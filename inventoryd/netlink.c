@@ -2,9 +2,6 @@
 
 #include "netlink.h"
 
-#include "record.h"
-#include "sysfs.h"
-
 #include <stdio.h>
 #include <string.h>
 
@@ -82,17 +79,15 @@ bool netlink_begin_generic(union netlink_message* message, const char* family, u
 
 bool netlink_ask(union netlink_message* message, int protocol, const char* device, const char* file)
 {
-    char path[sysfs_path_size];
     bool is_answered = false;
     if (sysfs_is_recorded())
     {
         const size_t size = sysfs_bytes(device, file, message, sizeof *message);
         is_answered = size >= sizeof message->header && mnl_nlmsg_ok(&message->header, (int)size);
     }
-    else if ((is_answered = ask_kernel(message, protocol)) && file != NULL &&
-             sysfs_join(path, device, file))
+    else if ((is_answered = ask_kernel(message, protocol)) && file != NULL)
     {
-        record_file(path, message, message->header.nlmsg_len, 0444);
+        record_answer(device, file, message, message->header.nlmsg_len);
     }
     message->header.nlmsg_len = is_answered ? message->header.nlmsg_len : 0;
     return is_answered;
@@ -105,11 +100,12 @@ static const struct nlattr* attribute_at(const void* at, const void* end)
     return room > 0 && mnl_attr_ok(at, (int)room) ? at : NULL;
 }
 
-const struct nlattr* netlink_next(const union netlink_message* message, const struct nlattr* each)
+const struct nlattr* netlink_next(const struct nlmsghdr* message, size_t header,
+                                  const struct nlattr* each)
 {
-    const void* end = message->bytes + message->header.nlmsg_len;
-    const void* first = mnl_nlmsg_get_payload_offset(&message->header, sizeof(struct genlmsghdr));
-    return attribute_at(each == NULL ? first : mnl_attr_next(each), end);
+    return attribute_at(each == NULL ? mnl_nlmsg_get_payload_offset(message, header)
+                                     : (const void*)mnl_attr_next(each),
+                        (const char*)message + message->nlmsg_len);
 }
 
 const struct nlattr* netlink_next_in(const struct nlattr* within, const struct nlattr* each)
@@ -121,20 +117,19 @@ const struct nlattr* netlink_next_in(const struct nlattr* within, const struct n
 
 const struct nlattr* netlink_find(const union netlink_message* message, unsigned int type)
 {
-    const struct nlattr* each = netlink_next(message, NULL);
-    while (each != NULL && mnl_attr_get_type(each) != type)
+    const struct nlattr* each = NULL;
+    while ((each = NETLINK_NEXT(message, each)) != NULL && mnl_attr_get_type(each) != type)
     {
-        each = netlink_next(message, each);
     }
     return each;
 }
 
 const struct nlattr* netlink_find_in(const struct nlattr* within, unsigned int type)
 {
-    const struct nlattr* each = within != NULL ? netlink_next_in(within, NULL) : NULL;
-    while (each != NULL && mnl_attr_get_type(each) != type)
+    const struct nlattr* each = NULL;
+    while (within != NULL && (each = netlink_next_in(within, each)) != NULL &&
+           mnl_attr_get_type(each) != type)
     {
-        each = netlink_next_in(within, each);
     }
     return each;
 }
@@ -145,24 +140,19 @@ bool netlink_number(const struct nlattr* attribute, uint64_t* number)
     {
         return false;
     }
-    const void* bytes = mnl_attr_get_payload(attribute);
-    uint16_t two = 0;
-    uint32_t four = 0;
     switch (mnl_attr_get_payload_len(attribute))
     {
     case 1:
-        *number = *(const uint8_t*)bytes;
+        *number = mnl_attr_get_u8(attribute);
         return true;
-    case sizeof two:
-        memcpy(&two, bytes, sizeof two);
-        *number = two;
+    case 2:
+        *number = mnl_attr_get_u16(attribute);
         return true;
-    case sizeof four:
-        memcpy(&four, bytes, sizeof four);
-        *number = four;
+    case 4:
+        *number = mnl_attr_get_u32(attribute);
         return true;
-    case sizeof *number:
-        memcpy(number, bytes, sizeof *number);
+    case 8:
+        *number = mnl_attr_get_u64(attribute);
         return true;
     default:
         return false;

@@ -1,17 +1,22 @@
 /*
- * A request to the kernel over netlink and its answer. Of a record, the answer is a file in the
- * directory of the device that was asked about. An answer isn't trusted: the functions below read
- * an attribute only as far as it is there.
+ * Requests to the kernel over netlink and their answers (netlink.c), and what is asked: the driver
+ * of a network interface (ethtool.c), and the interface itself (rtnetlink.c). `device` is the
+ * interface's directory, such as /sys/devices/pci0000:00/0000:00:03.0/net/eth0. Of a record, an
+ * answer is a file in the directory of the device that was asked about (sysfs.h). It isn't trusted:
+ * the functions below read an attribute only as far as it is there.
  */
 #ifndef NETLINK_H
 #define NETLINK_H
 
+#include "sysfs.h"
+
 #include <libmnl/libmnl.h>
+#include <linux/ethtool.h>
+#include <linux/ethtool_netlink.h>
 #include <linux/genetlink.h>
-#include <linux/netlink.h>
-#include <stdbool.h>
-#include <stddef.h>
-#include <stdint.h>
+#include <linux/if_link.h>
+#include <net/if.h>
+#include <systemd/sd-event.h>
 
 /* Room for each datagram that the kernel sends. */
 union netlink_message
@@ -32,9 +37,13 @@ bool netlink_ask(union netlink_message* message, int protocol, const char* devic
                  const char* file);
 
 /* The attribute behind `each`, or the first one if that is null; null at the end. The first
- * function goes through a generic family's message, the second through another attribute. */
-const struct nlattr* netlink_next(const union netlink_message* message, const struct nlattr* each);
+ * function goes through a message behind the family's header, the second through another attribute.
+ */
+const struct nlattr* netlink_next(const struct nlmsghdr* message, size_t header,
+                                  const struct nlattr* each);
 const struct nlattr* netlink_next_in(const struct nlattr* within, const struct nlattr* each);
+#define NETLINK_NEXT(message, each)                                                                \
+    netlink_next(&(message)->header, sizeof(struct genlmsghdr), each)
 
 /* The first attribute of that type, or null: of a generic family's message, and in another
  * attribute, which may be null. */
@@ -48,5 +57,61 @@ bool netlink_text(const struct nlattr* attribute, char* text, size_t size);
 
 /* Closes the sockets. */
 void netlink_close(void);
+
+/* Asks with an ETHTOOL_MSG_*_GET. False if the driver has no
+ * answer, or none for this process; the message then has no attributes. */
+bool ethtool_ask(union netlink_message* message, const char* device, uint8_t command);
+
+/* A counter of a group of standard statistics, an ETHTOOL_STATS_*, in the answer to
+ * ETHTOOL_MSG_STATS_GET. */
+bool ethtool_statistic(const union netlink_message* message, unsigned int group, unsigned int id,
+                       uint64_t* number);
+
+/* Whether the bit of that name is set in a bit set of an answer. */
+bool ethtool_has_bit(const struct nlattr* set, const char* name);
+
+/* Half a page of the EEPROM of the interface's module, 128 bytes, by the name of its file in a
+ * record, module/50-00-03-80: I2C address 0x50 or 0x51, bank, page, and offset 0 or 128. The lower
+ * half of each page is page 0 at offset 0. It isn't recorded here. */
+enum
+{
+    ethtool_page_size = 128
+};
+bool ethtool_read_page(const char* device, const char* file, uint8_t bytes[ethtool_page_size]);
+
+/* For a request of linux/ethtool.h that has no other form. It begins with its number, and the
+ * answer overwrites it. */
+bool ethtool_ask_ioctl(const char* device, void* request, size_t size);
+
+enum
+{
+    rtnetlink_most_address = 32
+};
+
+struct rtnetlink_address
+{
+    size_t size; /* 0 if the message has no such address */
+    unsigned char bytes[rtnetlink_most_address];
+};
+
+/* A network interface as a message describes it: the answer to a request for it, or one about an
+ * interface that appeared, changed or disappeared. */
+struct rtnetlink_link
+{
+    bool removed;
+    int index; /* the kernel's number, which a later interface of the same name doesn't have */
+    char name[IF_NAMESIZE];
+    unsigned char state; /* an IF_OPER_* */
+    struct rtnetlink_address address;
+    struct rtnetlink_address permanent_address;
+    bool has_counters;
+    struct rtnl_link_stats64 counters;
+};
+
+bool rtnetlink_ask(struct rtnetlink_link* link, const char* device);
+
+/* Calls `visit` for each message as long as the loop exists, and with null if messages were lost.
+ * Returns 0 or a negative errno. */
+int rtnetlink_watch(sd_event* event, void (*visit)(const struct rtnetlink_link* link));
 
 #endif

@@ -1,90 +1,57 @@
 /*
- * Network adapters. nic.c finds the interfaces and sorts them into cards and ports: interfaces
- * whose driver gives the same physical port are the partitions of one port, any other interface is
- * a port with one partition. An InfiniBand interface is none of them, nor is one that belongs to a
- * virtual function or, unless nic_every_interface is set, is made of software alone.
- *
- * The files nic_*.c put the objects of an interface. The tag of a port, partition and connection is
- * the interface's number.
+ * Network adapters. nic.c finds the interfaces: those whose driver gives the same physical port are
+ * the partitions of one port, any other interface is a port with one partition. An InfiniBand
+ * interface is none of them, nor is one that belongs to a virtual function or, unless
+ * nic_every_interface is set, is made of software alone. nic_port.c puts their objects, of which
+ * the tag is the interface's number.
  */
 #ifndef NIC_H
 #define NIC_H
 
-#include "card.h"
-#include "object.h"
-#include "rtnetlink.h"
+#include "adapter.h"
+#include "netlink.h"
 
 extern bool nic_every_interface; /* $INVENTORYD_EVERY_INTERFACE */
-
-struct nic_interface
-{
-    char* device; /* its directory */
-    struct card card;
-    bool has_link; /* a record may lack it */
-    struct rtnetlink_link link;
-    char port[64];         /* the same for the partitions of a port */
-    unsigned int function; /* these two give the port its number */
-    unsigned int port_of_function;
-};
-
-/* Follows what the kernel tells of interfaces; `changed` is called if a scan is needed for it.
- * Returns 0 or a negative errno. */
-int nic_watch(sd_event* event, void (*changed)(void));
 
 /* Has an interface read again by a scan. */
 void nic_note(const char* device);
 
-void nic_put_port(struct object* object, const struct nic_interface* interface);
-void nic_put_partition(struct object* object, const struct nic_interface* interface);
-void nic_put_connection(struct object* object, const struct nic_interface* interface);
+void nic_put_port(struct object* object, const struct adapter_port* port);
+void nic_put_partition(struct object* object, const struct adapter_port* partition);
 
-/* These ask for the interface by the object's device; they change nothing else. */
-void nic_put_port_counters(struct object* object);
-void nic_put_partition_counters(struct object* object);
+/* Of a port or a partition. This asks for the interface by the object's device, and changes nothing
+ * else. */
+void nic_put_counters(struct object* object);
 
-/* What follows from a change of the link. */
-void nic_put_port_link(struct object* object, const struct rtnetlink_link* link);
-void nic_put_partition_link(struct object* object, const struct rtnetlink_link* link);
-
-/* For ports and partitions, which have the same values in properties of different names. */
-
-struct nic_counter
-{
-    const char* member;
-    object_put* put;
-    size_t offset; /* of the counter in struct rtnl_link_stats64 */
-};
-
-void nic_put_counters(struct object* object, const struct rtnetlink_link* link,
-                      const struct nic_counter* counters, size_t count);
-void nic_put_link_status(struct object* object, const char* member,
-                         const struct rtnetlink_link* link);
-void nic_put_driver_state(struct object* object, const char* member, const char* device);
+/* What follows from a change of the link: for a port or a partition, and for a port whose link has
+ * changed. */
+void nic_put_link(struct object* object, const struct rtnetlink_link* link);
+void nic_put_settings(struct object* object);
 
 /* The present and the permanent address. */
 void nic_put_addresses(struct object* object, const struct rtnetlink_link* link);
 
-/* Puts a counter of data, which RDMA devices count in words of four bytes. */
-object_put nic_put_words;
+/* What the port's link partner tells of itself. */
+void nic_put_connection(struct object* object);
 
-/* The counters of an RDMA device's port, which has this directory. */
-void nic_put_rdma(struct object* object, const char* port);
+/*
+ * The pluggable modules of network ports (modules.c): an SFP, QSFP or QSFPD for each, by the
+ * standard that it follows, named like its port. As a module is slow to read, that is done together
+ * with its port, which is due then, and for its readings once in half a minute. One that was pulled
+ * is found by that; one that was plugged in is found when the link comes up.
+ */
+void modules_scan_port(const char* port, const char* device, uint64_t tag, bool is_due);
 
-/* The packets by kind, as far as the driver has standard statistics. `message` gets its answer. */
-struct nic_packets
-{
-    uint64_t received_unicast;
-    uint64_t received_multicast;
-    uint64_t received_broadcast;
-    uint64_t sent_unicast;
-    uint64_t sent_multicast;
-    uint64_t sent_broadcast;
-};
-bool nic_ask_packets(struct nic_packets* packets, const char* device,
-                     union netlink_message* message);
+/* Whether a port, whose link has come up, may have a module that isn't known. */
+bool modules_may_come(const struct object* port);
 
-/* Both are in seconds since the epoch: StatisticsTime is when a counter was found changed last, and
- * StatisticsStartTime when the counters were read first. Call it after the counters. */
-void nic_put_statistics_times(struct object* object);
+/*
+ * Dumps of adapters (dump.c). NicSlot's method TriggerAdapterCoreDump has the driver make a dump of
+ * its state, for those who develop it, and answers when that is in a file. As a driver may take
+ * seconds, a process of its own asks it. One dump runs at a time; another call is refused
+ * meanwhile, and so is one for an adapter whose driver makes none.
+ */
+object_create dump_create_slot;
+void dump_put_slot(struct object* object, const struct card* card);
 
 #endif

@@ -10,6 +10,7 @@
 #include <string.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-daemon.h>
+#include <time.h>
 
 bool object_is_unpublished;
 
@@ -74,20 +75,40 @@ void object_announce(struct object* object)
     }
 }
 
-static void put_counters(struct object* object)
+void object_complete(struct object* object)
 {
     if (object->kind->put_counters != NULL)
     {
+        object->counted_at = (uint64_t)time(NULL);
         are_counters = true;
         object->kind->put_counters(object);
         are_counters = false;
     }
+    object_announce(object);
 }
 
-void object_complete(struct object* object)
+static void refresh(struct object* object)
 {
-    put_counters(object);
-    object_announce(object);
+    if ((uint64_t)time(NULL) - object->counted_at >= object->kind->interval)
+    {
+        object_complete(object);
+    }
+}
+
+void objects_refresh(void)
+{
+    static unsigned int round;
+    ++round;
+    for (const struct kind* kind = kinds; kind != NULL; kind = kind->next)
+    {
+        if (kind->put_counters != NULL && (kind->turn == 0 || kind->turn % 2 == round % 2))
+        {
+            for (struct object* each = kind->first; each != NULL; each = each->next)
+            {
+                refresh(each);
+            }
+        }
+    }
 }
 
 bool object_has_changes(const struct object* object)
@@ -95,28 +116,11 @@ bool object_has_changes(const struct object* object)
     return object->is_new || changed == object;
 }
 
-static bool publish(struct object* object)
+/* A client reads the object; the library calls this. */
+static void on_read(GANTRY_instance* instance, void* object)
 {
-    char parent[256];
-    char* path = NULL; /* the default path */
-    if (object_is_unpublished)
-    {
-        return true;
-    }
-    /* An interface's default path is its name with slashes. */
-    snprintf(parent, sizeof parent, "/%s", object->kind->interface);
-    for (char* dot = parent; (dot = strchr(dot, '.')) != NULL;)
-    {
-        *dot = '/';
-    }
-    /* D-Bus allows few characters in a path, so others are encoded. */
-    if (object->name[0] == '\0' || sd_bus_path_encode(parent, object->name, &path) >= 0)
-    {
-        object->kind->create(NULL, NULL, path, object);
-        GANTRY_instance_get_created(NULL, &object->instance, NULL);
-    }
-    free(path);
-    return object->instance != NULL;
+    (void)instance;
+    refresh(object);
 }
 
 static void release(struct object* object)
@@ -126,26 +130,8 @@ static void release(struct object* object)
     free(object);
 }
 
-/* A scan mostly finds the objects in the order of the former one, so each search begins where the
- * last one ended. */
-static struct object* find(struct kind* kind, const char* name)
-{
-    struct object* const begin = kind->last_found != NULL && kind->last_found->next != NULL
-                                     ? kind->last_found->next
-                                     : kind->first;
-    struct object* each = begin;
-    while (each != NULL && strcmp(each->name, name) != 0)
-    {
-        each = each->next != NULL ? each->next : kind->first;
-        if (each == begin)
-        {
-            return NULL;
-        }
-    }
-    return each;
-}
-
-static struct object* add(struct kind* kind, const char* name, const char* device)
+/* A null path is the interface's default one. */
+static struct object* add(struct kind* kind, const char* name, const char* path, const char* device)
 {
     struct object* object = calloc(1, sizeof *object);
     if (object == NULL)
@@ -156,14 +142,24 @@ static struct object* add(struct kind* kind, const char* name, const char* devic
     object->is_new = true;
     object->name = strdup(name);
     object->device = strdup(device);
-    if (object->name == NULL || object->device == NULL || !publish(object))
+    if (!object_is_unpublished)
     {
+        kind->create(NULL, NULL, path, object);
+        GANTRY_instance_get_created(NULL, &object->instance, NULL);
+    }
+    if (object->name == NULL || object->device == NULL ||
+        (object->instance == NULL && !object_is_unpublished))
+    {
+        GANTRY_instance_free(&object->instance);
         release(object);
         return NULL;
     }
-    struct object** place = kind->last_found != NULL ? &kind->last_found->next : &kind->first;
-    object->next = *place;
-    *place = object;
+    if (object->instance != NULL && kind->put_counters != NULL)
+    {
+        GANTRY_instance_on_read(object->instance, on_read, object);
+    }
+    object->next = kind->first;
+    kind->first = object;
     if (!kind->is_listed)
     {
         kind->is_listed = true;
@@ -175,62 +171,65 @@ static struct object* add(struct kind* kind, const char* name, const char* devic
 
 struct object* object_due(struct kind* kind, const char* name, const char* device)
 {
-    struct object* object = find(kind, name);
-    if (object == NULL && (object = add(kind, name, device)) == NULL)
+    char parent[256];
+    char* path = NULL; /* the default path */
+    GANTRY_instance* instance = NULL;
+    void* known = NULL;
+    /* An interface's default path is its name with slashes. */
+    snprintf(parent, sizeof parent, "/%s", kind->interface);
+    for (char* dot = parent; (dot = strchr(dot, '.')) != NULL;)
+    {
+        *dot = '/';
+    }
+    /* D-Bus allows few characters in a path, so others are encoded. */
+    if (*name != '\0' && sd_bus_path_encode(parent, name, &path) < 0)
     {
         return NULL;
     }
-    kind->last_found = object;
-    const bool is_known = object->scan == scan;
+    if (!object_is_unpublished)
+    {
+        GANTRY_instance_find(NULL, kind->interface, path, &instance);
+    }
+    if (instance != NULL)
+    {
+        GANTRY_instance_get_user_private(instance, &known);
+    }
+    struct object* object = known != NULL ? known : add(kind, name, path, device);
+    free(path);
+    if (object == NULL)
+    {
+        return NULL;
+    }
+    const bool is_moved = object->scan != scan && strcmp(object->device, device) != 0;
+    char* moved = is_moved ? strdup(device) : NULL;
+    if (moved != NULL)
+    {
+        free(object->device);
+        object->device = moved;
+    }
     object->scan = scan;
-    if (strcmp(object->device, device) != 0 && !is_known)
-    {
-        char* moved = strdup(device);
-        if (moved != NULL)
-        {
-            free(object->device);
-            object->device = moved;
-            return object;
-        }
-    }
-    return object->is_new || devices_is_due(device) ? object : NULL;
-}
-
-static void withdraw_unseen(struct kind* kind)
-{
-    for (struct object** each = &kind->first; *each != NULL;)
-    {
-        struct object* object = *each;
-        if (object->scan == scan)
-        {
-            each = &object->next;
-            continue;
-        }
-        *each = object->next;
-        have_changed = true;
-        GANTRY_instance_free(&object->instance);
-        release(object);
-    }
-    kind->last_found = NULL;
+    return object->is_new || is_moved || devices_is_due(device) ? object : NULL;
 }
 
 void objects_end_scan(void)
 {
     for (struct kind* kind = kinds; kind != NULL; kind = kind->next)
     {
-        withdraw_unseen(kind);
+        for (struct object** each = &kind->first; *each != NULL;)
+        {
+            struct object* object = *each;
+            if (object->scan == scan)
+            {
+                each = &object->next;
+                continue;
+            }
+            *each = object->next;
+            have_changed = true;
+            GANTRY_instance_free(&object->instance);
+            release(object);
+        }
     }
     ++scan;
-}
-
-bool kind_has(const struct kind* kind, const struct object* object)
-{
-    const struct object* each = kind->first;
-    while (each != NULL && each != object)
-    {
-        each = each->next;
-    }
-    return each != NULL;
 }
 
 struct object* kind_find(const struct kind* kind, uint64_t tag)
@@ -241,35 +240,6 @@ struct object* kind_find(const struct kind* kind, uint64_t tag)
         object = object->next;
     }
     return object;
-}
-
-/* Whether it is the kind's turn in this round. */
-static bool has_turn(const struct kind* kind, unsigned int round)
-{
-    unsigned int count = 0;
-    unsigned int place = 0;
-    for (const struct kind* each = kinds; each != NULL; each = each->next)
-    {
-        place = each == kind ? count : place;
-        count += each->turns == kind->turns ? 1 : 0;
-    }
-    return kind->turns == NULL || round % count == place;
-}
-
-void objects_refresh(void)
-{
-    static unsigned int round;
-    ++round;
-    for (struct kind* kind = kinds; kind != NULL; kind = kind->next)
-    {
-        if (kind->put_counters != NULL && has_turn(kind, round))
-        {
-            for (struct object* each = kind->first; each != NULL; each = each->next)
-            {
-                object_complete(each);
-            }
-        }
-    }
 }
 
 void objects_declare_complete(void)
@@ -284,11 +254,8 @@ void objects_declare_complete(void)
         {
             ++count;
         }
-        if (count > 0)
-        {
-            fprintf(stderr, "%s%zu %s", separator, count, strrchr(kind->interface, '.') + 1);
-            separator = ", ";
-        }
+        fprintf(stderr, "%s%zu %s", separator, count, strrchr(kind->interface, '.') + 1);
+        separator = ", ";
     }
     fputc('\n', stderr);
 }
@@ -313,44 +280,94 @@ void objects_free(void)
     }
 }
 
-/* Defines object_put_TYPE for values of `given`, of which the property holds those that `stored`
- * can. */
-#define DEFINE_PUT(type, given, stored)                                                            \
-    void object_put_##type(struct object* object, const char* member, given value)                 \
+char object_type(const struct object* object, const char* member)
+{
+    const char* type = "?";
+    if (object->instance != NULL)
+    {
+        GANTRY_property_get_type(object->instance, member, &type);
+    }
+    type = type != NULL ? type : "";
+    return *type;
+}
+
+/* The largest number that a property of the type can have. */
+static uint64_t most_of(char type)
+{
+    return type == 'b'   ? 1
+           : type == 'y' ? UINT8_MAX
+           : type == 'q' ? UINT16_MAX
+           : type == 'u' ? UINT32_MAX
+                         : UINT64_MAX;
+}
+
+/* The case of a type with this letter. */
+#define STORE(letter, type, stored, value)                                                         \
+    case letter:                                                                                   \
     {                                                                                              \
         stored present = 0;                                                                        \
-        int error = 0;                                                                             \
-        if (object->instance != NULL && value == (given)(stored)value)                             \
+        GANTRY_property_get_##type(object->instance, member, &present, &error);                    \
+        if (error == 0 && present != (stored)(value))                                              \
         {                                                                                          \
-            GANTRY_property_get_##type(object->instance, member, &present, &error);                \
-            if (error == 0 && (stored)value != present)                                            \
-            {                                                                                      \
-                hold(object);                                                                      \
-                GANTRY_property_set_##type(object->instance, member, (stored)value,                \
-                                           object->is_new, &error);                                \
-            }                                                                                      \
-            report(member, error);                                                                 \
+            hold(object);                                                                          \
+            GANTRY_property_set_##type(object->instance, member, (stored)(value), object->is_new,  \
+                                       &error);                                                    \
         }                                                                                          \
+        break;                                                                                     \
     }
 
-DEFINE_PUT(byte, uint64_t, unsigned char)
-DEFINE_PUT(int16, int, short)
-DEFINE_PUT(uint16, uint64_t, unsigned short)
-DEFINE_PUT(uint32, uint64_t, unsigned int)
-DEFINE_PUT(uint64, uint64_t, unsigned long)
-DEFINE_PUT(double, double, double)
-DEFINE_PUT(boolean, bool, bool)
-
-enum object_switch object_switch(bool is_known, bool is_on)
+/* `number` is for properties of integers without a sign, `real` for others. */
+static void store(const struct object* object, const char* member, uint64_t number, double real)
 {
-    return !is_known ? switch_unknown : is_on ? switch_on : switch_off;
+    const char type = object_type(object, member);
+    int error = 0;
+    if (number <= most_of(type))
+    {
+        switch (type)
+        {
+            STORE('b', boolean, bool, number)
+            STORE('y', byte, unsigned char, number)
+            STORE('n', int16, short, real)
+            STORE('q', uint16, unsigned short, number)
+            STORE('u', uint32, unsigned int, number)
+            STORE('t', uint64, unsigned long, number)
+            STORE('d', double, double, real)
+        default:
+            break;
+        }
+    }
+    report(member, error);
+}
+
+void object_put_number(struct object* object, const char* member, uint64_t value)
+{
+    store(object, member, value, (double)value);
+}
+
+void object_put_real(struct object* object, const char* member, double value)
+{
+    store(object, member, value > 0 ? (uint64_t)value : 0, value);
+}
+
+void object_put_counter(struct object* object, const char* member, uint64_t value)
+{
+    const uint64_t most = most_of(object_type(object, member));
+    if (value != UINT64_MAX)
+    {
+        object_put_number(object, member, value < most ? value : most);
+    }
+}
+
+void object_put_switch(struct object* object, const char* member, bool is_known, bool is_on)
+{
+    object_put_number(object, member, !is_known ? 0 : is_on ? switch_on : switch_off);
 }
 
 void object_put_string(struct object* object, const char* member, const char* text)
 {
     char* present = NULL;
     int error = 0;
-    if (text == NULL || object->instance == NULL)
+    if (text == NULL || object_type(object, member) != 's')
     {
         return;
     }
@@ -383,4 +400,18 @@ void object_put_format(struct object* object, const char* member, const char* fo
     vsnprintf(text, sizeof text, format, values);
     va_end(values);
     object_put_string(object, member, text);
+}
+
+void object_put_statistics_times(struct object* object)
+{
+    const uint64_t now = (uint64_t)time(NULL);
+    if (object->is_new)
+    {
+        object_put_number(object, "StatisticsStartTime", now);
+    }
+    /* Otherwise the time alone would be a change, each time that the counters are read. */
+    if (object_has_changes(object))
+    {
+        object_put_number(object, "StatisticsTime", now);
+    }
 }

@@ -20,9 +20,8 @@
  *
  * A fact that the kernel doesn't offer, or refuses to this process, leaves its property as the
  * library created it: 0, the empty text, or the initial value in the interface's table. The codes
- * that this host defines therefore don't use 0 for a known fact: a switch in a byte is 1 if it is
- * on and 2 if it is off. Numbers that are the kernel's or the device's own may be 0 for either
- * reason.
+ * that this host defines therefore don't use 0 for a known fact: a switch is 1 if it is on and 2 if
+ * it is off. Numbers that are the kernel's or the device's own may be 0 for either reason.
  */
 #ifndef OBJECT_H
 #define OBJECT_H
@@ -33,7 +32,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/* The creating functions of interfaces without methods; their table is a const void*. */
+/* The creating functions of interfaces; the table of their methods is a const void*. */
 typedef void object_create(GANTRY_cpp_context* context, const void* table, const char* path,
                            void* user_private);
 
@@ -43,7 +42,7 @@ struct object
     char* name;                /* empty for the only object of its kind */
     char* device;              /* the sysfs directory that it was read from */
     uint64_t tag;              /* the reader's own, such as an interface's number */
-    uint64_t read_at; /* likewise, in seconds, if it isn't read each time that it could be */
+    uint64_t counted_at;       /* when its counters were put, in seconds since the epoch */
     /* object.c's own: */
     const struct kind* kind;
     struct object* next;
@@ -57,15 +56,15 @@ struct kind
     object_create* create;
     /* Puts again what changes all the time, the counters and the link's state, from the object's
      * device and tag; null if it has none. It is called by the counters' timer, and for a client
-     * that reads them. */
+     * that reads the object, but not more often than each `interval` seconds. */
     void (*put_counters)(struct object* object);
-    /* Of the kinds with the same name here, one has its turn at each interval of the timer. So a
-     * port and its partition, which mostly change together, cost one message per interval. */
-    const char* turns;
+    unsigned int interval;
+    /* The timer comes to kinds of turn 1 and of turn 2 at every other interval. So a port and its
+     * partition, which mostly change together, cost one message per interval. */
+    unsigned int turn;
     /* object.c's own: */
     struct kind* next;
     struct object* first;
-    struct object* last_found;
     bool is_listed;
 };
 
@@ -87,14 +86,11 @@ void objects_end_scan(void);
  */
 struct object* object_due(struct kind* kind, const char* name, const char* device);
 
-/* Whether the object is still one of the kind. */
-bool kind_has(const struct kind* kind, const struct object* object);
-
 /* The first object of the kind with that tag, or null. */
 struct object* kind_find(const struct kind* kind, uint64_t tag);
 
 /* Announces what has changed since the last call: the object, or its changes. The first function
- * puts the counters before; it is also what brings one object's counters up to date. */
+ * puts the counters before. */
 void object_complete(struct object* object);
 void object_announce(struct object* object);
 
@@ -114,35 +110,39 @@ bool objects_have_changed(void);
 /* Frees the memory. The context owns the objects on the bus. */
 void objects_free(void);
 
-enum object_switch
-{
-    switch_unknown,
-    switch_on,
-    switch_off
-};
-
-/* The code of a switch, for a byte. */
-enum object_switch object_switch(bool is_known, bool is_on);
-
-/* Stores a value unless it is too large for the property. */
-typedef void object_put(struct object* object, const char* member, uint64_t value);
-object_put object_put_byte;
-object_put object_put_uint16;
-object_put object_put_uint32;
-object_put object_put_uint64;
-void object_put_int16(struct object* object, const char* member, int value);
-void object_put_double(struct object* object, const char* member, double value);
-void object_put_boolean(struct object* object, const char* member, bool value);
-
-/* Stores a copy; null leaves the property as it is. */
+/*
+ * The property has the type that its interface gives it. A value that is too large for it leaves it
+ * as it is, and so does a null text. An interface that has no such property is passed over, so that
+ * those that differ in some properties can be put alike.
+ */
+void object_put_number(struct object* object, const char* member, uint64_t value);
+void object_put_real(struct object* object, const char* member, double value);
 void object_put_string(struct object* object, const char* member, const char* text);
-
-/* Stores a copy of the texts. */
 void object_put_strings(struct object* object, const char* member,
                         const GANTRY_string_array* texts);
 
-/* Stores a text made as by printf. */
+/* A counter that is too large for the property stays at the largest number that this can have. One
+ * with all 64 bits set isn't counted by its device. */
+void object_put_counter(struct object* object, const char* member, uint64_t value);
+
+/* The code of a switch, or 0 if it isn't known. */
+enum object_switch
+{
+    switch_on = 1,
+    switch_off = 2
+};
+void object_put_switch(struct object* object, const char* member, bool is_known, bool is_on);
+
+/* A text made as by printf. */
 __attribute__((format(printf, 3, 4))) void
 object_put_format(struct object* object, const char* member, const char* format, ...);
+
+/* Both are in seconds since the epoch: StatisticsTime is when a counter was found changed last, and
+ * StatisticsStartTime when the counters were read first. To be called after the counters. */
+void object_put_statistics_times(struct object* object);
+
+/* The first letter of the property's D-Bus type: 0 if there is no such property, and `?` if nothing
+ * is published. */
+char object_type(const struct object* object, const char* member);
 
 #endif

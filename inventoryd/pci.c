@@ -1,24 +1,12 @@
-#include "attribute.h"
 #include "card.h"
 #include "devices.h"
-#include "dmi_slot.h"
-#include "firmware_versions.h"
-#include "hwdb.h"
 #include "inventory.h"
-#include "pci_configuration.h"
 
 #include <stdlib.h>
 #include <string.h>
 
 static struct kind configuration_kind = {OBJECT_KIND(hwi, HWIStndConfig)};
 static struct kind link_kind = {OBJECT_KIND(hwi, HWIPcie)};
-
-static const struct attribute attributes[] = {
-    {"VendorID", "vendor", object_put_uint16, 10},
-    {"SubVendorID", "subsystem_vendor", object_put_uint16, 10},
-    {"SubDeviceID", "subsystem_device", object_put_uint16, 10},
-    {"DataBusWidth", "current_link_width", object_put_byte, 10}, /* in lanes */
-};
 
 /* This host's codes. */
 enum
@@ -27,6 +15,63 @@ enum
     type_express = 2,
     no_node = 0xFF
 };
+
+/* A PCI device's configuration space. Bytes that can't be read are zero: without CAP_SYS_ADMIN
+ * those behind the first 64, and so all capabilities. */
+struct configuration
+{
+    unsigned char bytes[4096];
+};
+
+/* The device/port type of a PCI Express device; false if it isn't one. */
+static bool find_port_type(const struct configuration* configuration, unsigned int* type)
+{
+    enum
+    {
+        status = 0x06,
+        has_capabilities = 0x10,
+        first = 0x34,
+        pci_express = 0x10,
+        most = (256 - 64) / 4 /* a faulty list may be circular */
+    };
+    const unsigned char* bytes = configuration->bytes;
+    unsigned int at = (bytes[status] & has_capabilities) != 0 ? bytes[first] & 0xFCU : 0;
+    for (int count = 0; at != 0 && count < most; ++count)
+    {
+        if (bytes[at] == pci_express)
+        {
+            *type = bytes[at + 2] >> 4;
+            return true;
+        }
+        at = bytes[at + 1] & 0xFCU;
+    }
+    return false;
+}
+
+static void put_serial_number(struct object* object, const struct configuration* configuration)
+{
+    enum
+    {
+        first = 256, /* of the extended capabilities */
+        serial_number = 0x0003,
+        size = 12,
+        most = (sizeof configuration->bytes - first) / 4
+    };
+    unsigned int at = first;
+    for (int count = 0; at >= first && at <= sizeof configuration->bytes - size && count < most;
+         ++count)
+    {
+        const unsigned char* bytes = configuration->bytes + at;
+        if ((bytes[0] | bytes[1] << 8) == serial_number)
+        {
+            object_put_format(object, "PCISerialNumber", "%02x-%02x-%02x-%02x-%02x-%02x-%02x-%02x",
+                              bytes[11], bytes[10], bytes[9], bytes[8], bytes[7], bytes[6],
+                              bytes[5], bytes[4]);
+            return;
+        }
+        at = (bytes[2] >> 4U | (unsigned int)bytes[3] << 4U) & 0xFFCU;
+    }
+}
 
 struct slot_search
 {
@@ -48,12 +93,11 @@ static void put_slot(void* data, const char* path, const char* name)
 }
 
 static void scan_configuration(const char* device, const char* address,
-                               const struct pci_configuration* configuration, bool is_express)
+                               const struct configuration* configuration, bool is_express)
 {
-    static const struct hwdb_members names = {"Manufacturer", "ProductName", "Description"};
+    static const struct row rows[] = {{"DataBusWidth", "current_link_width", row_plain},
+                                      {0}}; /* in lanes */
     struct pci_location location;
-    struct dmi_slot slot;
-    char slots[sysfs_path_size];
     uint64_t number = 0;
     struct object* object = object_due(&configuration_kind, address, device);
     if (object == NULL)
@@ -64,33 +108,25 @@ static void scan_configuration(const char* device, const char* address,
     object_put_format(object, "FriendlyFQDD", "PCI device %s", address);
     if (pci_location_parse(address, &location))
     {
-        object_put_uint32(object, "SegmentNum", location.segment);
-        object_put_uint32(object, "BusNum", location.bus);
-        object_put_uint32(object, "DeviceNum", location.device);
-        object_put_uint32(object, "FunctionNum", location.function);
-        if (dmi_slot_find(&slot, &location))
-        {
-            object_put_string(object, "SlotString", slot.name);
-            object_put_byte(object, "SlotType", slot.type);
-            object_put_byte(object, "SlotLength", slot.length);
-        }
+        object_put_number(object, "SegmentNum", location.segment);
+        object_put_number(object, "BusNum", location.bus);
+        object_put_number(object, "DeviceNum", location.device);
+        object_put_number(object, "FunctionNum", location.function);
+        dmi_put_slot(object, &location);
     }
-    attributes_read(object, device, attributes, sizeof attributes / sizeof *attributes);
-    object_put_byte(object, "cpu_affinity",
-                    sysfs_number(device, "numa_node", 10, &number) ? number : no_node);
-    object_put_byte(object, "DeviceType", is_express ? type_express : type_conventional);
+    card_put_identity(object, device);
+    sysfs_put(object, device, rows);
+    object_put_number(object, "cpu_affinity",
+                      sysfs_number(device, "numa_node", 10, &number) ? number : no_node);
+    object_put_number(object, "DeviceType", is_express ? type_express : type_conventional);
     if (sysfs_number(device, "class", 10, &number))
     {
-        object_put_byte(object, "classCode", number >> 16 & 0xFF);
-        object_put_byte(object, "Subclass", number >> 8 & 0xFF);
-        object_put_byte(object, "progIF", number & 0xFF);
+        object_put_number(object, "classCode", number >> 16 & 0xFF);
+        object_put_number(object, "Subclass", number >> 8 & 0xFF);
+        object_put_number(object, "progIF", number & 0xFF);
     }
-    object_put_byte(object, "PCIheaderType", pci_header_type(configuration));
-    hwdb_put(object, device, NULL, names);
-    if (sysfs_join(slots, sysfs_root, "bus/pci/slots"))
-    {
-        sysfs_each(slots, put_slot, &(struct slot_search){object, address});
-    }
+    object_put_number(object, "PCIheaderType", configuration->bytes[0x0E]);
+    sysfs_each(sysfs_root, "bus/pci/slots", put_slot, &(struct slot_search){object, address});
     object_complete(object);
 }
 
@@ -103,58 +139,51 @@ static uint32_t transfer_rate(const char* device, const char* file)
 }
 
 static void scan_link(const char* device, const char* address,
-                      const struct pci_configuration* configuration)
+                      const struct configuration* configuration)
 {
     static const uint32_t rates[] = {2500, 5000, 8000, 16000, 32000, 64000};
-    static const struct hwdb_members names = {"manufacturer", "productName", "description"};
-    uint64_t lanes = 0;
+    static const struct row rows[] = {{"MaxLinkWidth", "max_link_width", row_plain}, {0}};
     unsigned int type = 0;
-    char serial[pci_serial_size];
-    struct firmware_versions versions;
     struct object* object = object_due(&link_kind, address, device);
     if (object == NULL)
     {
         return;
     }
     const uint32_t fastest = transfer_rate(device, "max_link_speed");
-    object_put_uint32(object, "CurrentLinkSpeed", transfer_rate(device, "current_link_speed"));
-    object_put_uint32(object, "MaxLinkSpeed", fastest);
+    object_put_number(object, "CurrentLinkSpeed", transfer_rate(device, "current_link_speed"));
+    object_put_number(object, "MaxLinkSpeed", fastest);
     for (size_t i = 0; i < sizeof rates / sizeof *rates; ++i)
     {
         if (rates[i] == fastest)
         {
-            object_put_byte(object, "SupportedLinkSpeed", i + 1); /* the generation */
+            object_put_number(object, "SupportedLinkSpeed", i + 1); /* the generation */
         }
     }
-    if (sysfs_number(device, "max_link_width", 10, &lanes))
+    sysfs_put(object, device, rows);
+    if (find_port_type(configuration, &type))
     {
-        object_put_byte(object, "MaxLinkWidth", lanes);
+        object_put_number(object, "PortType", type + 1); /* 0 is an endpoint on the bus of the
+                                                            device, and unknown here */
     }
-    if (pci_port_type(configuration, &type))
+    if (sysfs_serials)
     {
-        object_put_byte(object, "PortType", type + 1); /* 0 is an endpoint on the bus of the device,
-                                                          and unknown here */
+        put_serial_number(object, configuration);
     }
-    if (sysfs_serials && pci_serial_number(configuration, serial))
-    {
-        object_put_string(object, "PCISerialNumber", serial);
-    }
-    firmware_versions_read(&versions, device);
-    object_put_string(object, "FirmwareVersion", versions.firmware);
-    hwdb_put(object, device, NULL, names);
+    versions_put(object, device, false);
+    hwdb_put(object, device, NULL);
     object_complete(object);
 }
 
 static void scan_device(void* data, const char* device, const char* address)
 {
-    struct pci_configuration configuration;
+    struct configuration configuration = {{0}};
     char text[sysfs_text_size];
     unsigned int type = 0;
     (void)data;
-    pci_configuration_read(device, &configuration);
+    (void)sysfs_bytes(device, "config", configuration.bytes, sizeof configuration.bytes);
     /* The kernel has the file for PCI Express alone. */
     const bool is_express =
-        pci_port_type(&configuration, &type) || sysfs_text(device, "max_link_speed", text);
+        find_port_type(&configuration, &type) || sysfs_text(device, "max_link_speed", text);
     scan_configuration(device, address, &configuration, is_express);
     if (is_express)
     {

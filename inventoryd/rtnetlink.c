@@ -1,17 +1,13 @@
 #define _GNU_SOURCE /* SOCK_CLOEXEC and what netlink's headers need */
 
-#include "rtnetlink.h"
-
-#include "devices.h"
+#include "netlink.h"
 
 #include <errno.h>
 #include <linux/rtnetlink.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/epoll.h>
-#include <sys/socket.h>
 #include <systemd/sd-daemon.h>
-#include <unistd.h>
 
 static void copy_address(struct rtnetlink_address* address, const struct nlattr* attribute)
 {
@@ -30,8 +26,7 @@ static void read_attribute(struct rtnetlink_link* link, const struct nlattr* att
         (void)netlink_text(attribute, link->name, sizeof link->name);
         break;
     case IFLA_OPERSTATE:
-        link->has_state = size == sizeof link->state;
-        link->state = link->has_state ? *(const unsigned char*)bytes : 0;
+        link->state = size == 1 ? mnl_attr_get_u8(attribute) : 0;
         break;
     case IFLA_ADDRESS:
         copy_address(&link->address, attribute);
@@ -62,11 +57,8 @@ static bool read_message(struct rtnetlink_link* link, const struct nlmsghdr* mes
     }
     link->removed = message->nlmsg_type == RTM_DELLINK;
     link->index = header->ifi_index;
-    link->type = header->ifi_type;
-    const char* end = (const char*)message + message->nlmsg_len;
-    for (const struct nlattr* each = mnl_nlmsg_get_payload_offset(message, sizeof *header);
-         (const char*)each < end && mnl_attr_ok(each, (int)(end - (const char*)each));
-         each = mnl_attr_next(each))
+    const struct nlattr* each = NULL;
+    while ((each = netlink_next(message, sizeof *header, each)) != NULL)
     {
         read_attribute(link, each);
     }
@@ -78,7 +70,7 @@ bool rtnetlink_ask(struct rtnetlink_link* link, const char* device)
     static const struct ifinfomsg all = {.ifi_family = AF_UNSPEC};
     union netlink_message message;
     netlink_begin(&message, RTM_GETLINK, &all, sizeof all);
-    mnl_attr_put_strz(&message.header, IFLA_IFNAME, devices_name(device));
+    mnl_attr_put_strz(&message.header, IFLA_IFNAME, sysfs_name(device));
     memset(link, 0, sizeof *link);
     return netlink_ask(&message, NETLINK_ROUTE, device, "rtnetlink") &&
            read_message(link, &message.header) && !link->removed;
@@ -128,21 +120,11 @@ static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* d
 
 int rtnetlink_watch(sd_event* event, void (*visit)(const struct rtnetlink_link* link))
 {
-    const struct sockaddr_nl address = {.nl_family = AF_NETLINK, .nl_groups = RTMGRP_LINK};
-    sd_event_source* source = NULL;
+    /* The socket stays as long as the process, and its source as long as the loop. */
+    struct mnl_socket* socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
     on_link = visit;
-    const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
-    int result = fd < 0 || bind(fd, (const struct sockaddr*)&address, sizeof address) < 0
-                     ? -errno
-                     : sd_event_add_io(event, &source, fd, EPOLLIN, on_datagram, NULL);
-    if (result < 0)
-    {
-        close(fd);
-        return result;
-    }
-    sd_event_source_set_io_fd_own(source, 1);
-    /* From here on the loop owns the source. */
-    sd_event_source_set_floating(source, 1);
-    sd_event_source_unref(source);
-    return 0;
+    return socket == NULL || mnl_socket_bind(socket, RTMGRP_LINK, MNL_SOCKET_AUTOPID) < 0
+               ? -errno
+               : sd_event_add_io(event, NULL, mnl_socket_get_fd(socket), EPOLLIN, on_datagram,
+                                 NULL);
 }

@@ -2,8 +2,6 @@
 
 #include "sysfs.h"
 
-#include "record.h"
-
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -25,6 +23,12 @@ bool sysfs_join(char path[sysfs_path_size], const char* directory, const char* n
 {
     const int length = snprintf(path, sysfs_path_size, "%s/%s", directory, name);
     return length > 0 && length < sysfs_path_size;
+}
+
+const char* sysfs_name(const char* path)
+{
+    const char* slash = strrchr(path, '/');
+    return slash != NULL ? slash + 1 : path;
 }
 
 size_t sysfs_bytes(const char* directory, const char* file, void* bytes, size_t most)
@@ -100,11 +104,8 @@ bool sysfs_link_name(const char* directory, const char* link, char name[sysfs_pa
     }
     name[length] = '\0';
     record_link(path, name);
-    const char* slash = strrchr(name, '/');
-    if (slash != NULL)
-    {
-        memmove(name, slash + 1, strlen(slash));
-    }
+    const char* last = sysfs_name(name);
+    memmove(name, last, strlen(last) + 1);
     return true;
 }
 
@@ -126,13 +127,17 @@ static int compare(const void* left, const void* right)
 }
 
 /* Not by scandir, which what stands in for sysfs in a test can't see. */
-void sysfs_each(const char* directory,
-                void (*visit)(void* data, const char* path, const char* name), void* data)
+void sysfs_each(const char* directory, const char* below, sysfs_visit* visit, void* data)
 {
     char** names = NULL;
     size_t count = 0;
-    DIR* opened = opendir(directory);
-    for (const struct dirent* entry = NULL; opened != NULL && (entry = readdir(opened)) != NULL;)
+    char path[sysfs_path_size];
+    DIR* opened = sysfs_join(path, directory, below) ? opendir(path) : NULL;
+    if (opened == NULL)
+    {
+        return;
+    }
+    for (const struct dirent* entry = NULL; (entry = readdir(opened)) != NULL;)
     {
         char** more = entry->d_name[0] != '.' ? realloc(names, (count + 1) * sizeof *names) : NULL;
         names = more != NULL ? more : names;
@@ -141,22 +146,48 @@ void sysfs_each(const char* directory,
             ++count;
         }
     }
-    if (opened != NULL)
-    {
-        closedir(opened);
-    }
+    closedir(opened);
     if (count > 0)
     {
         qsort(names, count, sizeof *names, compare);
     }
     for (size_t i = 0; i < count; ++i)
     {
-        char path[sysfs_path_size];
-        if (sysfs_join(path, directory, names[i]))
+        char found[sysfs_path_size];
+        if (sysfs_join(found, path, names[i]))
         {
-            visit(data, path, names[i]);
+            visit(data, found, names[i]);
         }
         free(names[i]);
     }
     free(names);
+}
+
+void sysfs_put(struct object* object, const char* directory, const struct row* rows)
+{
+    for (const struct row* each = rows; each->member != NULL; ++each)
+    {
+        char text[sysfs_text_size];
+        uint64_t number = 0;
+        const char type = object_type(object, each->member);
+        if (type == 's' && sysfs_text(directory, each->file, text))
+        {
+            object_put_string(object, each->member, text);
+        }
+        if (type == 's' || type == '\0' ||
+            !sysfs_number(directory, each->file, each->form == row_hexadecimal ? 16 : 10, &number))
+        {
+            continue;
+        }
+        if (each->form < row_counter)
+        {
+            object_put_number(object, each->member, number);
+            continue;
+        }
+        number = number == UINT64_MAX          ? number
+                 : each->form == row_words     ? number * 4
+                 : each->form == row_kilobytes ? number / 256
+                                               : number;
+        object_put_counter(object, each->member, number);
+    }
 }

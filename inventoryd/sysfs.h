@@ -1,8 +1,7 @@
 /*
- * Reads the machine's description from sysfs, which has one value per file, or from a record of it:
- * a tree of plain files that another run has written (record.h). A file that is missing or has no
- * such value is normal: the function then returns false, and the caller leaves the property
- * unchanged.
+ * Reads the machine's description from sysfs, which has one value per file, or from a record of it,
+ * a tree of plain files that another run has written. A file that is missing or has no such value
+ * is normal: the function then returns false, and the caller leaves the property unchanged.
  *
  * What only root may read must not reach everyone over the bus. A file that isn't readable by all
  * therefore counts as missing, unless `sysfs_serials` is set.
@@ -10,9 +9,9 @@
 #ifndef SYSFS_H
 #define SYSFS_H
 
-#include <stdbool.h>
-#include <stddef.h>
-#include <stdint.h>
+#include "object.h"
+
+#include <sys/types.h>
 
 /* A file of sysfs is a page at most. */
 enum
@@ -29,6 +28,9 @@ bool sysfs_is_recorded(void);
 
 /* Joins two parts of a path; false if there is no room. */
 bool sysfs_join(char path[sysfs_path_size], const char* directory, const char* name);
+
+/* The last component of a path. */
+const char* sysfs_name(const char* path);
 
 /* The file's first line, without the line break and spaces around it. */
 bool sysfs_text(const char* directory, const char* file, char text[sysfs_text_size]);
@@ -47,8 +49,51 @@ bool sysfs_link_name(const char* directory, const char* link, char name[sysfs_pa
 /* Whether the directory has a directory of that name. */
 bool sysfs_has_directory(const char* directory, const char* name);
 
-/* Calls `visit` with the path and name of each entry, sorted by name. */
-void sysfs_each(const char* directory,
-                void (*visit)(void* data, const char* path, const char* name), void* data);
+/* Calls `visit` with the path and name of each entry of a directory below another one, sorted by
+ * name. */
+typedef void sysfs_visit(void* data, const char* path, const char* name);
+void sysfs_each(const char* directory, const char* below, sysfs_visit* visit, void* data);
+
+/* A property and the file with its value, a text or a number as the property's type says. */
+struct row
+{
+    const char* member;
+    const char* file;
+    enum
+    {
+        row_plain,
+        row_hexadecimal, /* without 0x */
+        row_counter,     /* as object_put_counter has it */
+        row_words,       /* a counter of data in words of four bytes, for a property in bytes */
+        row_kilobytes    /* the same for a property in KiB */
+    } form;
+};
+
+/* Puts the properties whose files are in the directory; the rows end with an empty one. */
+void sysfs_put(struct object* object, const char* directory, const struct row* rows);
+
+/*
+ * Starts a record: a directory with what the readers have read, each file below the path that it
+ * has below /sys, with its mode. `inventoryd --root` publishes it elsewhere. What the kernel
+ * answers otherwise is beside it:
+ *
+ *     class/net/NAME, bus/pci/devices/NAME, ...   a link to each device below devices/
+ *     DEVICE/rtnetlink                            the message about a network interface
+ *     DEVICE/ethtool/N, DEVICE/ethtool/ioctl-N    the answer to the request of that number
+ *     DEVICE/module/A-B-P-O                       128 bytes of the EEPROM of an interface's module:
+ *                                                 I2C address, bank, page and offset in hexadecimal
+ *     DEVICE/devlink                              the answer to DEVLINK_CMD_INFO_GET of a card
+ *     DEVICE/names/vendor, product, subclass      the names that the hardware database had
+ *
+ * Unless serial numbers are asked for, the files that only root may read are left out, and those
+ * that all may read are recorded with `X` for each letter. Returns 0 or an errno.
+ */
+int record_start(const char* directory);
+
+/* These do nothing if no record is written. `path` begins with sysfs_root. A failure is logged. */
+void record_file(const char* path, const void* bytes, size_t size, mode_t mode);
+void record_answer(const char* directory, const char* file, const void* bytes, size_t size);
+void record_link(const char* path, const char* target);
+void record_directory(const char* path);
 
 #endif

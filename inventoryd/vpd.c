@@ -1,8 +1,5 @@
-#include "vpd.h"
+#include "card.h"
 
-#include "sysfs.h"
-
-#include <stdio.h>
 #include <string.h>
 
 /* Tags of large items; a small item's tag has bit 7 clear. */
@@ -11,46 +8,17 @@ enum
     large_item = 0x80,
     product_name = 0x82,
     read_only_fields = 0x90,
-    most_bytes = 4096 /* what is behind has never been of interest */
+    most_bytes = 4096, /* what is behind has never been of interest */
+    header_size = 3
 };
 
-struct vpd
+/* Printable ASCII without the spaces at its end; false if that is none. */
+static bool put_text(struct object* object, const char* member, const unsigned char* bytes,
+                     size_t size)
 {
-    unsigned char bytes[most_bytes];
-    size_t size;
-};
-
-static void read_vpd(struct vpd* vpd, const char* function)
-{
-    vpd->size = sysfs_bytes(function, "vpd", vpd->bytes, sizeof vpd->bytes);
-}
-
-/* The item with this tag; null if there is none before the first that isn't well-formed. */
-static const unsigned char* find_item(const struct vpd* vpd, unsigned int tag, size_t* size)
-{
-    size_t at = 0;
-    while (at + 3 <= vpd->size && (vpd->bytes[at] & large_item) != 0)
-    {
-        const size_t length = vpd->bytes[at + 1] | (size_t)vpd->bytes[at + 2] << 8;
-        if (length > vpd->size - at - 3)
-        {
-            break;
-        }
-        if (vpd->bytes[at] == tag)
-        {
-            *size = length;
-            return vpd->bytes + at + 3;
-        }
-        at += 3 + length;
-    }
-    return NULL;
-}
-
-/* Printable ASCII without the spaces at its end. */
-static void copy_text(char text[vpd_text_size], const unsigned char* bytes, size_t size)
-{
+    char text[256];
     size_t length = 0;
-    while (length < size && length < vpd_text_size - 1 && bytes[length] >= ' ' &&
+    while (length < size && length < sizeof text - 1 && bytes[length] >= ' ' &&
            bytes[length] <= '~')
     {
         text[length] = (char)bytes[length];
@@ -61,47 +29,58 @@ static void copy_text(char text[vpd_text_size], const unsigned char* bytes, size
         --length;
     }
     text[length] = '\0';
+    object_put_string(object, member, length > 0 ? text : NULL);
+    return length > 0;
 }
 
-static void put_field(struct object* object, const char* member, const struct vpd* vpd,
-                      const char keyword[2])
+/* A field is a keyword of two letters, the length in a byte, and so many bytes. */
+static bool put_fields(struct object* object, const unsigned char* bytes, size_t size)
 {
-    size_t size = 0;
-    const unsigned char* item = find_item(vpd, read_only_fields, &size);
-    for (size_t at = 0; item != NULL && at + 3 <= size;)
+    bool has_part_number = false;
+    for (size_t at = 0, end = 0; at + header_size <= size; at = end)
     {
-        const size_t length = item[at + 2];
-        if (length > size - at - 3)
+        const unsigned char* field = bytes + at;
+        end = at + header_size + field[2];
+        if (end > size)
         {
             break;
         }
-        if (memcmp(item + at, keyword, 2) == 0)
+        if (memcmp(field, "PN", 2) == 0)
         {
-            char text[vpd_text_size];
-            copy_text(text, item + at + 3, length);
-            object_put_string(object, member, text);
+            has_part_number = put_text(object, "PartNumber", field + header_size, field[2]);
         }
-        at += 3 + length;
+        else if (memcmp(field, "SN", 2) == 0)
+        {
+            (void)put_text(object, "SerialNumber", field + header_size, field[2]);
+        }
     }
+    return has_part_number;
 }
 
-void vpd_put(struct object* object, const char* function)
+/* A large item is a tag, the length in two bytes, and so many bytes. */
+bool vpd_put(struct object* object, const char* function)
 {
-    struct vpd vpd;
-    read_vpd(&vpd, function);
-    put_field(object, "PartNumber", &vpd, "PN");
-    put_field(object, "SerialNumber", &vpd, "SN");
-}
-
-bool vpd_product(const char* function, char text[vpd_text_size])
-{
-    struct vpd vpd;
-    size_t size = 0;
-    read_vpd(&vpd, function);
-    const unsigned char* item = find_item(&vpd, product_name, &size);
-    if (item != NULL)
+    unsigned char bytes[most_bytes];
+    const size_t size = sysfs_bytes(function, "vpd", bytes, sizeof bytes);
+    bool has_part_number = false;
+    for (size_t at = 0, end = 0; at + header_size <= size && (bytes[at] & large_item) != 0;
+         at = end)
     {
-        copy_text(text, item, size);
+        const unsigned char* item = bytes + at;
+        const size_t length = item[1] | (size_t)item[2] << 8;
+        end = at + header_size + length;
+        if (end > size)
+        {
+            break;
+        }
+        if (item[0] == product_name)
+        {
+            (void)put_text(object, "MarketingName", item + header_size, length);
+        }
+        else if (item[0] == read_only_fields)
+        {
+            has_part_number = put_fields(object, item + header_size, length);
+        }
     }
-    return item != NULL && text[0] != '\0';
+    return has_part_number;
 }

@@ -35,6 +35,7 @@ PACKAGECONFIG ??= "docs inventoryd"
 PACKAGECONFIG[docs] = "-Ddocs=true,-Ddocs=false"
 PACKAGECONFIG[efivar] = "-Defivar=enabled,-Defivar=disabled,efivar"
 PACKAGECONFIG[inventoryd] = "-Dinventoryd=true,-Dinventoryd=false,libmnl"
+PACKAGECONFIG[lldpctl] = "-Dlldpctl=enabled,-Dlldpctl=disabled,lldpd"
 PACKAGECONFIG[stand-ins] = "-Dstand_ins=true,-Dstand_ins=false"
 
 PACKAGE_BEFORE_PN = "${PN}-inventoryd ${PN}-stand-ins"
