@@ -179,16 +179,6 @@ TEST_F(Property, IsOpenToItsOwnNameAndTypeAlone)
 TEST_F(Property, HasAccessorsThatSeeTheWrongInterface)
 {
     int error = -1;
-    unsigned long value = 0;
-    GANTRY_set__com_orvane_velmar_sample_gantrytest__PropUInt64(instance, 7, true, &error);
-    EXPECT_EQ(error, 0);
-    GANTRY_get__com_orvane_velmar_sample_gantrytest__PropUInt64(instance, &value, &error);
-    EXPECT_EQ(value, 7U);
-    EXPECT_EQ(
-        announce(instance, {GANTRY_name__com_orvane_velmar_sample_gantrytest__PropUInt64, nullptr}),
-        0);
-    EXPECT_EQ(announced(), "PropUInt64: t 7\n");
-
     // One that has a member of that name and type too.
     auto* blt = publish(GANTRY_instantiate__com_orvane_velmar_system_BLT, "/blt");
     for (GANTRY_instance* other : {blt, static_cast<GANTRY_instance*>(nullptr)})

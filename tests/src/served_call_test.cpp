@@ -122,27 +122,6 @@ TEST_F(Call, RefusedReachesTheClientAsTheHostsLastErrorAndNotTheLog)
     EXPECT_EQ(logged(8), "2 served_call.GANTRY_call_fail: no callback of the object is running\n");
 }
 
-TEST_F(Call, KnowsItsCaller)
-{
-    serve(
-        [](GANTRY_instance* object, char*, char** out)
-        {
-            const char* sender = nullptr;
-            uid_t uid = UINT_MAX;
-            pid_t pid = -1;
-            GANTRY_call_get_sender(object, &sender);
-            GANTRY_call_get_credentials(object, &uid, &pid, &error);
-            EXPECT_EQ(std::pair(uid, pid), std::pair(geteuid(), getpid()));
-            *out = strdup(sender);
-        });
-    const char* name = nullptr;
-    sd_bus_get_unique_name(client.bus(), &name);
-    EXPECT_EQ(start("Try_string")->text, "s \"" + std::string(name) + '"');
-    EXPECT_EQ(start("Try_string_D")->text, "s \"" + std::string(name) + '"');
-    GANTRY_call_get_sender(instance, &name);
-    EXPECT_EQ(name, nullptr);
-}
-
 TEST_F(Call, AskingForItsCallerTakesNoDescriptorsIn)
 {
     // Of a method that is open to all: for others sd-bus asks the bus itself, before.
@@ -423,32 +402,6 @@ TEST_F(Leaving, LeavesRoomForOthersWhoHaveAShareEach)
     pending.push_back(start_of(greedy));
     greedy.settle(service);
     EXPECT_EQ(open_calls.size(), 130U);
-}
-
-TEST_F(Call, StillOpenWhenItsObjectOrContextGoesIsAnsweredNewestFirst)
-{
-    auto* other = publish("/other");
-    std::vector<support::Client::Pending> pending;
-    for (const char* path : {"/object", "/other", "/object", "/other"})
-    {
-        pending.push_back(start("Try_string", path));
-    }
-    const auto expect_answered = [&](const auto& older, const auto& newer)
-    {
-        ASSERT_TRUE(client.wait_for([&] { return older->message && newer->message; }));
-        EXPECT_EQ(older->text, "error org.freedesktop.DBus.Error.NoReply: "
-                               "the object was removed before it answered");
-        std::uint64_t later = 0;
-        std::uint64_t earlier = 0;
-        sd_bus_message_get_cookie(older->message.get(), &later);
-        sd_bus_message_get_cookie(newer->message.get(), &earlier);
-        EXPECT_GT(later, earlier);
-    };
-    GANTRY_instance_free(&other);
-    expect_answered(pending[1], pending[3]);
-    EXPECT_EQ(pending[0]->text, "no reply");
-    GANTRY_context_free(&context);
-    expect_answered(pending[0], pending[2]);
 }
 
 // What a host does about a client's write, by the value.
