@@ -38,7 +38,8 @@ int emit(GANTRY_cpp_context& context, const Change& change)
 {
     char* members[Properties::max_count + 1];
     std::size_t count = 0;
-    for (std::size_t place = 1; place < change.rows.size(); ++place)
+    const std::size_t changed = change.rows.count();
+    for (std::size_t place = 1; count < changed; ++place)
     {
         if (change.rows[place])
         {
@@ -202,6 +203,11 @@ PendingChanges::~PendingChanges()
 
 Change* PendingChanges::find(const void* subject) noexcept
 {
+    // A host sets the properties of one object after the other's.
+    if (!changes.empty() && changes.back().subject == subject)
+    {
+        return &changes.back();
+    }
     const auto found = positions.find(subject);
     return found != positions.end() ? &changes[found->second] : nullptr;
 }

@@ -1,7 +1,7 @@
 /*
  * Subscriptions that a host can end, and that hear what it has asked for. Each is a match of sd-bus
- * on all that the host named. The host has a serial as its GANTRY_subscription* (serial.hpp), and
- * the context the subscription.
+ * on all that the host named. The context owns the subscription; the host has its serial as its
+ * GANTRY_subscription* (serial.hpp).
  *
  * A client can send a signal to this connection alone, without a match for it on the bus. sd-bus
  * holds such a signal against the match, too, but a well-known name against no sender: messages

@@ -35,19 +35,18 @@ typedef struct GANTRY_match
 } GANTRY_match;
 
 /*
- * Tells who sent the signal that the subscription's callback has got, a unique name, and which
- * object it is of. The text is valid until the callback returns. Sets *out to null if there is
- * none, which outside of the callback, and after GANTRY_unsubscribe inside it, is always so. `out`
- * must not be null.
+ * Set *out to the unique name of the sender, or to the path of the object, of the signal that the
+ * subscription's callback is running for. The text is valid until the callback returns. Outside of
+ * the callback, and inside it after GANTRY_unsubscribe, *out is null. `out` must not be null.
  */
 GANTRY_API void GANTRY_signal_get_sender(GANTRY_subscription* subscription, const char** out);
 GANTRY_API void GANTRY_signal_get_path(GANTRY_subscription* subscription, const char** out);
 
 /*
- * Ends the subscription and sets *subscription to null. Its callback isn't called any more, for
- * signals that have arrived already neither. It may be called inside any callback, also the
- * subscription's own. Does nothing if *subscription is null or names none, and if `subscription` is
- * null.
+ * Ends the subscription and sets *subscription to null. Its callback isn't called again, not even
+ * for a signal that has arrived already. The function may be called inside any callback, the
+ * subscription's own included, and after the loss of the connection. If *subscription is null or
+ * names none, it only sets it to null; if `subscription` is null, it does nothing.
  */
 GANTRY_API void GANTRY_unsubscribe(GANTRY_subscription** subscription);
 
