@@ -190,10 +190,12 @@ class Changes
         for (int round = 0; round < 21; ++round)
         {
             singly.push_back(measure([this] { set_all(false); }).with_bus);
+            const auto add_raw = [&] { raw.push_back(measure([this] { send_raw(); }).host); };
+            round % 2 == 0 ? add_raw() : void();
             const Cost ours = measure([this] { send_held(); });
             held.push_back(ours.host);
             held_with_bus.push_back(ours.with_bus);
-            raw.push_back(measure([this] { send_raw(); }).host);
+            round % 2 != 0 ? add_raw() : void();
         }
         const bench::Unit unit{"ms", 1e3};
         bench::print_ratio("60 changes of 100 ports, host and bus", unit, "singly", singly,
