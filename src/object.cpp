@@ -165,9 +165,10 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
             const int result = request_name(*context, context->service_name);
             throw_if_failed(result == -EALREADY ? 0 : result, "sd_bus_request_name");
         }
+        auto manager = std::make_unique<ObjectManager>(nullptr);
         const int refused = sd_bus_add_object_manager(GANTRY_get_sd_bus(context->bus),
-                                                      &instance->manager, instance->path);
-        auto manager = std::make_unique<ObjectManager>(instance->manager);
+                                                      &manager->slot, instance->path);
+        instance->manager = manager->slot;
         const std::unique_ptr<bool, void (*)(bool*)> creating{&(context->state->is_creating = true),
                                                               [](bool* flag) { *flag = false; }};
         std::unique_ptr<void, void (*)(void*)> object{
