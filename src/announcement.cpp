@@ -29,9 +29,9 @@ std::uint64_t queued_messages(GANTRY_cpp_context& context)
     return queued;
 }
 
-const Object& object_of(const Change& change)
+Object& object_of(const Change& change)
 {
-    return *static_cast<const Object*>(change.subject);
+    return *static_cast<Object*>(change.subject);
 }
 
 int emit(GANTRY_cpp_context& context, const Change& change)
@@ -212,7 +212,7 @@ Change* PendingChanges::find(const void* subject) noexcept
     return found != positions.end() ? &changes[found->second] : nullptr;
 }
 
-Change& PendingChanges::add(const void* subject, const Property<Object>* header)
+Change& PendingChanges::add(void* subject, const Property<Object>* header)
 {
     positions.emplace(subject, changes.size());
     try
@@ -299,7 +299,7 @@ bool must_wait_for_bus(GANTRY_cpp_context& context)
     return (changes.holds == 0 && !changes.is_empty()) || is_stalled(context);
 }
 
-bool wait_for_bus(GANTRY_cpp_context& context, const void* subject, std::function<void()> tell)
+bool wait_for_bus(GANTRY_cpp_context& context, void* subject, std::function<void()> tell)
 try
 {
     auto& changes = context.state->changes;

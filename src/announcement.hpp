@@ -60,8 +60,8 @@ class PendingChanges
 
     struct Change
     {
-        const void*
-            subject; // an object or a path; null once it was sent or doesn't matter any more
+        /** An object or a path; null once it was sent or doesn't matter any more. */
+        void* subject;
         const Property<Object>* header;
         RowSet rows;
         /** Sends all that is to be said of the subject; empty for a change of properties. */
@@ -71,7 +71,7 @@ class PendingChanges
     /** The change of a subject that waits; null if none does. */
     Change* find(const void* subject) noexcept;
     /** Adds a change of a subject that has none. */
-    Change& add(const void* subject, const Property<Object>* header);
+    Change& add(void* subject, const Property<Object>* header);
     /** Has a change tell all that is to be said of its subject. */
     void tell_by(Change& change, std::function<void()> tell) noexcept;
     /** Takes the first change out. Returns false if none waits. */
@@ -135,7 +135,7 @@ bool must_wait_for_bus(GANTRY_cpp_context& context);
 
 /** Notes that `tell` is to be called for a subject when the bus daemon reads again, unless that is
  *  noted already. Returns false if memory is too short for that. */
-bool wait_for_bus(GANTRY_cpp_context& context, const void* subject, std::function<void()> tell);
+bool wait_for_bus(GANTRY_cpp_context& context, void* subject, std::function<void()> tell);
 
 void send_waiting_changes(GANTRY_cpp_context& context);
 

@@ -252,7 +252,7 @@ try
     }
     auto& removed = context.state->removed_interfaces;
     const auto [entry, is_new] = removed.try_emplace(path);
-    if (is_new && !wait_for_bus(context, &entry->first,
+    if (is_new && !wait_for_bus(context, &entry->second,
                                 [&context, of = std::string(path)]
                                 { send_waiting_removed(context, of.c_str()); }))
     {
