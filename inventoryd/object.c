@@ -267,19 +267,6 @@ bool objects_have_changed(void)
     return were_changed;
 }
 
-void objects_free(void)
-{
-    for (; kinds != NULL; kinds = kinds->next)
-    {
-        while (kinds->first != NULL)
-        {
-            struct object* object = kinds->first;
-            kinds->first = object->next;
-            release(object);
-        }
-    }
-}
-
 char object_type(const struct object* object, const char* member)
 {
     const char* type = "?";

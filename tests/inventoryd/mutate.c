@@ -70,7 +70,6 @@ int main(int argc, char** argv)
             scan_all();
         }
     }
-    objects_free();
     printf("%lu mutations\n", mutations);
     snprintf(text, sizeof text, "rm -rf %s", records);
     return system(text);
