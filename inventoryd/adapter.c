@@ -44,21 +44,23 @@ void adapter_add(const struct adapter_port* port)
     }
 }
 
+static int compare_numbers(uint32_t one, uint32_t other)
+{
+    return one < other ? -1 : one > other ? 1 : 0;
+}
+
 static int compare(const void* left, const void* right)
 {
     const struct adapter_port* one = left;
     const struct adapter_port* other = right;
-    const char* const devices[] = {one->device != NULL ? one->device : "",
-                                   other->device != NULL ? other->device : ""};
-    const int orders[] = {strcmp(one->card.name, other->card.name),
-                          (int)one->card.location.function - (int)other->card.location.function,
-                          (int)one->number - (int)other->number, strcmp(devices[0], devices[1])};
-    size_t i = 0;
-    while (i < 3 && orders[i] == 0)
-    {
-        ++i;
-    }
-    return orders[i];
+    int order = strcmp(one->card.name, other->card.name);
+    order = order != 0
+                ? order
+                : compare_numbers(one->card.location.function, other->card.location.function);
+    order = order != 0 ? order : compare_numbers(one->number, other->number);
+    return order != 0 ? order
+                      : strcmp(one->device != NULL ? one->device : "",
+                               other->device != NULL ? other->device : "");
 }
 
 bool adapter_find_driver(const struct adapter_port* port, char name[sysfs_path_size])
