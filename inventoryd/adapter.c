@@ -16,31 +16,21 @@ enum
 };
 
 /* What the present scan has found. */
-static struct
-{
-    struct adapter_port* items;
-    size_t count;
-    size_t room;
-} found;
+static struct adapter_port* found;
+static size_t found_count;
 
 void adapter_add(const struct adapter_port* port)
 {
-    if (found.count == found.room)
+    struct adapter_port* more = realloc(found, (found_count + 1) * sizeof *found);
+    if (more == NULL)
     {
-        const size_t room = found.room > 0 ? 2 * found.room : 16;
-        struct adapter_port* items = realloc(found.items, room * sizeof *items);
-        if (items == NULL)
-        {
-            return;
-        }
-        found.items = items;
-        found.room = room;
+        return;
     }
-    struct adapter_port* added = &found.items[found.count];
-    *added = *port;
-    if (port->device == NULL || (added->device = strdup(port->device)) != NULL)
+    found = more;
+    found[found_count] = *port;
+    if (port->device == NULL || (found[found_count].device = strdup(port->device)) != NULL)
     {
-        ++found.count;
+        ++found_count;
     }
 }
 
@@ -275,23 +265,22 @@ static void scan_function(void* data, const char* device, const char* name)
 void adapter_scan(struct adapter_family* family)
 {
     devices_each("pci", scan_function, family);
-    if (found.count > 0)
+    if (found_count > 0)
     {
-        qsort(found.items, found.count, sizeof *found.items, compare);
+        qsort(found, found_count, sizeof *found, compare);
     }
-    for (size_t first = 0, end = 0; first < found.count; first = end)
+    for (size_t first = 0, end = 0; first < found_count; first = end)
     {
-        while (end < found.count &&
-               strcmp(found.items[end].card.name, found.items[first].card.name) == 0)
+        while (end < found_count && strcmp(found[end].card.name, found[first].card.name) == 0)
         {
             ++end;
         }
-        scan_card(family, &found.items[first], end - first);
+        scan_card(family, &found[first], end - first);
     }
-    for (size_t i = 0; i < found.count; ++i)
+    for (; found_count > 0; --found_count)
     {
-        free(found.items[i].device);
+        free(found[found_count - 1].device);
     }
-    free(found.items);
-    memset(&found, 0, sizeof found);
+    free(found);
+    found = NULL;
 }

@@ -338,8 +338,9 @@ void object_put_real(struct object* object, const char* member, double value)
 
 void object_put_counter(struct object* object, const char* member, uint64_t value)
 {
-    const uint64_t most = most_of(object_type(object, member));
-    if (value != UINT64_MAX)
+    const char type = object_type(object, member);
+    const uint64_t most = most_of(type);
+    if (value != UINT64_MAX && type != '\0')
     {
         object_put_number(object, member, value < most ? value : most);
     }

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <bit>
 #include <iostream>
-#include <memory>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -295,7 +294,6 @@ TEST_F(Inventoryd, ACardIsOneSlotWhoseFunctionsAreItsPartitions)
     make("functions");
     start();
     EXPECT_EQ(names("system.NicSlot").size(), 4);
-    EXPECT_EQ(names("system.NicPort").size(), 5);
     EXPECT_EQ(names("hwi.HWIStndConfig").size(), 141);
     expect("system.NicPartition/0000:3b:00-1-1", "NumberPCIEFunctionsEnabled=q 129");
 }

@@ -10,7 +10,6 @@
 
 #include "devices.h"
 #include "inventory.h"
-#include "sysfs.h"
 
 #include <stdio.h>
 #include <stdlib.h>
