@@ -16,49 +16,41 @@ enum
 };
 
 /* What the present scan has found. */
-static struct
-{
-    struct adapter_port* items;
-    size_t count;
-    size_t room;
-} found;
+static struct adapter_port* found;
+static size_t found_count;
 
 void adapter_add(const struct adapter_port* port)
 {
-    if (found.count == found.room)
+    struct adapter_port* more = realloc(found, (found_count + 1) * sizeof *found);
+    if (more == NULL)
     {
-        const size_t room = found.room > 0 ? 2 * found.room : 16;
-        struct adapter_port* items = realloc(found.items, room * sizeof *items);
-        if (items == NULL)
-        {
-            return;
-        }
-        found.items = items;
-        found.room = room;
+        return;
     }
-    struct adapter_port* added = &found.items[found.count];
-    *added = *port;
-    if (port->device == NULL || (added->device = strdup(port->device)) != NULL)
+    found = more;
+    found[found_count] = *port;
+    if (port->device == NULL || (found[found_count].device = strdup(port->device)) != NULL)
     {
-        ++found.count;
+        ++found_count;
     }
+}
+
+static int compare_numbers(uint32_t one, uint32_t other)
+{
+    return one < other ? -1 : one > other ? 1 : 0;
 }
 
 static int compare(const void* left, const void* right)
 {
     const struct adapter_port* one = left;
     const struct adapter_port* other = right;
-    const char* const devices[] = {one->device != NULL ? one->device : "",
-                                   other->device != NULL ? other->device : ""};
-    const int orders[] = {strcmp(one->card.name, other->card.name),
-                          (int)one->card.location.function - (int)other->card.location.function,
-                          (int)one->number - (int)other->number, strcmp(devices[0], devices[1])};
-    size_t i = 0;
-    while (i < 3 && orders[i] == 0)
-    {
-        ++i;
-    }
-    return orders[i];
+    int order = strcmp(one->card.name, other->card.name);
+    order = order != 0
+                ? order
+                : compare_numbers(one->card.location.function, other->card.location.function);
+    order = order != 0 ? order : compare_numbers(one->number, other->number);
+    return order != 0 ? order
+                      : strcmp(one->device != NULL ? one->device : "",
+                               other->device != NULL ? other->device : "");
 }
 
 bool adapter_find_driver(const struct adapter_port* port, char name[sysfs_path_size])
@@ -273,23 +265,22 @@ static void scan_function(void* data, const char* device, const char* name)
 void adapter_scan(struct adapter_family* family)
 {
     devices_each("pci", scan_function, family);
-    if (found.count > 0)
+    if (found_count > 0)
     {
-        qsort(found.items, found.count, sizeof *found.items, compare);
+        qsort(found, found_count, sizeof *found, compare);
     }
-    for (size_t first = 0, end = 0; first < found.count; first = end)
+    for (size_t first = 0, end = 0; first < found_count; first = end)
     {
-        while (end < found.count &&
-               strcmp(found.items[end].card.name, found.items[first].card.name) == 0)
+        while (end < found_count && strcmp(found[end].card.name, found[first].card.name) == 0)
         {
             ++end;
         }
-        scan_card(family, &found.items[first], end - first);
+        scan_card(family, &found[first], end - first);
     }
-    for (size_t i = 0; i < found.count; ++i)
+    for (; found_count > 0; --found_count)
     {
-        free(found.items[i].device);
+        free(found[found_count - 1].device);
     }
-    free(found.items);
-    memset(&found, 0, sizeof found);
+    free(found);
+    found = NULL;
 }

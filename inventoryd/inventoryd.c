@@ -16,7 +16,6 @@
 #include "card.h"
 #include "devices.h"
 #include "inventory.h"
-#include "netlink.h"
 #include "nic.h"
 
 #include <gantry/gantry.h>
@@ -184,8 +183,6 @@ static int serve(void)
 
     GANTRY_context_free(&context);
     dump_free();
-    objects_free();
-    netlink_close();
     sd_event_source_unref(burst_timer);
     sd_event_unref(event);
     return stopped ? EXIT_SUCCESS : EXIT_FAILURE; /* the log says why the loop ended */

@@ -5,13 +5,9 @@
 #include <stdio.h>
 #include <string.h>
 
-enum
-{
-    socket_count = 2
-};
-
-/* The sockets, opened at their first use, and the numbers of the families. */
-static struct mnl_socket* sockets[socket_count];
+/* The sockets, opened at their first use, for as long as the process runs, and the numbers of the
+ * families. */
+static struct mnl_socket* sockets[2];
 static struct
 {
     const char* name;
@@ -168,16 +164,4 @@ bool netlink_text(const struct nlattr* attribute, char* text, size_t size)
     snprintf(text, size, "%.*s", (int)mnl_attr_get_payload_len(attribute),
              (const char*)mnl_attr_get_payload(attribute));
     return true;
-}
-
-void netlink_close(void)
-{
-    for (size_t i = 0; i < socket_count; ++i)
-    {
-        if (sockets[i] != NULL)
-        {
-            mnl_socket_close(sockets[i]);
-            sockets[i] = NULL;
-        }
-    }
 }

@@ -55,9 +55,6 @@ const struct nlattr* netlink_find_in(const struct nlattr* within, unsigned int t
 bool netlink_number(const struct nlattr* attribute, uint64_t* number);
 bool netlink_text(const struct nlattr* attribute, char* text, size_t size);
 
-/* Closes the sockets. */
-void netlink_close(void);
-
 /* Asks with an ETHTOOL_MSG_*_GET. False if the driver has no
  * answer, or none for this process; the message then has no attributes. */
 bool ethtool_ask(union netlink_message* message, const char* device, uint8_t command);

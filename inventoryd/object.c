@@ -267,19 +267,6 @@ bool objects_have_changed(void)
     return were_changed;
 }
 
-void objects_free(void)
-{
-    for (; kinds != NULL; kinds = kinds->next)
-    {
-        while (kinds->first != NULL)
-        {
-            struct object* object = kinds->first;
-            kinds->first = object->next;
-            release(object);
-        }
-    }
-}
-
 char object_type(const struct object* object, const char* member)
 {
     const char* type = "?";
@@ -351,8 +338,9 @@ void object_put_real(struct object* object, const char* member, double value)
 
 void object_put_counter(struct object* object, const char* member, uint64_t value)
 {
-    const uint64_t most = most_of(object_type(object, member));
-    if (value != UINT64_MAX)
+    const char type = object_type(object, member);
+    const uint64_t most = most_of(type);
+    if (value != UINT64_MAX && type != '\0')
     {
         object_put_number(object, member, value < most ? value : most);
     }

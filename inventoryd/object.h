@@ -107,9 +107,6 @@ void objects_declare_complete(void);
 /* Whether an object was added, changed or withdrawn since the last call; counters don't count. */
 bool objects_have_changed(void);
 
-/* Frees the memory. The context owns the objects on the bus. */
-void objects_free(void);
-
 /*
  * The property has the type that its interface gives it. A value that is too large for it leaves it
  * as it is, and so does a null text. An interface that has no such property is passed over, so that

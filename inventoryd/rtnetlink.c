@@ -121,7 +121,8 @@ static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* d
 int rtnetlink_watch(sd_event* event, void (*visit)(const struct rtnetlink_link* link))
 {
     /* The socket stays as long as the process, and its source as long as the loop. */
-    struct mnl_socket* socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
+    static struct mnl_socket* socket;
+    socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
     on_link = visit;
     return socket == NULL || mnl_socket_bind(socket, RTMGRP_LINK, MNL_SOCKET_AUTOPID) < 0
                ? -errno

@@ -74,16 +74,8 @@ void sysfs_put(struct object* object, const char* directory, const struct row* r
 
 /*
  * Starts a record: a directory with what the readers have read, each file below the path that it
- * has below /sys, with its mode. `inventoryd --root` publishes it elsewhere. What the kernel
- * answers otherwise is beside it:
- *
- *     class/net/NAME, bus/pci/devices/NAME, ...   a link to each device below devices/
- *     DEVICE/rtnetlink                            the message about a network interface
- *     DEVICE/ethtool/N, DEVICE/ethtool/ioctl-N    the answer to the request of that number
- *     DEVICE/module/A-B-P-O                       128 bytes of the EEPROM of an interface's module:
- *                                                 I2C address, bank, page and offset in hexadecimal
- *     DEVICE/devlink                              the answer to DEVLINK_CMD_INFO_GET of a card
- *     DEVICE/names/vendor, product, subclass      the names that the hardware database had
+ * has below /sys, with its mode, and beside it what the kernel answers otherwise, as the manual
+ * page says. `inventoryd --root` publishes it elsewhere.
  *
  * Unless serial numbers are asked for, the files that only root may read are left out, and those
  * that all may read are recorded with `X` for each letter. Returns 0 or an errno.

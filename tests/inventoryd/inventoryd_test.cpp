@@ -1,5 +1,5 @@
 // The daemon on records of machines that don't exist (records/make), whole and with values that are
-// missing, malformed and too large. What takes a living kernel is in hotplug.py.
+// missing, malformed and too large. What takes a living kernel is in hotplug.
 #include "support/client.hpp"
 #include "support/notify_socket.hpp"
 #include "support/private_bus.hpp"
@@ -10,9 +10,7 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 #include <iostream>
-#include <memory>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -51,10 +49,11 @@ std::string content(const std::filesystem::path& path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// Of "name=value; name=value".
-Properties values(const std::string& text)
+// Of "name=value; name=value", in which ' stands for ".
+Properties values(std::string text)
 {
     Properties found;
+    std::ranges::replace(text, '\'', '"');
     std::istringstream rest(text);
     for (std::string name; getline(rest >> std::ws, name, '=') && getline(rest, found[name], ';');)
     {
@@ -225,7 +224,7 @@ TEST_F(Inventoryd, WhatOnlyRootMayReadIsPublishedAndRecordedOnDemandAlone)
     const auto secret = testing::AnyOf(HasSubstr("secret"), HasSubstr("01-02-03-04"));
     start();
     EXPECT_THAT(everything(), Not(secret));
-    expect("system.USB/1-2", "SerialNumber=s \"000001\"");
+    expect("system.USB/1-2", "SerialNumber=s '000001'");
     start({"--publish-serials"});
     EXPECT_THAT(everything(),
                 testing::AllOf(HasSubstr("secret-product_uuid"), HasSubstr("secret-board_serial"),
@@ -276,28 +275,25 @@ TEST_F(Inventoryd, ACardIsOneSlotWhoseFunctionsAreItsPartitions)
     const std::vector<std::string> ports{"0000:00:1f-7", "0000:3b:00-1", "0000:3b:00-2",
                                          "0000:af:00-1", "USB.1-2-1"};
     EXPECT_THAT(names("system.NicPort"), testing::UnorderedElementsAreArray(ports));
-    EXPECT_EQ(names("system.NicPartition").size(), 5);
-    expect("system.NicController/0000:3b:00", "PortsCount=y 2");
     expect("system.NicPartition/0000:3b:00-1-1",
            "NumberPCIEFunctionsEnabled=q 5; NumberPCIEFunctionsSupported=q 129; "
-           "FQDD=s \"NIC.0000:3b:00-1-1\"; PCIBus=u 59; RDMATxTotalWritePkts=t 17; "
+           "FQDD=s 'NIC.0000:3b:00-1-1'; PCIBus=u 59; RDMATxTotalWritePkts=t 17; "
            "RDMARxTotalBytes=t 52; LanBroadcastPktRxCount=u 19000; "
-           "PermanentMACAddress=s \"02:00:00:00:01:77\"; VirtualMACAddress=s "
-           "\"02:00:00:00:01:00\"; RDMAOSDriver=s \"driver\"");
+           "PermanentMACAddress=s '02:00:00:00:01:77'; VirtualMACAddress=s '02:00:00:00:01:00'; "
+           "RDMAOSDriver=s 'driver'");
     expect("system.NicSlot/0000:3b:00",
-           "FQDD=s \"NIC.0000:3b:00\"; BSInfo_Bus=y 59; FamilyVersion=s \"22.31.1014\"; "
-           "ControllerBIOSVersion=s \"14.1\"; DataBusWidth=s \"x8\"; SerialNumber=s \"\"");
+           "FQDD=s 'NIC.0000:3b:00'; BSInfo_Bus=y 59; FamilyVersion=s '22.31.1014'; "
+           "DeviceID=s '0x1015'; ControllerBIOSVersion=s '14.1'; DataBusWidth=s 'x8'; "
+           "SerialNumber=s ''");
     expect("system.NicConnectionView/0000:3b:00-1",
-           "ChassisIdSubType=q 4; SystemName=s \"switch\"; PortId=s \"\"");
-    expect("system.NicSlot/0000:00:1f", "BSInfo_Function=y 6; DeviceID=s \"0x15b7\"");
-    expect("system.NicSlot/USB.1-2", "ProductName=s \"Adapter\"; BSInfo_VendorID=q 3034");
+           "ChassisIdSubType=q 4; SystemName=s 'switch'; PortId=s ''");
+    expect("system.NicSlot/USB.1-2", "ProductName=s 'Adapter'; BSInfo_VendorID=q 3034");
 
     // 128 virtual functions are PCI devices, and nothing else.
     host.reset();
     make("functions");
     start();
     EXPECT_EQ(names("system.NicSlot").size(), 4);
-    EXPECT_EQ(names("system.NicPort").size(), 5);
     EXPECT_EQ(names("hwi.HWIStndConfig").size(), 141);
     expect("system.NicPartition/0000:3b:00-1-1", "NumberPCIEFunctionsEnabled=q 129");
 }
@@ -320,7 +316,7 @@ TEST_F(Inventoryd, FunctionsOfOnePhysicalPortAreItsPartitionsAndMorePortsThanABy
     start();
     expect("system.NicController/0000:01:00", "PortsCount=y 2");
     expect("system.NicPort/0000:01:00-2",
-           "PartitionCount=y 2; NicPartitioningSupport=y 1; FQDD=s \"NIC.0000:01:00-2\"");
+           "PartitionCount=y 2; NicPartitioningSupport=y 1; FQDD=s 'NIC.0000:01:00-2'");
     expect("system.NicPartition/0000:01:00-2-2", "PCIFunction=u 3");
     expect("system.NicController/0000:02:00", "PortsCount=y 255");
     EXPECT_EQ(names("system.NicPort").size(), 302);
@@ -378,28 +374,25 @@ TEST_F(Inventoryd, UnknownZeroAndOffAreToldApart)
     start();
     expect("hwi.HWIStndConfig/0000:00:00.0", "cpu_affinity=y 255; DeviceType=y 1");
     expect("hwi.HWIStndConfig/0000:3b:00.0",
-           "cpu_affinity=y 0; DeviceType=y 2; SlotString=s \"\"; Manufacturer=s \"Maker\"");
+           "cpu_affinity=y 0; DeviceType=y 2; SlotString=s ''; Manufacturer=s 'Maker'");
     expect("system.NicSlot/0000:3b:00", "CPUAffinity=q 0; IsCoreDumpSupported=b true");
     expect("system.NicSlot/USB.1-2", "CPUAffinity=q 65535; IsCoreDumpSupported=b false");
     EXPECT_THAT(names("hwi.HWIPcie"), Not(testing::Contains("0000:00:1f.6")));
     expect("hwi.HWIPcie/0000:3b:00.0", "PortType=y 1; CurrentLinkSpeed=u 8000");
-    expect("hwi.HWIPcie/0000:3a:00.0", "PortType=y 5");
     // Fibre and copper; on, off, and without an answer.
-    expect(
-        "system.NicPort/0000:3b:00-1",
-        "MediaType=q 4; LinkSpeed=y 7; LinkStatus=y 1; RDMASupport=y 1; OnChipThermalSensor=y 1; "
-        "VFSRIOVSupport=y 1; WOLSupport=y 1; EnergyEfficientEthernet=y 1; "
-        "FCoEOffloadSupport=y 2; PXEBootSupport=y 1; ReceiveFlowControl=y 1; "
-        "TransmitFlowControl=y 2; RXFlowControl=y 1; TXFlowControl=y 1; "
-        "ReceiveTotalUnicast=t 63000; NicPartitioningSupport=y 0; DiscardedPkts=u 2021");
-    expect(
-        "system.NicPort/0000:00:1f-7",
-        "MediaType=q 1; LinkSpeed=y 3; LinkStatus=y 2; RDMASupport=y 2; OnChipThermalSensor=y 2; "
-        "VFSRIOVSupport=y 2");
+    expect("system.NicPort/0000:3b:00-1",
+           "MediaType=q 4; LinkSpeed=y 7; LinkStatus=y 1; RDMASupport=y 1; "
+           "OnChipThermalSensor=y 1; VFSRIOVSupport=y 1; WOLSupport=y 1; "
+           "EnergyEfficientEthernet=y 1; FCoEOffloadSupport=y 2; PXEBootSupport=y 1; "
+           "ReceiveFlowControl=y 1; TransmitFlowControl=y 2; RXFlowControl=y 1; TXFlowControl=y 1; "
+           "ReceiveTotalUnicast=t 63000; NicPartitioningSupport=y 0; DiscardedPkts=u 2021");
+    expect("system.NicPort/0000:00:1f-7",
+           "MediaType=q 1; LinkSpeed=y 3; LinkStatus=y 2; RDMASupport=y 2; "
+           "OnChipThermalSensor=y 2; VFSRIOVSupport=y 2");
     expect("system.NicPort/USB.1-2-1",
            "MediaType=q 0; LinkSpeed=y 255; LinkDuplex=y 0; AutoNegotiation=y 0; WOLSupport=y 0; "
            "VFSRIOVSupport=y 0; FCoEOffloadSupport=y 0");
-    expect("system.BLT", "FirmwareVersion=s \"V2.19.1\"; Version=t 563031557865472");
+    expect("system.BLT", "FirmwareVersion=s 'V2.19.1'; Version=t 563031557865472");
 }
 
 TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAlone)
@@ -433,13 +426,13 @@ TEST_F(Inventoryd, AMalformedValueCostsItsPropertyAlone)
            "progIF=y 1; PCIheaderType=y 128; cpu_affinity=y 255");
     expect("hwi.HWIPcie/0001:a2:1f.3", "CurrentLinkSpeed=u 8000; PortType=y 5");
     EXPECT_THAT(names("hwi.HWIPcie"), ElementsAre("0001:a2:1f.3"));
-    expect("system.BLT", "Manufacturer=s \"Vendor \uFFFD Inc.\"");
+    expect("system.BLT", "Manufacturer=s 'Vendor \uFFFD Inc.'");
     expect("system.NicSlot/0001:a2:1f",
-           "MarketingName=s \"name\"; PartNumber=s \"P7\"; SerialNumber=s \"\"; "
-           "BSInfo_Function=y 3; ControllerCount=y 1");
+           "MarketingName=s 'name'; PartNumber=s 'P7'; SerialNumber=s ''; BSInfo_Function=y 3; "
+           "ControllerCount=y 1");
     expect("system.NicController/0001:a2:1f", "PortsCount=y 0");
     expect("hwi.HWIOemFruCustomData",
-           "BoardCustomData=as [\"board_vendor=A\"]; ChassisCustomData=as []");
+           "BoardCustomData=as ['board_vendor=A']; ChassisCustomData=as []");
     expect("system.USB/1-2.4", "ProductID=q 0; USBVersion=q 800");
     expect("system.USB/usb1", "USBVersion=q 0");
     EXPECT_THAT(log(), Not(HasSubstr("<4>")));
@@ -489,18 +482,19 @@ TEST_F(Inventoryd, BootEntriesAreReadAsFarAsTheyAreWellFormed)
            "hdr_DOT_objName=s \"Disk \u00E4\"; oBootData=s \"0102\"; iCurrentIndex=y 2; "
            "iPendingIndex=y 1; iEnabled=y 1; oBootPath=s \"" +
                (HAS_EFIVAR ? disk : "") + '"');
-    expect("system.BootDevice/Boot0004", "hdr_DOT_objName=s \"Disk \u00E4\u20AC\U0001F600\"; "
-                                         "iCurrentIndex=y 0");
-    expect("system.BootDevice/Boot001A", "hdr_DOT_objName=s \"a\uFFFD-\uFFFD\"; oBootPath=s \"\"; "
-                                         "iCurrentIndex=y 1; iPendingIndex=y 2");
-    expect(
-        "system.BootSequence",
-        "hdr_DOT_objDependencies=s \"BootDevice.Boot001A,BootDevice.Boot0003\"; iCurrentIndex=y 2");
+    expect("system.BootDevice/Boot0004",
+           "hdr_DOT_objName=s 'Disk \u00E4\u20AC\U0001F600'; iCurrentIndex=y 0");
+    expect("system.BootDevice/Boot001A",
+           "hdr_DOT_objName=s 'a\uFFFD-\uFFFD'; oBootPath=s ''; iCurrentIndex=y 1; "
+           "iPendingIndex=y 2");
+    expect("system.BootSequence",
+           "hdr_DOT_objDependencies=s 'BootDevice.Boot001A,BootDevice.Boot0003'; "
+           "iCurrentIndex=y 2");
     EXPECT_THAT(names("system.BootDevice"),
                 testing::UnorderedElementsAre("Boot0003", "Boot0004", "Boot001A", "Boot001B"));
 }
 
-TEST_F(Inventoryd, SaysWhatItFoundAndRefusesWhatItDoesNotKnow)
+TEST_F(Inventoryd, TellsWhatItFoundAndTheServiceManagerAndRefusesWhatItDoesNotKnow)
 {
     const auto expect_end = [&](std::vector<const char*> arguments, int code, const char* text)
     {
@@ -512,33 +506,25 @@ TEST_F(Inventoryd, SaysWhatItFoundAndRefusesWhatItDoesNotKnow)
     expect_end({"--counters", "1", "--help"}, 0, "usage:");
     expect_end({"--version"}, 0, "libdbusgantry ");
     expect_end({"--counters", "0"}, 2, "1 to 86400");
-    expect_end({"--counters", "1x"}, 2, "1 to 86400");
     expect_end({"/sys"}, 2, "usage:");
-    expect_end({"--unknown"}, 2, "usage:");
     expect_end({"--root", "/nonexistent"}, 1, "No such file or directory");
-    expect_end({"--root", "/dev/null"}, 1, "Not a directory");
     expect_end({"--record", "/dev/null"}, 1, "File exists");
     EXPECT_THAT(manager.received(), ElementsAre());
     make("server");
     start();
     EXPECT_THAT(log(), testing::ContainsRegex("found .*4 NicSlot, .*2 USB, .*17 HWIStndConfig"));
-}
-
-TEST_F(Inventoryd, OnAMachineThatShowsNothingTheServiceManagerIsToldAll)
-{
     make("nothing");
     setenv("WATCHDOG_USEC", "200000", 1);
     start();
     unsetenv("WATCHDOG_USEC");
-    const auto ready =
-        client.call(at("hwi.HWISupport"), "com.orvane.velmar.hwi.HWISupport", "queryIsReady");
-    EXPECT_EQ(ready.text, "b true");
+    EXPECT_EQ(
+        client.call(at("hwi.HWISupport"), "com.orvane.velmar.hwi.HWISupport", "queryIsReady").text,
+        "b true");
     EXPECT_THROW(expect("system.BootSequence", ""), std::runtime_error);
     EXPECT_TRUE(
         client.wait_for([&] { return std::ranges::count(manager.received(), "WATCHDOG=1") >= 3; }));
     EXPECT_EQ(host->stop(), 0);
     EXPECT_THAT(manager.received(), testing::Contains("STOPPING=1"));
-    EXPECT_EQ(manager.received().front(), "READY=1");
 }
 
 TEST_F(Inventoryd, EndsWithFailureWithoutItsBusOrNameAndIsNotReadyWhenRefusedIt)
@@ -587,7 +573,7 @@ TEST_F(Inventoryd, ADumpIsTheDriversAndAnsweredWhenItIsThere)
                                        std::to_string(geteuid()) + ", process " +
                                        std::to_string(getpid()) + ", at [0-9]+\nthe dump$"));
     EXPECT_EQ(status(dumps / "0000:3b:00").permissions(), std::filesystem::perms(0600));
-    EXPECT_EQ(file_size(sys / "victim"), std::strlen("unchanged"));
+    EXPECT_EQ(file_size(sys / "victim"), 9);
     EXPECT_EQ(trigger(at("system.NicSlot/0000:00:1f")),
               "error org.freedesktop.DBus.Error.NotSupported: the adapter's driver makes no dump");
     remove_all(dumps);
@@ -611,34 +597,40 @@ TEST_F(Inventoryd, PortsOfOtherFabricsBelongToTheirCardsAndCountAsFarAsTheyCan)
     write_lines(ib + "2", "class=0x020700; infiniband/hca2/ports/1/link_layer=InfiniBand");
     write_lines(ib + "1/infiniband/hca1/ports/2", "link_layer=Ethernet");
     write_lines(ib + "1/infiniband/hca1/ports/1", "rate=10 Gb/sec (4X; gids/0=fe80::1; gids/1=");
-    start();
+    start({"--counters", "3600"});
     EXPECT_THAT(names("system.FCPort"),
                 testing::UnorderedElementsAre("0000:5e:04-1", "0000:5e:04-2"));
-    expect("system.FCController/0000:5e:04", "PortsCount=y 2");
-    expect("system.FCSlot/0000:5e:04", "DeviceName=s \"HBA-2\"; PartitionCount=y 2; "
-                                       "FramePayloadSize=s \"2048 bytes\"; SerialNumber=s \"\"");
+    expect("system.FCSlot/0000:5e:04",
+           "DeviceName=s 'HBA-2'; PartitionCount=y 2; FramePayloadSize=s '2048 bytes'; "
+           "SerialNumber=s ''");
     expect("system.FCPort/0000:5e:04-1",
            "LinkStatus=y 0; PortStatus=y 0; PortSpeed=q 0; PortDownTimeOut=u 0; FCBootSupport=y 1; "
            "FCRxTotalFrames=u 16; FCTxKBCount=u 32; FCInvalidCRCs=u 4294967295");
     expect("system.FCPort/0000:5e:04-2",
            "LinkStatus=y 2; PortStatus=y 7; FCRxKBCount=u 16; FCTxKBCount=u 0");
     expect("system.FCPartition/0000:5e:04-2-1",
-           "PCIFunction=u 1; WWPN=s \"0x210000e08b112233\"; VirtualWWPN=s \"0x2100ffff11223301\"; "
-           "OSDriver=s \"fc\"");
+           "PCIFunction=u 1; WWPN=s '0x210000e08b112233'; VirtualWWPN=s '0x2100ffff11223301'; "
+           "OSDriver=s 'fc'");
     EXPECT_THAT(names("system.IBPort"),
                 testing::UnorderedElementsAre("0000:87:00-1", "0000:87:00-2", "0000:87:00-3"));
-    expect("system.IBController/0000:87:00", "PortsCount=y 3");
     expect("system.IBSlot/0000:87:00",
-           "NodeGUID=s \"0002:c903:0000:0000\"; FamilyVersion=s \"20.31.1014\"");
+           "NodeGUID=s '0002:c903:0000:0000'; FamilyVersion=s '20.31.1014'");
     expect("system.IBPort/0000:87:00-2",
-           "LinkStatus=y 2; LinkSpeed=y 6; LinkWidth=y 4; PermanentPortGUID=s "
-           "\"0002:c903:0000:0011\"; "
-           "PortXmitData=u 4294967295; TransmitTotalBytes=t 17179869584; PortRcvData=u 101");
-    expect("system.IBPort/0000:87:00-3",
-           "LinkSpeed=y 255; LinkWidth=y 4; PermanentPortGUID=s \"\"");
+           "LinkStatus=y 2; LinkSpeed=y 6; LinkWidth=y 4; "
+           "PermanentPortGUID=s '0002:c903:0000:0011'; PortXmitData=u 4294967295; "
+           "TransmitTotalBytes=t 17179869584; PortRcvData=u 101");
+    expect("system.IBPort/0000:87:00-3", "LinkSpeed=y 255; LinkWidth=y 4; PermanentPortGUID=s ''");
     expect("system.IBPartition/0000:87:00-2-1",
            "PartitionLinkStatus=y 2; IBMulticastPacketsTxCount=t 118; RDMARxTotalBytes=t 404; "
-           "VirtualMACAddress=s \"00:00:00:00:00:00:00:00:00:00:00:00:00:02:c9:03:00:00:00:01\"");
+           "VirtualMACAddress=s '00:00:00:00:00:00:00:00:00:00:00:00:00:02:c9:03:00:00:00:01'");
+    // A client that reads an object has its counters read, unless they were in the same second.
+    write_lines(fc + "fc_host/host7", "statistics/rx_frames=0x20");
+    EXPECT_TRUE(client.wait_for(
+        [&]
+        {
+            return client.get_all(at("system.FCPort/0000:5e:04-1"),
+                                  "com.orvane.velmar.system.FCPort")["FCRxTotalFrames"] == "u 32";
+        }));
     // Both cards are pulled.
     for (const char* each : {"5e:04.0", "5e:04.1", "87:00.0", "87:00.1", "87:00.2"})
     {
@@ -649,31 +641,7 @@ TEST_F(Inventoryd, PortsOfOtherFabricsBelongToTheirCardsAndCountAsFarAsTheyCan)
     EXPECT_EQ(sent("InterfacesRemoved").size(), 2 * (2 + 2 * 2 + 2 + 2 * 3 + 5 + 4));
 }
 
-TEST_F(Inventoryd, AModuleIsThePortsAndComesAndGoes)
-{
-    make("server");
-    const auto module = sys / card / "net/ens3f0np0/module";
-    start();
-    expect("system.SFP/0000:3b:00-1", "FQDD=s \"NIC.0000:3b:00-1\"; VendorName=s \"Module maker\"; "
-                                      "Vendor_SN=s \"\"; TempValue=d 76.5; "
-                                      "TempHighAlarmThreshold=q 75; TemperatureStatus=y 5");
-    expect("system.QSFP/0000:3b:00-2", "TX1BiasCurrentValue=q 700; LaserWavelength=d 850");
-    expect("system.QSFPD/0000:af:00-1",
-           "CmisRevision=s \"5.2\"; TempLowAlarmThreshold=n -5; HostLaneCount=y 8");
-    rename(module, sys / "pulled");
-    reload();
-    EXPECT_EQ(
-        sent("InterfacesRemoved").count(at("system.SFP/0000:3b:00-1").path.substr(root.size())), 1);
-    create_directories(module);
-    copy(sys / card / "../0000:3b:00.1/net/ens3f1np1/module", module);
-    reload();
-    EXPECT_THAT(names("system.QSFP"),
-                testing::UnorderedElementsAre("0000:3b:00-1", "0000:3b:00-2"));
-    start({"--publish-serials"});
-    expect("system.QSFPD/0000:af:00-1", "Vendor_SN=s \"SN-1\"");
-}
-
-TEST_F(Inventoryd, AModulesValuesAreInUnitsAndThoseThatItMeasuresAlone)
+TEST_F(Inventoryd, AModuleIsThePortsAndTellsWhatItMeasuresInUnits)
 {
     make("server");
     const auto sfp = card + "/net/ens3f0np0/module/";
@@ -682,25 +650,17 @@ TEST_F(Inventoryd, AModulesValuesAreInUnitsAndThoseThatItMeasuresAlone)
     // The standards count the bytes of an upper page from 128.
     const auto patch = [&](const std::string& page, unsigned int offset, const std::string& bytes)
     { write(page, content(sys / page).replace(offset % 128, bytes.size(), bytes)); };
-    const auto words = [](const std::vector<int>& values)
-    {
-        std::string bytes;
-        for (const int value : values)
-        {
-            bytes += {static_cast<char>(value >> 8), static_cast<char>(value)};
-        }
-        return bytes;
-    };
     // An SFP with constants to correct by: 2x + 10 for the received power, and lines.
     patch(sfp + "50-00-00-00", 92, "\x58");
-    patch(sfp + "51-00-00-00", 56, words({0, 0, 0, 0, 0, 0, 0x4000, 0, 0x4120, 0}));
-    patch(sfp + "51-00-00-00", 76, words({512, -1000, 0, 0, 256, 256, 256, 0}));
-    patch(qsfp + "50-00-00-00", 38, words({99}));
-    patch(qsfp + "50-00-00-00", 48, words({6500}));
+    patch(sfp + "51-00-00-00", 56, number(0, 12) + "\x40\0\0\0\x41\x20\0\0"s);
+    patch(sfp + "51-00-00-00", 76, "\2\0\xFC\x18\0\0\0\0\1\0\1\0\1\0\0\0"s);
+    patch(qsfp + "50-00-00-00", 38, "\0\x63"s);
+    patch(qsfp + "50-00-00-00", 48, "\x19\x64");
     patch(qsfpd + "50-00-11-80", 128, "\x21\x43\x65\x87");
     patch(qsfpd + "50-00-13-80", 132, "\x01\x80");
     start();
     expect("system.SFP/0000:3b:00-1",
+           "FQDD=s 'NIC.0000:3b:00-1'; VendorName=s 'Module maker'; Vendor_SN=s ''; "
            "TXBiasCurrentValue=d 12; RXInputPowerValue=d 1.001; TempValue=d 77.5; "
            "TempLowAlarmThreshold=d -4; TempHighAlarmThreshold=q 76; VoltageValue=d 3.3; "
            "LaserWavelength=d 850; AlarmFlags1=y 128; TxBiasCurrentStatus=y 1");
@@ -708,11 +668,11 @@ TEST_F(Inventoryd, AModulesValuesAreInUnitsAndThoseThatItMeasuresAlone)
            "RX3InputPowerValue=q 99; RxInputPowerStatus=y 4; TX4BiasCurrentValue=q 1300; "
            "TxBiasCurrentStatus=y 3; TX1OutputPowerValue=q 6000; LaserWavelengthTolerance=d 10");
     expect("system.QSFPD/0000:af:00-1",
-           "MemoryModel=y 1; HostLaneCount=y 8; MediaLaneCount=y 4; TempLowWarningThreshold=n -1; "
-           "LaserWavelength=d 1310; DataPathState=u 2271560481; TX5BiasCurrentValue=q 700; "
-           "PatternGenCapsHostSide=q 32769");
-    patch(sfp + "51-00-00-00", 68, words({0x7FC0, 0})); // not a number
-    patch(sfp + "50-00-00-00", 8, "\x04");              // a cable
+           "CmisRevision=s '5.2'; MemoryModel=y 1; HostLaneCount=y 8; MediaLaneCount=y 4; "
+           "TempLowWarningThreshold=n -1; LaserWavelength=d 1310; DataPathState=u 2271560481; "
+           "TX5BiasCurrentValue=q 700; PatternGenCapsHostSide=q 32769");
+    patch(sfp + "51-00-00-00", 68, "\x7F\xC0\0\0"s); // not a number
+    patch(sfp + "50-00-00-00", 8, "\x04");           // a cable
     patch(sfp + "50-00-00-00", 93, "\0"s);
     patch(qsfp + "50-00-00-80", 220, "\0"s);
     patch(qsfpd + "50-00-00-80", 210, "\xF0"); // the first four lanes alone
@@ -721,8 +681,8 @@ TEST_F(Inventoryd, AModulesValuesAreInUnitsAndThoseThatItMeasuresAlone)
     expect("system.SFP/0000:3b:00-1",
            "RXInputPowerValue=d 0; LaserWavelength=d 0; AlarmFlags1=y 0; TempValue=d 77.5");
     expect("system.QSFP/0000:3b:00-2", "TX1OutputPowerValue=q 0; RX3InputPowerValue=q 99");
-    expect("system.QSFPD/0000:af:00-1", "TX1BiasCurrentValue=q 2800; TX5BiasCurrentValue=q 0; "
-                                        "TxBiasHighAlarmThreshold=d 56");
+    expect("system.QSFPD/0000:af:00-1",
+           "TX1BiasCurrentValue=q 2800; TX5BiasCurrentValue=q 0; TxBiasHighAlarmThreshold=d 56");
     patch(sfp + "51-00-00-00", 110, "\x01");   // not ready
     patch(qsfp + "50-00-00-80", 147, "\xA0");  // copper
     patch(qsfpd + "50-00-01-80", 160, "\x1F"); // a reserved unit
@@ -736,9 +696,17 @@ TEST_F(Inventoryd, AModulesValuesAreInUnitsAndThoseThatItMeasuresAlone)
     patch(qsfp + "50-00-00-00", 2, "\x04");
     write(qsfpd + "50-00-00-80", std::string(127, ' '));
     reload();
-    EXPECT_THROW(expect("system.SFP/0000:3b:00-1", ""), std::runtime_error);
+    EXPECT_EQ(
+        sent("InterfacesRemoved").count(at("system.SFP/0000:3b:00-1").path.substr(root.size())), 1);
     expect("system.QSFP/0000:3b:00-2", "TempHighAlarmThreshold=q 0; TempValue=d 76.5");
-    expect("system.QSFPD/0000:af:00-1", "VendorName=s \"\"; InterfaceType=y 0");
+    expect("system.QSFPD/0000:af:00-1", "VendorName=s ''; InterfaceType=y 0");
+    // Another module is plugged in instead.
+    remove_all(sys / sfp);
+    copy(sys / qsfp, sys / sfp);
+    reload();
+    EXPECT_EQ(names("system.QSFP").size(), 2);
+    start({"--publish-serials"});
+    expect("system.QSFP/0000:3b:00-1", "Vendor_SN=s 'SN-1'");
 }
 
 // How many properties of an interface have a value on at least one object of the server.

@@ -1,7 +1,8 @@
 /*
- * Reads a record with all of the daemon's readers, as often as is needed to change so many files.
+ * Has the daemon's readers read the records of three machines again and again, until so many files
+ * have been changed; the last machine has none.
  *
- *     mutate RECORD COUNT SEED
+ *     mutate MAKE COUNT [SEED]
  *
  * One file in two is changed as it is read: some of its bytes, or its length. Nothing is published.
  */
@@ -9,8 +10,6 @@
 
 #include "devices.h"
 #include "inventory.h"
-#include "object.h"
-#include "sysfs.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -46,22 +45,31 @@ ssize_t __wrap_read(int fd, void* bytes, size_t size)
 
 int main(int argc, char** argv)
 {
-    if (argc != 4)
+    static const char* const names[] = {"server", "functions", "nothing"};
+    char records[] = "/tmp/records-XXXXXX";
+    char text[256];
+    if (argc < 3 || mkdtemp(records) == NULL ||
+        snprintf(text, sizeof text, "%s %s", argv[1], records) >= (int)sizeof text ||
+        system(text) != 0)
     {
         return 2;
     }
-    const unsigned long wanted = strtoul(argv[2], NULL, 10);
-    sysfs_root = argv[1];
+    sysfs_root = text;
     sysfs_serials = true;
-    srandom((unsigned int)strtoul(argv[3], NULL, 10));
     object_is_unpublished = true;
-    /* A record with nothing in it has nothing to change. */
-    for (unsigned long rounds = 0; mutations < wanted && (rounds < 10 || mutations > 0); ++rounds)
+    srandom(argc > 3 ? (unsigned int)strtoul(argv[3], NULL, 10) : 1);
+    for (size_t i = 0; i < sizeof names / sizeof *names; ++i)
     {
-        devices_note(NULL);
-        scan_all();
+        const unsigned long wanted = mutations + strtoul(argv[2], NULL, 10) / 2;
+        snprintf(text, sizeof text, "%s/%s", records, names[i]);
+        /* A record with nothing in it has nothing to change. */
+        for (unsigned int rounds = 0; mutations < wanted && (rounds < 10 || i < 2); ++rounds)
+        {
+            devices_note(NULL);
+            scan_all();
+        }
     }
-    objects_free();
-    printf("%lu mutations of %s\n", mutations, argv[1]);
-    return 0;
+    printf("%lu mutations\n", mutations);
+    snprintf(text, sizeof text, "rm -rf %s", records);
+    return system(text);
 }
