@@ -61,8 +61,8 @@ class PendingChanges
     struct Change
     {
         /** An object or a path; null once it was sent or doesn't matter any more. */
-        void* subject;
-        const Property<Object>* header;
+        void* subject = nullptr;
+        const Property<Object>* header = nullptr;
         RowSet rows;
         /** Sends all that is to be said of the subject; empty for a change of properties. */
         std::function<void()> tell;

@@ -17,6 +17,7 @@
 #include <exception>
 #include <list>
 #include <memory>
+#include <new>
 #include <sdbusplus/exception.hpp>
 #include <string>
 #include <utility>
@@ -90,11 +91,16 @@ class LoggedBus final : public sdbusplus::SdBusImpl
     {
         const int result =
             SdBusImpl::sd_bus_add_object_vtable(bus, slot, path, interface, vtable, userdata);
-        if (result >= 0)
+        try
         {
-            note_own_object(bus, *slot, path, userdata);
+            result >= 0 ? note_own_object(bus, *slot, path, userdata) : void();
+            return result;
         }
-        return result;
+        catch (const std::bad_alloc&)
+        {
+            *slot = sd_bus_slot_unref(*slot); // which the caller knows nothing of yet
+            return -ENOMEM;
+        }
     }
 
     /** For the SdBusError being handled. Its text may come from a host, so it is repaired. */

@@ -36,12 +36,6 @@ OpenCall::Message make_stub(sd_bus_message* call)
     return stub;
 }
 
-GANTRY_call* handle_of(std::uintptr_t serial) noexcept
-{
-    // Nothing follows it. NOLINTNEXTLINE(performance-no-int-to-ptr)
-    return reinterpret_cast<GANTRY_call*>(serial);
-}
-
 } // namespace
 
 GANTRY_call* open_call(GANTRY_cpp_context& context, const CalledObject& called,
@@ -57,7 +51,7 @@ GANTRY_call* open_call(GANTRY_cpp_context& context, const CalledObject& called,
     calls.open.emplace_hint(
         calls.open.end(), serial,
         OpenCall{context, serial, called, make_stub(message), std::move(client)});
-    return handle_of(serial);
+    return handle_of<GANTRY_call>(serial);
 }
 
 OpenCall* find_open(GANTRY_cpp_context* context, const GANTRY_call* handle) noexcept
@@ -148,9 +142,12 @@ void close_calls_of(GANTRY_cpp_context& context, HeldClient client)
         const auto& call = closed.mapped();
         if (call.cancelled != nullptr)
         {
-            bus_boundary([&]
-                         { return call.cancelled(handle_of(call.serial), call.cancelled_data), 0; },
-                         as_handled);
+            bus_boundary(
+                [&] {
+                    return call.cancelled(handle_of<GANTRY_call>(call.serial), call.cancelled_data),
+                           0;
+                },
+                as_handled);
         }
     }
 }

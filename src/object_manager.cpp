@@ -141,10 +141,9 @@ int send(GANTRY_cpp_context& context, const char* manager, const char* member, c
 }
 
 /**
- * The interfaces that a signal about an object names. A
- * GetManagedObjects lists the standard ones of a path as well, so they come with the first
- * interface of a path and leave with the last: else a client that follows the signals would keep
- * the object.
+ * The interfaces that a signal about an object names. A GetManagedObjects lists the standard ones
+ * of a path as well, so they come with the first interface of a path and leave with the last: else
+ * a client that follows the signals would keep the object.
  */
 class Interfaces
 {
@@ -238,6 +237,9 @@ void send_waiting_removed(GANTRY_cpp_context& context, const char* path)
     {
         found->second.push_back(nullptr);
         send_removed(context, path, found->second.data());
+        // Another path's may get the same address.
+        PendingChanges::Change sent;
+        context.state->changes.take(&found->second, sent);
         removed.erase(found);
     }
 }

@@ -25,4 +25,12 @@ std::uintptr_t next_serial(const Entries& entries) noexcept
     return serial;
 }
 
+/** The handle of a serial. */
+template <class Handle>
+Handle* handle_of(std::uintptr_t serial) noexcept
+{
+    // Nothing follows it. NOLINTNEXTLINE(performance-no-int-to-ptr)
+    return reinterpret_cast<Handle*>(serial);
+}
+
 } // namespace gantry

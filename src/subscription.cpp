@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <string>
+#include <utility>
 
 namespace gantry
 {
@@ -45,9 +46,9 @@ int on_signal(sd_bus_message* signal, void* data, sd_bus_error* /*error*/)
     }
     const auto held = subscription.shared_from_this(); // the callback may end it
     sdbusplus::message_t arrived(signal);
-    held->present = signal;
+    auto* const outer = std::exchange(held->present, signal); // of a loop inside the callback
     held->target.pass_on(*held, arrived);
-    held->present = nullptr;
+    held->present = outer;
     return 0;
 }
 
@@ -115,8 +116,7 @@ void add(std::string& rule, const char* key, const char* value)
 
 GANTRY_subscription* HostSubscription::handle() const noexcept
 {
-    // Nothing follows it. NOLINTNEXTLINE(performance-no-int-to-ptr)
-    return reinterpret_cast<GANTRY_subscription*>(serial);
+    return handle_of<GANTRY_subscription>(serial);
 }
 
 void add_subscription(HostSubscription::Target target, const char* interface, const char* member,

@@ -15,8 +15,8 @@
 
 #include <systemd/sd-bus.h>
 
+#include <memory>
 #include <type_traits>
-#include <utility>
 
 /** Returns the object of an instance of that interface; null if the instance is null or of another
  *  interface. */
@@ -43,44 +43,22 @@ Class* object(GANTRY_instance* instance)
     return static_cast<Class*>(GANTRY_cpp_instance_get_object(instance, Class::interface));
 }
 
+struct Unpublish
+{
+    void operator()(GANTRY_instance* instance) const noexcept
+    {
+        GANTRY_cpp_unpublish(instance);
+    }
+};
+
 /**
  * Keeps an object that the host made among the objects of a context. Its destruction takes the
  * object out and sends InterfacesRemoved; it comes before the object's, so a member of the object's
- * class will do, and it may come after the context's.
+ * class will do, and it may come after the context's. get() is for GANTRY_instance_announce_added
+ * and others; the instance is valid as long as the context. The functions of <gantry/property.h>
+ * find no property of it, and gantry::object no object.
  */
-class Published
-{
-  public:
-    /** Keeps no object. */
-    Published() noexcept = default;
-    explicit Published(GANTRY_instance* published) noexcept : record(published)
-    {
-    }
-    Published(Published&& from) noexcept : record(std::exchange(from.record, nullptr))
-    {
-    }
-    Published& operator=(Published&& from) noexcept
-    {
-        std::swap(record, from.record);
-        return *this;
-    }
-    Published(const Published&) = delete;
-    Published& operator=(const Published&) = delete;
-    ~Published()
-    {
-        GANTRY_cpp_unpublish(record);
-    }
-
-    /** For GANTRY_instance_announce_added and others; valid as long as the context. The functions
-     * of <gantry/property.h> find no property, and gantry::object no object. */
-    [[nodiscard]] GANTRY_instance* instance() const noexcept
-    {
-        return record;
-    }
-
-  private:
-    GANTRY_instance* record = nullptr;
-};
+using Published = std::unique_ptr<GANTRY_instance, Unpublish>;
 
 /**
  * Puts an object that the host made into the context's list: GANTRY_instance_find finds it, and

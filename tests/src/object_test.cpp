@@ -202,7 +202,7 @@ TEST_F(Object, OfTheHostsOwnIsListedEverywhereAndAnnouncedIfItIsPublished)
 
     own->published = gantry::publish<Server>(context, *own);
     auto* found = find(blt.interface);
-    EXPECT_EQ(found, own->published.instance());
+    EXPECT_EQ(found, own->published.get());
     EXPECT_EQ(gantry::object<GANTRY_com_orvane_velmar_system_BLT::BLT>(found), nullptr);
     EXPECT_THROW(static_cast<void>(gantry::publish<Server>(nullptr, *own)),
                  sdbusplus::exception::SdBusError);
