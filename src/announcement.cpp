@@ -15,6 +15,9 @@
 
 namespace gantry
 {
+
+constinit thread_local std::size_t waiting_changes = 0;
+
 namespace
 {
 

@@ -16,6 +16,8 @@
 
 #include "property_types.hpp"
 
+#include <gantry/export.h>
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -197,7 +199,7 @@ class Properties
     }
 
     /** The row whose member is exactly `name`, or null. */
-    [[nodiscard]] const Property<Object>* find(std::string_view name) const noexcept;
+    [[nodiscard]] GANTRY_API const Property<Object>* find(std::string_view name) const noexcept;
 
   private:
     const void* header;

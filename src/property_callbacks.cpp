@@ -3,7 +3,6 @@
 #include "announcement.hpp"
 #include "property_callbacks_impl.hpp"
 
-#include <array>
 #include <cstring>
 #include <tallybook.hpp>
 
@@ -13,39 +12,6 @@ namespace gantry
 // Instantiated for speed, with those of the other types.
 extern template std::string set(std::string&, Passed<std::string>, bool, Object&,
                                 const Property<Object>&);
-
-namespace
-{
-
-/** Texts and containers below this size are not summed. There is room for one in each property. */
-constexpr std::size_t small_size = 1024;
-
-/** Adds a property's value to the size of a message. */
-using AddValue = void (*)(WireSize& size, const Property<Object>& row, const Object& object);
-
-template <class Type>
-void add_value(WireSize& size, const Property<Object>& row, const Object& object)
-{
-    size.add_bytes(8, wire_size((object.*accessors_of<Type>(row).get)()));
-}
-
-/** One function for each property type, in the order of the tags; null for a number. */
-template <class... Types>
-constexpr auto adders(TypeList<Types...> /*types*/)
-{
-    return std::array{[]() -> AddValue
-                      {
-                          if constexpr (!std::is_arithmetic_v<Types>)
-                          {
-                              return add_value<Types>;
-                          }
-                          return nullptr;
-                      }()...};
-}
-
-constexpr auto add_by_type = adders(PropertyTypes{});
-
-} // namespace
 
 void announce_or_hold(Object& object, const Property<Object>& row)
 {
@@ -60,12 +26,8 @@ void announce_or_hold(Object& object, const Property<Object>& row)
     announce(object, row);
 }
 
-bool has_room(ServedCall& served, const Object& object, std::size_t size)
+bool has_room(ServedCall& served, const Object& object, std::size_t size, const AddValue* adders)
 {
-    if (size < small_size)
-    {
-        return true;
-    }
     const auto& written = *served.written;
     WireSize all;
     for (const auto* each = written.vtable; each->type != _SD_BUS_VTABLE_END; ++each)
@@ -83,7 +45,7 @@ bool has_room(ServedCall& served, const Object& object, std::size_t size)
         {
             all.add_bytes(8, size);
         }
-        else if (const auto add = add_by_type[row.type]; add != nullptr)
+        else if (const auto add = adders[row.type]; add != nullptr)
         {
             add(all, row, object);
         }

@@ -2,6 +2,7 @@
 
 #include "connection.hpp"
 #include "credentials.hpp"
+#include "deferred_call.hpp"
 #include "gantrycontext.hpp"
 #include "thread_context.hpp"
 #include "utf8.hpp"
@@ -25,6 +26,8 @@ constexpr char too_many_calls[] = "too many calls are open";
 
 namespace gantry
 {
+
+constinit thread_local ServedCall* ServedCall::innermost = nullptr;
 namespace
 {
 
