@@ -16,7 +16,7 @@
 namespace gantry
 {
 
-constinit thread_local std::size_t waiting_changes = 0;
+[[gnu::tls_model("initial-exec")]] constinit thread_local std::size_t waiting_changes = 0;
 
 namespace
 {

@@ -21,7 +21,7 @@ constexpr auto setters(TypeList<Types...> /*types*/)
 
 /** One function for each property type, in the order of the tags. */
 template <class Types>
-constexpr auto set_by_type = setters(Types{});
+inline constexpr auto set_by_type = setters(Types{});
 
 /** Throws what std::get throws if the variant holds another alternative. */
 [[noreturn]] GANTRY_API void throw_wrong_alternative();

@@ -26,7 +26,7 @@ void announce_or_hold(Object& object, const Property<Object>& row)
     announce(object, row);
 }
 
-bool has_room(ServedCall& served, const Object& object, std::size_t size, const AddValue* adders)
+bool has_room(ServedCall& served, const Object& object, std::size_t size)
 {
     const auto& written = *served.written;
     WireSize all;
@@ -45,7 +45,7 @@ bool has_room(ServedCall& served, const Object& object, std::size_t size, const 
         {
             all.add_bytes(8, size);
         }
-        else if (const auto add = adders[row.type]; add != nullptr)
+        else if (const auto add = written.properties.add_by_type[row.type]; add != nullptr)
         {
             add(all, row, object);
         }
@@ -112,9 +112,16 @@ constinit thread_local Transaction Transaction::last{};
 void begin_transaction(const sd_bus* bus, sd_bus_message* reply, std::uint64_t cookie,
                        sdbusplus::SdBusInterface* bus_interface)
 {
+    using namespace sdbusplus::server::transaction;
+
+    auto& last = Transaction::last;
+    if (cookie == last.cookie && bus == last.bus && get_id() == last.id)
+    {
+        return; // the caller, a host's code, has another copy of sdbusplus
+    }
     sdbusplus::message_t message(reply, bus_interface);
-    sdbusplus::server::transaction::set_id(message);
-    Transaction::last = {bus, cookie, sdbusplus::server::transaction::get_id()};
+    set_id(message);
+    last = {bus, cookie, get_id()};
 }
 
 std::string set_key(std::string& stored, std::string& value, bool skip_signal, Object& object,

@@ -8,7 +8,6 @@
 #include "for_bus.hpp"
 #include "property_callbacks.hpp"
 
-#include <array>
 #include <bit>
 #include <cerrno>
 #include <cstddef>
@@ -28,36 +27,9 @@ GANTRY_API void announce_or_hold(Object& object, const Property<Object>& row);
 /** Texts and containers below this size are not summed. There is room for one in each property. */
 constexpr std::size_t small_size = 1024;
 
-/** Adds a property's value to the size of a message. */
-using AddValue = void (*)(WireSize& size, const Property<Object>& row, const Object& object);
-
-template <class Type>
-void add_value(WireSize& size, const Property<Object>& row, const Object& object)
-{
-    size.add_bytes(8, wire_size((object.*accessors_of<Type>(row).get)()));
-}
-
-template <class... Types>
-constexpr auto adders(TypeList<Types...> /*types*/)
-{
-    return std::array{[]() -> AddValue
-                      {
-                          if constexpr (!std::is_arithmetic_v<Types>)
-                          {
-                              return add_value<Types>;
-                          }
-                          return nullptr;
-                      }()...};
-}
-
-/** One function for each property type, in the order of the tags; null for a number. */
-template <class Types>
-constexpr auto add_by_type = adders(Types{});
-
 /** Whether the written property may take a value of that size, which isn't small. If not, the call
  *  fails. */
-GANTRY_API bool has_room(ServedCall& served, const Object& object, std::size_t size,
-                         const AddValue* adders);
+GANTRY_API bool has_room(ServedCall& served, const Object& object, std::size_t size);
 
 /**
  * Stores a client's value, asks the host, and announces the change if the host accepts it. If the
@@ -92,6 +64,12 @@ template <class Type>
 Type copy_of(const Type& stored)
 {
     return stored;
+}
+
+template <class Type>
+void add_value(WireSize& size, const Property<Object>& row, const Object& object)
+{
+    size.add_bytes(8, wire_size((object.*accessors_of<Type>(row).get)()));
 }
 
 template <class Type>
@@ -183,8 +161,7 @@ void write_property(sdbusplus::message_t& message, ServedCall& served, Object& o
     if constexpr (!std::is_arithmetic_v<Type>)
     {
         const std::size_t size = wire_size(value);
-        if (size >= small_size &&
-            !has_room(served, object, size, add_by_type<PropertyTypes>.data()))
+        if (size >= small_size && !has_room(served, object, size))
         {
             return;
         }
@@ -221,6 +198,7 @@ int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterfac
     template void set_as<__VA_ARGS__>(const Property<Object>&, Object&, const void*, bool);
 
 #define GANTRY_PROPERTY(...)                                                                       \
+    template void add_value<__VA_ARGS__>(WireSize&, const Property<Object>&, const Object&);       \
     GANTRY_NUMBER_PROPERTY(__VA_ARGS__)                                                            \
     template __VA_ARGS__ set_and_announce(Object&, Setter<__VA_ARGS__>, __VA_ARGS__&);             \
     template __VA_ARGS__ copy_of(const __VA_ARGS__&);

@@ -27,7 +27,8 @@ constexpr char too_many_calls[] = "too many calls are open";
 namespace gantry
 {
 
-constinit thread_local ServedCall* ServedCall::innermost = nullptr;
+[[gnu::tls_model("initial-exec")]] constinit thread_local ServedCall* ServedCall::innermost =
+    nullptr;
 namespace
 {
 
