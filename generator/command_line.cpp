@@ -42,7 +42,7 @@ constexpr auto usage = R"(gantrygen: code that follows from an interface's membe
     gantrygen --version                  prints the version that gantrygen is of
     gantrygen --help                     prints this text
 
-TABLE is com/orvane/velmar/<group>/<Name>/server.xml, for the interface of that name.
+TABLE is com/example/<Name>/server.xml for the interface com.example.<Name>.
 )";
 
 Interface read_table(const std::string& file)

@@ -320,23 +320,32 @@ std::vector<Words> headers(const std::string& code)
 /** The words of all property types: those in the tables, and those that a host in C may ask for. */
 Words words_of_types(const std::vector<Interface>& interfaces)
 {
-    std::vector<Type> types = c_property_types();
+    // First those that every program has, so that these have the same tags in each.
+    std::vector<Type> types = property_variant(c_property_types()).members;
+    std::vector<Type> of_tables;
     std::set<std::string> writable;
     for (const Interface& interface : interfaces)
     {
         for (const Property& property : interface.properties)
         {
-            types.push_back(property.type);
+            of_tables.push_back(property.type);
             if (property.writable)
             {
                 writable.insert(cpp_type(property.type));
             }
         }
     }
+    for (const Type& type : property_variant(of_tables).members)
+    {
+        if (c_property_type(type).empty())
+        {
+            types.push_back(type);
+        }
+    }
     std::string list;
     std::vector<Words> plain;
     std::vector<Words> composite;
-    for (const Type& type : property_variant(types).members)
+    for (const Type& type : types)
     {
         const std::string name = cpp_type(type);
         list += (list.empty() ? "    " : ",\n    ") + name;

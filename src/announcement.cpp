@@ -15,6 +15,9 @@
 
 namespace gantry
 {
+
+[[gnu::tls_model("initial-exec")]] constinit thread_local std::size_t waiting_changes = 0;
+
 namespace
 {
 

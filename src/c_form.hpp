@@ -59,6 +59,9 @@ struct CForm
     }
 };
 
+/** Reads the form of a text. */
+GANTRY_API void read_text(const char* form, std::string& value);
+
 template <>
 struct CForm<std::string>
 {
@@ -69,7 +72,10 @@ struct CForm<std::string>
         // The function takes what it only reads by non-const reference; hosts link to that name.
         form = GANTRY_string_cpp_to_c(const_cast<std::string&>(value));
     }
-    static void read(const char* form, std::string& value);
+    static void read(const char* form, std::string& value)
+    {
+        read_text(form, value);
+    }
     static void release(type& form) noexcept
     {
         GANTRY_string_free(&form);

@@ -20,17 +20,11 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <typeinfo>
 
 namespace gantry
 {
 
-/** How a method in reply shape has its result sent: of this type, by this function. */
-struct ReplyForm
-{
-    const std::type_info& type;
-    void (*append)(sdbusplus::message_t& reply, void* result);
-};
+struct ReplyForm;
 
 /** Whose call it is. */
 struct CalledObject

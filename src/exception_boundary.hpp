@@ -23,6 +23,8 @@
 
 #include "log.hpp"
 
+#include <gantry/export.h>
+
 #include <exception>
 #include <type_traits>
 #include <utility>
@@ -76,7 +78,7 @@ class ExceptionRelay
      * Hands the exception being handled to the innermost ExceptionRelay; logs and drops it if there
      * is none or if that one already has an exception. Returns its errno, negative.
      */
-    static int take();
+    GANTRY_API static int take();
 
     /** Whether the innermost ExceptionRelay has an exception: that is logged where it arrives. */
     static bool is_relaying() noexcept

@@ -32,14 +32,16 @@ using SlotFunction = void (*)();
 
 /** The function in a slot of the host's table. Returns null if there is none, and logs it if there
  * is no record or table. */
-SlotFunction find_function(const Place& place, const GANTRY_instance* instance, std::size_t slot);
+GANTRY_API SlotFunction find_function(const Place& place, const GANTRY_instance* instance,
+                                      std::size_t slot);
 
 /** Logs an exception and returns the one to throw in its place. */
-std::exception give_up(const Place& place, const std::exception& failure);
+GANTRY_API std::exception give_up(const Place& place, const std::exception& failure);
 
 /** Logs the exception being handled. Throws it again if it is an SdBusError and `is_for_client`,
  * and else what give_up() returns. */
-[[noreturn]] void rethrow(const Place& place, const std::exception& failure, bool is_for_client);
+[[noreturn]] GANTRY_API void rethrow(const Place& place, const std::exception& failure,
+                                     bool is_for_client);
 
 /** The type that an override returns: one value, or a tuple of several. */
 template <class... Outputs>

@@ -115,21 +115,22 @@ void delete_as_class(void* object)
  * The body of each class's deleter; a null object is ignored. Since each deleter passes its own
  * descriptor, no linker that folds equal functions gives two classes the same address.
  */
-void delete_object(void* object, const Descriptor& descriptor);
+GANTRY_API void delete_object(void* object, const Descriptor& descriptor);
 
 /** The record of a published object whose host wants to hear of clients' writes; else null. */
-GANTRY_instance* find_listener(const void* object);
+GANTRY_API GANTRY_instance* find_listener(const void* object);
 
 /** Releases an object's record with the path in it; null is ignored. */
-void release_record(GANTRY_instance* instance) noexcept;
+GANTRY_API void release_record(GANTRY_instance* instance) noexcept;
 
 /**
  * The body of each exported creating function: makes the record, requests the service name if the
  * context has none yet, adds an object manager at the path, makes the object and tracks it. Logs
  * for `place`; throws nothing that is a std::exception.
  */
-void instantiate(const Place& place, const Descriptor& descriptor, GANTRY_cpp_context* context,
-                 const void* table, const char* path, void* user_private);
+GANTRY_API void instantiate(const Place& place, const Descriptor& descriptor,
+                            GANTRY_cpp_context* context, const void* table, const char* path,
+                            void* user_private);
 
 } // namespace gantry
 

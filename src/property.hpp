@@ -16,6 +16,8 @@
 
 #include "property_types.hpp"
 
+#include <gantry/export.h>
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -183,6 +185,31 @@ constexpr std::uint32_t name_hash(std::string_view name)
     return static_cast<std::uint32_t>(mixed ^ mixed >> 32U);
 }
 
+class WireSize;
+
+/** Adds a property's value to the size of a message. */
+using AddValue = void (*)(WireSize& size, const Property<Object>& row, const Object& object);
+
+template <class Type>
+GANTRY_HIDDEN void add_value(WireSize& size, const Property<Object>& row, const Object& object);
+
+template <class... Types>
+constexpr auto adders(TypeList<Types...> /*types*/)
+{
+    return std::array{[]() -> AddValue
+                      {
+                          if constexpr (!std::is_arithmetic_v<Types>)
+                          {
+                              return add_value<Types>;
+                          }
+                          return nullptr;
+                      }()...};
+}
+
+/** One function for each property type, in the order of the tags; null for a number. */
+template <class Types>
+inline constexpr auto adders_of = adders(Types{});
+
 /** The rows of some class, and the index over them. */
 class Properties
 {
@@ -191,13 +218,16 @@ class Properties
     static constexpr std::size_t max_count = std::numeric_limits<std::uint8_t>::max();
 
     constexpr Properties(const void* rows, const std::uint8_t* index_slots,
-                         std::uint32_t index_mask) :
-        header(rows), slots(index_slots), mask(index_mask)
+                         std::uint32_t index_mask, const AddValue* adders) :
+        add_by_type(adders), header(rows), slots(index_slots), mask(index_mask)
     {
     }
 
     /** The row whose member is exactly `name`, or null. */
-    [[nodiscard]] const Property<Object>* find(std::string_view name) const noexcept;
+    [[nodiscard]] GANTRY_API const Property<Object>* find(std::string_view name) const noexcept;
+
+    /** For the types of the program or library that has the class. */
+    const AddValue* add_by_type;
 
   private:
     const void* header;
@@ -227,7 +257,7 @@ class PropertyIndex
 
     constexpr operator Properties() const
     {
-        return {header, slots.data(), mask};
+        return {header, slots.data(), mask, adders_of<PropertyTypes>.data()};
     }
 
   private:

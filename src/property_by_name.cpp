@@ -1,37 +1,7 @@
 #include "property_by_name.hpp"
 
-#include "property_callbacks.hpp"
-
 namespace gantry
 {
-namespace
-{
-
-template <class Type>
-void set_as(const Property<Object>& row, Object& object, const void* value, bool skip_signal)
-{
-    const auto& alternative = *static_cast<const Type*>(value);
-    const auto setter = accessors_of<Type>(row).set;
-    if constexpr (std::is_scalar_v<Type>)
-    {
-        (object.*setter)(alternative, skip_signal);
-    }
-    else
-    {
-        (object.*setter)(copy_of(alternative), skip_signal);
-    }
-}
-
-/** One function for each property type, in the order of the tags. */
-template <class... Types>
-constexpr auto setters(TypeList<Types...> /*types*/)
-{
-    return std::array{set_as<Types>...};
-}
-
-constexpr auto set_by_type = setters(PropertyTypes{});
-
-} // namespace
 
 const Property<Object>* Properties::find(std::string_view name) const noexcept
 {
@@ -48,11 +18,6 @@ const Property<Object>* Properties::find(std::string_view name) const noexcept
             return &row;
         }
     }
-}
-
-void set_from(const Property<Object>& row, Object& object, const void* value, bool skip_signal)
-{
-    set_by_type[row.type](row, object, value, skip_signal);
 }
 
 void throw_wrong_alternative()

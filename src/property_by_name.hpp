@@ -5,19 +5,26 @@
  */
 #pragma once
 
-#include "property.hpp"
+#include "property_callbacks.hpp"
 
-#include <string>
+#include <array>
 #include <variant>
 
 namespace gantry
 {
 
-/** Sets the property of `row` from a value, which must be of the row's type. */
-void set_from(const Property<Object>& row, Object& object, const void* value, bool skip_signal);
+template <class... Types>
+constexpr auto setters(TypeList<Types...> /*types*/)
+{
+    return std::array{set_as<Types>...};
+}
+
+/** One function for each property type, in the order of the tags. */
+template <class Types>
+inline constexpr auto set_by_type = setters(Types{});
 
 /** Throws what std::get throws if the variant holds another alternative. */
-[[noreturn]] void throw_wrong_alternative();
+[[noreturn]] GANTRY_API void throw_wrong_alternative();
 
 /**
  * Sets the property of that name; an unknown name changes nothing. Throws std::bad_variant_access
@@ -43,18 +50,19 @@ void set_by_name(const Properties& properties, Class& object, std::string_view n
     }
     const void* held =
         std::visit([](const auto& alternative) -> const void* { return &alternative; }, value);
-    set_from(*row, reinterpret_cast<Object&>(object), held, skip_signal);
+    set_by_type<PropertyTypes>[row->type](*row, reinterpret_cast<Object&>(object), held,
+                                          skip_signal);
 }
 
 namespace details
 {
 
-template <class... Types>
+template <class Tags, class... Types>
 void get_alternative(std::variant<Types...>& value, const Property<Object>& row,
                      const Object& object)
 {
     static_cast<void>(
-        ((row.type == PropertyTypes::tag<Types>() &&
+        ((row.type == Tags::template tag<Types>() &&
           (value.template emplace<Types>((object.*accessors_of<Types>(row).get)()), true)) ||
          ...));
 }
@@ -68,7 +76,8 @@ Variant get_by_name(const Properties& properties, const Class& object, std::stri
     Variant value;
     if (const auto* row = properties.find(name))
     {
-        details::get_alternative(value, *row, reinterpret_cast<const Object&>(object));
+        details::get_alternative<PropertyTypes>(value, *row,
+                                                reinterpret_cast<const Object&>(object));
     }
     return value;
 }

@@ -142,7 +142,8 @@ int report(const gantry::Place& place, const GANTRY_instance* instance, const ch
     }
     try
     {
-        set_from(*row, *static_cast<gantry::Object*>(instance->the_service), value, skip_signal);
+        gantry::set_by_type<PropertyTypes>[type](
+            *row, *static_cast<gantry::Object*>(instance->the_service), value, skip_signal);
     }
     catch (const std::exception&)
     {

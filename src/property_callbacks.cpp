@@ -3,7 +3,6 @@
 #include "announcement.hpp"
 #include "property_callbacks_impl.hpp"
 
-#include <array>
 #include <cstring>
 #include <tallybook.hpp>
 
@@ -13,39 +12,6 @@ namespace gantry
 // Instantiated for speed, with those of the other types.
 extern template std::string set(std::string&, Passed<std::string>, bool, Object&,
                                 const Property<Object>&);
-
-namespace
-{
-
-/** Texts and containers below this size are not summed. There is room for one in each property. */
-constexpr std::size_t small_size = 1024;
-
-/** Adds a property's value to the size of a message. */
-using AddValue = void (*)(WireSize& size, const Property<Object>& row, const Object& object);
-
-template <class Type>
-void add_value(WireSize& size, const Property<Object>& row, const Object& object)
-{
-    size.add_bytes(8, wire_size((object.*accessors_of<Type>(row).get)()));
-}
-
-/** One function for each property type, in the order of the tags; null for a number. */
-template <class... Types>
-constexpr auto adders(TypeList<Types...> /*types*/)
-{
-    return std::array{[]() -> AddValue
-                      {
-                          if constexpr (!std::is_arithmetic_v<Types>)
-                          {
-                              return add_value<Types>;
-                          }
-                          return nullptr;
-                      }()...};
-}
-
-constexpr auto add_by_type = adders(PropertyTypes{});
-
-} // namespace
 
 void announce_or_hold(Object& object, const Property<Object>& row)
 {
@@ -62,10 +28,6 @@ void announce_or_hold(Object& object, const Property<Object>& row)
 
 bool has_room(ServedCall& served, const Object& object, std::size_t size)
 {
-    if (size < small_size)
-    {
-        return true;
-    }
     const auto& written = *served.written;
     WireSize all;
     for (const auto* each = written.vtable; each->type != _SD_BUS_VTABLE_END; ++each)
@@ -83,7 +45,7 @@ bool has_room(ServedCall& served, const Object& object, std::size_t size)
         {
             all.add_bytes(8, size);
         }
-        else if (const auto add = add_by_type[row.type]; add != nullptr)
+        else if (const auto add = written.properties.add_by_type[row.type]; add != nullptr)
         {
             add(all, row, object);
         }
@@ -150,9 +112,16 @@ constinit thread_local Transaction Transaction::last{};
 void begin_transaction(const sd_bus* bus, sd_bus_message* reply, std::uint64_t cookie,
                        sdbusplus::SdBusInterface* bus_interface)
 {
+    using namespace sdbusplus::server::transaction;
+
+    auto& last = Transaction::last;
+    if (cookie == last.cookie && bus == last.bus && get_id() == last.id)
+    {
+        return; // the caller, a host's code, has another copy of sdbusplus
+    }
     sdbusplus::message_t message(reply, bus_interface);
-    sdbusplus::server::transaction::set_id(message);
-    Transaction::last = {bus, cookie, sdbusplus::server::transaction::get_id()};
+    set_id(message);
+    last = {bus, cookie, get_id()};
 }
 
 std::string set_key(std::string& stored, std::string& value, bool skip_signal, Object& object,

@@ -62,6 +62,11 @@ Type set_and_announce(Class& object, Setter<Type, std::type_identity_t<Class>> s
 template <class Type>
 GANTRY_HIDDEN Type copy_of(const Type& stored);
 
+/** Sets the property of `row`, which must be of that type, from a value of it. */
+template <class Type>
+GANTRY_HIDDEN void set_as(const Property<Object>& row, Object& object, const void* value,
+                          bool skip_signal);
+
 /** The class-independent core of get_property(). */
 template <class Type>
 GANTRY_HIDDEN int get_property(sd_bus* bus, Getter<Type> getter,
@@ -103,8 +108,8 @@ int set_property(sd_bus_message* value, Class& object, sdbusplus::SdBusInterface
 }
 
 /** The class-independent core of set_key(). */
-std::string set_key(std::string& stored, std::string& value, bool skip_signal, Object& object,
-                    const Property<Object>& row, const char* class_name);
+GANTRY_API std::string set_key(std::string& stored, std::string& value, bool skip_signal,
+                               Object& object, const Property<Object>& row, const char* class_name);
 
 /** set() for the property that is the key under which the platform's data store knows the object.
  *  Registers the key even if the value is the same. */
@@ -117,6 +122,6 @@ std::string set_key(std::string& stored, std::string& value, bool skip_signal, C
 }
 
 /** Called by the destructor: removes the key that such a property holds. */
-void remove_key(const std::string& stored);
+GANTRY_API void remove_key(const std::string& stored);
 
 } // namespace gantry

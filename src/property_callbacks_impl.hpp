@@ -22,17 +22,21 @@ namespace gantry
 
 /** Announces a change of a property, at once or, if a client is writing it, when its host accepts
  *  that. Throws what a getter throws. */
-void announce_or_hold(Object& object, const Property<Object>& row);
+GANTRY_API void announce_or_hold(Object& object, const Property<Object>& row);
 
-/** Whether the written property may take a value of that size. If not, the call fails. */
-bool has_room(ServedCall& served, const Object& object, std::size_t size);
+/** Texts and containers below this size are not summed. There is room for one in each property. */
+constexpr std::size_t small_size = 1024;
+
+/** Whether the written property may take a value of that size, which isn't small. If not, the call
+ *  fails. */
+GANTRY_API bool has_room(ServedCall& served, const Object& object, std::size_t size);
 
 /**
  * Stores a client's value, asks the host, and announces the change if the host accepts it. If the
  * host refuses or throws, the former value is put back, and nothing is announced.
  */
-void store_unless_refused(ServedCall& served, GANTRY_instance& listener, CallReference store,
-                          CallReference put_back);
+GANTRY_API void store_unless_refused(ServedCall& served, GANTRY_instance& listener,
+                                     CallReference store, CallReference put_back);
 
 template <class Type>
 Type set(Type& stored, Passed<std::type_identity_t<Type>> value, bool skip_signal, Object& object,
@@ -62,6 +66,19 @@ Type copy_of(const Type& stored)
     return stored;
 }
 
+template <class Type>
+void add_value(WireSize& size, const Property<Object>& row, const Object& object)
+{
+    size.add_bytes(8, wire_size((object.*accessors_of<Type>(row).get)()));
+}
+
+template <class Type>
+void set_as(const Property<Object>& row, Object& object, const void* value, bool skip_signal)
+{
+    const auto setter = accessors_of<Type>(row).set;
+    (object.*setter)(Type(*static_cast<const Type*>(value)), skip_signal);
+}
+
 /** The call that the thread's transaction is of: getters of a GetAll have the same. */
 struct Transaction
 {
@@ -70,12 +87,12 @@ struct Transaction
     std::uint64_t id;
 
     // At a fixed offset from the thread pointer, so that no call is needed to find it.
-    [[gnu::tls_model("initial-exec")]] static constinit thread_local Transaction last;
+    [[gnu::tls_model("initial-exec")]] GANTRY_API static constinit thread_local Transaction last;
 };
 
 /** Makes the call that the reply answers the thread's transaction. A signal answers call 0. */
-void begin_transaction(const sd_bus* bus, sd_bus_message* reply, std::uint64_t cookie,
-                       sdbusplus::SdBusInterface* bus_interface);
+GANTRY_API void begin_transaction(const sd_bus* bus, sd_bus_message* reply, std::uint64_t cookie,
+                                  sdbusplus::SdBusInterface* bus_interface);
 
 /** Appends a property's value, and returns 1, or a negative errno if that fails. */
 template <class Type>
@@ -143,7 +160,8 @@ void write_property(sdbusplus::message_t& message, ServedCall& served, Object& o
     read_value(message, value);
     if constexpr (!std::is_arithmetic_v<Type>)
     {
-        if (!has_room(served, object, wire_size(value)))
+        const std::size_t size = wire_size(value);
+        if (size >= small_size && !has_room(served, object, size))
         {
             return;
         }
@@ -176,9 +194,11 @@ int set_property(sd_bus_message* value, Object& object, sdbusplus::SdBusInterfac
     template __VA_ARGS__ set(__VA_ARGS__&, Passed<__VA_ARGS__>, bool, Object&,                     \
                              const Property<Object>&);                                             \
     template int get_property(sd_bus*, Getter<__VA_ARGS__>, sdbusplus::SdBusInterface*,            \
-                              sd_bus_message*, const Object&, sd_bus_error*);
+                              sd_bus_message*, const Object&, sd_bus_error*);                      \
+    template void set_as<__VA_ARGS__>(const Property<Object>&, Object&, const void*, bool);
 
 #define GANTRY_PROPERTY(...)                                                                       \
+    template void add_value<__VA_ARGS__>(WireSize&, const Property<Object>&, const Object&);       \
     GANTRY_NUMBER_PROPERTY(__VA_ARGS__)                                                            \
     template __VA_ARGS__ set_and_announce(Object&, Setter<__VA_ARGS__>, __VA_ARGS__&);             \
     template __VA_ARGS__ copy_of(const __VA_ARGS__&);

@@ -2,6 +2,7 @@
 
 #include "connection.hpp"
 #include "credentials.hpp"
+#include "deferred_call.hpp"
 #include "gantrycontext.hpp"
 #include "thread_context.hpp"
 #include "utf8.hpp"
@@ -25,6 +26,9 @@ constexpr char too_many_calls[] = "too many calls are open";
 
 namespace gantry
 {
+
+[[gnu::tls_model("initial-exec")]] constinit thread_local ServedCall* ServedCall::innermost =
+    nullptr;
 namespace
 {
 

@@ -12,10 +12,11 @@
 
 #include "block.hpp"
 #include "c_form.hpp"
-#include "deferred_call.hpp"
 #include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "object.hpp"
+
+#include <gantry/call.h>
 
 #include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
@@ -23,6 +24,7 @@
 #include <systemd/sd-bus.h>
 
 #include <tuple>
+#include <typeinfo>
 
 namespace gantry
 {
@@ -34,6 +36,13 @@ struct WrittenProperty
     /** Of the object's class. */
     const sd_bus_vtable* vtable;
     const Properties& properties;
+};
+
+/** How a method in reply shape has its result sent: of this type, by this function. */
+struct ReplyForm
+{
+    const std::type_info& type;
+    void (*append)(sdbusplus::message_t& reply, void* result);
 };
 
 class ServedCall
@@ -90,8 +99,8 @@ class ServedCall
   private:
     // A bare pointer, so that a thread that exits doesn't destroy it before its context. At a fixed
     // offset from the thread pointer, so that no call is needed to find it.
-    [[gnu::tls_model("initial-exec")]] inline static constinit thread_local ServedCall* innermost =
-        nullptr;
+    [[gnu::tls_model(
+        "initial-exec")]] GANTRY_API static constinit thread_local ServedCall* innermost;
 
     sd_bus_error failure{};
 };
@@ -109,18 +118,18 @@ using Body = void (*)(sdbusplus::message_t& message, ServedCall& served, Object&
  * the message as the thread's transaction, and returns what sd-bus is to get. An internal_exception
  * of sdbusplus becomes the client's error; any other exception goes to the dispatch loop.
  */
-int serve(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bus,
-          sd_bus_error* error, AnyFunction function, Body body,
-          const WrittenProperty* written = nullptr);
+GANTRY_API int serve(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bus,
+                     sd_bus_error* error, AnyFunction function, Body body,
+                     const WrittenProperty* written = nullptr);
 
 /** The body of a method in message shape, which answers by itself. Of its exceptions only an
  *  SdBusError becomes the client's error. */
-void pass_message(sdbusplus::message_t& message, ServedCall& served, Object& object,
-                  AnyFunction function);
+GANTRY_API void pass_message(sdbusplus::message_t& message, ServedCall& served, Object& object,
+                             AnyFunction function);
 
 /** Makes an exception the client's error. Returns what sd-bus is to get. */
-int set_error(sdbusplus::SdBusInterface* bus, sd_bus_error* error,
-              const sdbusplus::exception::internal_exception& failure);
+GANTRY_API int set_error(sdbusplus::SdBusInterface* bus, sd_bus_error* error,
+                         const sdbusplus::exception::internal_exception& failure);
 
 /** Whether the call in this message is being served and its outputs aren't the answer. */
 inline bool is_taken(sd_bus_message* message) noexcept
@@ -130,9 +139,9 @@ inline bool is_taken(sd_bus_message* message) noexcept
 }
 
 /** Answers an open call of the method with what `append` adds to the reply. */
-void answer_with(const Place& place, const Descriptor& descriptor, const char* member,
-                 GANTRY_call** call, int* error, const void* values,
-                 void (*append)(const void* values, sdbusplus::message_t& reply));
+GANTRY_API void answer_with(const Place& place, const Descriptor& descriptor, const char* member,
+                            GANTRY_call** call, int* error, const void* values,
+                            void (*append)(const void* values, sdbusplus::message_t& reply));
 
 /** The body of an exported answering function. Cold, so that it is compiled for size. */
 template <class... Values, class... Forms>

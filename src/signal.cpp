@@ -2,10 +2,13 @@
 
 #include "connection.hpp"
 #include "context_state.hpp"
+#include "exception_boundary.hpp"
+#include "gantrycontext.hpp"
 
 #include <systemd/sd-bus.h>
 
 #include <string>
+#include <utility>
 
 namespace gantry
 {
@@ -86,17 +89,37 @@ int add_match(GANTRY_cpp_context& context, const std::string& rule,
                          { return sd_bus_add_match(bus, slot, rule.c_str(), on_arrival, data); });
 }
 
-void subscribe(GANTRY_cpp_context& context, const char* member,
-               std::function<void(sdbusplus::message_t&)> arrival)
+void subscribe(const Place& place, GANTRY_cpp_context* context, const char* member, Receive receive)
+try
 {
+    GANTRY_LOG_AT(place, log::trace, "enter");
+    context = resolve(place, context);
+    if (context == nullptr)
+    {
+        return;
+    }
+    auto arrival = [context, receive = std::move(receive), stem = place.stem,
+                    line = place.line](sdbusplus::message_t& message)
+    {
+        if (context->state->destroy_when_idle)
+        {
+            return; // another subscription's callback for this signal freed it
+        }
+        // NOLINTNEXTLINE(bugprone-lambda-function-name): the name for the log
+        receive({stem, line, static_cast<const char*>(__func__)}, *context, message);
+    };
     const auto rule = std::string("type='signal',member='") + member + "',";
     auto subscription = std::make_unique<Subscription>(std::move(arrival));
-    const int result = add_match(context, rule, on_signal, subscription.get(), &subscription->slot);
+    const int result = add_match(*context, rule, on_signal, subscription.get(), &subscription->slot);
     if (result < 0)
     {
         GANTRY_LOG(log::failed, "sd_bus_add_match failed for [%s], rv=%d", rule.c_str(), result);
     }
-    context.signal_matches.push_back(std::move(subscription));
+    context->signal_matches.push_back(std::move(subscription));
+}
+catch (const std::exception& failure)
+{
+    GANTRY_LOG_EXCEPTION_AT(place, failure.what());
 }
 
 } // namespace gantry

@@ -14,13 +14,12 @@
 #pragma once
 
 #include "block.hpp"
-#include "context_state.hpp"
-#include "exception_boundary.hpp"
 #include "for_bus.hpp"
-#include "gantrycontext.hpp"
 #include "method_to_c.hpp"
 #include "object.hpp"
 #include "waiting_changes.hpp"
+
+#include <gantry/context.hpp>
 
 #include <functional>
 #include <sdbusplus/exception.hpp>
@@ -44,9 +43,9 @@ void emit(Class& object, const char* member, const Values&... values)
  * gives for the first object of the class on the thread's context. Returns null, and logs why, if
  * there is none or if the host gave an object of another class.
  */
-const GANTRY_instance* find_sender(const Place& place, const Descriptor& descriptor,
-                                   const GANTRY_instance* instance,
-                                   const GANTRY_instance* (*instance_of)(const void* object));
+GANTRY_API const GANTRY_instance*
+find_sender(const Place& place, const Descriptor& descriptor, const GANTRY_instance* instance,
+            const GANTRY_instance* (*instance_of)(const void* object));
 
 /** The body of an exported emitting function. */
 template <class Class, class Server, class... Values, class... Forms>
@@ -72,12 +71,16 @@ catch (const std::exception& failure)
 int add_match(GANTRY_cpp_context& context, const std::string& rule,
               sd_bus_message_handler_t on_arrival, void* data, sd_bus_slot** slot);
 
-/** Adds a match on the member name to the context. */
-void subscribe(GANTRY_cpp_context& context, const char* member,
-               std::function<void(sdbusplus::message_t&)> arrival);
+/** Reads a signal and passes it to the host's callback; `place` is for the log. */
+using Receive = std::function<void(const Place& place, GANTRY_cpp_context& context,
+                                   sdbusplus::message_t& message)>;
+
+/** The core of receive_signal(): adds a match on the member name to the context. */
+GANTRY_API void subscribe(const Place& place, GANTRY_cpp_context* context, const char* member,
+                          Receive receive);
 
 /** Logs that a signal can't be read, which any client can cause: at most nine times per minute. */
-void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char* what);
+GANTRY_API void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char* what);
 
 /** Reads a signal's values. Returns false, and logs it, if they have other types than the table's.
  */
@@ -117,33 +120,16 @@ void pass_on(const Place& arrival, GANTRY_cpp_context& context, sdbusplus::messa
 template <class... Values, class Callback>
 void receive_signal(const Place& place, GANTRY_cpp_context* context, const char* member,
                     Callback* callback)
-try
 {
     using Form = void (*)(GANTRY_cpp_context*, typename CForm<Values>::type...);
 
-    GANTRY_LOG_AT(place, log::trace, "enter");
-    context = resolve(place, context);
-    if (context == nullptr)
-    {
-        return;
-    }
-    subscribe(*context, member,
-              [context, callback = reinterpret_cast<Form>(callback), stem = place.stem,
-               line = place.line](sdbusplus::message_t& message)
+    subscribe(place, context, member,
+              [callback = reinterpret_cast<Form>(callback)](
+                  const Place& arrival, GANTRY_cpp_context& receiver, sdbusplus::message_t& message)
               {
-                  if (context->state->destroy_when_idle)
-                  {
-                      return; // another subscription's callback for this signal freed it
-                  }
-                  // NOLINTNEXTLINE(bugprone-lambda-function-name): the name for the log
-                  const Place arrival{stem, line, static_cast<const char*>(__func__)};
-                  pass_on<Values...>(arrival, *context, message,
-                                     [&](auto... form) { callback(context, form...); });
+                  pass_on<Values...>(arrival, receiver, message,
+                                     [&](auto... form) { callback(&receiver, form...); });
               });
-}
-catch (const std::exception& failure)
-{
-    GANTRY_LOG_EXCEPTION_AT(place, failure.what());
 }
 
 } // namespace gantry

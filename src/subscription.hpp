@@ -54,12 +54,13 @@ struct HostSubscription : std::enable_shared_from_this<HostSubscription>
     HostSubscription(const Target& heard, std::uintptr_t number) : target(heard), serial(number)
     {
     }
-    [[nodiscard]] GANTRY_subscription* handle() const noexcept;
+    [[nodiscard]] GANTRY_API GANTRY_subscription* handle() const noexcept;
 };
 
 /** Adds a subscription to its context. A null context of the target is the calling thread's. */
-void add_subscription(HostSubscription::Target target, const char* interface, const char* member,
-                      const GANTRY_match* from, GANTRY_subscription** out, int* error);
+GANTRY_API void add_subscription(HostSubscription::Target target, const char* interface,
+                                 const char* member, const GANTRY_match* from,
+                                 GANTRY_subscription** out, int* error);
 
 /** The body of an exported subscribing function. */
 template <class... Values, class Callback>

@@ -5,6 +5,8 @@
  */
 #pragma once
 
+#include <gantry/export.h>
+
 #include <string>
 #include <string_view>
 
@@ -12,9 +14,9 @@ namespace gantry
 {
 
 /** Whether sd-bus accepts the text: UTF-8 without surrogates and noncharacters. */
-bool is_utf8(std::string_view text) noexcept;
+GANTRY_API bool is_utf8(std::string_view text) noexcept;
 
 /** The text with each invalid sequence replaced by U+FFFD. */
-std::string repaired_utf8(std::string_view text);
+GANTRY_API std::string repaired_utf8(std::string_view text);
 
 } // namespace gantry

@@ -4,6 +4,8 @@
  */
 #pragma once
 
+#include <gantry/export.h>
+
 #include <cstddef>
 
 namespace gantry
@@ -14,10 +16,11 @@ struct Object;
 /** How many objects of the thread's context have changes that wait, and one more while its host
  *  holds changes. At a fixed offset from the thread pointer, so that a reply and a pass of a loop
  *  pay one load for the question. */
-[[gnu::tls_model("initial-exec")]] inline constinit thread_local std::size_t waiting_changes = 0;
+[[gnu::tls_model(
+    "initial-exec")]] extern GANTRY_API constinit thread_local std::size_t waiting_changes;
 
-void send_waiting_changes_of(const Object& object);
-void forget_waiting_changes_of(const Object& object) noexcept;
+GANTRY_API void send_waiting_changes_of(const Object& object);
+GANTRY_API void forget_waiting_changes_of(const Object& object) noexcept;
 
 /** Sends what waits for an object, before a reply or another signal of it. Throws what a getter
  *  throws. */

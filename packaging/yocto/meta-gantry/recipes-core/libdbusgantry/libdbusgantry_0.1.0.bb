@@ -34,6 +34,7 @@ EXTRA_OEMESON = " \
 PACKAGECONFIG ??= "docs inventoryd"
 PACKAGECONFIG[docs] = "-Ddocs=true,-Ddocs=false"
 PACKAGECONFIG[efivar] = "-Defivar=enabled,-Defivar=disabled,efivar"
+PACKAGECONFIG[generator] = "-Dgenerator=true,-Dgenerator=false"
 PACKAGECONFIG[inventoryd] = "-Dinventoryd=true,-Dinventoryd=false,libmnl"
 PACKAGECONFIG[lldpctl] = "-Dlldpctl=enabled,-Dlldpctl=disabled,lldpd"
 PACKAGECONFIG[stand-ins] = "-Dstand_ins=true,-Dstand_ins=false"
