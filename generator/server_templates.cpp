@@ -156,14 +156,14 @@ constexpr char source_stem[] = "server";
 enum Row : std::uint8_t
 {
     interface,
-%each rows
+%each properties
     $accessor,
 %end
 };
 
 constexpr gantry::Property<$class> rows[] = {
-    {$class::interface},
-%each rows
+    {$class::interface, $class::_vtable},
+%each properties
     {Row::$accessor, "$member",
         &$class::$accessor, &$class::$accessor$silent},
 %end
@@ -249,7 +249,7 @@ int $class::$set(
     auto* object = static_cast<$class*>(context);
     return gantry::set_property<$type>(
         value, *object, object->bus_interface, error,
-        {gantry::row_of(rows[Row::$accessor]), _vtable, properties}, &$class::$accessor);
+        {gantry::row_of(rows[Row::$accessor]), properties}, &$class::$accessor);
 }
 
 %end

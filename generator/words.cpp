@@ -406,11 +406,6 @@ Words words_of(const Interface& interface)
         }
     }
 
-    std::vector<Words> rows = properties;
-    std::sort(rows.begin(), rows.end(),
-              [](const Words& left, const Words& right)
-              { return std::get<0>(left.at("member")) < std::get<0>(right.at("member")); });
-
     // What server.hpp names.
     std::string code = properties.empty() ? "" : "std::string" + variant(interface);
     for (const auto* const members : {&methods, &signals})
@@ -448,7 +443,6 @@ Words words_of(const Interface& interface)
         {"methods", std::move(methods)},
         {"signals", std::move(signals)},
         {"properties", std::move(properties)},
-        {"rows", std::move(rows)},
         {"keys", std::move(keys)},
     };
 }

@@ -347,16 +347,11 @@ void gantry::flush(sd_bus* bus)
     throw_if_failed(uninterrupted([bus] { return sd_bus_flush(bus); }), "sd_bus_flush");
 }
 
-void gantry::check_connection(GANTRY_cpp_context& context)
+void gantry::end_connection(GANTRY_cpp_context& context, int open)
 {
-    sd_bus* bus = GANTRY_get_sd_bus(context.bus);
-    const int open = sd_bus_is_open(bus);
-    if (open > 0 && sd_bus_get_event(bus) != nullptr)
-    {
-        return;
-    }
     if (int code = 0; sd_event_get_exit_code(context.event.get(), &code) < 0)
     {
+        sd_bus* bus = GANTRY_get_sd_bus(context.bus);
         // All that wait for the connection's end are told before its loop ends.
         ExceptionRelay::enter(
             [bus]

@@ -55,10 +55,21 @@ void write_what_is_left(GANTRY_cpp_context& context) noexcept;
 void set_on_disconnect(GANTRY_cpp_context& context,
                        void (*lost)(GANTRY_cpp_context* context, void* data), void* data);
 
+/** For check_connection(), with what sd_bus_is_open() returned. */
+void end_connection(GANTRY_cpp_context& context, int open);
+
 /** Throws SdBusError if the connection can't be served, because it was closed or because it isn't
  *  attached to the context's event loop. An event loop that exits closes its connections, so then
  *  this throws nothing. */
-void check_connection(GANTRY_cpp_context& context);
+inline void check_connection(GANTRY_cpp_context& context)
+{
+    sd_bus* bus = GANTRY_get_sd_bus(context.bus);
+    const int open = sd_bus_is_open(bus);
+    if (open <= 0 || sd_bus_get_event(bus) == nullptr)
+    {
+        end_connection(context, open);
+    }
+}
 
 /** Whether a callback of the connection is running. */
 bool is_in_callback(GANTRY_cpp_context& context) noexcept;

@@ -18,6 +18,8 @@
 
 #include <gantry/export.h>
 
+#include <systemd/sd-bus.h>
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -69,9 +71,6 @@ struct Accessors
 template <class Class, class Type, class... Others>
 union AnyAccessors
 {
-    constexpr AnyAccessors() : first{}
-    {
-    }
     constexpr explicit AnyAccessors(Accessors<Type, Class> accessors) : first(accessors)
     {
     }
@@ -99,8 +98,9 @@ union AnyAccessors<Class, Type>
 template <class Class>
 struct Property
 {
-    /** The header. */
-    constexpr Property(const char* interface) : member(interface), length(length_of(interface))
+    /** The header, with sd-bus's table of the class. */
+    constexpr Property(const char* interface, const sd_bus_vtable* table) :
+        member(interface), length(length_of(interface)), vtable(table)
     {
     }
 
@@ -137,7 +137,12 @@ struct Property
     bool announces = false;
     /** Where the row stands. */
     std::uint8_t place = 0;
-    PropertyTypes::Apply<AnyAccessors, Class> accessors;
+    union
+    {
+        PropertyTypes::Apply<AnyAccessors, Class> accessors;
+        /** Of the header. */
+        const sd_bus_vtable* vtable;
+    };
 
   private:
     static constexpr std::uint8_t length_of(const char* name)
@@ -151,6 +156,19 @@ template <class Class>
 const Property<Object>& row_of(const Property<Class>& row)
 {
     return reinterpret_cast<const Property<Object>&>(row);
+}
+
+/** The class's entries in sd-bus's table: a row's entry is at its place. The table has methods and
+ *  signals first, and properties in the order of the rows. */
+inline const sd_bus_vtable* property_entries(const Property<Object>& header)
+{
+    const auto* entry = header.vtable;
+    while (entry[1].type != _SD_BUS_VTABLE_PROPERTY &&
+           entry[1].type != _SD_BUS_VTABLE_WRITABLE_PROPERTY)
+    {
+        ++entry;
+    }
+    return entry;
 }
 
 /** A row's accessors. Its type must be Type. */

@@ -109,12 +109,13 @@ const char* signature_of(std::uint8_t tag)
     return found->second;
 }
 
-/** What a setter or getter reports to host_boundary(). Without an `error` to tell it, it is logged
- *  with the property and both types. */
-int report(const gantry::Place& place, const GANTRY_instance* instance, const char* member,
-           std::uint8_t type, int result, const int* error)
+/** What a setter or getter that failed reports to host_boundary(). Without an `error` to tell it,
+ * it is logged with the property and both types. */
+[[gnu::cold]] int report_failure(const gantry::Place& place, const GANTRY_instance* instance,
+                                 const char* member, std::uint8_t type, int result,
+                                 const int* error)
 {
-    if (error != nullptr || result == 0)
+    if (error != nullptr)
     {
         return result;
     }
@@ -125,6 +126,12 @@ int report(const gantry::Place& place, const GANTRY_instance* instance, const ch
                   signature_of(type), instance != nullptr ? instance->path : "",
                   result == ENOENT ? "there is no such property" : strerrordesc_np(result));
     return gantry::already_logged(result);
+}
+
+int report(const gantry::Place& place, const GANTRY_instance* instance, const char* member,
+           std::uint8_t type, int result, const int* error)
+{
+    return result == 0 ? 0 : report_failure(place, instance, member, type, result, error);
 }
 
 /** Sets a member, whose type must be `type`, from a value of it. Returns 0 or an errno. */

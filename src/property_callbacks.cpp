@@ -29,18 +29,15 @@ void announce_or_hold(Object& object, const Property<Object>& row)
 bool has_room(ServedCall& served, const Object& object, std::size_t size)
 {
     const auto& written = *served.written;
+    const auto* const header = &written.row.header();
+    const auto* const entries = property_entries(*header);
     WireSize all;
-    for (const auto* each = written.vtable; each->type != _SD_BUS_VTABLE_END; ++each)
+    for (std::size_t place = 1; entries[place].type != _SD_BUS_VTABLE_END; ++place)
     {
-        if (each->type != _SD_BUS_VTABLE_PROPERTY && each->type != _SD_BUS_VTABLE_WRITABLE_PROPERTY)
-        {
-            continue;
-        }
-        const char* const member = each->x.property.member;
+        const auto& row = header[place];
         all.add_bytes(8, 0);
-        all.add_text(std::strlen(member));
-        all.add_signature(std::strlen(each->x.property.signature));
-        const auto& row = *written.properties.find(member);
+        all.add_text(row.length);
+        all.add_signature(std::strlen(entries[place].x.property.signature));
         if (&row == &written.row)
         {
             all.add_bytes(8, size);

@@ -128,7 +128,7 @@ int serve(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bu
             sdbusplus::message_t call(message, bus);
             sdbusplus::server::transaction::set_id(call);
             body(call, served, object, function);
-            if (written != nullptr)
+            if (written != nullptr) [[unlikely]]
             {
                 send_changes_of(object); // sd-bus replies next
             }

@@ -34,7 +34,6 @@ struct WrittenProperty
 {
     const Property<Object>& row;
     /** Of the object's class. */
-    const sd_bus_vtable* vtable;
     const Properties& properties;
 };
 

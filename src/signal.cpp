@@ -110,7 +110,8 @@ try
     };
     const auto rule = std::string("type='signal',member='") + member + "',";
     auto subscription = std::make_unique<Subscription>(std::move(arrival));
-    const int result = add_match(*context, rule, on_signal, subscription.get(), &subscription->slot);
+    const int result =
+        add_match(*context, rule, on_signal, subscription.get(), &subscription->slot);
     if (result < 0)
     {
         GANTRY_LOG(log::failed, "sd_bus_add_match failed for [%s], rv=%d", rule.c_str(), result);

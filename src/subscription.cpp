@@ -3,6 +3,7 @@
 #include "connection.hpp"
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
+#include "gantrycontext.hpp"
 #include "serial.hpp"
 #include "thread_context.hpp"
 
