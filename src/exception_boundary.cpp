@@ -1,7 +1,6 @@
 #include "exception_boundary.hpp"
 
 #include <cxxabi.h>
-#include <pthread.h>
 
 #include <cerrno>
 #include <cstring>
@@ -123,22 +122,9 @@ __attribute__((no_sanitize("null"))) void host_boundary(const Place& place, int*
     }
 }
 
-NoCancellation::NoCancellation() noexcept
+void throw_failure(int error, const char* call)
 {
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
-}
-
-NoCancellation::~NoCancellation()
-{
-    pthread_setcancelstate(before, nullptr);
-}
-
-void throw_if_failed(int result, const char* call)
-{
-    if (result < 0)
-    {
-        throw sdbusplus::exception::SdBusError(-result, call);
-    }
+    throw sdbusplus::exception::SdBusError(error, call);
 }
 
 } // namespace gantry

@@ -8,10 +8,11 @@
  * ExceptionRelay on the stack, which belongs to the C++ frame that entered libsystemd, and thrown
  * again there as soon as the C call has returned:
  *
- *     ExceptionRelay::enter (C++)  ->  sd_event_run, ... (C)  ->  bus_boundary (C++)  ->  what may
- * throw throws again    <-       returns           <-    takes
+ *     ExceptionRelay::enter  ->  sd_event_run, ... (C)  ->  bus_boundary  ->  what may throw
  *
- * Without a ExceptionRelay on the stack, as when a host drives the thread's event loop itself, the
+ *     throws it again        <-  returns                <-  takes it
+ *
+ * Without an ExceptionRelay on the stack, as when a host drives the thread's event loop itself, the
  * exception is logged and dropped: if it were kept, it would end some other loop later.
  *
  * An exported function is called by the host. At its edge an exception is logged and becomes the
@@ -24,6 +25,8 @@
 #include "log.hpp"
 
 #include <gantry/export.h>
+
+#include <pthread.h>
 
 #include <exception>
 #include <type_traits>
@@ -144,8 +147,14 @@ inline int as_handled(int /*error*/) noexcept
 class NoCancellation
 {
   public:
-    NoCancellation() noexcept;
-    ~NoCancellation();
+    NoCancellation() noexcept
+    {
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+    }
+    ~NoCancellation()
+    {
+        pthread_setcancelstate(before, nullptr);
+    }
     NoCancellation(const NoCancellation&) = delete;
     NoCancellation(NoCancellation&&) = delete;
     NoCancellation& operator=(const NoCancellation&) = delete;
@@ -197,7 +206,15 @@ struct Subject
 void host_boundary(const Place& place, int* error, CallReference call,
                    const Subject* subject = nullptr);
 
+[[noreturn, gnu::cold]] void throw_failure(int error, const char* call);
+
 /** Throws SdBusError if `result` is the negative errno of a failed `call` into libsystemd. */
-void throw_if_failed(int result, const char* call);
+inline void throw_if_failed(int result, const char* call)
+{
+    if (result < 0)
+    {
+        throw_failure(-result, call);
+    }
+}
 
 } // namespace gantry
