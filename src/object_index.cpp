@@ -3,25 +3,20 @@
 #include "object.hpp"
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 
 namespace gantry
 {
-
-std::size_t ObjectIndex::Hash::operator()(const Key& key) const
+namespace
 {
-    return std::hash<std::string_view>()(key.path);
+
+std::size_t hash_of(std::string_view path) noexcept
+{
+    return std::hash<std::string_view>()(path);
 }
 
-std::size_t ObjectIndex::Hash::operator()(const GANTRY_instance* instance) const
-{
-    return std::hash<std::string_view>()(instance->path);
-}
-
-bool ObjectIndex::Equal::operator()(const Key& key, const GANTRY_instance* instance) const noexcept
-{
-    return key.path == instance->path && key.interface == instance->descriptor->interface;
-}
+} // namespace
 
 ObjectIndex::Class* ObjectIndex::find_class(const Descriptor& descriptor) noexcept
 {
@@ -31,13 +26,44 @@ ObjectIndex::Class* ObjectIndex::find_class(const Descriptor& descriptor) noexce
     return found != classes.end() ? &*found : nullptr;
 }
 
+template <class Matches>
+std::size_t ObjectIndex::probe(std::size_t hash, const Matches& matches) const
+{
+    const std::size_t mask = slots.size() - 1;
+    std::size_t at = hash & mask;
+    while (slots[at].instance != nullptr &&
+           (slots[at].hash != hash || !matches(*slots[at].instance)))
+    {
+        at = (at + 1) & mask;
+    }
+    return at;
+}
+
+void ObjectIndex::insert(const Slot& slot) noexcept
+{
+    slots[probe(slot.hash, [](const auto&) { return false; })] = slot;
+}
+
 void ObjectIndex::add(GANTRY_instance& instance)
 {
     if (find_class(*instance.descriptor) == nullptr)
     {
         classes.push_back({instance.descriptor, nullptr});
     }
-    index.insert(&instance);
+    if (4 * (count + 1) > 3 * slots.size())
+    {
+        std::vector<Slot> larger(std::max<std::size_t>(16, 2 * slots.size()));
+        slots.swap(larger);
+        for (const auto& slot : larger)
+        {
+            if (slot.instance != nullptr)
+            {
+                insert(slot);
+            }
+        }
+    }
+    insert({hash_of(instance.path), &instance});
+    ++count;
 
     auto& oldest = find_class(*instance.descriptor)->oldest;
     oldest = oldest != nullptr ? oldest : &instance;
@@ -59,18 +85,32 @@ void ObjectIndex::remove(GANTRY_instance& instance) noexcept
             oldest = oldest->newer;
         } while (oldest != nullptr && oldest->descriptor != instance.descriptor);
     }
-    index.erase(&instance);
+    const std::size_t mask = slots.size() - 1;
+    std::size_t hole =
+        probe(hash_of(instance.path), [&](const auto& each) { return &each == &instance; });
+    // What a probe would no longer reach moves to where the record was.
+    for (std::size_t at = (hole + 1) & mask; slots[at].instance != nullptr; at = (at + 1) & mask)
+    {
+        if (((at - slots[at].hash) & mask) >= ((at - hole) & mask))
+        {
+            slots[hole] = slots[at];
+            hole = at;
+        }
+    }
+    slots[hole].instance = nullptr;
+    --count;
     (instance.older != nullptr ? instance.older->newer : first) = instance.newer;
     (instance.newer != nullptr ? instance.newer->older : last) = instance.older;
     instance.is_listed = false;
 }
 
-GANTRY_instance* ObjectIndex::find(std::string_view interface, const char* path)
+GANTRY_instance* ObjectIndex::find(std::string_view interface, const char* path) const
 {
     if (path != nullptr)
     {
-        const auto found = index.find(Key{interface, path});
-        return found != index.end() ? *found : nullptr;
+        const auto matches = [&](const GANTRY_instance& each)
+        { return interface == each.descriptor->interface && std::strcmp(path, each.path) == 0; };
+        return slots.empty() ? nullptr : slots[probe(hash_of(path), matches)].instance;
     }
     const auto found =
         std::find_if(classes.begin(), classes.end(),
@@ -79,15 +119,11 @@ GANTRY_instance* ObjectIndex::find(std::string_view interface, const char* path)
     return found != classes.end() ? found->oldest : nullptr;
 }
 
-bool ObjectIndex::is_alone(const GANTRY_instance& instance)
+bool ObjectIndex::is_alone(const GANTRY_instance& instance) const
 {
-    return std::none_of(classes.begin(), classes.end(),
-                        [&](const auto& each)
-                        {
-                            return each.descriptor != instance.descriptor &&
-                                   each.oldest != nullptr &&
-                                   find(each.descriptor->interface, instance.path) != nullptr;
-                        });
+    const auto matches = [&](const GANTRY_instance& each)
+    { return &each != &instance && std::strcmp(instance.path, each.path) == 0; };
+    return slots.empty() || slots[probe(hash_of(instance.path), matches)].instance == nullptr;
 }
 
 } // namespace gantry

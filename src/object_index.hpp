@@ -1,7 +1,10 @@
 /*
  * The published objects of a context: their records in the order in which they were published, and
- * an index over interface and path. Adding, finding and removing take the same time however many
- * objects there are.
+ * an index over their paths, which few objects share. Adding, finding and removing take the same
+ * time however many objects there are.
+ *
+ * The index is a hash table in one block: a look-up among many objects reads memory that isn't in
+ * the processor's caches, and here that is a slot, the record and its path.
  *
  * A host may free any object at any time, so the list is linked through the records: taking one out
  * allocates nothing and moves no other.
@@ -10,7 +13,6 @@
 
 #include <cstddef>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 struct GANTRY_instance;
@@ -31,10 +33,10 @@ class ObjectIndex
 
     /** The record of that interface at `path`; for null the oldest one of the interface. Returns
      *  null if there is none. */
-    [[nodiscard]] GANTRY_instance* find(std::string_view interface, const char* path);
+    [[nodiscard]] GANTRY_instance* find(std::string_view interface, const char* path) const;
 
     /** Whether no record but this one has its path. */
-    [[nodiscard]] bool is_alone(const GANTRY_instance& instance);
+    [[nodiscard]] bool is_alone(const GANTRY_instance& instance) const;
 
     /** The oldest record of all; its `newer` is the next one. */
     [[nodiscard]] GANTRY_instance* oldest() const noexcept
@@ -49,28 +51,11 @@ class ObjectIndex
     }
 
   private:
-    /** What a record is found by. */
-    struct Key
+    /** An entry of the index; without a record it is empty. */
+    struct Slot
     {
-        std::string_view interface;
-        std::string_view path;
-    };
-    /** Of the path alone, since few objects share one. Not noexcept, so that libstdc++ keeps each
-     *  hash beside its record. */
-    struct Hash
-    {
-        using is_transparent = void;
-        std::size_t operator()(const Key& key) const;
-        std::size_t operator()(const GANTRY_instance* instance) const;
-    };
-    struct Equal
-    {
-        using is_transparent = void;
-        bool operator()(const GANTRY_instance* left, const GANTRY_instance* right) const noexcept
-        {
-            return left == right;
-        }
-        bool operator()(const Key& key, const GANTRY_instance* instance) const noexcept;
+        std::size_t hash;
+        GANTRY_instance* instance;
     };
     /** A class that has had objects here. */
     struct Class
@@ -80,10 +65,17 @@ class ObjectIndex
     };
 
     Class* find_class(const Descriptor& descriptor) noexcept;
+    /** The place of the first record with that hash that `matches`; if none does, that of the empty
+     *  slot behind those. */
+    template <class Matches>
+    [[nodiscard]] std::size_t probe(std::size_t hash, const Matches& matches) const;
+    void insert(const Slot& slot) noexcept;
 
     GANTRY_instance* first = nullptr;
     GANTRY_instance* last = nullptr;
-    std::unordered_set<GANTRY_instance*, Hash, Equal> index;
+    /** A power of two, at least a quarter of them empty. */
+    std::vector<Slot> slots;
+    std::size_t count = 0;
     std::vector<Class> classes;
 };
 
