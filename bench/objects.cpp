@@ -293,6 +293,21 @@ class Changes
     unsigned char value = 0;
 };
 
+void measure_all(const Kind& ours, const Kind& raw)
+{
+    const bench::PrivateBus bus;
+    compare("CPU to start with 1,000 objects", {"ms", 1e3}, 1.10, 11, raw, ours,
+            [](const Kind& kind) { return kind.start(published).cpu_seconds(); });
+    compare("private memory per object", {"B", 1}, 1.06, 3, raw, ours,
+            [](const Kind& kind)
+            {
+                const double few = kind.start(1).private_dirty();
+                return (kind.start(published + 1).private_dirty() - few) / published;
+            });
+    Changes(bus).compare();
+    find_and_free();
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -308,17 +323,7 @@ int main(int argc, char** argv)
         const std::string raw_host = arguments[2];
         const Kind ours{gantry_host, {"dbus"}};
         const Kind raw{raw_host, {}};
-        const bench::PrivateBus bus;
-        compare("CPU to start with 1,000 objects", {"ms", 1e3}, 1.10, 11, raw, ours,
-                [](const Kind& kind) { return kind.start(published).cpu_seconds(); });
-        compare("private memory per object", {"B", 1}, 1.06, 3, raw, ours,
-                [](const Kind& kind)
-                {
-                    const double few = kind.start(1).private_dirty();
-                    return (kind.start(published + 1).private_dirty() - few) / published;
-                });
-        Changes(bus).compare();
-        find_and_free();
+        measure_all(ours, raw);
         // The context goes with the process.
         std::fflush(stdout);
         _exit(0);

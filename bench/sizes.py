@@ -4,6 +4,7 @@
     sizes.py LIBRARY TABLE...
 
 LIBRARY is a release build. What the stand-ins of sdbusplus and sdeventplus bring into it counts too.
+Beside it, where they are installed, the libraries that a host of GDBus loads.
 """
 
 import pathlib
@@ -15,6 +16,10 @@ import tempfile
 
 def output(*command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def loaded_size(library):
+    return int(output("size", library).splitlines()[1].split()[0])
 
 
 def report(what, value, properties, bar):
@@ -32,13 +37,17 @@ def main():
     with tempfile.TemporaryDirectory() as scratch:
         stripped = f"{scratch}/stripped"
         output("strip", "-o", stripped, library)
-        loaded = int(output("size", stripped).splitlines()[1].split()[0])
+        loaded = loaded_size(stripped)
         text = int(re.search(r"^\.text\s+(\d+)", output("size", "-A", stripped), re.M)[1])
         relocations = output("readelf", "-rW", stripped)
     looked_up = len(re.findall(r"\bR_\w+_(?:GLOB_DAT|JUMP_SLOT?|ABS64|64|COPY)\b", relocations))
     report("loaded read-only (size's text)", loaded, properties, 1378)
     report(".text", text, properties, 450)
     report("relocations that look up a symbol", looked_up, properties, 0.65)
+    peers = re.findall(r"lib(?:gio|gobject|glib)-2\.0\.so\.0 .*=> (\S+)", output("ldconfig", "-p"))
+    if len(peers) == 3:
+        of_gdbus = sum(map(loaded_size, peers))
+        print(f"{'libgio, libgobject and libglib':<39} {of_gdbus:>8}  ours {loaded / of_gdbus:.2f} of it")
 
 
 main()
