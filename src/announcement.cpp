@@ -140,6 +140,18 @@ void send_changes(GANTRY_cpp_context& context)
     }
 }
 
+void send_changes_and_log(GANTRY_cpp_context& context) noexcept
+{
+    try
+    {
+        send_changes(context);
+    }
+    catch (const std::exception& failure)
+    {
+        GANTRY_LOG_EXCEPTION(failure.what());
+    }
+}
+
 /** Repeated while changes wait for the queue: the bus may have been written to without an event. */
 int on_timer(sd_event_source* source, std::uint64_t /*time*/, void* data);
 
@@ -369,14 +381,7 @@ void end_hold(GANTRY_cpp_context& context)
 void send_last_changes(GANTRY_cpp_context& context) noexcept
 {
     context.state->changes.holds = 0;
-    try
-    {
-        send_changes(context);
-    }
-    catch (const std::exception& failure)
-    {
-        GANTRY_LOG_EXCEPTION(failure.what());
-    }
+    send_changes_and_log(context);
 }
 
 void send_waiting_changes(GANTRY_cpp_context& context)
@@ -392,6 +397,14 @@ void send_waiting_changes(GANTRY_cpp_context& context)
     else if (!changes.is_empty() && queued_messages(context) < relieved_queue)
     {
         send_changes(context);
+    }
+}
+
+void send_all_waiting_changes() noexcept
+{
+    if (auto* context = own_context(); context != nullptr)
+    {
+        send_changes_and_log(*context);
     }
 }
 

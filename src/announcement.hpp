@@ -14,7 +14,8 @@
  *     when the host ends its hold, or a loop runs although changes are held
  *     when the queue has been written down to `relieved_queue`, which is looked at when a loop is
  *     entered, after each run of the event loop, and by a timer, for the host's own event loop
- *     for one object before a reply or another signal of it, so that neither overtakes the change
+ *     for one object before a reply of it, and for all objects before a signal of the host, so that
+ *     neither overtakes a change
  *     for all objects before the context is destroyed
  *
  * Objects that come and go while the bus daemon doesn't read wait in the same order

@@ -32,7 +32,7 @@ namespace gantry
 template <class Class, class... Values>
 void emit(Class& object, const char* member, const Values&... values)
 {
-    send_changes_of(object);
+    send_all_changes();
     auto message = reinterpret_cast<Object&>(object).server_interface.new_signal(member);
     (append_value(message, for_bus(values)), ...);
     message.signal_send();

@@ -1,6 +1,7 @@
 /*
- * What the rest of the frame has to do for changes that wait (announcement.hpp): send those of an
- * object before anything else that it sends, and drop those of an object that is being destroyed.
+ * What the rest of the frame has to do for changes that wait (announcement.hpp): send all of them
+ * before a signal of the host, send those of an object before a reply of it, and drop those of an
+ * object that is being destroyed.
  */
 #pragma once
 
@@ -20,10 +21,20 @@ struct Object;
     "initial-exec")]] extern GANTRY_API constinit thread_local std::size_t waiting_changes;
 
 GANTRY_API void send_waiting_changes_of(const Object& object);
+GANTRY_API void send_all_waiting_changes() noexcept;
 GANTRY_API void forget_waiting_changes_of(const Object& object) noexcept;
 
-/** Sends what waits for an object, before a reply or another signal of it. Throws what a getter
- *  throws. */
+/** Sends all that waits, before a signal of the host, which may be about other objects than its own.
+ *  Logs what a getter throws. */
+inline void send_all_changes() noexcept
+{
+    if (waiting_changes != 0)
+    {
+        send_all_waiting_changes();
+    }
+}
+
+/** Sends what waits for an object, before a reply of it. Throws what a getter throws. */
 template <class Class>
 void send_changes_of(const Class& object)
 {

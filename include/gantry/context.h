@@ -99,8 +99,8 @@ GANTRY_API void GANTRY_context_set_user_private(GANTRY_cpp_context* context, voi
  * GANTRY_context_send_changes have followed, setters of every kind store, and announce nothing.
  * GANTRY_context_send_changes then sends one PropertiesChanged for each object that changed, with
  * the values of that time; a property that was set back to its former value is announced as well.
- * What an object has changed is sent earlier if the object sends another signal or a reply, and
- * dropped if the object is freed. Changes that are still held when a callback returns to a loop of
+ * All of it is sent earlier if the host sends another signal, and what an object has changed if the
+ * object sends a reply; it is dropped if the object is freed. Changes that are still held when a callback returns to a loop of
  * <gantry/loop.h>, or when such a loop is entered, are sent then, and the log has a line about it.
  *
  * A null context means the calling thread's. `error` may be null; *error gets 0, EINVAL if no

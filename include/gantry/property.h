@@ -3,7 +3,8 @@
  *
  * A setter stores a value that differs from the present one and, unless `skip_signal` is set,
  * announces it on the bus as PropertiesChanged. An equal value changes nothing.
- * GANTRY_property_announce announces several properties at once. The property must have the D-Bus
+ * GANTRY_property_announce announces several properties at once. While the bus doesn't read, changes
+ * wait, and clients are then sent the last value of each property, without those in between. The property must have the D-Bus
  * type that the function's name stands for: <gantry/types.h> lists them.
  *
  * *error gets 0 or a positive errno; on an error a getter leaves *out unchanged. `error` may be

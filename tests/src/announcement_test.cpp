@@ -236,22 +236,34 @@ TEST_F(Announcement, HeldChangesAreOneSignalForEachObjectInAnyWayTheyAreSet)
     int error = 0;
     GANTRY_context_send_changes(context, &error);
     EXPECT_EQ(error, EINVAL);
+
+    // A property that never announces a change keeps no other from being announced.
+    auto* partition = publish(GANTRY_instantiate__com_orvane_velmar_system_NicPartition, "/part");
+    sent();
+    {
+        const HeldChanges held;
+        GANTRY_property_set_string(partition, "RDMAOSDriver", "a", false, nullptr);
+        GANTRY_property_set_string(partition, "FQDD", "b", false, nullptr);
+    }
+    EXPECT_EQ(sent(), "/part PropertiesChanged sa{sv}as \"com.orvane.velmar.system.NicPartition\", "
+                      "{\"FQDD\": <s \"b\">}, []\n");
 }
 
-TEST_F(Announcement, ChangesThatWaitPrecedeWhatElseTheirObjectSends)
+TEST_F(Announcement, ChangesThatWaitPrecedeAnySignalAndTheReplyOfTheirObject)
 {
     static constexpr auto signal = GANTRY_signal__com_orvane_velmar_sample_gantrytest__faultAdded;
+    publish(create, "/second", &table);
     sent();
     table.GetString = [](GANTRY_instance* instance, char** /*out*/)
     {
         GANTRY_context_hold_changes(nullptr);
         GANTRY_property_set_int32(instance, "PropInt32", 7, false, nullptr);
         char text[] = "fault";
-        signal(instance, text);
+        signal(nullptr, text); // of /object
         GANTRY_property_set_int32(instance, "PropInt32", 8, false, nullptr);
     };
     // The client's signals are those that have arrived before the reply.
-    EXPECT_TRUE(client.call({service, "/object"}, sample, "GetString").ok());
+    EXPECT_TRUE(client.call({service, "/second"}, sample, "GetString").ok());
     std::string order;
     for (const auto& each : client.signals())
     {
