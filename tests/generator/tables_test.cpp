@@ -194,6 +194,11 @@ TEST(Output, A_failure_leaves_no_half_of_it)
     EXPECT_EQ(generate(table).second, obstacle.string() + ": error: Is a directory\n");
     const fs::directory_iterator left(obstacle.parent_path());
     EXPECT_EQ(std::distance(begin(left), end(left)), 1);
+
+    std::ofstream full("/dev/full");
+    std::ostringstream errors;
+    EXPECT_EQ(gantrygen::run({"--symbols", table.path.string()}, full, errors), 1);
+    EXPECT_EQ(errors.str(), "gantrygen: error: cannot write to standard output\n");
 }
 
 TEST(Output, What_a_table_says_cannot_break_a_page)

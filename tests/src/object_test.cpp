@@ -196,6 +196,7 @@ TEST_F(Object, OfTheHostsOwnIsListedEverywhereAndAnnouncedIfItIsPublished)
     };
     add(usb, "/u"); // whose object manager is nearer
     GANTRY_context_manage(context, "/", nullptr);
+    GANTRY_context_manage(context, "/u/ow", nullptr); // has nothing below it
     auto own = std::make_unique<Own>(context->bus, "/u/own");
     EXPECT_TRUE(is_listed());
     EXPECT_EQ(find(blt.interface, "/u/own"), nullptr);

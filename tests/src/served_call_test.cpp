@@ -7,6 +7,7 @@
 
 #include <com/orvane/velmar/system/NicSlot/server.hpp>
 #include <gantry/call.hpp>
+#include <gantry/object.hpp>
 
 #include "src/served.hpp"
 
@@ -226,8 +227,18 @@ TEST_F(Call, DeferredKeepsNothingThatItsClientSent)
     EXPECT_EQ(pending->text, "s \"a\"");
 }
 
-TEST_F(Call, DeferredNeedsNobodyToReadTheAnswer)
+TEST_F(Call, DeferredNeedsNobodyToReadTheAnswerAndSendsNoneUnasked)
 {
+    int unasked = 0; // of a reply to a call that wants one, a filter isn't told
+    sd_bus_slot* filter = nullptr;
+    const auto count = [](sd_bus_message* message, void* replies, sd_bus_error* /*error*/)
+    {
+        std::uint8_t type = 0;
+        sd_bus_message_get_type(message, &type);
+        *static_cast<int*>(replies) += type == SD_BUS_MESSAGE_METHOD_RETURN ? 1 : 0;
+        return 0;
+    };
+    sd_bus_add_filter(client.bus(), &filter, count, &unasked);
     sd_bus_message* silent = nullptr;
     sd_bus_message_new_method_call(client.bus(), &silent, service.c_str(), "/object", gantrytest,
                                    "Try_string");
@@ -243,6 +254,42 @@ TEST_F(Call, DeferredNeedsNobodyToReadTheAnswer)
     ASSERT_EQ(open_calls.size(), 2U);
     EXPECT_EQ(errno_of(reply, &open_calls[0], "a"), 0);
     EXPECT_EQ(errno_of(reply, &open_calls[1], "a"), 0);
+    client.settle(service);
+    EXPECT_EQ(unasked, 0);
+    sd_bus_slot_unref(filter);
+}
+
+TEST_F(Call, InsideAnotherIsNotTakenForIt)
+{
+    static GANTRY_instance* outer;
+    static support::Message inner_call;
+    outer = instance;
+    // As if another connection of the host were served inside the callback.
+    sd_bus_message* call = nullptr;
+    sd_bus_message_new_method_call(client.bus(), &call, service.c_str(), "/inner", gantrytest,
+                                   "Try_string");
+    inner_call.reset(call);
+    sd_bus_message_append(call, "s", "inner");
+    sd_bus_message_seal(call, 1, 0);
+    serve(
+        [](GANTRY_instance* object, char* in, char** /*out*/)
+        {
+            GANTRY_call_fail(object, busy, in, nullptr);
+            GANTRY_call_fail(outer, busy, "outer", nullptr);
+            GANTRY_instance* inner = nullptr;
+            GANTRY_instance_find(nullptr, gantrytest, "/inner", &inner);
+            if (object == outer)
+            {
+                sd_bus_error got = SD_BUS_ERROR_NULL;
+                Sample::_callback_TryString(inner_call.get(), gantry::object<Sample>(inner), &got);
+                seen = got.message;
+                sd_bus_error_free(&got);
+            }
+        });
+    publish("/inner");
+    EXPECT_EQ(start("Try_string")->text, "error com.example.Error.Busy: outer");
+    EXPECT_EQ(seen, "inner");
+    inner_call.reset();
 }
 
 TEST_F(Call, ClosedIsNamedByItsHandleAlone)
