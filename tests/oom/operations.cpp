@@ -52,6 +52,7 @@ char* text = nullptr;
 GANTRY_string_array* strings = nullptr;
 GANTRY_instance* instance = nullptr;
 GANTRY_subscription* subscription = nullptr;
+GANTRY_call* open_call = nullptr;
 std::multiset<std::string> heard;
 
 // What the host itself does has memory: how it does without is no matter of the library's.
@@ -83,6 +84,8 @@ void make_host()
     static GANTRY_table__com_orvane_velmar_sample_gantrytest table{};
     table.Try_string = table.Try_string_D = [](GANTRY_instance*, char* in, char** out)
     { uncounted([&] { *out = strdup(in); }); };
+    table.GetString = [](GANTRY_instance* called, char** /*out*/)
+    { uncounted([&] { GANTRY_call_defer(called, &open_call, nullptr); }); };
     table.TryArrayString = table.TryArrayStringD = give_texts;
     table.TryStructArray = table.TryStructArrayD =
         [](GANTRY_instance* called, GANTRY_struct_ananas* in, GANTRY_struct_ananas** out)
@@ -122,6 +125,8 @@ void reset()
     sd_bus_release_name(bus(), name);
     context->signal_matches.clear();
     GANTRY_unsubscribe(&subscription);
+    GANTRY_call_refuse(&open_call, "com.example.Gone", "", nullptr);
+    GANTRY_instance_on_read(object, nullptr, nullptr);
     for (const char* interface : {sample, "com.orvane.velmar.hwi.HWISupport"})
     {
         GANTRY_instance_find(context, interface, "/new", &instance);
@@ -197,6 +202,41 @@ void subscribe()
 {
     GANTRY_receive_signal__com_orvane_velmar_sample_gantrytest__faultAdded(
         context, [](Context*, char* given) { hear(given); });
+}
+
+void hold_change()
+{
+    GANTRY_context_hold_changes(context);
+    set(0, 1, false);
+    const int first = std::exchange(error, 0);
+    GANTRY_context_send_changes(context, &error);
+    error = error != 0 ? error : first;
+}
+
+void set_bytes()
+{
+    const GANTRY_byte_array bytes = {reinterpret_cast<unsigned char*>(const_cast<char*>(texts[0])),
+                                     30};
+    GANTRY_property_set_bytes(instance, "PropArray1", &bytes, false, &error);
+}
+
+// A value that is worked out when a client reads it.
+void work_out()
+{
+    const auto work_it_out = [](GANTRY_instance* /*read*/, void*) { set(0, 1, true); };
+    GANTRY_instance_on_read(object, work_it_out, nullptr);
+}
+
+void defer()
+{
+    call("/a", sample, "GetString")();
+    one_pass();
+}
+
+void listen()
+{
+    GANTRY_call_on_cancel(
+        open_call, [](GANTRY_call*, void*) { hear("left"); }, nullptr, &error);
 }
 
 // The client has the name.
@@ -295,6 +335,8 @@ std::vector<Operation> operations()
         {"set number", [] { set(0, 1, false); }},
         {"set strings", [] { set(1, 1, false); }},
         {"set string", [] { set(2, 1, false); }},
+        {"set bytes", set_bytes, [=] { publish_new(), find_new(); }},
+        {"change held", hold_change},
         {"announce", [] { GANTRY_property_announce(object, members, &error); }},
         {"announce, refused name", [] { GANTRY_property_announce(object, misnamed, &error); }},
         {"signal Refresh", [] { refresh(nullptr, texts[0]); }},
@@ -308,6 +350,9 @@ std::vector<Operation> operations()
         {"signal arrival, structure", one_pass,
          arrival("complextypes", "(quat)s", 1, 2, 2, 3L, 4L, texts[0])},
         {"Get number", one_pass, call("/b", properties, "Get", "ss", bios, members[0]), "silent"},
+        {"Get number that is worked out", one_pass,
+         [] { work_out(), call("/b", properties, "Get", "ss", bios, members[0])(); }, "silent"},
+        {"call on_cancel", listen, defer, "crash"},
         {"Get strings", one_pass, call("/b", properties, "Get", "ss", bios, members[1]), "silent"},
         {"Get string", one_pass, call("/b", properties, "Get", "ss", bios, members[2]), "silent"},
         {"GetAll", one_pass, call("/b", properties, "GetAll", "s", bios), "silent"},
