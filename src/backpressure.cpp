@@ -3,7 +3,6 @@
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
 #include "object.hpp"
-#include "object_manager.hpp"
 #include "wire_size.hpp"
 
 #include <sys/ioctl.h>

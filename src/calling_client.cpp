@@ -2,7 +2,6 @@
 
 #include "connection.hpp"
 #include "context_state.hpp"
-#include "deferred_call.hpp"
 #include "exception_boundary.hpp"
 
 #include <array>
@@ -22,7 +21,8 @@ using Named = CallingClients::Map::value_type;
 void close_calls_of_named(Named& client)
 {
     auto& context = client.second.context;
-    close_calls_of(context, HeldClient(context.state->calls.clients.by_name.find(client.first)));
+    auto& clients = context.state->calls.clients;
+    clients.close_calls_of(context, HeldClient(clients.by_name.find(client.first)));
 }
 
 /** NameOwnerChanged of the client's unique name, which has no second owner. */

@@ -37,12 +37,16 @@ struct CallingClient
     Slot question{nullptr, sd_bus_slot_unref};
 };
 
+class HeldClient;
+
 /** The clients by their unique names, and the timer. */
 struct CallingClients
 {
     using Map = std::map<std::string, CallingClient, std::less<>>;
     using Timer = std::unique_ptr<sd_event_source, decltype(&sd_event_source_disable_unref)>;
 
+    /** Closes the calls of a client that has left. */
+    void (*close_calls_of)(GANTRY_cpp_context& context, HeldClient client);
     Map by_name;
     Timer timer{nullptr, sd_event_source_disable_unref};
 };

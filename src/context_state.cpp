@@ -14,6 +14,8 @@
 #include <cerrno>
 #include <utility>
 
+bool GANTRY_use_default = true;
+
 namespace
 {
 

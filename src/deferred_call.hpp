@@ -51,10 +51,13 @@ struct OpenCall
     void* cancelled_data = nullptr;
 };
 
+/** Closes the calls of a client that has left, newest first, and tells the host of each. */
+void close_calls_of(GANTRY_cpp_context& context, HeldClient client);
+
 /** What a context has of them. */
 struct DeferredCalls
 {
-    CallingClients clients;
+    CallingClients clients{close_calls_of, {}};
     std::map<std::uintptr_t, OpenCall> open;
     std::size_t max_open = 1024;
     std::size_t max_of_client = 128;
@@ -105,8 +108,5 @@ class AnsweringCall
 
 /** Refuses the open calls of an object that is being destroyed; for null all of the context. */
 void close_calls(GANTRY_cpp_context& context, const GANTRY_instance* instance) noexcept;
-
-/** Closes the calls of a client that has left, newest first, and tells the host of each. */
-void close_calls_of(GANTRY_cpp_context& context, HeldClient client);
 
 } // namespace gantry

@@ -30,8 +30,6 @@
 #include <string>
 #include <utility>
 
-bool GANTRY_use_default = true;
-
 namespace
 {
 

@@ -18,6 +18,12 @@ std::size_t hash_of(std::string_view path) noexcept
 
 } // namespace
 
+bool is_below(std::string_view root, std::string_view path)
+{
+    const std::size_t length = root == "/" ? 0 : root.size();
+    return path.size() > length + 1 && path.starts_with(root) && path[length] == '/';
+}
+
 ObjectIndex::Class* ObjectIndex::find_class(const Descriptor& descriptor) noexcept
 {
     const auto found =

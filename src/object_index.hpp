@@ -22,6 +22,9 @@ namespace gantry
 
 struct Descriptor;
 
+/** Whether `path` is below `root`; a path isn't below itself. */
+bool is_below(std::string_view root, std::string_view path);
+
 class ObjectIndex
 {
   public:

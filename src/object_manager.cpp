@@ -338,12 +338,6 @@ void add_root_manager(GANTRY_cpp_context& context, const char* path)
 
 } // namespace
 
-bool is_below(std::string_view root, std::string_view path)
-{
-    const std::size_t length = root == "/" ? 0 : root.size();
-    return path.size() > length + 1 && path.starts_with(root) && path[length] == '/';
-}
-
 void announce_added(GANTRY_instance& object)
 {
     auto& context = *object.vctx;

@@ -40,9 +40,6 @@ struct RootManager
     Slot enumerator{nullptr, sd_bus_slot_unref};
 };
 
-/** Whether `path` is below `root`; a path isn't below itself. */
-bool is_below(std::string_view root, std::string_view path);
-
 /** Sends InterfacesAdded from the object's path and from each root above it. Throws what a getter
  *  throws, and SdBusError if a signal can't be sent. */
 void announce_added(GANTRY_instance& object);

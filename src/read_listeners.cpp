@@ -8,7 +8,6 @@
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
 #include "object.hpp"
-#include "object_manager.hpp"
 #include "served_call.hpp"
 
 #include <gantry/instance.h>

@@ -24,8 +24,8 @@ GANTRY_API void send_waiting_changes_of(const Object& object);
 GANTRY_API void send_all_waiting_changes() noexcept;
 GANTRY_API void forget_waiting_changes_of(const Object& object) noexcept;
 
-/** Sends all that waits, before a signal of the host, which may be about other objects than its own.
- *  Logs what a getter throws. */
+/** Sends all that waits, before a signal of the host, which may be about other objects than its
+ * own. Logs what a getter throws. */
 inline void send_all_changes() noexcept
 {
     if (waiting_changes != 0)
