@@ -2,7 +2,7 @@
 
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
-#include "object.hpp"
+#include "instance.hpp"
 #include "wire_size.hpp"
 
 #include <sys/ioctl.h>
@@ -44,17 +44,16 @@ std::size_t size_of(const GANTRY_instance& object)
 {
     std::size_t size = object_size;
     const auto& descriptor = *object.descriptor;
+    const auto* row = descriptor.properties != nullptr ? descriptor.properties->rows() : nullptr;
     for (const auto* each = descriptor.vtable; each->type != _SD_BUS_VTABLE_END; ++each)
     {
         if (each->type != _SD_BUS_VTABLE_PROPERTY && each->type != _SD_BUS_VTABLE_WRITABLE_PROPERTY)
         {
             continue;
         }
-        const char* const member = each->x.property.member;
-        size += property_size + std::strlen(member);
-        const auto* row =
-            descriptor.properties != nullptr ? descriptor.properties->find(member) : nullptr;
-        if (row != nullptr && row->type == PropertyTypes::tag<std::string>())
+        size += property_size + std::strlen(each->x.property.member);
+        // The rows behind the header have the order of the table.
+        if (row != nullptr && (++row)->type == PropertyTypes::tag<std::string>())
         {
             const auto get = accessors_of<std::string>(*row).get;
             size += (static_cast<const Object*>(object.the_service)->*get)().size();

@@ -5,8 +5,8 @@
 
 #include "connection.hpp"
 #include "deferred_destruction.hpp"
+#include "instance.hpp"
 #include "log.hpp"
-#include "object.hpp"
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>

@@ -8,8 +8,8 @@
 #include "backpressure.hpp"
 #include "credentials.hpp"
 #include "deferred_call.hpp"
+#include "instance.hpp"
 #include "limited_log.hpp"
-#include "object.hpp"
 #include "object_index.hpp"
 #include "object_manager.hpp"
 

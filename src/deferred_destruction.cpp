@@ -3,8 +3,8 @@
 #include "connection.hpp"
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
+#include "instance.hpp"
 #include "log.hpp"
-#include "object.hpp"
 
 #include <systemd/sd-event.h>
 

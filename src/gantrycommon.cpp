@@ -12,7 +12,7 @@
 #include "exception_boundary.hpp"
 #include "for_bus.hpp"
 #include "gantrycontext.hpp"
-#include "object.hpp"
+#include "instance.hpp"
 
 #include <gantry/instance.h>
 #include <gantry/loop.h>

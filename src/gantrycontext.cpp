@@ -11,8 +11,7 @@
 #include "deferred_call.hpp"
 #include "deferred_destruction.hpp"
 #include "exception_boundary.hpp"
-#include "object.hpp"
-#include "object_manager.hpp"
+#include "instance.hpp"
 #include "thread_context.hpp"
 
 #include <gantry/loop.h>

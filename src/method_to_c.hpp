@@ -15,8 +15,8 @@
 #include "block.hpp"
 #include "c_form.hpp"
 #include "for_bus.hpp"
+#include "instance.hpp"
 #include "log.hpp"
-#include "object.hpp"
 #include "served_call.hpp"
 #include "waiting_changes.hpp"
 

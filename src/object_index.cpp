@@ -1,6 +1,6 @@
 #include "object_index.hpp"
 
-#include "object.hpp"
+#include "instance.hpp"
 
 #include <algorithm>
 #include <cstring>

@@ -5,8 +5,8 @@
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
 #include "gantrycontext.hpp"
+#include "instance.hpp"
 #include "log.hpp"
-#include "object.hpp"
 
 #include <algorithm>
 #include <cerrno>

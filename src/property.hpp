@@ -244,6 +244,12 @@ class Properties
     /** The row whose member is exactly `name`, or null. */
     [[nodiscard]] GANTRY_API const Property<Object>* find(std::string_view name) const noexcept;
 
+    /** The rows; the first one is the header. */
+    [[nodiscard]] const Property<Object>* rows() const noexcept
+    {
+        return static_cast<const Property<Object>*>(header);
+    }
+
     /** For the types of the program or library that has the class. */
     const AddValue* add_by_type;
 

@@ -5,7 +5,7 @@ namespace gantry
 
 const Property<Object>* Properties::find(std::string_view name) const noexcept
 {
-    const auto* const rows = static_cast<const Property<Object>*>(header);
+    const auto* const rows = this->rows();
     for (std::uint32_t at = name_hash(name);; ++at)
     {
         const auto& row = rows[slots[at & mask]];

@@ -16,7 +16,7 @@
 #include "deferred_destruction.hpp"
 #include "exception_boundary.hpp"
 #include "gantrycontext.hpp"
-#include "object.hpp"
+#include "instance.hpp"
 #include "property_by_name.hpp"
 
 #include <gantry/property.hpp>

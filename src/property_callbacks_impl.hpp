@@ -6,6 +6,7 @@
 #include "block.hpp"
 #include "exception_boundary.hpp"
 #include "for_bus.hpp"
+#include "object.hpp"
 #include "property_callbacks.hpp"
 
 #include <bit>

@@ -7,7 +7,7 @@
 #include "connection.hpp"
 #include "context_state.hpp"
 #include "exception_boundary.hpp"
-#include "object.hpp"
+#include "instance.hpp"
 #include "served_call.hpp"
 
 #include <gantry/instance.h>

@@ -14,7 +14,7 @@
 #include "c_form.hpp"
 #include "exception_boundary.hpp"
 #include "for_bus.hpp"
-#include "object.hpp"
+#include "instance.hpp"
 
 #include <gantry/call.h>
 

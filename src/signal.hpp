@@ -15,8 +15,8 @@
 
 #include "block.hpp"
 #include "for_bus.hpp"
+#include "instance.hpp"
 #include "method_to_c.hpp"
-#include "object.hpp"
 #include "waiting_changes.hpp"
 
 #include <gantry/context.hpp>
