@@ -1,5 +1,8 @@
 // Objects from their publication to their end: the name and path that each gets, how it is found
 // and announced, and what goes when it is freed, also inside its own callback.
+#include <map>
+#include <random>
+
 #include <com/orvane/velmar/system/BLT/gantry_server.hpp>
 #include <gantry/object.hpp>
 
@@ -72,6 +75,26 @@ TEST_F(Object, ClaimsANameOnlyAsTheFirstAndWhenNoneIsChosen)
     EXPECT_EQ(client.name_owner(blt.interface), service);
     EXPECT_EQ(client.name_owner(usb.interface), "");
     EXPECT_EQ(sent(), ""); // no InterfacesAdded
+}
+
+TEST_F(Object, IsFoundWhateverOthersComeAndGo)
+{
+    std::map<std::string, GANTRY_instance*> there;
+    std::mt19937 random(1);
+    for (int round = 0; round < 2'000; ++round)
+    {
+        const auto path = "/o" + std::to_string(random() % 100);
+        auto*& object = there[path];
+        ASSERT_EQ(find(usb.interface, path.c_str()), object) << path;
+        if (object != nullptr)
+        {
+            GANTRY_instance_free(&object);
+            ASSERT_EQ(find(usb.interface, path.c_str()), nullptr) << path;
+            continue;
+        }
+        object = add(usb, path.c_str());
+        ASSERT_NE(object, nullptr) << path;
+    }
 }
 
 TEST_F(Object, KeepsWhatItsHostGaveItAndItsContext)
