@@ -38,23 +38,6 @@ Object& object_of(const Change& change)
     return *static_cast<Object*>(change.subject);
 }
 
-/** Appends a property of an object. sd-bus remembers a call that failed until it is to send. */
-int append(sd_bus* bus, sd_bus_message* signal, const char* interface, const sd_bus_vtable& entry,
-           Object& object)
-{
-    const auto& property = entry.x.property;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
-    sd_bus_message_open_container(signal, SD_BUS_TYPE_DICT_ENTRY, "sv");
-    sd_bus_message_append_basic(signal, SD_BUS_TYPE_STRING, property.member);
-    sd_bus_message_open_container(signal, SD_BUS_TYPE_VARIANT, property.signature);
-    const int result = property.get(bus, sd_bus_message_get_path(signal), interface,
-                                    property.member, signal, &object, &error);
-    sd_bus_message_close_container(signal);
-    sd_bus_message_close_container(signal);
-    sd_bus_error_free(&error);
-    return result;
-}
-
 /** Sends a change. sd-bus would look each property up by its name, which costs more than the rest.
  */
 int emit(GANTRY_cpp_context& context, const Change& change)
@@ -67,9 +50,9 @@ int emit(GANTRY_cpp_context& context, const Change& change)
     const auto make_and_send = [&]
     {
         sd_bus_message* made = nullptr;
-        int result =
-            sd_bus_message_new_signal(bus, &made, object.server_interface.path().c_str(),
-                                      "org.freedesktop.DBus.Properties", "PropertiesChanged");
+        const auto& path = object.server_interface.path();
+        int result = sd_bus_message_new_signal(
+            bus, &made, path.c_str(), "org.freedesktop.DBus.Properties", "PropertiesChanged");
         const std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)> signal(
             made, sd_bus_message_unref);
         if (result < 0)
@@ -86,7 +69,7 @@ int emit(GANTRY_cpp_context& context, const Change& change)
                 continue;
             }
             --left;
-            result = append(bus, made, interface, entries[place], object);
+            result = append_property(made, bus, path.c_str(), interface, entries[place], &object);
             if (result < 0)
             {
                 return result;
@@ -319,6 +302,21 @@ bool PendingChanges::take_first(Change& taken) noexcept
         ++first;
     }
     return take(changes[first].subject, taken);
+}
+
+int append_property(sd_bus_message* signal, sd_bus* bus, const char* path, const char* interface,
+                    const sd_bus_vtable& entry, void* object)
+{
+    const auto& property = entry.x.property;
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_message_open_container(signal, SD_BUS_TYPE_DICT_ENTRY, "sv");
+    sd_bus_message_append_basic(signal, SD_BUS_TYPE_STRING, property.member);
+    sd_bus_message_open_container(signal, SD_BUS_TYPE_VARIANT, property.signature);
+    const int result = property.get(bus, path, interface, property.member, signal, object, &error);
+    sd_bus_message_close_container(signal);
+    sd_bus_message_close_container(signal);
+    sd_bus_error_free(&error);
+    return result;
 }
 
 void announce(Object& object, const Property<Object>& row)

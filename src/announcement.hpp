@@ -123,6 +123,12 @@ class PendingChanges
     std::unordered_map<const void*, std::size_t> positions;
 };
 
+/** Appends a property and its value to a signal, as sd-bus does for one of its own. Returns a
+ *  negative errno if the getter fails. What fails otherwise, sd-bus remembers until it is to send
+ *  the signal. */
+int append_property(sd_bus_message* signal, sd_bus* bus, const char* path, const char* interface,
+                    const sd_bus_vtable& entry, void* object);
+
 /** Announces the property of the object that this row is of. Throws what a getter throws. */
 void announce(Object& object, const Property<Object>& row);
 

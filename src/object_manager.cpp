@@ -94,29 +94,17 @@ int on_enumerate(sd_bus* bus, const char* /*prefix*/, void* data, char*** nodes,
     return bus_boundary(enumerate, as_error);
 }
 
-/** Appends the name and the value of each property, as sd-bus does for a signal of its own. */
 int append_properties(sd_bus_message* message, sd_bus* bus, const GANTRY_instance& object)
 {
     int result = 0;
     const auto& descriptor = *object.descriptor;
     for (const auto* row = descriptor.vtable; row->type != _SD_BUS_VTABLE_END && result >= 0; ++row)
     {
-        if (row->type != _SD_BUS_VTABLE_PROPERTY && row->type != _SD_BUS_VTABLE_WRITABLE_PROPERTY)
+        if (row->type == _SD_BUS_VTABLE_PROPERTY || row->type == _SD_BUS_VTABLE_WRITABLE_PROPERTY)
         {
-            continue;
+            result = append_property(message, bus, object.path, descriptor.interface, *row,
+                                     object.the_service);
         }
-        const auto& property = row->x.property;
-        sd_bus_error error{};
-        if ((result = sd_bus_message_open_container(message, 'e', "sv")) >= 0 &&
-            (result = sd_bus_message_append_basic(message, 's', property.member)) >= 0 &&
-            (result = sd_bus_message_open_container(message, 'v', property.signature)) >= 0 &&
-            (result = property.get(bus, object.path, descriptor.interface, property.member, message,
-                                   object.the_service, &error)) >= 0 &&
-            (result = sd_bus_message_close_container(message)) >= 0)
-        {
-            result = sd_bus_message_close_container(message);
-        }
-        sd_bus_error_free(&error);
     }
     return result;
 }
