@@ -2,6 +2,7 @@
 
 #include "src/served.hpp"
 
+#include <com/orvane/velmar/system/BLT/server.hpp>
 #include <gantry/object.hpp>
 #include <gantry/property.hpp>
 
@@ -25,6 +26,17 @@ namespace
 
 constexpr const char* sample = "com.orvane.velmar.sample.gantrytest";
 constexpr auto create = GANTRY_instantiate__com_orvane_velmar_sample_gantrytest;
+
+struct Unreadable : sdbusplus::server::com::orvane::velmar::system::BLT
+{
+    using BLT::BLT;
+    using BLT::version;
+
+    unsigned long version() const override
+    {
+        throw std::runtime_error("unreadable");
+    }
+};
 
 class Announcement : public Served
 {
@@ -237,7 +249,16 @@ TEST_F(Announcement, HeldChangesAreOneSignalForEachObjectInAnyWayTheyAreSet)
     GANTRY_context_send_changes(context, &error);
     EXPECT_EQ(error, EINVAL);
 
-    // A property that never announces a change keeps no other from being announced.
+    // A getter that throws keeps no other object's changes from being announced.
+    Unreadable unreadable(context->bus, "/unreadable");
+    GANTRY_context_hold_changes(context);
+    unreadable.version(3);
+    set(object, 9);
+    GANTRY_context_send_changes(context, &error);
+    EXPECT_EQ(error, EIO);
+    EXPECT_EQ(sent(), "/object" + changed + "{\"PropInt32\": <i 9>}, []\n");
+
+    // Nor does a property that never announces a change.
     auto* partition = publish(GANTRY_instantiate__com_orvane_velmar_system_NicPartition, "/part");
     sent();
     {
