@@ -1,8 +1,8 @@
 /*
  * Objects on the bus. An object of an interface is an instance of the interface's derived class,
  * joined to one record: the object owns the record, the record points back at the object, and the
- * host sees the record as an opaque pointer. One constant descriptor an interface says all that the
- * frame needs to publish such an object, find it, announce it and free it.
+ * host sees the record as an opaque pointer. One constant descriptor per interface has all that the
+ * library needs to publish such an object, find it, announce it and free it.
  */
 #pragma once
 
@@ -36,19 +36,21 @@ struct GANTRY_instance
 
     /** The object's class. */
     const gantry::Descriptor* descriptor;
-    /** The object manager at the path that came with the object. Not owned; null without one. */
+    /** The object manager that was added with the object, at its path. Not owned; null without one.
+     */
     sd_bus_slot* manager = nullptr;
 
-    /** The neighbours in the context's list of objects; once the object was freed inside a
-     * callback, `older` is the next one of those. */
+    /** The neighbours in the context's list of objects. Once the object was freed inside a
+     * callback, `older` is its neighbour in the list of such objects. */
     GANTRY_instance* older = nullptr;
     GANTRY_instance* newer = nullptr;
-    /** Where the object's entry in the context's tracker was when the entries were last moved. */
+    /** The index of the object's entry in the context's tracker when the entries were last moved.
+     */
     std::uint32_t tracked = 0;
     /** Whether the object is in the context's list: from its publication until it is freed. */
     bool is_listed = false;
-    /** The mark of the changes that waited when the object was published; 0 once clients may know
-     *  it. */
+    /** What PendingChanges::mark() returned when the object was published; 0 once it was announced.
+     */
     std::uint32_t mark = 0;
 
     /** Called when a client has written a property; null for none. */
@@ -59,7 +61,7 @@ struct GANTRY_instance
     void (*read)(GANTRY_instance* instance, void* data) = nullptr;
     void* read_data = nullptr;
 
-    /** Whether its host made the object (own_object.cpp). */
+    /** Whether the host made the object itself (own_object.cpp). */
     [[nodiscard]] bool is_own() const noexcept;
 };
 
@@ -70,7 +72,7 @@ struct Descriptor
 {
     /** The interface name, which is also the service name of a context that has none. */
     const char* interface;
-    /** The path of an object that is given none. */
+    /** The path of an object for which the host gives none. */
     const char* path;
     const sd_bus_vtable* vtable;
     /** Null for a class without properties. */
@@ -80,8 +82,8 @@ struct Descriptor
     void* (*create)(sdbusplus::bus_t& bus, GANTRY_instance* instance);
     /** Deletes an object of the class through its virtual destructor. */
     void (*delete_as_class)(void* object);
-    /** The deleter under which objects of the class are tracked. Its address tells the class, so no
-     *  two classes share one. Null for objects that the host makes, as is `create`. */
+    /** The deleter with which objects of the class are tracked. Its address identifies the class,
+     *  so no two classes share one. Null, as is `create`, for objects that the host makes. */
     void (*deleter)(void* object);
 };
 
@@ -91,7 +93,7 @@ using Record = std::unique_ptr<GANTRY_instance, void (*)(GANTRY_instance*)>;
 Record make_record(const Descriptor& descriptor, GANTRY_cpp_context* context, const void* table,
                    const char* path, void* user_private);
 
-/** Takes an object out of its context's list and announces that it is gone. */
+/** Removes an object from its context's list and announces that. */
 void take_out(GANTRY_instance& instance) noexcept;
 
 /** A descriptor's `create` for a class. */
@@ -117,7 +119,7 @@ void delete_as_class(void* object)
  */
 GANTRY_API void delete_object(void* object, const Descriptor& descriptor);
 
-/** The record of a published object whose host wants to hear of clients' writes; else null. */
+/** The record of an object that has a `written` callback; null for any other object. */
 GANTRY_API GANTRY_instance* find_listener(const void* object);
 
 /** Releases an object's record with the path in it; null is ignored. */
