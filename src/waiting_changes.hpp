@@ -14,9 +14,9 @@ namespace gantry
 
 struct Object;
 
-/** How many changes of the thread's context wait, and one more while its host holds changes. It is
- *  at a fixed offset from the thread pointer, so that a reply and a pass of a loop check it with
- * one load. */
+/** How many changes of the thread's context wait, and one more while its host holds changes. The
+ *  model puts it at a fixed offset from the thread pointer, so that a reply and a pass of a loop
+ *  check it with one load. */
 [[gnu::tls_model(
     "initial-exec")]] extern GANTRY_API constinit thread_local std::size_t waiting_changes;
 
