@@ -1,7 +1,7 @@
 /*
  * What a call costs a host on the library, beside raw sd-bus and sdbus-c++: reading properties, and
- * methods that give back what they are given, one of them only after its callback has returned.
- * sd-bus asks the bus who the caller is before it runs a method, in all hosts.
+ * methods that return their arguments, one of them only after its callback has returned. In all
+ * hosts, sd-bus asks the bus who the caller is before it runs a method.
  *
  *     calls GANTRY_HOST RAW_HOST SDBUSCPP_HOST
  */
@@ -51,14 +51,14 @@ constexpr Object port{"/com/orvane/velmar/system/NicPort/p0", "org.freedesktop.D
 constexpr Object sample{"/com/orvane/velmar/sample/gantrytest",
                         "com.orvane.velmar.sample.gantrytest"};
 
-/** A call that is measured, and how far ours may be from each reference; 0 is no bar. */
+/** A call that is measured, and the highest ratio of ours to each reference; 0 is no bar. */
 struct Call
 {
     const char* what;
     const Object& object;
     const char* method;
     void (*append)(sd_bus_message* message);
-    int calls; // a round
+    int calls; // per round
     double dbus_loop_bar;
     double sdloop_bar;
     double sdbuscpp_bar = 0;
@@ -66,8 +66,8 @@ struct Call
     int in_flight = 1;
 };
 
-// With calls in flight there is no bar beside sdbus-c++: it takes all that has arrived in one go,
-// where sd_event_loop looks at all sources of events between two messages.
+// With calls in flight there is no bar beside sdbus-c++: it serves all that has arrived at once,
+// while sd_event_loop looks at all event sources between two messages.
 constexpr std::array calls{
     Call{"Get, 60 properties", port, "Get",
          [](auto* call) { append(call, "ss", port_interface, "ReceiveTotalBytes"); }, 500, 1.15,
@@ -84,7 +84,7 @@ constexpr std::array calls{
          0.80, true},
 };
 
-/** Calls one host, so many times and so many at once. */
+/** Makes the calls of one round to one host, `in_flight` at once. */
 class Caller
 {
   public:
@@ -164,7 +164,7 @@ enum : std::size_t
     host_count,
 };
 using Hosts = std::array<Host, host_count>;
-/** CPU seconds of one call, one a round, in each host. */
+/** For each host, the CPU seconds of one call, one figure per round. */
 using Seconds = std::array<std::vector<double>, host_count>;
 
 void measure(sd_bus* client, const Hosts& hosts, const Call& call, int round, Seconds& seconds)
@@ -198,8 +198,8 @@ void print(const Call& call, const Seconds& seconds)
 }
 
 /**
- * Where a process's code and memory come to lie makes a call some per cent dearer or cheaper, so
- * the hosts are started several times.
+ * The addresses of a process's code and memory change the cost of a call by some per cent, so the
+ * hosts are started several times.
  */
 void compare(const std::string& gantry_host, const std::string& raw_host,
              const std::string& sdbuscpp_host)

@@ -1,6 +1,6 @@
 /*
- * A host under callgrind, for bench/instructions. Its callers have the library read, serve, change
- * and emit; Dump ends a stretch of what is counted and gives it a name.
+ * A host under callgrind, for bench/instructions. Calls make the library read, serve, change and
+ * emit; Dump writes what was counted since the last Dump, under a name.
  *
  *     counted_host
  */

@@ -1,5 +1,5 @@
 /*
- * What is measured: objects of 60 properties, and methods that give back what they are given, on
+ * The host that is measured: objects of 60 properties, and methods that return their arguments, on
  * the library. Try_uint32 defers its call, and an event source answers it.
  *
  *     gantry_host SERVICE COUNT dbus|sd    prints "ready" when COUNT NicPort objects are served,

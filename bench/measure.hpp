@@ -1,7 +1,7 @@
 /*
- * How servers are compared. All of them run side by side on one private bus, asked in turn by one
- * client. What counts is the CPU time that a server's process spends, so the client's and the bus's
- * own costs don't blur the ratio; the order alternates, so a drift of the machine hits all alike.
+ * How hosts are compared. All of them run side by side on one private bus, and one client calls
+ * them in turn. Only the CPU time of a host's process counts, so the costs of the client and of the
+ * bus aren't part of the ratio. The order alternates, so a drift of the machine affects all alike.
  */
 #pragma once
 
@@ -52,7 +52,7 @@ double cpu_seconds_of(const Work& work)
     return cpu_seconds(CLOCK_PROCESS_CPUTIME_ID) - before;
 }
 
-/** Keeps this process on the one processor that bus, client and servers share. */
+/** Keeps this process on the one processor that bus, client and hosts share. */
 inline void stay_on_one_processor()
 {
     cpu_set_t set;
@@ -61,7 +61,8 @@ inline void stay_on_one_processor()
     sched_setaffinity(0, sizeof set, &set);
 }
 
-/** A child process that says on its standard output when it is ready; ends with this object. */
+/** A child process that writes to its standard output when it is ready. It ends with this object.
+ */
 class Process
 {
   public:
@@ -135,7 +136,7 @@ class Process
     pid_t pid = -1;
 };
 
-/** A message bus that stands in for the system bus of this process and its children. */
+/** A message bus that this process and its children use as the system bus. */
 class PrivateBus
 {
   public:
@@ -169,7 +170,7 @@ struct Unit
 
 /**
  * Prints the median of a reference and of ours, measured in the same rounds, and that of their
- * ratio. With a bar of 0 it is to be looked at only.
+ * ratio. With a bar of 0 the ratio is only printed.
  */
 inline void print_ratio(const char* what, Unit unit, const char* reference_name,
                         const std::vector<double>& reference, const std::vector<double>& ours,

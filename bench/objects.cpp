@@ -27,7 +27,7 @@ using bench::Process;
 
 constexpr int published = 1000;
 
-/** A host of one kind with so many objects. */
+/** A program that is started as a host, and the arguments for its loop. */
 struct Kind
 {
     const std::string& program;
@@ -42,7 +42,7 @@ struct Kind
     }
 };
 
-/** Measures both kinds in turn and prints how far ours is from raw's. */
+/** Measures both kinds in turn and prints the ratio of ours to raw. */
 void compare(const char* what, bench::Unit unit, double bar, int rounds, const Kind& raw,
              const Kind& ours, const std::function<double(const Kind& kind)>& measure)
 {
@@ -89,8 +89,8 @@ struct Among
 };
 
 /**
- * As many objects, spread evenly, are found and freed among few as among many: processor caches
- * serve both alike. They are published again afterwards.
+ * Finds and frees `picked` objects, spread evenly, however many there are, so that the processor's
+ * caches serve all counts alike. The objects are published again afterwards.
  */
 Among measure_among(int count)
 {
@@ -152,8 +152,7 @@ void find_and_free()
     print("free among", &Among::free);
 }
 
-/** Changes all 60 properties of ports, and has clients told: one by one, held, or by sd-bus itself.
- */
+/** Changes all 60 properties of ports and announces them: one by one, held, or by sd-bus itself. */
 class Changes
 {
   public:
@@ -271,7 +270,8 @@ class Changes
         GANTRY_context_send_changes(context, nullptr);
     }
 
-    /** In two passes as well: the memory of all ports is more than a processor's nearest caches. */
+    /** In two passes, as send_held(): the memory of all ports exceeds a processor's nearest caches.
+     */
     void send_raw()
     {
         set_all(true);
@@ -324,7 +324,7 @@ int main(int argc, char** argv)
         const Kind ours{gantry_host, {"dbus"}};
         const Kind raw{raw_host, {}};
         measure_all(ours, raw);
-        // The context goes with the process.
+        // The process ends without freeing the context.
         std::fflush(stdout);
         _exit(0);
     }

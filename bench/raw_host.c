@@ -1,6 +1,6 @@
 /*
- * The limit: what gantry_host serves, as a C programmer writes it on raw sd-bus. sd-bus reads the
- * properties from memory itself, the methods copy no value that they needn't, and sd_event_loop
+ * The reference: what gantry_host serves, as a C programmer writes it on raw sd-bus. sd-bus reads
+ * the properties from memory itself, the methods copy no value that they needn't, and sd_event_loop
  * dispatches.
  *
  *     raw_host SERVICE COUNT    prints "ready" when COUNT NicPort objects are served
@@ -16,7 +16,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* The properties come from the table: PROPERTY(name, signature) each. */
+/* The properties come from the table: one PROPERTY(name, signature) per property. */
 typedef const char* type_s;
 typedef uint8_t type_y;
 typedef uint16_t type_q;

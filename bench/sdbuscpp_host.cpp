@@ -1,7 +1,7 @@
 /*
  * gantry_host's methods on sdbus-c++, with its own event loop, which has no event source that could
- * answer a call later. Its methods are open to everyone unless they are marked, and then sd-bus
- * doesn't ask who calls: these are marked, as the sample's are.
+ * answer a call later. sd-bus asks who calls only if a method is marked as privileged. These
+ * methods are marked, as the sample's are.
  *
  *     sdbuscpp_host SERVICE    prints "ready" when it serves
  */

@@ -92,7 +92,7 @@ void write_headers(const fs::path& root, std::span<const std::string> files)
     for (const Interface& interface : read_tables(files))
     {
         write(root, interface, false);
-        // The build's output is the topmost directory, whose time tells that it is up to date.
+        // The build's output is the topmost directory, whose time must show that it is up to date.
         fs::last_write_time(root / elements(interface.name).front(),
                             fs::file_time_type::clock::now());
     }
@@ -126,7 +126,7 @@ std::string as_html(std::string_view text)
     return safe;
 }
 
-/** Does what the arguments ask for. Gives false if they are no command line of gantrygen. */
+/** Does what the arguments ask for. Returns false if they are no command line of gantrygen. */
 bool obey(std::span<const std::string> arguments, std::ostream& out)
 {
     if (arguments.empty())

@@ -14,7 +14,8 @@
 namespace gantrygen
 {
 
-/** Of a method or a signal. Its position identifies it; the name may be empty, and is C's alone. */
+/** An argument of a method or a signal. Its position identifies it. The name may be empty, and only
+ *  C code uses it. */
 struct Argument
 {
     Type type;
@@ -55,13 +56,14 @@ struct Property
     Type type;
     bool writable;
 
-    /** Clients are told that the value never changes; otherwise, of each change. */
+    /** Whether clients are told that the value never changes; otherwise each change is announced.
+     */
     bool constant;
 
-    /** The value is the key under which the platform's data store knows the object. */
+    /** Whether the value is the key under which the platform's data store knows the object. */
     bool data_store_key;
 
-    /** As the table writes it. Absent: zero, false or empty. */
+    /** The text in the table. If it is absent, the value is zero, false or empty. */
     std::optional<std::string> initial;
 
     std::string doc;
@@ -78,7 +80,7 @@ struct Interface
     std::vector<Signal> signals;
     std::vector<Property> properties;
 
-    /** One line, and what is to be said of several members. */
+    /** What the interface is, in one line, and what concerns several members. */
     std::string summary;
     std::string doc;
 

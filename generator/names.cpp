@@ -10,7 +10,7 @@ namespace
 
 constexpr std::size_t longest_name = 255;
 
-// ASCII alone, whatever the locale says.
+// Only ASCII counts, whatever the locale is.
 constexpr bool is_lower(char letter)
 {
     return letter >= 'a' && letter <= 'z';

@@ -47,7 +47,8 @@ std::string_view leaf(std::string_view interface);
 /** The elements of a dotted name with something else in place of the dots. */
 std::string joined(std::string_view dotted, std::string_view separator);
 
-/** `com/orvane/velmar/system/BLT`: where the table lives, and its outputs below their root. */
+/** `com/orvane/velmar/system/BLT`: the directory of the table, and of its outputs below their root.
+ */
 std::string directory(std::string_view interface);
 
 /** The name of the server class and of its common class: the leaf's title. */

@@ -183,8 +183,8 @@ class TableReader
         return found;
     }
 
-    /** The type of an argument or property: what the annotation says, which must come to the same
-     *  D-Bus signature as the attribute. */
+    /** The type of an argument or property: that of the annotation, whose D-Bus signature must be
+     *  the attribute's, or without an annotation that of the attribute. */
     Type type_of(const Element& element, const Annotations& notes) const
     {
         const std::string plain = required(element, "type");
@@ -213,7 +213,7 @@ class TableReader
         }
     }
 
-    /** The annotations of an element, on which those of `own` of our vocabulary have a meaning. */
+    /** The annotations of an element. Of our own vocabulary it may only have those in `own`. */
     Annotations annotations(const Element& element, Words own) const
     {
         Annotations found;
@@ -244,7 +244,7 @@ class TableReader
         return note == notes.end() ? "" : note->second.value;
     }
 
-    /** The value of an annotation that has one of a few. */
+    /** The value of an annotation, which must be one of `values`; nothing if there is none. */
     std::optional<std::string> choice(const Annotations& notes, std::string_view name,
                                       Words values) const
     {

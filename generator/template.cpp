@@ -114,7 +114,7 @@ std::string_view add_section(std::string_view& rest, const Scope& scope, std::st
     return {};
 }
 
-/** Adds a line of code, broken in front of column 120, where a comma or comment allows it. */
+/** Adds a line of code. It is broken before column 120, if a comma or a comment allows that. */
 void add_broken(std::string line, std::string& out)
 {
     constexpr std::size_t columns = 120;
@@ -123,7 +123,7 @@ void add_broken(std::string line, std::string& out)
     const std::string continued = std::string(indent, ' ') + (is_comment ? " * " : "    ");
     while (line.size() > columns && !line.starts_with('#'))
     {
-        // A literal may contain a comma that is none of the code's.
+        // A comma inside a string literal isn't one of the code's.
         const std::size_t end = is_comment ? columns : std::min(columns - 1, line.find('"'));
         const std::size_t space = line.rfind(is_comment ? " " : ", ", end) + (is_comment ? 0 : 1);
         if (space <= continued.size() || space >= line.size())

@@ -28,10 +28,10 @@ struct Word : std::variant<std::string, std::vector<Words>>
     using variant::variant;
 };
 
-/** How the text of a word is written, so that the format doesn't take a part of it for its own. */
+/** Escapes the text of a word, so that no part of it has a meaning in the output's format. */
 using Escape = std::string (*)(std::string_view);
 
-/** The template with these words in it. A newline that opens the template is left out. */
+/** The template's text with these words in it, without a newline at the template's start. */
 std::string render(std::string_view text, const Words& words, Escape escape = nullptr);
 
 /** The same for code: lines of more than 120 columns are broken at their commas, or at the spaces

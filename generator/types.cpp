@@ -13,8 +13,8 @@ namespace
 
 using Kind = Type::Kind;
 
-// What D-Bus allows of a signature: its length, and how deep arrays, structures and all
-// containers taken together may nest.
+// What D-Bus allows of a signature: its length, and how deep arrays, structures and all containers
+// together may nest.
 constexpr std::size_t longest_signature = 255;
 constexpr int deepest_array = 32;
 constexpr int deepest_structure = 32;
@@ -64,7 +64,7 @@ std::string record_of(const Type& element)
     return has_record ? std::string(names_of(element.kind)->c) + "_array" : "";
 }
 
-/** How deep the type being read lies. */
+/** How deep the type that is being read is nested. */
 struct Depth
 {
     int array = 0;
@@ -291,7 +291,7 @@ bool is_number(const Type& type)
 
 Type property_variant(const std::vector<Type>& types)
 {
-    // Types of one template stand in the order of their text, which has its element types first.
+    // Types of one template are in the order of their texts, as these compare by element type.
     using Place = std::pair<decltype(names_of(Kind{})), std::string>;
     std::map<Place, Type> places;
     for (const Type& type : types)

@@ -19,7 +19,7 @@ namespace gantrygen
 
 struct Type
 {
-    /** D-Bus's type codes, and ours of a set. */
+    /** D-Bus's type codes, and our own for a set. */
     enum class Kind : char
     {
         byte = 'y',
@@ -66,7 +66,8 @@ std::string cpp_type(const Type& type);
 
 bool is_basic(const Type& type);
 
-/** A number or a boolean: as cheap to copy as a pointer, and without a value unless given one. */
+/** Whether it is a number or a boolean. Such a value is as cheap to copy as a pointer, and a data
+ *  member needs an initial value. */
 bool is_number(const Type& type);
 
 /** The variant of the distinct types among those given, in the order that a PropertyVariant has. */
@@ -79,7 +80,7 @@ std::vector<Type> c_property_types();
  * for any other type. */
 std::string c_property_type(const Type& type);
 
-/** Dicts, variants and deeper nesting have no C form. */
+/** Whether values of the type have a C form. Dicts, variants and deeper nesting have none. */
 bool has_c_form(const Type& type);
 
 /** The C type of a value: `unsigned char`, `char*`, `GANTRY_string_array*`, `GANTRY_struct_ixs*`.

@@ -21,7 +21,7 @@ constexpr std::string_view taken = " PropertyCallback PropertyVariant Row delete
                                    "getPropertyByName index inst interface"
                                    " properties rows setPropertyByName source_stem value ";
 
-// A place among the rows of properties is a byte, and 0 is the header's.
+// A position among the rows of properties is a byte, and 0 is the header's.
 constexpr std::size_t most_properties = 255;
 
 // Namespaces that generated code names from inside that of the interface.
@@ -179,7 +179,7 @@ class Validator
         }
     }
 
-    /** Whether the name can stand in code. */
+    /** Refuses a name that C or C++ doesn't allow. */
     void check_word(std::string_view name, int line) const
     {
         if (!is_member_name(name))

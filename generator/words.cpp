@@ -28,8 +28,8 @@ std::string positional(const std::string& stem, std::size_t index)
     return stem + std::to_string(index + 1);
 }
 
-/** The arguments with the names that they have in C: those of the table, if they have one that C
- * and C++ take. The names that a function has already are in `used`. */
+/** The arguments with the names that they have in C: those of the table, if C and C++ allow them.
+ * `used` has the names that the function has already. */
 Arguments named_for_c(Arguments arguments, const std::string& stem, std::set<std::string>& used)
 {
     for (std::size_t index = 0; index < arguments.size(); ++index)
@@ -47,8 +47,8 @@ Arguments named_for_c(Arguments arguments, const std::string& stem, std::set<std
     return arguments;
 }
 
-/** What `text` makes of each argument's type and name, with commas between, and in front too if
- *  asked. An argument's name is `stem` and its position, or without a stem its own. */
+/** What `text` makes of each argument's type and name, separated by commas; `comma_in_front` adds
+ *  one in front. An argument's name is `stem` and its position, or without a stem its own. */
 template <class Text>
 std::string listed(const Arguments& arguments, const std::string& stem, Text text,
                    bool comma_in_front = false)
@@ -88,7 +88,7 @@ std::string c_output(const Type& type, const std::string& name)
     return c_type(type) + "* " + name;
 }
 
-/** What is only read. */
+/** A parameter whose value is only read. */
 std::string c_lent(const Type& type, const std::string& name)
 {
     return (is_number(type) ? "" : "const ") + c_input(type, name);
@@ -109,7 +109,7 @@ std::string tuple_of(const Arguments& arguments)
     return "std::tuple<" + listed(arguments, "", only_type) + '>';
 }
 
-/** A condition of a template's %if. */
+/** The text of a word for a template's %if. */
 std::string truth(bool holds)
 {
     return holds ? "yes" : "";
@@ -251,7 +251,7 @@ Words words_of(const Property& property, const std::string& flat)
     };
 }
 
-/** Every type that crosses to a host in C. */
+/** Every type of which a host in C gets or passes values. */
 std::vector<Type> crossing_types(const Interface& interface)
 {
     std::vector<Type> types;

@@ -7,7 +7,7 @@
  *     derived                     the namespace of the derived class, whose name is the leaf
  *     instantiate, table, guard   C names; the table's type is void if there is no method
  *     variant                     the type of PropertyVariant
- *     summary, doc                what it is, and what is to be said of several members
+ *     summary, doc                what it is, and what concerns several members
  *     callable, records           not empty if the C header needs <gantry/instance.h>, records.h
  *     headers                     a list: header
  *     structures                  a list: structure, defined (its guard), signature, and fields,

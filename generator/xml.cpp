@@ -61,7 +61,7 @@ class TreeBuilder
     }
 
   private:
-    /** An annotation of a table is the fifth. */
+    /** How deep elements may nest. In a table, five levels suffice. */
     static constexpr std::size_t deepest = 16;
 
     static void XMLCALL start_element(void* self, const XML_Char* name,
@@ -122,7 +122,7 @@ class TreeBuilder
     /** The elements not yet closed, the root first. The root stays once it is closed. */
     std::vector<Element> open;
 
-    /** Its line, and what is said of it. */
+    /** The fault's line and its message. */
     std::optional<std::pair<int, const char*>> fault;
 };
 

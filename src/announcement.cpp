@@ -38,8 +38,8 @@ Object& object_of(const Change& change)
     return *static_cast<Object*>(change.subject);
 }
 
-/** Sends a change. sd-bus would look each property up by its name, which costs more than the rest.
- */
+/** Sends a PropertiesChanged. It isn't left to sd-bus, which would look up each property by its
+ *  name: that costs more than the rest. */
 int emit(GANTRY_cpp_context& context, const Change& change)
 {
     auto& object = object_of(change);
@@ -99,13 +99,13 @@ void send(GANTRY_cpp_context& context, const Change& change)
     }
 }
 
-/** Sends all that waits. Throws what a getter throws first, after the other objects' changes. */
+/** Sends all that waits, and then throws the first exception of a getter. */
 void send_changes(GANTRY_cpp_context& context)
 {
     auto& changes = context.state->changes;
     std::exception_ptr failure;
     Change change;
-    // What a getter changes meanwhile waits behind these, or is announced at once.
+    // What a getter changes meanwhile is announced at once, or waits behind these changes.
     for (auto count = changes.size(); count > 0 && changes.take_first(change); --count)
     {
         try
@@ -135,12 +135,12 @@ void send_changes_and_log(GANTRY_cpp_context& context) noexcept
     }
 }
 
-/** Repeated while changes wait for the queue: the bus may have been written to without an event. */
+/** Runs again while changes wait for the write queue, which may be written without an event. */
 int on_timer(sd_event_source* source, std::uint64_t /*time*/, void* data);
 
 constexpr std::uint64_t period = 50'000;
 
-/** Has the queue looked at. Returns false if memory is too short for that. */
+/** Has on_timer() check the write queue. Returns false if memory is too short. */
 bool start_timer(GANTRY_cpp_context& context)
 {
     auto& timer = context.state->changes.timer;
@@ -157,7 +157,7 @@ int on_timer(sd_event_source* /*source*/, std::uint64_t /*time*/, void* data)
     return bus_boundary(
         [&]
         {
-            // In its own event loop a host may hold changes for longer than a callback.
+            // A host with its own event loop may hold changes beyond the end of a callback.
             if (changes.holds == 0)
             {
                 send_due_changes(context);
@@ -171,7 +171,7 @@ int on_timer(sd_event_source* /*source*/, std::uint64_t /*time*/, void* data)
         as_handled);
 }
 
-/** Whether the bus daemon doesn't read. If so, the queue is looked at from now on. */
+/** Whether the bus daemon doesn't read. If so, the timer checks the write queue from now on. */
 bool is_stalled(GANTRY_cpp_context& context)
 {
     const auto queued = queued_messages(context);
@@ -186,15 +186,15 @@ bool is_stalled(GANTRY_cpp_context& context)
     return true;
 }
 
-/** Whether a change is to be noted and not to be announced at once. */
+/** Whether a change must wait. */
 bool must_wait(GANTRY_cpp_context& context)
 {
     const auto& changes = context.state->changes;
     return changes.holds > 0 || !changes.is_empty() || is_stalled(context);
 }
 
-/** Notes changes. Returns false if they can't wait, since the object has another connection or
- *  memory is too short. */
+/** Has changes wait. Returns false if they can't, since the object has another connection or memory
+ *  is too short. */
 bool note(GANTRY_cpp_context& context, Object& object, const Property<Object>& header,
           const RowSet& rows)
 try
@@ -238,7 +238,7 @@ PendingChanges::~PendingChanges()
 
 Change* PendingChanges::find(const void* subject) noexcept
 {
-    // A host sets the properties of one object after the other's.
+    // A host usually sets several properties of one object before those of the next.
     if (!changes.empty() && changes.back().subject == subject)
     {
         return &changes.back();
@@ -328,7 +328,7 @@ void announce(Object& object, const Property<Object>& row)
         return;
     }
     const InCallback announcing;
-    // sd-bus runs the property's getter, hence the relay.
+    // sd-bus runs the property's getter, whose exception the relay keeps.
     ExceptionRelay::enter([&] { object.server_interface.property_changed(row.member); });
 }
 

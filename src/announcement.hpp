@@ -1,27 +1,29 @@
 /*
  * Announcements of changed properties, by PropertiesChanged, and the announcements that wait.
  *
- * A change is announced at once, unless
+ * A change is announced at once, except in two cases:
  *
- *     the host holds its changes, to send many together, or
- *     the bus daemon doesn't read: a connection whose write queue has `stalled_queue` messages
- * would otherwise queue one more for each change, without bound
+ *   - The host holds its changes, to send many together.
+ *   - The bus daemon doesn't read, and the connection's write queue has `stalled_queue` messages.
+ *     Without a bound, the queue would grow by one message per change.
  *
- * Then it is only noted: for each object, which of its properties changed. What waits is sent as
- * one signal per object with the values of that time, so that values in between may be left out. It
- * is sent
+ * In these cases the change waits, as does each change while others wait: per object, the context
+ * keeps which properties changed. Later each object sends one signal with the values of that time,
+ * so clients may miss values in between. Changes are sent
  *
- *     when the host ends its hold, or a loop runs although changes are held
- *     when the queue has been written down to `relieved_queue`, which is looked at when a loop is
- *     entered, after each run of the event loop, and by a timer, for the host's own event loop
- *     for one object before a reply of it, and for all objects before a signal of the host, so that
- *     neither overtakes a change
- *     for all objects before the context is destroyed
+ *   - when the host ends its hold, or a loop runs although changes are held;
+ *   - when the write queue has fewer than `relieved_queue` messages, which is checked when a loop
+ *     is entered, when it has dispatched what was ready, and by a timer, for hosts that run their
+ *     own event loop;
+ *   - those of one object before a reply of it, and all before a signal of the host, so that
+ *     neither overtakes a change;
+ *   - before the context is destroyed.
  *
- * Objects that come and go while the bus daemon doesn't read wait in the same order
- * (object_manager.hpp).
+ * The signals about objects that are added or removed while the bus daemon doesn't read wait in the
+ * same list (object_manager.hpp).
  *
- * The memory for what waits is bounded by the number of objects, and of paths that lost one.
+ * The list has at most one entry per object, and per path that lost one. The memory of an entry
+ * that was sent or dropped is kept until nothing waits.
  */
 #pragma once
 
@@ -45,7 +47,7 @@ namespace gantry
 inline constexpr std::uint64_t stalled_queue = 10'000;
 inline constexpr std::uint64_t relieved_queue = 1'000;
 
-/** Some rows of a class, by their places. */
+/** Some rows of a class, by their positions. */
 using RowSet = std::bitset<Properties::max_count + 1>;
 
 /** The changes of a context that wait. */
@@ -61,23 +63,25 @@ class PendingChanges
 
     struct Change
     {
-        /** An object or a path; null once it was sent or doesn't matter any more. */
+        /** An object, or an entry of the context's `removed_interfaces`; null once the change was
+         *  sent or dropped. */
         void* subject = nullptr;
         const Property<Object>* header = nullptr;
         RowSet rows;
-        /** Sends all that is to be said of the subject; empty for a change of properties. */
+        /** Sends InterfacesAdded or InterfacesRemoved, in place of a PropertiesChanged; empty if
+         *  only properties changed. */
         std::function<void()> tell;
     };
 
-    /** The change of a subject that waits; null if none does. */
+    /** The waiting change of a subject; null if it has none. */
     Change* find(const void* subject) noexcept;
-    /** Adds a change of a subject that has none. */
+    /** Adds a change for a subject that has none. */
     Change& add(void* subject, const Property<Object>* header);
-    /** Has a change tell all that is to be said of its subject. */
+    /** Sets the `tell` of a change that has none. */
     void tell_by(Change& change, std::function<void()> tell) noexcept;
-    /** Takes the first change out. Returns false if none waits. */
+    /** Moves the first change out of the list. Returns false if none waits. */
     bool take_first(Change& taken) noexcept;
-    /** Takes a subject's change out. Returns false if it has none. */
+    /** Moves a subject's change out of the list. Returns false if it has none. */
     bool take(const void* subject, Change& taken) noexcept;
 
     [[nodiscard]] bool is_empty() const noexcept
@@ -92,13 +96,13 @@ class PendingChanges
     /** Brings waiting_changes up to date. */
     void count() const noexcept;
 
-    /** For a client that lists the objects: from now on it may know those that wait to be told of.
+    /** Called when a client lists the objects: it may then know those whose InterfacesAdded waits.
      */
     void listed() noexcept
     {
         ++generation;
     }
-    /** Whether no client can know an object that was published at that `mark()`. */
+    /** Whether no client can know an object that was published when mark() returned `mark`. */
     [[nodiscard]] bool is_unknown(std::uint32_t mark) const noexcept
     {
         return mark != 0 && mark == generation;
@@ -108,16 +112,16 @@ class PendingChanges
         return tells > 0 ? generation : 0;
     }
 
-    /** How often the host has asked for its changes to be held and not yet to be sent. */
+    /** How many holds of the host haven't ended. */
     unsigned holds = 0;
-    /** Looks whether the queue is relieved; null while nothing waits for that. */
+    /** Checks the length of the write queue; null while no check is due. */
     sd_event_source* timer = nullptr;
 
   private:
     /** In the order of each subject's first change. */
     std::vector<Change> changes;
     std::size_t first = 0;
-    /** How many of the changes tell all of their subjects. */
+    /** How many of the changes have a `tell`. */
     std::size_t tells = 0;
     std::uint32_t generation = 0;
     std::unordered_map<const void*, std::size_t> positions;
@@ -129,7 +133,7 @@ class PendingChanges
 int append_property(sd_bus_message* signal, sd_bus* bus, const char* path, const char* interface,
                     const sd_bus_vtable& entry, void* object);
 
-/** Announces the property of the object that this row is of. Throws what a getter throws. */
+/** Announces a change of the object's property in `row`. Throws what a getter throws. */
 void announce(Object& object, const Property<Object>& row);
 
 /** Announces several properties of an object in one signal. Throws what a getter throws, and
@@ -137,16 +141,18 @@ void announce(Object& object, const Property<Object>& row);
 void announce(GANTRY_cpp_context& context, Object& object, const Property<Object>& header,
               const RowSet& rows);
 
-/** Whether objects that come and go are to be noted, since the bus daemon doesn't read. */
+/** Whether a signal about an added or removed object must wait, since the bus daemon doesn't read.
+ */
 bool must_wait_for_bus(GANTRY_cpp_context& context);
 
-/** Notes that `tell` is to be called for a subject when the bus daemon reads again, unless that is
- *  noted already. Returns false if memory is too short for that. */
+/** Has `tell` called for a subject when the bus daemon reads again. If the subject already has one,
+ *  that one stays. Returns false if memory is too short. */
 bool wait_for_bus(GANTRY_cpp_context& context, void* subject, std::function<void()> tell);
 
 void send_waiting_changes(GANTRY_cpp_context& context);
 
-/** For a loop: sends what waits, if it need not wait any longer. Throws what a getter throws. */
+/** Called by loops: sends what waits, if it need not wait any longer. Throws what a getter throws.
+ */
 inline void send_due_changes(GANTRY_cpp_context& context)
 {
     if (waiting_changes != 0)
@@ -155,8 +161,8 @@ inline void send_due_changes(GANTRY_cpp_context& context)
     }
 }
 
-/** Sends what the host has held. While the bus doesn't read, it goes on waiting. Throws what a
- *  getter throws, after the other objects' changes are sent. */
+/** Sends what the host has held, unless the bus daemon doesn't read: then it goes on waiting.
+ *  Throws what a getter throws, after the other objects' changes are sent. */
 void end_hold(GANTRY_cpp_context& context);
 
 /** Sends all that waits, since the context is being destroyed, and logs what a getter throws. */

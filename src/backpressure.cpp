@@ -23,11 +23,12 @@ constexpr std::uint32_t looked_at = 64;
 constexpr std::size_t max_managed = 12U << 20U;
 constexpr std::uint64_t managed_period = 5'000'000; // microseconds
 
-/** With so many messages a call gets no answer at all, since refusals wait, too. One user's clients
- *  can't wait for more replies on dbus-daemon. */
+/** With so many queued messages a call gets no answer at all, since a refusal would be queued, too.
+ *  dbus-daemon doesn't let the clients of one user wait for more replies. */
 constexpr std::uint64_t max_refusals = 32'768;
 
-/** What each entry of a GetManagedObjects has beside texts, and each object beside its entries. */
+/** The estimated bytes, in a reply to GetManagedObjects, of a property without its texts, and of an
+ *  object without its properties. */
 constexpr std::size_t property_size = 32;
 constexpr std::size_t object_size = 512;
 
@@ -39,7 +40,7 @@ std::uint64_t now() noexcept
            static_cast<std::uint64_t>(time.tv_nsec) / 1'000;
 }
 
-/** About what a GetManagedObjects has of an object. */
+/** The estimated bytes of an object in a reply to GetManagedObjects. */
 std::size_t size_of(const GANTRY_instance& object)
 {
     std::size_t size = object_size;
@@ -62,7 +63,7 @@ std::size_t size_of(const GANTRY_instance& object)
     return size;
 }
 
-/** About what a GetManagedObjects at the path has. */
+/** The estimated bytes of the reply to a GetManagedObjects at that path. */
 std::size_t size_below(const GANTRY_cpp_context& context, std::string_view root)
 {
     std::size_t size = 0;
@@ -73,7 +74,7 @@ std::size_t size_below(const GANTRY_cpp_context& context, std::string_view root)
     return size;
 }
 
-/** Whether there is more to read than the present message. */
+/** Whether messages wait to be read after the present one. */
 bool has_unread(sd_bus* bus)
 {
     std::uint64_t queued = 0;
@@ -83,7 +84,7 @@ bool has_unread(sd_bus* bus)
     return queued > 0 || unread > 0;
 }
 
-/** About what the reply to a call has. */
+/** The estimated bytes of the reply to a call. */
 std::size_t size_of_reply(sd_bus_message* call, const GANTRY_cpp_context& context)
 {
     const char* interface = nullptr;
@@ -106,11 +107,12 @@ int refuse(sd_bus_message* call, std::uint64_t queued)
     return 1;
 }
 
-/** Whether the write queue, which isn't empty, has room for another reply. If so, it counts. */
+/** Whether the write queue, which isn't empty, has room for another reply. If so, counts it. */
 bool has_room(sd_bus_message* call, GANTRY_cpp_context& context, std::uint64_t queued)
 {
     auto& state = context.state->backpressure;
-    // Some of the replies since the queue was empty may be written: the average of all counts.
+    // Some of the replies since the queue was empty may have been written, so each message in the
+    // queue counts as the average of them all.
     if (state.calls > 0 && state.bytes / state.calls * std::min(state.calls, queued) > max_waiting)
     {
         return false;
@@ -158,7 +160,7 @@ bool may_get_managed(sd_bus_message* call, GANTRY_cpp_context& context)
     }
     auto& managed = context.state->backpressure.managed;
     const auto time = now();
-    // What the bus hasn't taken stays counted.
+    // Replies that the bus hasn't read yet stay counted.
     std::uint64_t queued = 0;
     sd_bus_get_n_queued_write(sd_bus_message_get_bus(call), &queued);
     if (queued == 0)
@@ -174,13 +176,13 @@ bool may_get_managed(sd_bus_message* call, GANTRY_cpp_context& context)
     std::size_t others = 0;
     std::for_each(managed.begin(), managed.end(),
                   [&others](const auto& each) { others += each.second.bytes; });
-    // First, since to size the objects takes as long as some hundred refusals.
+    // Checked first, since estimating the objects takes as long as some hundred refusals.
     if (others > max_managed)
     {
         return false;
     }
     const std::size_t size = size_below(context, sd_bus_message_get_path(call));
-    // No bus takes a message of that size: sending it would cost the connection.
+    // A bus would close the connection for a message of that size.
     if (size > max_value_size())
     {
         return false;

@@ -1,6 +1,6 @@
 /*
- * Arrays of numbers in messages. sd-bus reads and appends one as a block; sdbusplus does it by
- * elements, at many times the cost. Values of all other types are read and appended by sdbusplus.
+ * Arrays of numbers in messages. sd-bus reads and appends such an array as one block, sdbusplus
+ * element by element, at many times the cost. Values of all other types are left to sdbusplus.
  */
 #pragma once
 
@@ -17,7 +17,8 @@
 namespace gantry
 {
 
-/** Whether a value of the type is one block in a message. A boolean has four bytes there. */
+/** Whether values of the type are read and appended as one block. An array of booleans isn't,
+ *  because a boolean has four bytes in a message. */
 template <class Type>
 inline constexpr bool is_block = false;
 template <class Number>
@@ -61,9 +62,9 @@ void read_value(sdbusplus::message_t& message, Value& value)
             value.assign(first, first + size / sizeof(Number));
             return;
         }
-        // The sender's byte order is another, which sd-bus converts by elements only, or the value
-        // isn't such an array, which reading it by elements reports. The position is still before
-        // the value.
+        // Either the sender has the other byte order, which sd-bus converts only element by
+        // element, or the value isn't such an array, which the read below reports. The failed call
+        // hasn't moved the read position.
     }
     message.read(value);
 }

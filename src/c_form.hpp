@@ -1,8 +1,8 @@
 /*
  * Values as C sees them. Each server-side type has one C form: a number is itself, a string is heap
  * text, an array or a set is a pointer to an array record and a struct a pointer to a structure
- * record, recursively. CForm has how a form is made from a value, how it is read into a value,
- * whose former content doesn't matter, and how it is released.
+ * record, recursively. CForm makes a form from a value, reads a form into a value, whose former
+ * content it overwrites, and releases a form.
  *
  * Records are calloc()ed before they are filled, and null means empty at every level. So a record
  * that was only partly filled when memory ran out is released like a complete one.
@@ -27,7 +27,7 @@
 namespace gantry
 {
 
-/** calloc() that throws. */
+/** calloc() that throws std::bad_alloc. */
 inline void* allocate(std::size_t count, std::size_t size)
 {
     void* block = std::calloc(count, size);
@@ -59,7 +59,7 @@ struct CForm
     }
 };
 
-/** Reads the form of a text. */
+/** Reads the form of a text; null is the empty text. */
 GANTRY_API void read_text(const char* form, std::string& value);
 
 template <>
@@ -69,7 +69,7 @@ struct CForm<std::string>
 
     static void make(type& form, const std::string& value)
     {
-        // The function takes what it only reads by non-const reference; hosts link to that name.
+        // The function only reads its argument. Its parameter isn't const, since hosts link to it.
         form = GANTRY_string_cpp_to_c(const_cast<std::string&>(value));
     }
     static void read(const char* form, std::string& value)
@@ -82,7 +82,7 @@ struct CForm<std::string>
     }
 };
 
-/** The shape of every array record. */
+/** The layout of every array record. */
 template <class Element>
 struct ArrayRecord
 {
@@ -270,7 +270,7 @@ Value from_c(Form form)
 {
     if constexpr (std::is_pointer_v<Form>)
     {
-        // Only read: it stays the host's.
+        // The form is only read, and stays the host's.
         return read_form<Value>((typename CForm<Value>::type)(form));
     }
     else
@@ -281,7 +281,7 @@ Value from_c(Form form)
 
 /**
  * The C forms of several values, zero at first. They are released in the order of the types, which
- * hosts with allocators of their own can see.
+ * a host with its own allocator can observe.
  */
 template <class... Types>
 class CForms

@@ -25,7 +25,7 @@ void close_calls_of_named(Named& client)
     clients.close_calls_of(context, HeldClient(clients.by_name.find(client.first)));
 }
 
-/** NameOwnerChanged of the client's unique name, which has no second owner. */
+/** Handles NameOwnerChanged of the client's unique name, which never gets another owner. */
 int on_owner_changed(sd_bus_message* message, void* client, sd_bus_error* /*error*/)
 {
     const char* owner = nullptr;
@@ -48,7 +48,7 @@ int on_has_owner(sd_bus_message* message, void* client, sd_bus_error* /*error*/)
     return 1;
 }
 
-/** Without it, sd-bus would close the connection for a match that the bus refuses. */
+/** Without this handler, sd-bus would close the connection if the bus refuses the match. */
 int on_match_added(sd_bus_message* message, void* client, sd_bus_error* /*error*/)
 {
     if (sd_bus_message_is_method_error(message, nullptr) > 0)
@@ -97,7 +97,7 @@ int on_tick(sd_event_source* timer, std::uint64_t /*now*/, void* data)
     {
         if (std::exchange(client.second.is_old, true))
         {
-            static_cast<void>(watch_named(client)); // else at the next tick
+            static_cast<void>(watch_named(client)); // a failure is repeated at the next tick
         }
     }
     if (!clients.by_name.empty())
@@ -108,7 +108,8 @@ int on_tick(sd_event_source* timer, std::uint64_t /*now*/, void* data)
     return 0;
 }
 
-/** Has the timer run. If it can't, the next client's call tries again. */
+/** Starts the timer, if it isn't running. If that fails, the next call that is kept open tries
+ *  again. */
 void start_timer(GANTRY_cpp_context& context, CallingClients& clients)
 {
     int enabled = SD_EVENT_OFF;

@@ -1,11 +1,12 @@
 /*
- * The clients that have calls open in a context: how many each has, and whether it is still there.
+ * The clients that have calls open in a context: how many each has, and whether it is still on the
+ * bus.
  *
- * A client that has had a call open for more than a second, or whose host wants to hear of its end,
- * is watched: the bus is asked to tell when the client's unique name goes, and, since it may have
- * gone before, whether it is there. The watch ends with the client's last open call. One timer of
- * the context looks for such clients every second, for as long as there are any; it also renews
- * what the bus has refused.
+ * A client is watched if it has had calls open for more than a second, or if the host has asked to
+ * be called when the client leaves. The bus is then asked to signal when the client's unique name
+ * loses its owner, and, since that may have happened already, whether the name has an owner. The
+ * watch ends with the client's last open call. One timer per context finds the clients to watch. It
+ * runs every second while any client has an open call, and repeats a match that the bus refused.
  */
 #pragma once
 
@@ -29,11 +30,11 @@ struct CallingClient
 
     GANTRY_cpp_context& context;
     std::uint32_t holds = 0;
-    /** Whether it was there when the timer looked last. */
+    /** Whether the timer has run since the client's first open call. */
     bool is_old = false;
-    /** The match of the name's end; null if the client isn't watched. */
+    /** The match on the loss of the name's owner; null if the client isn't watched. */
     Slot match{nullptr, sd_bus_slot_unref};
-    /** The question whether the name is there. */
+    /** The pending call that asks whether the name has an owner. */
     Slot question{nullptr, sd_bus_slot_unref};
 };
 
@@ -51,11 +52,11 @@ struct CallingClients
     Timer timer{nullptr, sd_event_source_disable_unref};
 };
 
-/** A call's hold of its client. The client is forgotten with its last hold. */
+/** A call's reference to its client. The last reference erases the client's entry. */
 class HeldClient
 {
   public:
-    /** A null name is a sender without one, of whom nothing is known. */
+    /** `name` is null for a sender without a unique name, which is neither counted nor watched. */
     HeldClient(GANTRY_cpp_context& context, const char* name);
     explicit HeldClient(CallingClients::Map::iterator held) noexcept;
     HeldClient(HeldClient&& from) noexcept;
@@ -73,7 +74,7 @@ class HeldClient
         return is_held && other.is_held && client == other.client;
     }
 
-    /** Has the bus tell when the client leaves. Returns a negative errno if that fails. */
+    /** Watches the client. Returns a negative errno if that fails. */
     [[nodiscard]] int watch() const noexcept;
 
   private:

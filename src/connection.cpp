@@ -28,7 +28,7 @@ namespace
 
 constexpr char source_stem[] = "connection";
 
-/** A bus object gives its connection only to its friends. */
+/** Gets the connection of a bus object, which gives it only to its friends. */
 struct Connection : private sdbusplus::bus::details::bus_friend
 {
     static sd_bus* of(sdbusplus::bus_t& bus)
@@ -38,7 +38,7 @@ struct Connection : private sdbusplus::bus::details::bus_friend
 };
 
 /**
- * What a client reads of a failure: the failed call and sd-bus's message. Versions of sdbusplus
+ * The text of a failure for a client: the failed call and sd-bus's message. Versions of sdbusplus
  * differ in whether description() has the call; what() is "call: error name: message" in all.
  */
 std::string text_of(const sdbusplus::exception::SdBusError& failure)
@@ -66,8 +66,9 @@ void forget_own_object(void* object)
 }
 
 /**
- * Keeps the path of an object that the host makes itself for as long as its slot is held: sd-bus
- * lists none of those below an object of the library, which has an object manager of its own.
+ * Keeps the path of an object that the host makes itself until its slot is released. Root managers
+ * need the path, since sd-bus lists no object below one of the library's, which has an object
+ * manager of its own.
  */
 void note_own_object(sd_bus* bus, sd_bus_slot* slot, const char* path, const void* object)
 {
@@ -98,12 +99,13 @@ class LoggedBus final : public sdbusplus::SdBusImpl
         }
         catch (const std::bad_alloc&)
         {
-            *slot = sd_bus_slot_unref(*slot); // which the caller knows nothing of yet
+            *slot = sd_bus_slot_unref(*slot); // the caller doesn't have it yet
             return -ENOMEM;
         }
     }
 
-    /** For the SdBusError being handled. Its text may come from a host, so it is repaired. */
+    /** Gives the client text_of() the SdBusError being handled, if `message` is that error's. The
+     *  text may come from a host, so it is repaired. */
     int sd_bus_error_set(sd_bus_error* error, const char* name, const char* message) override
     {
         if (std::current_exception())
@@ -134,7 +136,8 @@ class LoggedBus final : public sdbusplus::SdBusImpl
         const int result =
             SdBusImpl::sd_bus_emit_properties_changed_strv(bus, path, interface, names);
         auto* context = gantry::own_context();
-        // EDOM: the property is one that never announces a change. A lost bus refuses all of them.
+        // EDOM: the property never announces a change. The log is limited, since a lost bus refuses
+        // every announcement.
         if (result < 0 && result != -EDOM && !gantry::ExceptionRelay::is_relaying() &&
             (context == nullptr || context->state->lost_changes.admit(context->event.get())))
         {
@@ -162,7 +165,7 @@ int on_disconnected(sd_bus_message* /*message*/, void* data, sd_bus_error* /*err
         gantry::as_handled);
 }
 
-/** How many callbacks are on the thread's stack. */
+/** How many InCallback objects are on the thread's stack. */
 constinit thread_local unsigned callbacks = 0;
 
 /** The oldest grant of a name; the end if the name isn't owned. */
@@ -171,8 +174,8 @@ auto find_grant(std::list<std::string>& grants, const char* name)
     return std::find(grants.begin(), grants.end(), name);
 }
 
-/** NameLost, which the bus sends to the former owner alone, ends the oldest grant: when it is read,
- * the host may have got the name again. */
+/** Handles NameLost, which the bus sends to the former owner alone. It ends the oldest grant of the
+ * name, since the bus may have granted the name again before the message is read. */
 [[gnu::noinline]] int on_name_lost(sd_bus_message* message, GANTRY_cpp_context& context)
 {
     const char* name = nullptr;
@@ -232,14 +235,14 @@ sdbusplus::bus_t gantry::open_bus(bool is_shared)
     const int result = is_shared ? sd_bus_default_system(&opened) : sd_bus_open_system(&opened);
     if (result < 0)
     {
-        // libsystemd doesn't tell which address it tried.
+        // libsystemd doesn't report which address it tried.
         const char* address = secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
         GANTRY_LOG(log::failed, "the system bus can't be opened at [%s], rv=%d",
                    address != nullptr ? address : "its standard address", result);
     }
     const std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)> held{opened, sd_bus_unref};
-    // The bus object reads the connection's unique name, which waits for the bus. That wait isn't
-    // repeated if a signal interrupts it, so the wait is made here.
+    // The constructor of the bus object reads the connection's unique name, which waits for the
+    // bus, and fails if a signal to the process interrupts it. So the wait is made here.
     sd_id128_t ignored;
     uninterrupted([&] { return sd_bus_get_bus_id(opened, &ignored); });
 
@@ -272,7 +275,7 @@ int gantry::request_name(GANTRY_cpp_context& context, const char* name)
         grants.erase(grant);
     }
     grants.splice(grants.end(), granted);
-    // The call that was interrupted had been sent, and the bus granted the name.
+    // After an interrupted call, -EALREADY means that the bus granted the name for that call.
     return calls > 1 && result == -EALREADY ? 0 : result;
 }
 
@@ -352,7 +355,8 @@ void gantry::end_connection(GANTRY_cpp_context& context, int open)
     if (int code = 0; sd_event_get_exit_code(context.event.get(), &code) < 0)
     {
         sd_bus* bus = GANTRY_get_sd_bus(context.bus);
-        // All that wait for the connection's end are told before its loop ends.
+        // Dispatches what sd-bus still has, so that pending calls fail and the host's function for
+        // the loss is called before the loop ends.
         ExceptionRelay::enter(
             [bus]
             {

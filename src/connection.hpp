@@ -1,6 +1,6 @@
 /*
- * A context's connection: the one way to it is GANTRY_get_sd_bus, and here is what several parts of
- * the library do with it.
+ * What several parts of the library do with a context's connection, which only GANTRY_get_sd_bus
+ * gives access to.
  */
 #pragma once
 
@@ -11,8 +11,8 @@
 namespace gantry
 {
 
-/** Repeats a call that waits for the bus for as long as signals interrupt it. Returns its result.
- */
+/** Makes a call that waits for the bus, and repeats it while signals to the process interrupt it.
+ * Returns its result. */
 template <class Call>
 int uninterrupted(const Call& call)
 {
@@ -27,35 +27,35 @@ int uninterrupted(const Call& call)
 /** Opens the thread's shared default connection, or a private one. */
 sdbusplus::bus_t open_bus(bool is_shared);
 
-/** Has the context see each message of its connection before any other does: the loss of a name,
- * and calls that are refused (backpressure.hpp). */
+/** Adds the filter that sees each message of the connection before sd-bus dispatches it. It handles
+ * the loss of a name, and refuses calls (backpressure.hpp). */
 void see_messages(GANTRY_cpp_context& context);
 
 /** Whether the bus itself sent the message. sd-bus doesn't check this for a match on the bus's
- * name, and any client can send a signal like the bus's to the connection. */
+ * name, and any client can send the connection a signal that looks like the bus's. */
 bool is_from_bus(sd_bus_message* message) noexcept;
 
 /**
- * Requests a well-known name: it replaces another owner, may be replaced, and doesn't queue.
- * Returns a negative errno when the bus refuses; -EALREADY if the connection had the name before.
- * The name is the context's until the bus tells of its loss.
+ * Requests a well-known name. The context replaces another owner, may be replaced itself, and
+ * doesn't queue for the name. Returns a negative errno if the bus refuses, or -EALREADY if the
+ * connection already has the name. The context owns the name until the bus reports its loss.
  */
 int request_name(GANTRY_cpp_context& context, const char* name);
 
-/** The name requested last of those that the context still owns; null if it owns none. */
+/** Of the names that the context still owns, the one requested last; null if it owns none. */
 const char* owned_name(GANTRY_cpp_context& context) noexcept;
 
-/** Writes what waits to be written. Throws SdBusError. */
+/** Writes all queued messages. Throws SdBusError. */
 void flush(sd_bus* bus);
 
-/** Writes what waits to be written, for a second at most, and logs what is dropped after that. */
+/** Writes queued messages for at most a second, and logs how many are dropped after that. */
 void write_what_is_left(GANTRY_cpp_context& context) noexcept;
 
 /** Has `lost` called once when the connection is lost; null ends that. */
 void set_on_disconnect(GANTRY_cpp_context& context,
                        void (*lost)(GANTRY_cpp_context* context, void* data), void* data);
 
-/** For check_connection(), with what sd_bus_is_open() returned. */
+/** Called by check_connection() with what sd_bus_is_open() returned: throws as described there. */
 void end_connection(GANTRY_cpp_context& context, int open);
 
 /** Throws SdBusError if the connection can't be served, because it was closed or because it isn't
@@ -75,9 +75,11 @@ inline void check_connection(GANTRY_cpp_context& context)
 bool is_in_callback(GANTRY_cpp_context& context) noexcept;
 
 /**
- * Tells is_in_callback() of callbacks that sd-bus doesn't know of: a function that the library
- * calls with an object which it may free, and a getter that sd-bus runs to make a signal, since
- * within one that has another such signal made sd-bus takes the first for ended.
+ * Marks a callback that sd-bus doesn't report, so that is_in_callback() is true in it:
+ *
+ *   - a function that the library itself calls with an object, which the function may free;
+ *   - a getter that sd-bus runs to make a signal. If the getter has another such signal made,
+ *     sd-bus reports no callback once that one is made, although the first getter still runs.
  */
 class InCallback
 {

@@ -29,7 +29,7 @@ GANTRY_cpp_context::GANTRY_cpp_context() :
     state(std::make_unique<gantry::ContextState>())
 {
     state->is_private = !GANTRY_use_default;
-    // A connection that failed to open fails here.
+    // Throws if the connection couldn't be opened.
     sd_bus* connection = GANTRY_get_sd_bus(bus);
     gantry::flush(connection);
     gantry::see_messages(*this);
@@ -50,7 +50,8 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
     gantry::destroy_freed_objects(*this);
     while (!tracker.empty())
     {
-        // Removed from both lists first, so that nothing that the deleter calls finds the object.
+        // Removed from both lists first, so that no function that the deleter calls finds the
+        // object.
         const auto newest = tracker.back();
         tracker.pop_back();
         if (auto* record = state->objects.newest();
@@ -60,7 +61,8 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
         }
         newest.deleter(newest.object);
     }
-    // What is left is the host's own; what publishes it releases the records.
+    // The records that are left are of the host's own objects. GANTRY_cpp_unpublish() releases
+    // them.
     while (auto* own = state->objects.newest())
     {
         state->objects.remove(*own);

@@ -1,6 +1,6 @@
 /*
- * What a context has besides the fields that hosts see: one struct, so that each file of the frame
- * keeps its part of a context here and none of it shows in a host's header.
+ * What a context has besides the fields that hosts see. Each file of the library keeps its part of
+ * a context in this struct, so that none of it shows in a host's header.
  */
 #pragma once
 
@@ -36,18 +36,21 @@ struct ContextState
 {
     // Loops and destruction (deferred_destruction.hpp).
 
-    /** A stop was requested and the outermost loop hasn't returned yet. Signal handlers set it. */
+    /** Whether a stop was requested and the outermost loop hasn't returned yet. Signal handlers may
+     *  set it. */
     std::atomic<bool> stopping{false};
     static_assert(std::atomic<bool>::is_always_lock_free);
 
     /** The number of the context's loops on the stack; above 1 when a callback entered one. */
     std::uint32_t loops = 0;
 
-    /** The context was freed while it was in use; then `destroy` destroys it. */
+    /** Whether the context was freed while it was in use. It is destroyed once it is idle. */
     bool destroy_when_idle = false;
+    /** Destroys the context, when it is idle or its thread exits. */
     void (*destroy)(GANTRY_cpp_context* context) = nullptr;
 
-    /** The newest object that was freed inside a callback; its `older` is the next one. */
+    /** The list of the objects that were freed inside a callback, newest first, linked by `older`.
+     */
     GANTRY_instance* freed_objects = nullptr;
 
     /** The event source that destroys what was freed; null before the first use. */
@@ -57,14 +60,15 @@ struct ContextState
 
     ObjectIndex objects;
 
-    /** Entries of `tracker` whose object was freed. */
+    /** How many entries of `tracker` have lost their object. */
     std::size_t freed_entries = 0;
 
-    /** What the last creating function published, and why not. */
+    /** What the last creating function published, null if it failed or the object was freed; and
+     *  the errno of that function. */
     GANTRY_instance* last_created = nullptr;
     int create_error = ENOENT;
 
-    /** The objects whose hosts have asked to hear of clients' writes. */
+    /** The records of the objects that have a `written` callback, by object. */
     std::unordered_map<const void*, GANTRY_instance*> write_listeners;
 
     /** The object managers at paths that the host chose, oldest first. */
@@ -76,16 +80,16 @@ struct ContextState
     /** The paths of the objects that the host made itself (connection.cpp). */
     std::unordered_multimap<const void*, std::string> own_paths;
 
-    /** The classes of those that it published (own_object.cpp). */
+    /** The classes of those objects of its own that the host published (own_object.cpp). */
     std::unordered_map<const sd_bus_vtable*, Descriptor> own_classes;
 
-    /** The interfaces that have left a path and whose InterfacesRemoved waits. */
+    /** By path, the interfaces whose InterfacesRemoved waits. */
     std::map<std::string, std::vector<const char*>> removed_interfaces;
 
     // The connection (connection.hpp).
 
-    /** The well-known names that the bus has granted and not told the loss of, newest last. A text
-     * stays where it is for as long as the name is owned. */
+    /** The well-known names that the bus has granted and whose loss it hasn't reported, newest
+     * last. A list, since hosts get pointers to the texts. */
     std::list<std::string> granted_names;
 
     LimitedLog lost_changes{1, "changes could not be announced"};
@@ -96,7 +100,7 @@ struct ContextState
     /** Replies that clients don't read (backpressure.hpp). */
     Backpressure backpressure;
 
-    /** Whether no one else uses the connection. */
+    /** Whether the context opened the connection for itself alone. */
     bool is_private = false;
 
     /** Called when the connection is lost; null for none. */
@@ -105,8 +109,8 @@ struct ContextState
     std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)> disconnected{nullptr,
                                                                             sd_bus_slot_unref};
 
-    /** The filter that sees reads before sd-bus does (read_listeners.cpp); null before the first
-     *  object whose host wants to hear of them. */
+    /** The filter that sees reads before sd-bus dispatches them (read_listeners.cpp); null until an
+     *  object gets a `read` callback. */
     std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)> read_filter{nullptr,
                                                                            sd_bus_slot_unref};
 
@@ -117,8 +121,8 @@ struct ContextState
     // Signals (signal.hpp, subscription.hpp).
 
     LimitedLog unreadable_signals{9, "signals could not be read"};
-    /** Those that hosts can end, by their serials. One that ends while its callback runs is held by
-     *  the frame that called it. */
+    /** The subscriptions that hosts can end, by serial. One that is ended while its callback runs
+     *  is kept alive by the function that called it. */
     std::map<std::uintptr_t, std::shared_ptr<HostSubscription>> subscriptions;
 
     // Calls that are answered later (deferred_call.hpp).

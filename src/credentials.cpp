@@ -10,14 +10,14 @@ namespace gantry
 namespace
 {
 
-/** Handles all that isn't the answer to a question, without a reply. */
+/** Handles every message that isn't an answer of the bus, without a reply. */
 int drop(sd_bus_message* /*message*/, void* /*data*/, sd_bus_error* /*error*/)
 {
     return 1;
 }
 
-/** Opens a connection to the bus of the context's own. It is read in the context's loops as well,
- *  so that what arrives between two questions doesn't gather. */
+/** Opens a second connection to the context's bus. The context's loops read it as well, so that
+ *  what arrives while nothing is asked doesn't gather. */
 int open(GANTRY_cpp_context& context, AskingBus& opened) noexcept
 {
     const char* address = nullptr;

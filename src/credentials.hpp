@@ -1,7 +1,8 @@
 /*
- * Who the clients of a context are, as the bus knows it. The question is asked on a connection of
- * its own: its answer is waited for, and meanwhile a connection takes in whatever arrives. What a
- * client sends to this one carries no file descriptors, which a process has few of, and is dropped.
+ * Who the clients of a context are, as the bus knows them. The bus is asked on a separate
+ * connection, because sd-bus reads and queues everything that arrives on a connection while it
+ * waits there for the answer. The separate connection accepts no file descriptors, of which a
+ * process has few, and drops all that isn't an answer.
  */
 #pragma once
 
@@ -16,7 +17,7 @@
 namespace gantry
 {
 
-/** The connection; null until the first question. */
+/** The separate connection; null until the bus is first asked. */
 using AskingBus = std::unique_ptr<sd_bus, decltype(&sd_bus_close_unref)>;
 
 struct Credentials
@@ -25,7 +26,8 @@ struct Credentials
     pid_t pid;
 };
 
-/** Asks who has that unique name. Returns a negative errno if the bus doesn't say. */
+/** Asks the bus for the credentials of that unique name's owner. Returns a negative errno if it
+ *  gives none. */
 int ask_credentials(GANTRY_cpp_context& context, const char* name, Credentials& found) noexcept;
 
 } // namespace gantry

@@ -16,8 +16,8 @@ namespace
 {
 
 /**
- * A message that stands for a call when it is answered: with its sender, cookie and member, but
- * without its arguments and descriptors, of which a client may send many.
+ * A message that stands for a call when it is answered: with its sender, cookie, path and member,
+ * but without its arguments and file descriptors, of which a client may send many.
  */
 OpenCall::Message make_stub(sd_bus_message* call)
 {
@@ -97,7 +97,7 @@ bool AnsweringCall::wants_reply() const noexcept
 int AnsweringCall::refuse(const char* name, const char* text) noexcept
 {
     is_answered = true;
-    // It sends nothing if the client wants no reply.
+    // sd-bus sends nothing if the client wants no reply.
     const sd_bus_error error{.name = name, .message = text, ._need_free = 0};
     return sd_bus_reply_method_error(message(), &error);
 }
@@ -122,8 +122,8 @@ void close_calls(GANTRY_cpp_context& context, const GANTRY_instance* instance) n
 
 void close_calls_of(GANTRY_cpp_context& context, HeldClient client)
 {
-    // Inside a callback of the connection the context stays, whatever the host frees. The calls
-    // needn't, so each is looked up by the serial of the one before.
+    // Inside a callback of the connection the context isn't destroyed, whatever the host frees. But
+    // the host may answer other calls, so the next one is looked up by the serial of the last.
     auto& open = context.state->calls.open;
     auto newer = std::numeric_limits<std::uintptr_t>::max();
     while (true)

@@ -1,10 +1,10 @@
 /*
- * Calls that a host answers later. Each holds what its answer needs of its message. A context has
- * its open calls in the order of their serials, and the serial is what the host has as its
- * GANTRY_call* (serial.hpp), so the handle of a call that is closed finds none.
+ * Calls that a host answers later. An open call keeps that part of its message which the answer
+ * needs. A context keeps its open calls by serial. The host has the serial as its GANTRY_call*
+ * (serial.hpp), so the handle of a closed call finds nothing.
  *
- * A call is taken out of the context to be answered, so that a second answer does no harm. The
- * calls of a client that has left are closed without one (calling_client.hpp).
+ * A call is removed from the context before it is answered, so a second answer finds nothing
+ * either. The calls of a client that has left are closed without an answer (calling_client.hpp).
  */
 #pragma once
 
@@ -26,13 +26,13 @@ namespace gantry
 
 struct ReplyForm;
 
-/** Whose call it is. */
+/** The object that was called, and how it is answered. */
 struct CalledObject
 {
     const void* object;
     /** Null for an object that a C++ host made itself. */
     GANTRY_instance* instance;
-    /** Null if the host answers in C. */
+    /** How the result is appended; null if the host answers in C. */
     const ReplyForm* form;
 };
 
@@ -51,10 +51,10 @@ struct OpenCall
     void* cancelled_data = nullptr;
 };
 
-/** Closes the calls of a client that has left, newest first, and tells the host of each. */
+/** Closes the calls of a client that has left, newest first, and calls their `cancelled`. */
 void close_calls_of(GANTRY_cpp_context& context, HeldClient client);
 
-/** What a context has of them. */
+/** The deferred calls of a context. */
 struct DeferredCalls
 {
     CallingClients clients{close_calls_of, {}};
@@ -63,19 +63,19 @@ struct DeferredCalls
     std::size_t max_of_client = 128;
 };
 
-/** Keeps a call of the object open. Returns null if the context or the client has as many as it
- *  may. Throws SdBusError if memory ends. */
+/** Keeps a call of the object open. Returns null if the context or the client already has as many
+ *  open calls as it may. Throws SdBusError or std::bad_alloc if memory is too short. */
 GANTRY_call* open_call(GANTRY_cpp_context& context, const CalledObject& called,
                        sd_bus_message* message);
 
-/** The context's open call of that handle; null if there is none. */
+/** The context's open call with that handle; null if there is none, or no context. */
 OpenCall* find_open(GANTRY_cpp_context* context, const GANTRY_call* handle) noexcept;
 
-/** Has the host's function called when the client of an open call has left; null ends it. Returns a
- *  negative errno if the bus can't be asked, and then changes nothing. */
+/** Sets the host's function that is called when the client of an open call has left; null for none.
+ *  Returns a negative errno, and changes nothing, if the client can't be watched. */
 int on_cancel(OpenCall& call, void (*cancelled)(GANTRY_call* call, void* data), void* data);
 
-/** A call that was taken out of its context, to be answered now. */
+/** A call that was removed from its context to be answered now. */
 class AnsweringCall
 {
   public:
@@ -106,7 +106,7 @@ class AnsweringCall
     bool is_answered = false;
 };
 
-/** Refuses the open calls of an object that is being destroyed; for null all of the context. */
+/** Refuses the open calls of an object that is being destroyed; for null, all of the context. */
 void close_calls(GANTRY_cpp_context& context, const GANTRY_instance* instance) noexcept;
 
 } // namespace gantry

@@ -17,7 +17,7 @@ namespace
 
 constexpr char source_stem[] = "deferred_destruction";
 
-/** Takes the manager that came with an object off the bus; null is ignored. */
+/** Removes the manager that was added with an object; null is ignored. */
 void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexcept
 {
     if (slot == nullptr)
@@ -29,13 +29,14 @@ void remove_object_manager(GANTRY_cpp_context& context, sd_bus_slot* slot) noexc
         delete std::exchange(context.object_manager, nullptr);
         return;
     }
-    // No longer floating, it has one reference, which is dropped here.
+    // The slot floats. Once it doesn't, its only reference is the one added here, which is dropped.
     sd_bus_slot_ref(slot);
     sd_bus_slot_set_floating(slot, 0);
     sd_bus_slot_unref(slot);
 }
 
-/** Inside a callback for a client's write sd-bus would answer that with an error. */
+/** Destroys an object even inside a callback. If that is for a client's write, sd-bus then answers
+ *  the write with an error. */
 void destroy_now(GANTRY_instance& instance) noexcept
 {
     remove_object_manager(*instance.vctx, instance.manager);
@@ -48,8 +49,8 @@ int on_event(sd_event_source* /*source*/, void* context)
     return 0;
 }
 
-/** Has the event loop call on_event() next. If that fails, a loop or the context's destruction
- *  remains. */
+/** Has the event loop call on_event() next. If that fails, the next loop or the context's
+ *  destruction destroys what was freed. */
 void schedule(GANTRY_cpp_context& context) noexcept
 {
     auto*& source = context.state->destruction;
@@ -75,7 +76,7 @@ InLoop::InLoop(GANTRY_cpp_context& entered) noexcept : context(entered)
 {
     if (++context.state->loops == 1)
     {
-        // Freed in a callback that ran outside of the event loop.
+        // Something may have been freed in a callback that ran outside of the event loop.
         destroy_if_idle(context);
     }
 }
@@ -91,8 +92,8 @@ InLoop::~InLoop()
     {
         state.stopping = false;
     }
-    // A callback may still be running: one that the host's own event loop called has entered this
-    // loop, or the thread is being ended inside of a callback.
+    // This destroys nothing if a callback is still running: one that the host's own event loop
+    // called has entered this loop, or the thread is being ended inside of a callback.
     destroy_if_idle(context);
 }
 

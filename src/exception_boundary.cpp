@@ -18,8 +18,8 @@ constexpr char source_stem[] = "exception_boundary";
  * Returns the positive errno of the exception being handled, and logs it for `place` unless that
  * is null, with its subject unless that is null. A forced unwind passes through.
  */
-// libstdc++ gives the handler of a forced unwind a null reference, which UBSan would report; so it
-// would in a caller that this were inlined into.
+// libstdc++ gives the handler of a forced unwind a null reference, which UBSan would report. This
+// isn't inlined, since UBSan would report it in the caller as well.
 [[gnu::noinline]] __attribute__((no_sanitize("null"))) int
 current_errno(const Place* place, const Subject* subject = nullptr)
 {
@@ -88,7 +88,7 @@ void ExceptionRelay::rethrow()
 
 int ExceptionRelay::take()
 {
-    // Null for an exception of another language's.
+    // Null for an exception of another language.
     auto taken = std::current_exception();
     const bool keeps = taken && innermost != nullptr && !innermost->relayed;
     const Place place = GANTRY_HERE;

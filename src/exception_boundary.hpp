@@ -1,24 +1,24 @@
 /*
- * The two edges between C++ and C that no exception crosses.
+ * The two boundaries between C++ and C, which no exception crosses.
  *
  * A bus callback is called by libsystemd. sd-bus and sd-event are C: an exception that unwinds
  * through their frames runs none of their cleanup, leaves the event loop marked as running and the
  * connection holding its current message, and ends the process where C was built without unwind
- * tables. So an exception is taken at the edge of the callback, kept by the innermost
- * ExceptionRelay on the stack, which belongs to the C++ frame that entered libsystemd, and thrown
- * again there as soon as the C call has returned:
+ * tables. So bus_boundary() catches an exception in the callback. The innermost ExceptionRelay on
+ * the stack, which belongs to the C++ function that entered libsystemd, keeps it, and throws it
+ * again as soon as the C call has returned:
  *
  *     ExceptionRelay::enter  ->  sd_event_run, ... (C)  ->  bus_boundary  ->  what may throw
  *
- *     throws it again        <-  returns                <-  takes it
+ *     throws it again        <-  returns                <-  catches it
  *
  * Without an ExceptionRelay on the stack, as when a host drives the thread's event loop itself, the
  * exception is logged and dropped: if it were kept, it would end some other loop later.
  *
- * An exported function is called by the host. At its edge an exception is logged and becomes the
+ * An exported function is called by the host. host_boundary() logs its exception and makes it the
  * errno that the function reports.
  *
- * A forced unwind (pthread_exit, cancellation) passes both edges: the thread is being ended.
+ * A forced unwind (pthread_exit, cancellation) passes both boundaries, since it ends the thread.
  */
 #pragma once
 
@@ -47,7 +47,7 @@ class ExceptionRelay
         innermost = outer;
         if (relayed)
         {
-            // The entered call threw an exception of its own, which is the one that goes on.
+            // The entered call threw an exception of its own, which continues instead.
             drop();
         }
     }
@@ -79,11 +79,11 @@ class ExceptionRelay
 
     /**
      * Hands the exception being handled to the innermost ExceptionRelay; logs and drops it if there
-     * is none or if that one already has an exception. Returns its errno, negative.
+     * is none or if that one already has one. Returns the exception's errno, negative.
      */
     GANTRY_API static int take();
 
-    /** Whether the innermost ExceptionRelay has an exception: that is logged where it arrives. */
+    /** Whether the innermost ExceptionRelay has an exception. Whoever catches that will log it. */
     static bool is_relaying() noexcept
     {
         return innermost != nullptr && innermost->relayed;
@@ -102,8 +102,8 @@ class ExceptionRelay
     [[gnu::cold]] void drop() noexcept;
 
     // A bare pointer, not an object with a destructor: the destructor of the thread's pthread key
-    // may destroy the thread's context after C++ thread-locals are gone. At a fixed offset from the
-    // thread pointer, so that no call is needed to find it.
+    // may destroy the thread's context after C++ thread-locals are gone. The model puts it at a
+    // fixed offset from the thread pointer, so that no call is needed to find it.
     [[gnu::tls_model(
         "initial-exec")]] inline static constinit thread_local ExceptionRelay* innermost = nullptr;
 
@@ -112,9 +112,9 @@ class ExceptionRelay
 };
 
 /**
- * The edge of a bus callback: returns the result of `call` to sd-bus, or, if `call` throws, what
- * `failed` makes of the exception's negative errno. Inlined into its caller, so that a getter pays
- * nothing for it.
+ * The boundary of a bus callback: returns the result of `call` to sd-bus, or, if `call` throws,
+ * what `failed` makes of the exception's negative errno. It is inlined into its caller, so that a
+ * getter pays nothing for it.
  */
 template <class Call>
 [[gnu::always_inline]] inline int bus_boundary(const Call& call, int (*failed)(int error))
@@ -129,21 +129,21 @@ template <class Call>
     }
 }
 
-/** For a property: an error, since sd-bus closes the connection if a getter reports success and has
- *  appended nothing. */
+/** The `failed` of a property: returns the error, since sd-bus closes the connection if a getter
+ *  reports success and has appended nothing. */
 inline int as_error(int error) noexcept
 {
     return error;
 }
 
-/** For a method or a match: handled, without a reply. */
+/** The `failed` of a method or a match: the message counts as handled, without a reply. */
 inline int as_handled(int /*error*/) noexcept
 {
     return 1;
 }
 
-/** Disables the thread's cancellation for as long as it lives: a cancellation that a destructor or
- *  another noexcept function acted on would abort the process. */
+/** Disables the thread's cancellation for as long as this object exists. A cancellation that
+ *  unwinds through a destructor, or another noexcept function, would abort the process. */
 class NoCancellation
 {
   public:
@@ -185,7 +185,7 @@ class CallReference
     int (*function)(const void* of);
 };
 
-/** The result, for host_boundary(), of a failure that is in the log already. */
+/** What a call returns to host_boundary() for a failure that it has logged itself. */
 constexpr int already_logged(int error) noexcept
 {
     return -error;
@@ -199,9 +199,9 @@ struct Subject
 };
 
 /**
- * The edge of an exported function that reports by an errno: stores the result of `call` in *error,
- * or, if that is null, logs it for `place`. If `call` throws, logs the exception for `place`, with
- * its subject if there is one, and stores its positive errno.
+ * The boundary of an exported function that reports an errno: stores the result of `call` in
+ * *error, or logs it for `place` if `error` is null. If `call` throws, logs the exception for
+ * `place`, with its subject if there is one, and stores its positive errno.
  */
 void host_boundary(const Place& place, int* error, CallReference call,
                    const Subject* subject = nullptr);

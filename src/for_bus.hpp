@@ -1,7 +1,6 @@
 /*
- * Values for the bus: the same value, with every text in it repaired to UTF-8, if a message can
- * hold it. A value of a type without text is returned as it is, and valid text costs only the
- * check.
+ * Makes values fit for the bus: repairs every text in a value to UTF-8, and refuses a value that no
+ * message can hold. A type without text needs no repair, and valid text costs only the check.
  */
 #pragma once
 
@@ -72,7 +71,7 @@ void repair(std::vector<Element>& elements)
     }
 }
 
-// Two elements may become equal.
+// Two elements may become equal; one of them is kept.
 template <class Element>
 void repair(std::set<Element>& elements)
 {

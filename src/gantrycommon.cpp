@@ -3,7 +3,7 @@
  * an instance, and the functions of the ten basic types.
  *
  * All traffic is processed by the sd-event loop that the context attached its connection to. Each
- * run of it enters libsystemd, so an exception that a bus callback threw comes out of that run.
+ * run of it enters libsystemd, so run() throws the exception that a bus callback threw.
  */
 #include "announcement.hpp"
 #include "connection.hpp"
@@ -47,7 +47,7 @@ int run(GANTRY_cpp_context& context, Timeout timeout)
                                          { return context.event.run(timeout); });
 }
 
-/** Serves all that is ready, or until a stop, and doesn't block. Throws if the connection can't be
+/** Serves all that is ready, or until a stop, without blocking. Throws if the connection can't be
  *  served any more. */
 void drain(GANTRY_cpp_context& context)
 {
@@ -61,7 +61,7 @@ void drain(GANTRY_cpp_context& context)
 }
 
 /**
- * Does what Event::loop does, one run at a time, so that after a stop or a carried exception the
+ * Does what Event::loop does, one run at a time, so that after a stop or a relayed exception the
  * event loop is not finished and can be entered again. Returns the exit code, 0 if there is none,
  * and throws a negative one, as Event::loop does.
  */
@@ -71,7 +71,8 @@ int loop(GANTRY_cpp_context& context)
     gantry::send_due_changes(context);
     while (!context.state->stopping)
     {
-        // First, since a connection that the host's own loop has seen lost wakes nobody.
+        // Checked before each run: if the host's own event loop has dispatched the connection's
+        // loss, no event would end the run.
         gantry::check_connection(context);
         run(context, std::nullopt);
         gantry::send_due_changes(context);

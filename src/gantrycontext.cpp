@@ -1,7 +1,6 @@
 /*
  * The per-thread context: made at a thread's first use, destroyed by GANTRY_context_free or at the
- * thread's exit. Also what a context does with itself:
- * the health check, and the stop of its loops.
+ * thread's exit. Also a context's health check, and the stop of its loops.
  */
 #include "gantrycontext.hpp"
 
@@ -35,9 +34,9 @@ namespace
 constexpr char source_stem[] = "gantrycontext";
 
 /**
- * Deletes a context, after its thread's key has dropped it. If the thread is exiting inside a
- * callback, the frames of sd-bus never return and keep their references, so the connection is
- * closed here: else its name would stay owned, and calls would wait for their timeout.
+ * Deletes a context, which is then no longer its thread's. If the thread is exiting inside a
+ * callback, the functions of sd-bus never return and keep their references, so the connection is
+ * closed here: otherwise its name would stay owned, and calls would wait for their timeout.
  */
 void destroy(GANTRY_cpp_context* context) noexcept
 {
@@ -90,7 +89,7 @@ try
         }
         if (!gantry::destroy_if_idle(*existing))
         {
-            // A second context would share its connection and find its objects' paths taken.
+            // A second context would share its connection, on which its objects have their paths.
             return;
         }
     }
@@ -104,7 +103,8 @@ try
     {
         return;
     }
-    // If memory is too short for this, the thread couldn't find the context again to free it.
+    // If memory is too short for this, it throws, and the context is deleted: the thread couldn't
+    // find it again to free it.
     gantry::set_own_context(context.get());
     *out = context.release();
     GANTRY_LOG(gantry::log::trace, "leave");
@@ -403,7 +403,7 @@ GANTRY_cpp_context* gantry::resolve(const Place& place, GANTRY_cpp_context* cont
     return context;
 }
 
-// The C names. Each calls its typed twin.
+// The C names. Each calls the function of the same purpose with GANTRY_cpp_ in its name.
 
 void GANTRY_context_new(GANTRY_cpp_context** out)
 {
@@ -417,7 +417,7 @@ void GANTRY_context_free(GANTRY_cpp_context** context)
 
 void GANTRY_context_set_service(GANTRY_cpp_context* context, const char* name)
 {
-    // The text is only ever read; the typed name takes char* because it always has.
+    // The text is only read. The parameter of the C++ name isn't const, since hosts link to it.
     GANTRY_cpp_context_set_service(context, const_cast<char*>(name));
 }
 

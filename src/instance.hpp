@@ -32,19 +32,21 @@ struct GANTRY_instance
 
     /** The object's class. */
     const gantry::Descriptor* descriptor;
-    /** The object manager at the path that came with the object. Not owned; null without one. */
+    /** The object manager that was added with the object, at its path. Not owned; null without one.
+     */
     sd_bus_slot* manager = nullptr;
 
-    /** The neighbours in the context's list of objects; once the object was freed inside a
-     * callback, `older` is the next one of those. */
+    /** The neighbours in the context's list of objects. Once the object was freed inside a
+     * callback, `older` is its neighbour in the list of such objects. */
     GANTRY_instance* older = nullptr;
     GANTRY_instance* newer = nullptr;
-    /** Where the object's entry in the context's tracker was when the entries were last moved. */
+    /** The index of the object's entry in the context's tracker when the entries were last moved.
+     */
     std::uint32_t tracked = 0;
     /** Whether the object is in the context's list: from its publication until it is freed. */
     bool is_listed = false;
-    /** The mark of the changes that waited when the object was published; 0 once clients may know
-     *  it. */
+    /** What PendingChanges::mark() returned when the object was published; 0 once it was announced.
+     */
     std::uint32_t mark = 0;
 
     /** Called when a client has written a property; null for none. */
@@ -55,7 +57,7 @@ struct GANTRY_instance
     void (*read)(GANTRY_instance* instance, void* data) = nullptr;
     void* read_data = nullptr;
 
-    /** Whether its host made the object (own_object.cpp). */
+    /** Whether the host made the object itself (own_object.cpp). */
     [[nodiscard]] bool is_own() const noexcept;
 };
 
@@ -66,7 +68,7 @@ struct Descriptor
 {
     /** The interface name, which is also the service name of a context that has none. */
     const char* interface;
-    /** The path of an object that is given none. */
+    /** The path of an object for which the host gives none. */
     const char* path;
     const sd_bus_vtable* vtable;
     /** Null for a class without properties. */
@@ -76,8 +78,8 @@ struct Descriptor
     void* (*create)(sdbusplus::bus_t& bus, GANTRY_instance* instance);
     /** Deletes an object of the class through its virtual destructor. */
     void (*delete_as_class)(void* object);
-    /** The deleter under which objects of the class are tracked. Its address tells the class, so no
-     *  two classes share one. Null for objects that the host makes, as is `create`. */
+    /** The deleter with which objects of the class are tracked. Its address identifies the class,
+     *  so no two classes share one. Null, as is `create`, for objects that the host makes. */
     void (*deleter)(void* object);
 };
 

@@ -27,7 +27,7 @@ bool LimitedLog::admit(sd_event* event) noexcept
     if (timer == nullptr &&
         sd_event_add_time_relative(event, &timer, CLOCK_MONOTONIC, minute, 0, on_minute, this) < 0)
     {
-        count = 0; // no end of the minute would come
+        count = 0; // nothing would end the minute
     }
     return is_logged;
 }

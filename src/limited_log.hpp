@@ -1,6 +1,6 @@
 /*
- * A failure that can repeat without end, since clients or a lost bus cause it: its first lines of a
- * minute go to the log, the others are counted, and one line has their number.
+ * Logs a failure that can repeat without end, since clients or a lost bus cause it. The first
+ * failures of a minute are logged, the others are counted, and one line gives their number.
  */
 #pragma once
 
@@ -12,7 +12,8 @@ namespace gantry
 class LimitedLog
 {
   public:
-    /** Of each minute `most` lines are logged; `what` ends the line that counts the others. */
+    /** At most `most` failures per minute are logged; `what` ends the line that counts the others.
+     */
     constexpr LimitedLog(unsigned most, const char* what) noexcept : limit(most), subject(what)
     {
     }
@@ -25,8 +26,7 @@ class LimitedLog
     LimitedLog& operator=(const LimitedLog&) = delete;
     LimitedLog& operator=(LimitedLog&&) = delete;
 
-    /** Counts a failure, in a minute that a timer of `event` ends. Returns whether it is to be
-     *  logged. */
+    /** Counts a failure. A timer of `event` ends the minute. Returns whether to log the failure. */
     bool admit(sd_event* event) noexcept;
 
     /** Logs how many failures were not logged, and begins to count anew. */

@@ -1,5 +1,5 @@
 /*
- * How the library logs: one call of the platform's tallylog_printf a message. The first three
+ * How the library logs: one call of the platform's tallylog_printf per message. The first three
  * values of its format are the place: a source file's stem, a line and a bare function name. Code
  * that logs for itself has its stem in a constant `source_stem`; code that does the work of
  * generated code logs for the place that called it.
@@ -11,7 +11,7 @@
 namespace gantry
 {
 
-/** The place that a message names. */
+/** The place in the code that a message names. */
 struct Place
 {
     const char* stem;

@@ -1,8 +1,8 @@
 /*
- * The bus callbacks of methods. In reply shape the arguments are read and the reply is made here,
- * the virtual method runs, and what it returns is sent; in message shape the virtual method gets
- * the message and answers it itself. serve() says what becomes of exceptions, and how the host may
- * refuse or defer the call meanwhile (served_call.hpp).
+ * The bus callbacks of methods. In reply shape the callback reads the arguments, makes the reply,
+ * runs the virtual method and sends what it returns; in message shape the virtual method gets the
+ * message and answers it itself. serve() handles exceptions, and calls that the host fails or
+ * defers meanwhile (served_call.hpp).
  */
 #pragma once
 
@@ -34,7 +34,7 @@ std::tuple<Arguments...> read_arguments(sdbusplus::message_t& call)
     }
     else
     {
-        // One value is not in a tuple.
+        // unpack() returns a single value without a tuple.
         return std::tuple<Arguments...>(call.unpack<Arguments...>());
     }
 }
@@ -54,7 +54,7 @@ void append_result(sdbusplus::message_t& reply, Result& result)
     }
 }
 
-/** For a result that is given later. */
+/** append_result() for a deferred call, whose result has lost its type. */
 template <bool multiple_results, class Result>
 [[gnu::cold]] void append_later_result(sdbusplus::message_t& reply, void* result)
 {
@@ -66,8 +66,8 @@ inline constexpr ReplyForm reply_form{typeid(Result),
                                       append_later_result<multiple_results, Result>};
 
 /**
- * The body of a method in reply shape, compiled once for each form of a method. The reply is made
- * before the method runs, so that no lack of memory is found after it.
+ * The body of a method in reply shape, compiled once per signature of a method. The reply is made
+ * first, so that the method doesn't run if memory is too short for a reply.
  */
 template <bool multiple_results, class Result, class... Arguments>
 void answer_call(sdbusplus::message_t& call, ServedCall& served, Object& object,

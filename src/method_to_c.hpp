@@ -7,8 +7,8 @@
  *
  * A missing record, table or function is logged, and the outputs stay zero. A std::exception is
  * logged here, and a bare std::exception is thrown in its place: it ends the dispatch loop, and the
- * client gets no reply. Only what the client itself caused is thrown as it is and becomes its
- * error: arguments that can't be read, and results that are too large to be sent.
+ * client gets no reply. In message shape, two failures are thrown as they are and become the
+ * client's error: arguments that can't be read, and results that can't be appended.
  */
 #pragma once
 
@@ -95,7 +95,7 @@ struct SlotCall<std::tuple<Inputs...>, std::tuple<Outputs...>>
     }
 
   private:
-    /** An input that the host's function has handed back as an output is released as that. */
+    /** Forgets an input that the host's function has returned as an output, which releases it. */
     template <class Form>
     void disown(Form& input)
     {
@@ -167,14 +167,13 @@ void read_argument(sdbusplus::message_t& message, typename CForm<Type>::type& fo
 template <std::size_t slot, class Outputs, class... Inputs>
 void dispatch_message(const Place& place, GANTRY_instance* instance, sdbusplus::message_t& message)
 {
-    // Whether an SdBusError is one that the client gets: its arguments can't be read, or the
-    // results can't be sent. Any other ends the loop.
+    // Whether the client gets an SdBusError: its arguments are being read, or the results appended.
+    // Any other SdBusError ends the loop.
     bool is_for_client = true;
     try
     {
         const auto function = find_function(place, instance, slot);
-        // Declared first: the reply's reference is dropped after all that the call made is
-        // released.
+        // Declared first, so that the reply is released after the C forms of the call.
         std::optional<sdbusplus::message_t> reply;
         SlotCall<std::tuple<Inputs...>, Outputs> call;
         std::apply([&](auto&... input) { (read_argument<Inputs>(message, input), ...); },

@@ -29,8 +29,8 @@ namespace
 constexpr char source_stem[] = "object";
 
 /**
- * Makes a manager the one that the context holds. The one before becomes the connection's: a
- * floating slot stays registered until the connection is closed, and keeps nothing alive.
+ * Makes a manager the one that the context owns. The slot of the one before becomes floating: it
+ * stays registered until the connection is closed, and doesn't keep the connection open.
  */
 void hold_object_manager(GANTRY_cpp_context& context,
                          std::unique_ptr<gantry::ObjectManager> added) noexcept
@@ -54,20 +54,20 @@ void compact_tracker(GANTRY_cpp_context& context) noexcept
     {
         if (each->is_own())
         {
-            continue; // which has none
+            continue; // it has no entry
         }
         while (at < tracker.size() && tracker[at].object != each->the_service)
         {
-            ++at; // an entry of the host's own
+            ++at; // an entry that the host added itself
         }
         each->tracked = static_cast<std::uint32_t>(at);
     }
 }
 
 /**
- * Removes an object's entry from the tracker. To move all newer entries for each would make the
- * freeing of one object among many dear, so entries stay, without an object, until they are one in
- * sixteen.
+ * Removes an object's entry from the tracker. If all newer entries were moved each time, freeing
+ * one object among many would be slow. So the entry stays, without its object, until one entry in
+ * sixteen is such an entry.
  */
 void untrack(GANTRY_instance& instance) noexcept
 {
@@ -161,7 +161,7 @@ void gantry::instantiate(const Place& place, const Descriptor& descriptor,
             GANTRY_LOG_AT(place, log::trace, "setting the service_name");
             context->service_name = descriptor.interface;
             GANTRY_LOG_AT(place, log::trace, "service_name=[%s]", context->service_name);
-            // An earlier context of the thread's may have got it on the same connection.
+            // An earlier context of the thread may have got the name on the same connection.
             const int result = request_name(*context, context->service_name);
             throw_if_failed(result == -EALREADY ? 0 : result, "sd_bus_request_name");
         }

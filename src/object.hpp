@@ -19,7 +19,7 @@ using Record = std::unique_ptr<GANTRY_instance, void (*)(GANTRY_instance*)>;
 Record make_record(const Descriptor& descriptor, GANTRY_cpp_context* context, const void* table,
                    const char* path, void* user_private);
 
-/** Takes an object out of its context's list and announces that it is gone. */
+/** Removes an object from its context's list and announces that. */
 void take_out(GANTRY_instance& instance) noexcept;
 
 /** A descriptor's `create` for a class. */
@@ -45,7 +45,7 @@ void delete_as_class(void* object)
  */
 GANTRY_API void delete_object(void* object, const Descriptor& descriptor);
 
-/** The record of a published object whose host wants to hear of clients' writes; else null. */
+/** The record of an object that has a `written` callback; null for any other object. */
 GANTRY_API GANTRY_instance* find_listener(const void* object);
 
 /** Releases an object's record with the path in it; null is ignored. */

@@ -85,7 +85,8 @@ void ObjectIndex::remove(GANTRY_instance& instance) noexcept
     auto& oldest = find_class(*instance.descriptor)->oldest;
     if (oldest == &instance)
     {
-        // The next one of the class is newer, so all removals together walk the list once.
+        // The next one of the class is newer, so all removals together walk the list at most once
+        // per class.
         do
         {
             oldest = oldest->newer;
@@ -94,7 +95,7 @@ void ObjectIndex::remove(GANTRY_instance& instance) noexcept
     const std::size_t mask = slots.size() - 1;
     std::size_t hole =
         probe(hash_of(instance.path), [&](const auto& each) { return &each == &instance; });
-    // What a probe would no longer reach moves to where the record was.
+    // A record that a probe would no longer reach moves into the hole.
     for (std::size_t at = (hole + 1) & mask; slots[at].instance != nullptr; at = (at + 1) & mask)
     {
         if (((at - slots[at].hash) & mask) >= ((at - hole) & mask))

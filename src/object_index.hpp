@@ -1,13 +1,13 @@
 /*
  * The published objects of a context: their records in the order in which they were published, and
- * an index over their paths, which few objects share. Adding, finding and removing take the same
- * time however many objects there are.
+ * an index by path. Adding, finding and removing take the same time however many objects there are,
+ * as long as few of them share a path.
  *
- * The index is a hash table in one block: a look-up among many objects reads memory that isn't in
- * the processor's caches, and here that is a slot, the record and its path.
+ * The index is a hash table in one block. Among many objects, a look-up reads memory that isn't in
+ * the processor's caches; here that is only a slot, the record and its path.
  *
- * A host may free any object at any time, so the list is linked through the records: taking one out
- * allocates nothing and moves no other.
+ * A host may free any object at any time, so the list is linked through the records: to remove one
+ * allocates nothing and moves no other record.
  */
 #pragma once
 
@@ -31,11 +31,10 @@ class ObjectIndex
     /** Adds a record as the newest one. */
     void add(GANTRY_instance& instance);
 
-    /** Takes a record out. */
     void remove(GANTRY_instance& instance) noexcept;
 
-    /** The record of that interface at `path`; for null the oldest one of the interface. Returns
-     *  null if there is none. */
+    /** The record of that interface at `path`, or for a null path the oldest one of the interface.
+     *  Returns null if there is none. */
     [[nodiscard]] GANTRY_instance* find(std::string_view interface, const char* path) const;
 
     /** Whether no record but this one has its path. */
@@ -60,7 +59,7 @@ class ObjectIndex
         std::size_t hash;
         GANTRY_instance* instance;
     };
-    /** A class that has had objects here. */
+    /** A class that has had objects here. `oldest` is null if it has none now. */
     struct Class
     {
         const Descriptor* descriptor;
@@ -68,15 +67,15 @@ class ObjectIndex
     };
 
     Class* find_class(const Descriptor& descriptor) noexcept;
-    /** The place of the first record with that hash that `matches`; if none does, that of the empty
-     *  slot behind those. */
+    /** The position of the slot with the first record of that hash for which `matches` returns
+     *  true; without one, the position of the empty slot behind them. */
     template <class Matches>
     [[nodiscard]] std::size_t probe(std::size_t hash, const Matches& matches) const;
     void insert(const Slot& slot) noexcept;
 
     GANTRY_instance* first = nullptr;
     GANTRY_instance* last = nullptr;
-    /** A power of two, at least a quarter of them empty. */
+    /** Their number is 0 or a power of two; at least a quarter of them is empty. */
     std::vector<Slot> slots;
     std::size_t count = 0;
     std::vector<Class> classes;

@@ -38,8 +38,8 @@ struct FreeStrings
 using Strings = std::unique_ptr<char*[], FreeStrings>;
 
 /**
- * sd-bus calls it for the nodes below a root. A GetManagedObjects gets the paths of all objects, as
- * sd-bus finds none below another manager. An Introspect gets none: sd-bus finds the root's
+ * sd-bus calls it for the nodes below a root. A GetManagedObjects gets the paths of all objects,
+ * since sd-bus finds none below another manager. An Introspect gets none: sd-bus finds the root's
  * children itself.
  */
 int on_enumerate(sd_bus* bus, const char* /*prefix*/, void* data, char*** nodes,
@@ -109,8 +109,8 @@ int append_properties(sd_bus_message* message, sd_bus* bus, const GANTRY_instanc
     return result;
 }
 
-/** Makes a signal about a path and has `append` append what follows the path; sends it from a
- *  manager. Returns a negative errno if that fails. */
+/** Sends a signal about a path from a manager; `append` appends what follows the path. Returns a
+ *  negative errno if that fails. */
 template <class Append>
 int send(GANTRY_cpp_context& context, const char* manager, const char* member, const char* path,
          const Append& append)
@@ -130,8 +130,8 @@ int send(GANTRY_cpp_context& context, const char* manager, const char* member, c
 
 /**
  * The interfaces that a signal about an object names. A GetManagedObjects lists the standard ones
- * of a path as well, so they come with the first interface of a path and leave with the last: else
- * a client that follows the signals would keep the object.
+ * of a path as well, so they are added with the first interface of a path and removed with the
+ * last: otherwise a client that follows the signals would keep the object.
  */
 class Interfaces
 {
@@ -217,7 +217,7 @@ void send_removed(GANTRY_cpp_context& context, const char* path, const char* con
     for_each_root_above(context, path, send_from);
 }
 
-/** Sends what has left a path, if that waits. */
+/** Sends the InterfacesRemoved of a path, if it waits. */
 void send_waiting_removed(GANTRY_cpp_context& context, const char* path)
 {
     auto& removed = context.state->removed_interfaces;
@@ -225,14 +225,14 @@ void send_waiting_removed(GANTRY_cpp_context& context, const char* path)
     {
         found->second.push_back(nullptr);
         send_removed(context, path, found->second.data());
-        // Another path's may get the same address.
+        // Forgotten before it is erased, since another path's entry may get the same address.
         PendingChanges::Change sent;
         context.state->changes.take(&found->second, sent);
         removed.erase(found);
     }
 }
 
-/** Has it sent when the bus daemon reads again. Returns false if it need not or can't wait. */
+/** Has the InterfacesRemoved of a path wait. Returns false if it need not or can't wait. */
 bool removed_waits(GANTRY_cpp_context& context, const char* path, const char* const* names)
 try
 {

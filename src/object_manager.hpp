@@ -6,9 +6,10 @@
  * InterfacesRemoved for them. sd-bus alone would do neither: it lists nothing that is below another
  * manager, and sends a signal only from the manager that is nearest to the object.
  *
- * While the bus daemon doesn't read, what comes and goes is only noted: an object that was added
- * and freed meanwhile is not told of, and what left a path is told by one signal, before what came
- * there since. Both are told sooner if the object sends anything else.
+ * While the bus daemon doesn't read, these signals wait (announcement.hpp). An object that is added
+ * and freed meanwhile sends none, unless a client may know the object from a GetManagedObjects. All
+ * interfaces that left a path are in one InterfacesRemoved, which is sent before InterfacesAdded of
+ * an object that was added there since.
  */
 #pragma once
 
@@ -40,11 +41,11 @@ struct RootManager
     Slot enumerator{nullptr, sd_bus_slot_unref};
 };
 
-/** Sends InterfacesAdded from the object's path and from each root above it. Throws what a getter
- *  throws, and SdBusError if a signal can't be sent. */
+/** Sends InterfacesAdded from the object's path and from each root manager above it, or has it
+ *  wait. Throws what a getter throws, and SdBusError if a signal can't be sent. */
 void announce_added(GANTRY_instance& object);
 
-/** Sends InterfacesRemoved from the same paths, and logs what fails. */
+/** Sends InterfacesRemoved from the same paths, or has it wait. Logs what fails. */
 void announce_removed(const GANTRY_instance& object) noexcept;
 
 } // namespace gantry

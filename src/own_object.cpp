@@ -1,6 +1,7 @@
 /*
- * Objects that a host in C++ makes itself, on the context's connection, and publishes: each has a
- * record among the library's, whose class is known by its vtable and which owns no object.
+ * Objects that a host in C++ makes itself, on the context's connection, and publishes. Each gets a
+ * record among those of the library's objects. The record's class is identified by its vtable, and
+ * the host owns the object.
  */
 #include "context_state.hpp"
 #include "exception_boundary.hpp"

@@ -1,16 +1,16 @@
 /*
- * The properties of a class as data: a constant row for each, and an index to find a row by its
- * member name. As sd-bus's own table begins with a start row, row 0 is the header, which stands for
- * the interface. Each row has its place, so that a row alone tells its interface. The index is a
- * hash table that the compiler makes from the rows: a look-up costs a hash of the name, a probe or
- * two and one comparison, a third of what a search by halves costs among 93 rows.
+ * The properties of a class as data: one constant row per property, and an index to find a row by
+ * its member name. As sd-bus's own table begins with a start row, row 0 is the header, which stands
+ * for the interface. Each row has its position, so that the header is found from any row. The index
+ * is a hash table that the compiler makes from the rows: a look-up costs a hash of the name, one or
+ * two probes and one comparison, a third of what a binary search costs among 93 rows.
  *
- * A property is a data member with three virtual accessors. The frame works with pointers to the
- * accessors and with a class called Object in place of each server class. That relies on what the
- * C++ ABI of every Linux target fixes: a server class is a line of single inheritance with its
- * virtual table pointer first, so a pointer to a virtual member function is an offset into that
- * table and contains nothing of its class. So the code for a property type is compiled once, not
- * once for each class.
+ * A property is a data member with three virtual accessors. The library uses pointers to the
+ * accessors, and a class called Object instead of each server class. That relies on what the C++
+ * ABI of every Linux target defines: a server class has only single inheritance and begins with its
+ * virtual table pointer, so a pointer to a virtual member function is an offset into that table and
+ * contains nothing of its class. So the code for a property type is compiled once, and not once per
+ * class.
  */
 #pragma once
 
@@ -35,7 +35,8 @@
 namespace gantry
 {
 
-/** Stands for an object of any server class: what each of them begins with. None is ever made. */
+/** Stands for an object of any server class, with the members that each of them begins with. None
+ *  is ever made. */
 struct Object
 {
     Object() = delete;
@@ -56,7 +57,7 @@ using Setter = Type (Class::*)(Type, bool);
 template <class Type, class Class = Object>
 using AnnouncingSetter = Type (Class::*)(Type);
 
-/** The accessors of a property without the one-argument setter, which calls the other one. */
+/** A property's getter and two-argument setter, which the one-argument setter calls. */
 template <class Type, class Class>
 struct Accessors
 {
@@ -122,25 +123,25 @@ struct Property
         return {member, length};
     }
 
-    /** The header of the rows that this is one of. */
+    /** The header of the class that has this row. */
     [[nodiscard]] const Property& header() const
     {
         return *(this - place);
     }
 
     const char* member;
-    /** Of the member name: D-Bus allows 255 bytes. */
+    /** The length of the member name, for which D-Bus allows 255 bytes. */
     std::uint8_t length;
     /** The type's tag. */
     std::uint8_t type = 0;
-    /** Whether sd-bus has a PropertiesChanged to send for it. */
+    /** Whether a change is announced by PropertiesChanged. */
     bool announces = false;
-    /** Where the row stands. */
+    /** The row's position, which is 0 for the header. */
     std::uint8_t place = 0;
     union
     {
         PropertyTypes::Apply<AnyAccessors, Class> accessors;
-        /** Of the header. */
+        /** Only the header has it. */
         const sd_bus_vtable* vtable;
     };
 
@@ -151,15 +152,15 @@ struct Property
     }
 };
 
-/** A class's row without its class. */
+/** A class's row as a row of Object. */
 template <class Class>
 const Property<Object>& row_of(const Property<Class>& row)
 {
     return reinterpret_cast<const Property<Object>&>(row);
 }
 
-/** The class's entries in sd-bus's table: a row's entry is at its place. The table has methods and
- *  signals first, and properties in the order of the rows. */
+/** The class's entries in sd-bus's table: the entry of a row is at the row's position. The table
+ * has methods and signals first, and then properties in the order of the rows. */
 inline const sd_bus_vtable* property_entries(const Property<Object>& header)
 {
     const auto* entry = header.vtable;
@@ -224,15 +225,15 @@ constexpr auto adders(TypeList<Types...> /*types*/)
                       }()...};
 }
 
-/** One function for each property type, in the order of the tags; null for a number. */
+/** One function per property type, in the order of the tags; null for a number. */
 template <class Types>
 inline constexpr auto adders_of = adders(Types{});
 
-/** The rows of some class, and the index over them. */
+/** The rows of a class, whichever it is, and the index over them. */
 class Properties
 {
   public:
-    /** A place is a byte, and 0 is the header's. */
+    /** A position is a byte, and 0 is the header's. */
     static constexpr std::size_t max_count = std::numeric_limits<std::uint8_t>::max();
 
     constexpr Properties(const void* rows, const std::uint8_t* index_slots,
@@ -250,7 +251,8 @@ class Properties
         return static_cast<const Property<Object>*>(header);
     }
 
-    /** For the types of the program or library that has the class. */
+    /** One function per property type of the program or library that has the class: their tags
+     *  differ. */
     const AddValue* add_by_type;
 
   private:
@@ -259,8 +261,7 @@ class Properties
     std::uint32_t mask;
 };
 
-/** The index over rows: the places of the rows that their names lead to. At least half of the slots
- *  stay empty. */
+/** The index over rows: a hash table of their positions. At least half of the slots stay empty. */
 template <class Class, std::size_t size>
 class PropertyIndex
 {

@@ -1,7 +1,7 @@
 /*
  * A class's properties by their D-Bus names, as values of the class's PropertyVariant. Classes
  * differ only in the alternatives of that variant. The accessors in the property's row do the work,
- * called through one function for each property type.
+ * called through one function per property type.
  */
 #pragma once
 
@@ -19,7 +19,7 @@ constexpr auto setters(TypeList<Types...> /*types*/)
     return std::array{set_as<Types>...};
 }
 
-/** One function for each property type, in the order of the tags. */
+/** One function per property type, in the order of the tags. */
 template <class Types>
 inline constexpr auto set_by_type = setters(Types{});
 

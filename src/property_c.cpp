@@ -44,7 +44,8 @@ using Row = gantry::Property<gantry::Object>;
 using Bytes = std::vector<unsigned char>;
 using Texts = std::vector<std::string>;
 
-/** An element of an array in a message has at least a byte. */
+/** No array in a message has more elements: each has at least a byte, and the array at most 64 MiB.
+ */
 constexpr unsigned long max_count = 64UL << 20U;
 
 /** Finds the row of a member. Returns 0, or the errno if there is none. */
@@ -109,8 +110,8 @@ const char* signature_of(std::uint8_t tag)
     return found->second;
 }
 
-/** What a setter or getter that failed reports to host_boundary(). Without an `error` to tell it,
- * it is logged with the property and both types. */
+/** What a setter or getter that failed reports to host_boundary(). If `error` is null, logs the
+ * failure here, with the property and both types. */
 [[gnu::cold]] int report_failure(const gantry::Place& place, const GANTRY_instance* instance,
                                  const char* member, std::uint8_t type, int result,
                                  const int* error)

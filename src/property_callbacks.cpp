@@ -9,7 +9,7 @@
 namespace gantry
 {
 
-// Instantiated for speed, with those of the other types.
+// Instantiated with those of the other types, in a file that is compiled for speed.
 extern template std::string set(std::string&, Passed<std::string>, bool, Object&,
                                 const Property<Object>&);
 
@@ -68,7 +68,7 @@ void store_unless_refused(ServedCall& served, GANTRY_instance& listener, CallRef
     const auto announce_held = [&]
     {
         served.holds_change = false;
-        // An object that the host has freed meanwhile has left the bus for its clients.
+        // An object that the host has freed meanwhile announces nothing more.
         if (served.has_change && listener.is_listed)
         {
             announce_or_hold(*static_cast<Object*>(listener.the_service), served.written->row);
@@ -80,7 +80,7 @@ void store_unless_refused(ServedCall& served, GANTRY_instance& listener, CallRef
     }
     catch (...)
     {
-        // What is stored by then stays.
+        // If the value is stored already, it stays.
         announce_held();
         throw;
     }
@@ -114,7 +114,7 @@ void begin_transaction(const sd_bus* bus, sd_bus_message* reply, std::uint64_t c
     auto& last = Transaction::last;
     if (cookie == last.cookie && bus == last.bus && get_id() == last.id)
     {
-        return; // the caller, a host's code, has another copy of sdbusplus
+        return; // the caller is a host's code, which has its own copy of sdbusplus
     }
     sdbusplus::message_t message(reply, bus_interface);
     set_id(message);
@@ -125,7 +125,7 @@ std::string set_key(std::string& stored, std::string& value, bool skip_signal, O
                     const Property<Object>& row, const char* class_name)
 {
     static_cast<void>(set(stored, value, skip_signal, object, row));
-    // Set or equal before, the stored value is the one that was given.
+    // Whether it was set now or equal before, the stored value is the given one.
     Tallybook::set_key(stored, class_name, object.server_interface.path(),
                        static_cast<unsigned short>(tallybook_caller_id()));
     return stored;

@@ -2,8 +2,8 @@
  * The accessors and bus callbacks of properties, as generated code calls them. Each has a core that
  * is instantiated once per property type, and not once per class and type; property.hpp says why
  * that works. Where the class matters, a template around the core casts it away. The cores are
- * declared hidden because -fvisibility hides only what is defined; so a callback jumps to its core
- * directly.
+ * declared hidden, since -fvisibility hides only definitions; a callback of the same program or
+ * library then jumps to its core directly.
  */
 #pragma once
 
@@ -95,8 +95,8 @@ GANTRY_HIDDEN int set_property(sd_bus_message* value, Object& object,
 
 /**
  * The body of a writable property's set callback: reads a value and passes it to the one-argument
- * setter. If the read fails, the property keeps its value and the client gets the error. A host
- * that has asked for it is told before the change is announced, and may refuse.
+ * setter. If the read fails, the property keeps its value and the client gets the error. The
+ * object's `written` callback runs before the change is announced, and may refuse it.
  */
 template <class Type, class Class>
 int set_property(sd_bus_message* value, Class& object, sdbusplus::SdBusInterface* bus,

@@ -21,15 +21,16 @@
 namespace gantry
 {
 
-/** Announces a change of a property, at once or, if a client is writing it, when its host accepts
- *  that. Throws what a getter throws. */
+/** Announces a change of a property: at once, or, if a client is writing it and the host may still
+ *  refuse, once the host has accepted it. Throws what a getter throws. */
 GANTRY_API void announce_or_hold(Object& object, const Property<Object>& row);
 
-/** Texts and containers below this size are not summed. There is room for one in each property. */
+/** A write of a text or container below this size isn't checked by has_room(), which leaves room
+ * for one such value per property. */
 constexpr std::size_t small_size = 1024;
 
-/** Whether the written property may take a value of that size, which isn't small. If not, the call
- *  fails. */
+/** Whether a message can hold all properties of the object once the written one has a value of that
+ *  size. If not, makes the call fail. */
 GANTRY_API bool has_room(ServedCall& served, const Object& object, std::size_t size);
 
 /**
@@ -80,18 +81,19 @@ void set_as(const Property<Object>& row, Object& object, const void* value, bool
     (object.*setter)(Type(*static_cast<const Type*>(value)), skip_signal);
 }
 
-/** The call that the thread's transaction is of: getters of a GetAll have the same. */
+/** The call that the thread's transaction was last set for. All getters of one GetAll share it. */
 struct Transaction
 {
     const sd_bus* bus;
     std::uint64_t cookie;
     std::uint64_t id;
 
-    // At a fixed offset from the thread pointer, so that no call is needed to find it.
+    // The model puts it at a fixed offset from the thread pointer, so that no call is needed to
+    // find it.
     [[gnu::tls_model("initial-exec")]] GANTRY_API static constinit thread_local Transaction last;
 };
 
-/** Makes the call that the reply answers the thread's transaction. A signal answers call 0. */
+/** Makes the call that `reply` answers the thread's transaction. For a signal, `cookie` is 0. */
 GANTRY_API void begin_transaction(const sd_bus* bus, sd_bus_message* reply, std::uint64_t cookie,
                                   sdbusplus::SdBusInterface* bus_interface);
 
@@ -117,7 +119,7 @@ int append(sd_bus_message* reply, sdbusplus::SdBusInterface* bus, const Type& va
     {
         sdbusplus::message_t message(reply, bus);
         append_value(message, value);
-        // sdbusplus doesn't examine what it appends; sd-bus remembers that it failed.
+        // sdbusplus ignores a failure to append, which sd-bus remembers and reports here.
         result = sd_bus_message_append(reply, "");
     }
     return result < 0 ? result : 1;

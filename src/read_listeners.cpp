@@ -1,8 +1,8 @@
 /*
- * Hosts that work values out when a client reads them. A filter sees each message that arrives
- * before sd-bus dispatches it, and calls the host's functions of the objects that it reads. The
- * connection has the filter once an object of the context has had such a function, so reads cost
- * other hosts nothing.
+ * The `read` callbacks of hosts that work out values when a client reads them. A filter sees each
+ * message before sd-bus dispatches it, and calls the callbacks of the objects that the message
+ * reads. It is added with the first such callback of the context, so reads cost other hosts
+ * nothing.
  */
 #include "connection.hpp"
 #include "context_state.hpp"
@@ -25,7 +25,7 @@ constexpr char source_stem[] = "read_listeners";
 constexpr char properties[] = "org.freedesktop.DBus.Properties";
 constexpr char object_manager[] = "org.freedesktop.DBus.ObjectManager";
 
-/** What a message reads; nothing without a path. */
+/** What a message reads: nothing, if the path is null. */
 struct Read
 {
     const char* path = nullptr;
@@ -34,8 +34,8 @@ struct Read
     bool is_of_objects_below = false;
 };
 
-/** Hostile clients send these calls with other arguments, too; sd-bus answers those with an error.
- */
+/** What a message reads. Hostile clients send these calls with other arguments, too: such a call
+ *  reads nothing, and sd-bus answers it with an error. */
 Read read_of(sd_bus_message* message)
 {
     const char* const path = sd_bus_message_get_path(message);
@@ -57,7 +57,7 @@ Read read_of(sd_bus_message* message)
     return {.path = path, .interface = is_get || *interface != '\0' ? interface : nullptr};
 }
 
-/** The objects that a message reads and whose hosts want to hear of it, oldest first. */
+/** The objects that a message reads and that have a `read` callback, oldest first. */
 std::vector<GANTRY_instance*> find_listeners(gantry::ObjectIndex& objects, const Read& read)
 {
     std::vector<GANTRY_instance*> found;
@@ -96,7 +96,7 @@ int on_message(sd_bus_message* message, void* data, sd_bus_error* error)
             {
                 return 0;
             }
-            // What one of them frees is destroyed later.
+            // An object that one of them frees is destroyed later, so its record can be read here.
             for (auto* each : find_listeners(context.state->objects, read))
             {
                 if (each->is_listed && each->read != nullptr && !context.state->destroy_when_idle)

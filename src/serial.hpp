@@ -1,6 +1,6 @@
 /*
- * Serials, which are what a host has as the handle of something that may end before the host lets
- * it go: they are looked up and never followed.
+ * Serials. A host gets one, cast to a pointer, as the handle of something that may end while the
+ * host still has the handle. A handle is looked up and never dereferenced.
  */
 #pragma once
 
@@ -10,9 +10,9 @@
 namespace gantry
 {
 
-/** The serial of a new entry of `entries`. No serial is used twice in the process, so that the
- *  handle of what has ended, or is another thread's, finds nothing. Where a pointer has 32 bits
- *  serials may come round, and those in use are left out. */
+/** The serial of a new entry of `entries`. No serial is used twice in the process, so the handle of
+ *  something that has ended, or belongs to another thread, finds nothing. Where a pointer has 32
+ *  bits, serials may wrap around; those in `entries` are then skipped. */
 template <class Entries>
 std::uintptr_t next_serial(const Entries& entries) noexcept
 {
@@ -29,7 +29,7 @@ std::uintptr_t next_serial(const Entries& entries) noexcept
 template <class Handle>
 Handle* handle_of(std::uintptr_t serial) noexcept
 {
-    // Nothing follows it. NOLINTNEXTLINE(performance-no-int-to-ptr)
+    // Nothing dereferences it. NOLINTNEXTLINE(performance-no-int-to-ptr)
     return reinterpret_cast<Handle*>(serial);
 }
 

@@ -32,8 +32,8 @@ namespace gantry
 namespace
 {
 
-/** The call of the object that is being served. Returns null, and logs for `place`, if there is
- *  none. */
+/** The innermost call of the object that is being served. Returns null, and logs for `place`, if
+ *  there is none. */
 ServedCall* find_served(const Place& place, const GANTRY_instance* instance)
 {
     for (auto* served = instance != nullptr ? ServedCall::current() : nullptr; served != nullptr;
@@ -53,8 +53,8 @@ std::string repaired(const char* text)
     return for_bus(std::string(text != nullptr ? text : ""));
 }
 
-/** What sd-bus gets if the call ends with an exception. A method's is handled, without a reply; for
- * a write, sd-bus makes the errno the client's error. */
+/** The callback's result if a call ends with an exception. A method call counts as handled, without
+ * a reply; for a write, sd-bus makes the errno the client's error. */
 int report(int error)
 {
     const auto& served = *ServedCall::current();
@@ -75,7 +75,7 @@ int report(int error)
 template <class Append>
 void send_answer(OpenCall& open, const Append& append)
 {
-    // It may be gone: then nothing waits for it.
+    // The object may be destroyed. Then only its address is used, for which no change waits.
     const auto& object = *static_cast<const Object*>(open.called.object);
     AnsweringCall taken(open);
     if (taken.wants_reply())
@@ -90,7 +90,7 @@ void send_answer(OpenCall& open, const Append& append)
 
 bool is_error_name(const char* name)
 {
-    // D-Bus gives both kinds of names the same rules.
+    // D-Bus has the same rules for the names of errors and of interfaces.
     return name != nullptr && sd_bus_interface_name_is_valid(name) > 0;
 }
 
@@ -130,7 +130,7 @@ int serve(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bu
             body(call, served, object, function);
             if (written != nullptr) [[unlikely]]
             {
-                send_changes_of(object); // sd-bus replies next
+                send_changes_of(object); // before sd-bus replies
             }
             return served.is_taken() ? served.take(error) : 1;
         }
@@ -293,7 +293,7 @@ GANTRY_call* GANTRY_cpp_call_defer(const void* object, std::size_t size,
 {
     auto* context = gantry::own_context();
     auto* served = gantry::ServedCall::current();
-    // The object may be of a class that has the server class as a base.
+    // The object may be of a class that has the server class as a base, at any offset.
     const auto begin = reinterpret_cast<std::uintptr_t>(object);
     while (served != nullptr && reinterpret_cast<std::uintptr_t>(served->object) - begin >= size)
     {

@@ -1,12 +1,11 @@
 /*
  * The call that a virtual method, a setter or a host's function serves, as long as it runs: a call
- * of a method, or a client's write of a property. The edge of the bus callback keeps it on the
- * stack, the functions of <gantry/call.h> find it there by its object, and the edge answers as they
- * asked:
+ * of a method, or a client's write of a property. serve() keeps it on the stack, and the functions
+ * of <gantry/call.h> find it there by its object. What they did to it decides the answer:
  *
- *     not at all    with the function's outputs
- *     failed        with the host's error
- *     deferred      not now: the call stays open (deferred_call.hpp)
+ *     failed      the host's error is sent
+ *     deferred    nothing is sent now: the call stays open (deferred_call.hpp)
+ *     neither     the function's outputs are sent
  */
 #pragma once
 
@@ -37,7 +36,7 @@ struct WrittenProperty
     const Properties& properties;
 };
 
-/** How a method in reply shape has its result sent: of this type, by this function. */
+/** The type of the result of a method in reply shape, and what appends it to the reply. */
 struct ReplyForm
 {
     const std::type_info& type;
@@ -47,7 +46,7 @@ struct ReplyForm
 class ServedCall
 {
   public:
-    /** `written_property` is null for a call of a method, which alone can be deferred. */
+    /** `written_property` is null for a call of a method. Only such a call can be deferred. */
     ServedCall(const void* served_object, sd_bus_message* served_message,
                const WrittenProperty* written_property) noexcept :
         object(served_object), message(served_message), written(written_property), outer(innermost)
@@ -67,17 +66,18 @@ class ServedCall
     ServedCall& operator=(const ServedCall&) = delete;
     ServedCall& operator=(ServedCall&&) = delete;
 
-    /** Whether the outputs aren't the answer. */
+    /** Whether the call was failed or deferred, so that the outputs aren't its answer. */
     [[nodiscard]] bool is_taken() const noexcept
     {
         return is_deferred || failure.name != nullptr;
     }
-    /** The call that the thread is serving; null for none. */
+    /** The call that the thread is serving, the innermost of several; null for none. */
     static ServedCall* current() noexcept
     {
         return innermost;
     }
-    /** Moves the failure, if there is one, to what sd-bus sends. Returns what sd-bus is to get. */
+    /** Moves the failure, if there is one, into what sd-bus sends. Returns the callback's result.
+     */
     int take(sd_bus_error* error) noexcept;
 
     /** Makes the call fail. Returns 0 or an errno. */
@@ -96,8 +96,8 @@ class ServedCall
     ServedCall* const outer;
 
   private:
-    // A bare pointer, so that a thread that exits doesn't destroy it before its context. At a fixed
-    // offset from the thread pointer, so that no call is needed to find it.
+    // A bare pointer, so that a thread that exits doesn't destroy it before its context. The model
+    // puts it at a fixed offset from the thread pointer, so that no call is needed to find it.
     [[gnu::tls_model(
         "initial-exec")]] GANTRY_API static constinit thread_local ServedCall* innermost;
 
@@ -108,14 +108,16 @@ class ServedCall
  */
 using AnyFunction = void (Object::*)();
 
-/** Runs the virtual function for a call, and sends a method's reply unless the call is taken. */
+/** Runs the virtual function for a call, and sends a method's reply unless the call was failed or
+ *  deferred. */
 using Body = void (*)(sdbusplus::message_t& message, ServedCall& served, Object& object,
                       AnyFunction function);
 
 /**
- * The core of the bus callbacks of methods and of setters: runs the body between the edges, with
- * the message as the thread's transaction, and returns what sd-bus is to get. An internal_exception
- * of sdbusplus becomes the client's error; any other exception goes to the dispatch loop.
+ * The core of the bus callbacks of methods and of setters: runs the body inside bus_boundary(),
+ * with the message as the thread's transaction, and returns the callback's result. An
+ * internal_exception of sdbusplus becomes the client's error; any other exception is relayed
+ * (exception_boundary.hpp).
  */
 GANTRY_API int serve(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bus,
                      sd_bus_error* error, AnyFunction function, Body body,
@@ -126,11 +128,11 @@ GANTRY_API int serve(sd_bus_message* message, Object& object, sdbusplus::SdBusIn
 GANTRY_API void pass_message(sdbusplus::message_t& message, ServedCall& served, Object& object,
                              AnyFunction function);
 
-/** Makes an exception the client's error. Returns what sd-bus is to get. */
+/** Makes an exception the client's error. Returns the callback's result. */
 GANTRY_API int set_error(sdbusplus::SdBusInterface* bus, sd_bus_error* error,
                          const sdbusplus::exception::internal_exception& failure);
 
-/** Whether the call in this message is being served and its outputs aren't the answer. */
+/** Whether the call in this message is being served and was failed or deferred. */
 inline bool is_taken(sd_bus_message* message) noexcept
 {
     const auto* served = ServedCall::current();

@@ -5,11 +5,11 @@
  * function finds the object, the one that the host gave or the first of its class on the thread's
  * context, and converts the C values for the operation.
  *
- * In: a receiving function's match is on the member name alone, and there until the context is
- * freed; one that says more, and that the host can end, is in subscription.hpp. Each arrival is
- * read into C forms, which are lent to the host's callback and then released. Any client of the bus
- * can send a signal of that name, so one whose values can't be read is logged and dropped, and ends
- * no loop.
+ * In: a receiving function adds a match on the member name alone, which stays until the context is
+ * destroyed; subscription.hpp has matches on more than that, which the host can end. Each arrival
+ * is read into C forms, which are lent to the host's callback and then released. Any client of the
+ * bus can send a signal of that name, so one whose values can't be read is logged and dropped, and
+ * ends no loop.
  */
 #pragma once
 
@@ -66,8 +66,8 @@ catch (const std::exception& failure)
     GANTRY_LOG_EXCEPTION_AT(place, failure.what());
 }
 
-/** Adds a match to the context's connection, and waits for the bus. Returns a negative errno if
- * that fails. */
+/** Adds a match to the context's connection, and waits for the bus to confirm it. Returns a
+ * negative errno if that fails. */
 int add_match(GANTRY_cpp_context& context, const std::string& rule,
               sd_bus_message_handler_t on_arrival, void* data, sd_bus_slot** slot);
 
@@ -79,7 +79,8 @@ using Receive = std::function<void(const Place& place, GANTRY_cpp_context& conte
 GANTRY_API void subscribe(const Place& place, GANTRY_cpp_context* context, const char* member,
                           Receive receive);
 
-/** Logs that a signal can't be read, which any client can cause: at most nine times per minute. */
+/** Logs that a signal can't be read, at most nine times per minute, since any client can cause it.
+ */
 GANTRY_API void log_unreadable(const Place& place, GANTRY_cpp_context& context, const char* what);
 
 /** Reads a signal's values. Returns false, and logs it, if they have other types than the table's.

@@ -47,14 +47,14 @@ int on_signal(sd_bus_message* signal, void* data, sd_bus_error* /*error*/)
     }
     const auto held = subscription.shared_from_this(); // the callback may end it
     sdbusplus::message_t arrived(signal);
-    auto* const outer = std::exchange(held->present, signal); // of a loop inside the callback
+    auto* const outer = std::exchange(held->present, signal); // a callback may run a loop
     held->target.pass_on(*held, arrived);
     held->present = outer;
     return 0;
 }
 
-/** Takes the owner from a message, whose next value is its unique name; a name without an owner has
- *  an empty one. */
+/** Stores the owner's unique name, which is the next value of a message; it is empty if the name
+ *  has no owner. */
 int take_owner(sd_bus_message* message, HostSubscription& subscription)
 {
     const char* owner = "";
@@ -74,7 +74,7 @@ int on_owner(sd_bus_message* reply, void* data, sd_bus_error* /*error*/)
     return is_owned ? take_owner(reply, *static_cast<HostSubscription*>(data)) : 1;
 }
 
-/** Has the bus tell who owns the name of the sender. */
+/** Has the bus report who owns the well-known name of the sender, now and later. */
 void follow_owner(HostSubscription& subscription, const std::string& name)
 {
     auto& context = *subscription.target.context;

@@ -1,12 +1,13 @@
 /*
- * Subscriptions that a host can end, and that hear what it has asked for. Each is a match of sd-bus
- * on all that the host named. The context owns the subscription; the host has its serial as its
- * GANTRY_subscription* (serial.hpp).
+ * Subscriptions to signals, which a host can end. Each is a match of sd-bus on all that the host
+ * named. The context owns the subscription; the host has its serial as its GANTRY_subscription*
+ * (serial.hpp).
  *
- * A client can send a signal to this connection alone, without a match for it on the bus. sd-bus
- * holds such a signal against the match, too, but a well-known name against no sender: messages
- * have their sender's unique name. So the owner of such a name is known here, from the bus's
- * NameOwnerChanged and at first by asking. What the bus says arrives in order with the signals.
+ * Any client can send a signal directly to this connection, although no match on the bus asks for
+ * it. sd-bus compares such a signal with the match, too, but not with a well-known name of the
+ * sender, since messages carry unique names. So a subscription to a well-known name keeps the
+ * unique name of its owner: it asks the bus at first, and then follows NameOwnerChanged. Both
+ * arrive in order with the signals.
  */
 #pragma once
 
@@ -41,10 +42,10 @@ struct HostSubscription : std::enable_shared_from_this<HostSubscription>
 
     Target target;
     std::uintptr_t serial;
-    /** The unique name of who alone is heard, unless the match says it all. */
+    /** If `has_owner`, the unique name of the only sender whose signals are passed on. */
     std::string owner;
     bool has_owner = false;
-    /** The signal that the callback has got. */
+    /** The signal for which the callback runs; null if it doesn't run. */
     sd_bus_message* present = nullptr;
 
     Slot match{nullptr, sd_bus_slot_unref};

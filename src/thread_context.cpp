@@ -48,8 +48,8 @@ bool has_thread_key() noexcept
     return key_valid;
 }
 
-// POSIX leaves pthread_getspecific out of what a signal handler may call; glibc allows it, and it
-// is a load from the thread's descriptor.
+// POSIX doesn't list pthread_getspecific among the functions that a signal handler may call. In
+// glibc one may: it is a load from the thread's descriptor.
 GANTRY_cpp_context* own_context() noexcept
 {
     return key_valid ? static_cast<GANTRY_cpp_context*>(pthread_getspecific(context_key)) : nullptr;

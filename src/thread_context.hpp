@@ -9,11 +9,11 @@
 namespace gantry
 {
 
-/** Creates the key if there is none yet. Returns whether there is one; where that has failed, or
- *  the library is being unloaded, there never will be. */
+/** Creates the key at the first call. Returns whether there is one. If its creation failed, or the
+ *  library is being unloaded, there is none from then on. */
 bool has_thread_key() noexcept;
 
-/** The calling thread's context, or null: none is made. For signal handlers too. */
+/** The calling thread's context; null if it has none. Signal handlers may call this. */
 GANTRY_cpp_context* own_context() noexcept;
 
 /** Makes a context, or for null none, the calling thread's. Throws std::bad_alloc. */

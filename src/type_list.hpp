@@ -1,5 +1,5 @@
 /*
- * A list of types. gantrygen makes that of the types which properties have (property_types.hpp).
+ * Lists of types. gantrygen writes the list of the types that properties have (property_types.hpp).
  */
 #pragma once
 
@@ -11,7 +11,7 @@ namespace gantry
 
 static_assert(sizeof(long) == 8, "D-Bus x and t are long and unsigned long");
 
-/** A list of types. A type's place in it is its tag. */
+/** A list of types. A type's position in it is its tag. */
 template <class... Types>
 struct TypeList
 {
@@ -26,7 +26,7 @@ struct TypeList
         return tag;
     }
 
-    /** `Template` of all the types, behind an argument of its own. */
+    /** `Template` with `First` and then all the types as arguments. */
     template <template <class...> class Template, class First>
     using Apply = Template<First, Types...>;
 };

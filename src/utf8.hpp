@@ -1,7 +1,7 @@
 /*
  * Text for the bus. D-Bus strings are UTF-8. sd-bus doesn't append any other string, and sending
- * the incomplete message closes the connection. Inventory text comes from EEPROMs, so what the host
- * stored stays as it is, and is repaired when it is sent.
+ * the incomplete message closes the connection. Inventory text comes from EEPROMs and may have any
+ * bytes, so a text stays as the host stored it and is repaired when it is sent.
  */
 #pragma once
 

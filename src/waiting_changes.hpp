@@ -1,5 +1,5 @@
 /*
- * What the rest of the frame has to do for changes that wait (announcement.hpp): send all of them
+ * What the rest of the library must do for changes that wait (announcement.hpp): send all of them
  * before a signal of the host, send those of an object before a reply of it, and drop those of an
  * object that is being destroyed.
  */
@@ -14,9 +14,9 @@ namespace gantry
 
 struct Object;
 
-/** How many objects of the thread's context have changes that wait, and one more while its host
- *  holds changes. At a fixed offset from the thread pointer, so that a reply and a pass of a loop
- *  pay one load for the question. */
+/** How many changes of the thread's context wait, and one more while its host holds changes. The
+ *  model puts it at a fixed offset from the thread pointer, so that a reply and a pass of a loop
+ *  check it with one load. */
 [[gnu::tls_model(
     "initial-exec")]] extern GANTRY_API constinit thread_local std::size_t waiting_changes;
 
@@ -24,8 +24,8 @@ GANTRY_API void send_waiting_changes_of(const Object& object);
 GANTRY_API void send_all_waiting_changes() noexcept;
 GANTRY_API void forget_waiting_changes_of(const Object& object) noexcept;
 
-/** Sends all that waits, before a signal of the host, which may be about other objects than its
- * own. Logs what a getter throws. */
+/** Called before a signal of the host, which may be about objects other than its sender: sends all
+ *  that waits. Logs what a getter throws. */
 inline void send_all_changes() noexcept
 {
     if (waiting_changes != 0)
@@ -34,7 +34,8 @@ inline void send_all_changes() noexcept
     }
 }
 
-/** Sends what waits for an object, before a reply of it. Throws what a getter throws. */
+/** Called before a reply of an object: sends what waits for the object. Throws what a getter
+ *  throws. */
 template <class Class>
 void send_changes_of(const Class& object)
 {

@@ -3,9 +3,9 @@
  * message it finds too large, and sd-bus doesn't check that when it sends. So a value that is too
  * large is refused before it is stored or appended.
  *
- * A property travels inside messages with all properties of its object. What a host stores there
- * altogether is its own responsibility; a client's write is refused where the sum would become too
- * large (property_callbacks.cpp).
+ * Some messages have all properties of an object. What a host stores in them altogether is its own
+ * responsibility; a client's write is refused if the sum would become too large
+ * (property_callbacks.cpp).
  */
 #pragma once
 
@@ -23,8 +23,8 @@
 namespace gantry
 {
 
-/** The largest message that a system bus takes unless it is configured otherwise. A larger limit
- *  must stay under 64 MiB, since properties travel in an array and no array has more. */
+/** The largest message that a system bus accepts unless it is configured otherwise. A larger limit
+ *  must stay under 64 MiB, since properties are sent in an array and no array may be larger. */
 inline constexpr std::size_t max_message_size = 32U << 20U;
 
 /** The largest size of one value, which leaves room for a header and the names around the value. */
@@ -47,7 +47,7 @@ template <class... Members>
 inline constexpr std::size_t signature_length<std::tuple<Members...>> = (2 + ... +
                                                                          signature_length<Members>);
 
-/** Walks over values as they would be appended one after the other. */
+/** Sums the size of values that are appended one after the other. */
 class WireSize
 {
   public:
@@ -119,7 +119,7 @@ class WireSize
         }
     }
 
-    /** A text of that length. */
+    /** Adds a text of that length. */
     void add_text(std::size_t length)
     {
         add_bytes(4, 4 + length + 1);
@@ -158,7 +158,7 @@ class WireSize
     std::size_t at = 0;
 };
 
-/** The size of one value. Not inlined, so that it exists once for a type. */
+/** The size of one value. It isn't inlined, so that its code exists once per type. */
 template <class Type>
 [[gnu::noinline]] std::size_t wire_size(const Type& value)
 {

@@ -1,6 +1,6 @@
 /*
  * The call that a method's callback serves. The host can refuse it, learn who calls, or answer it
- * later. If it does neither, the reply is sent when the callback returns.
+ * later. If the host neither refuses nor defers it, the reply is sent when the callback returns.
  *
  * The callback passes the instance that it got. Outside of a callback of that object the functions
  * that take an instance set *error to EINVAL and log it. The function that a host passes to
@@ -17,8 +17,8 @@
 GANTRY_BEGIN_C
 
 /*
- * A call that is answered later. The pointer is the call's name and points to nothing: once the
- * call is closed it names no call, so that using it is an error and answers no other.
+ * A call that is answered later. The pointer identifies the call and points to nothing. Once the
+ * call is closed it identifies no call: using it is an error, and answers no other call.
  */
 typedef struct GANTRY_call GANTRY_call;
 
@@ -37,26 +37,26 @@ GANTRY_API void GANTRY_call_fail(GANTRY_instance* instance, const char* name, co
 GANTRY_API void GANTRY_call_get_sender(GANTRY_instance* instance, const char** out);
 
 /*
- * Asks the bus for the client's effective user and process, and waits for the answer. The question
- * goes out on a second connection, which the first use opens and the context keeps: no descriptor
- * that a client sends is taken in meanwhile. `uid` and `pid` may be null; on an error neither is
- * changed. *error gets 0, EINVAL, or the errno of the bus's refusal, such as the one for a client
- * that has left.
+ * Asks the bus for the client's effective user and process, and waits for the answer. The bus is
+ * asked on a second connection, which the first use opens and the context keeps: so no file
+ * descriptor that a client sends is accepted while the call waits. `uid` and `pid` may be null; on
+ * an error neither is changed. *error gets 0, EINVAL, or the errno with which the bus refuses, for
+ * example because the client has left.
  */
 GANTRY_API void GANTRY_call_get_credentials(GANTRY_instance* instance, uid_t* uid, pid_t* pid,
                                             int* error);
 
 /*
  * Defers the answer: the callback returns without a reply, its outputs are released, and the loop
- * serves other clients. The host later answers *call once: in another callback, in a timer's, or
- * between passes. It answers with the function GANTRY_reply__<interface>__<Method> of the call's
+ * serves other clients. The host later answers *call once: in another callback, in that of a timer,
+ * or between passes. It answers with the function GANTRY_reply__<interface>__<Method> of the call's
  * own method, or with GANTRY_call_refuse. Both set the pointer to null. The host need not know
- * whether the client is still there or wants a reply.
+ * whether the client is still on the bus or wants a reply.
  *
  * If the object or the context of an open call is destroyed, the client gets the error
  * org.freedesktop.DBus.Error.NoReply; of several open calls the newest is answered first. A call
- * whose client leaves the bus is closed without an answer: a loop finds that out within seconds,
- * GANTRY_dbus_loop at the next message that arrives; see GANTRY_call_on_cancel.
+ * whose client leaves the bus is closed without an answer: a loop notices that within seconds, but
+ * GANTRY_dbus_loop only when the next message arrives; see GANTRY_call_on_cancel.
  *
  * *error gets 0; EINVAL if the call is deferred already; ENOMEM; or ENOBUFS if 1,024 calls of the
  * context, or 128 of this client, are open: then the client gets
@@ -74,12 +74,12 @@ GANTRY_API void GANTRY_call_refuse(GANTRY_call** call, const char* name, const c
 
 /*
  * Has `cancelled` called once, with `data`, if the client of the deferred call leaves the bus
- * before the call is answered. The call is closed by then, and `call` is there to be compared. A
- * client with several calls has them cancelled one after the other, newest first. The function runs
+ * before the call is answered. The call is closed by then; `call` only serves for comparison. If a
+ * client has several calls, they are cancelled one after the other, newest first. The function runs
  * in a loop and may call any function. It is not called for a call that is answered, or that is
- * closed with its object or context. Of several functions the last counts, and a null one ends it.
+ * closed with its object or context. A later function replaces an earlier one; null removes it.
  *
- * *error gets 0; EINVAL if the call isn't open; or the errno of what can't be asked of the bus, and
+ * *error gets 0; EINVAL if the call isn't open; or the errno of a failed request to the bus, and
  * then nothing changes.
  */
 GANTRY_API void GANTRY_call_on_cancel(GANTRY_call* call,

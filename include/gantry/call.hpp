@@ -1,6 +1,6 @@
 /*
- * The answer of a C++ object's method that comes later: what <gantry/call.h> has for hosts in C. A
- * method in reply shape takes its answer with it, and what it returns is dropped:
+ * How a method of a C++ object is answered later, as <gantry/call.h> has it for hosts in C. A
+ * method in reply shape stores an object that answers the call, and what it returns is dropped:
  *
  *     class Slot : public sdbusplus::server::com::orvane::velmar::system::NicSlot
  *     {
@@ -12,8 +12,9 @@
  *         gantry::DeferredReply<int, std::string> dump; // later: dump.reply(0, "done");
  *     };
  *
- * Such a call is among the context's open calls, with the same limits, and closed with the context.
- * The answer may outlive its object. All is for the context's thread.
+ * Such a call counts among the context's open calls, with the same limits, and is closed with the
+ * context. The DeferredReply may outlive the object that was called. Call all functions on the
+ * context's thread.
  */
 #pragma once
 
@@ -27,8 +28,7 @@
 #include <typeinfo>
 #include <utility>
 
-/** For gantry::defer() and DeferredReply: the type of a method's result is what the method returns.
- */
+/** Called by gantry::defer() and DeferredReply. `result` is the type that the method returns. */
 GANTRY_API GANTRY_call* GANTRY_cpp_call_defer(const void* object, std::size_t size,
                                               const std::type_info& result);
 GANTRY_API void GANTRY_cpp_call_reply(GANTRY_call** call, void* result, int* error);
@@ -76,9 +76,9 @@ class DeferredReply
         return handle;
     }
 
-    /** Answers. Returns 0; EINVAL if the call is closed, since the client has left, say; EMSGSIZE
-     * if the results don't fit into a message, and then the client gets an error; or another errno.
-     */
+    /** Answers. Returns 0; EINVAL if the call is closed, for example because the client has left;
+     * EMSGSIZE if the results don't fit into a message, and then the client gets an error; or
+     * another errno. */
     int reply(Results... results)
     {
         Result result{std::move(results)...};
@@ -88,8 +88,8 @@ class DeferredReply
         return error;
     }
 
-    /** Answers with an error, as GANTRY_call_refuse. Returns its errno. For a name that D-Bus
-     * doesn't allow that is EINVAL, and the call stays open. */
+    /** Answers with an error, as GANTRY_call_refuse does, and returns its errno. For a name that
+     * D-Bus doesn't allow that is EINVAL, and the call stays open. */
     int refuse(const std::string& name, const std::string& text)
     {
         int error = 0;
@@ -112,12 +112,12 @@ class DeferredReply
 };
 
 /**
- * Takes over the answer to the call of `object` that is being served. Results are those of the
- * method, as its override has them.
+ * Defers the answer to the call of `object` that is being served. Results are the types of the
+ * method's results, as its override has them.
  *
- * Throws SdBusError with EINVAL if no call of the object's in reply shape is being served by the
- * thread's context, if it was deferred already, or if the method has other results; with ENOBUFS if
- * as many calls are open as may be, and then the client gets
+ * Throws SdBusError with EINVAL if the thread's context is serving no call of the object in reply
+ * shape, if the call was deferred already, or if the method has other results; with ENOBUFS if as
+ * many calls are open as may be, and then the client gets
  * org.freedesktop.DBus.Error.LimitsExceeded; or with ENOMEM.
  */
 template <class... Results, class Class>

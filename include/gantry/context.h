@@ -44,11 +44,11 @@ GANTRY_API void GANTRY_context_new(GANTRY_cpp_context** out);
 
 /*
  * Destroys *context and sets it to null: first its objects, newest first, then its subscriptions,
- * then its reference to the connection. Waits until the bus has taken what is left to send. Does
- * nothing if *context is null. `context` must not be null.
+ * then its reference to the connection. Waits, for a second at most, until the bus has read what is
+ * left to send. Does nothing if *context is null. `context` must not be null.
  *
- * A context that isn't freed is destroyed when its thread exits. Returning from main is no thread's
- * exit: then the connection just closes.
+ * A context that isn't freed is destroyed when its thread exits. Returning from main isn't a
+ * thread's exit: the process ends, and the connection just closes.
  *
  * Called from a callback inside a loop of <gantry/loop.h>, it also stops the loop, and the context
  * is destroyed when the outermost loop returns. Called from a bus callback under the host's own
@@ -68,19 +68,18 @@ GANTRY_API void GANTRY_context_set_service(GANTRY_cpp_context* context, const ch
 /*
  * Sets *owned to the well-known name under which clients find the context: of the names that it
  * owns, the one that it requested last. Sets *owned to null if the context owns no name: none was
- * requested, the bus refused it, another process has taken it, or the connection was lost. A
- * refusal and a loss are each logged. Only a loop of <gantry/loop.h> learns of a loss; until then
- * the name counts as owned. The text is valid for as long as the name is owned. `owned` must not
- * be null.
+ * requested, the bus refused it, another process owns it now, or the connection was lost. A refusal
+ * and a loss are each logged. A loss is noticed only while a loop runs; until then the name counts
+ * as owned. The text is valid until the name is lost or requested again. `owned` must not be null.
  */
 GANTRY_API void GANTRY_context_get_service(GANTRY_cpp_context* context, const char** owned);
 
 /*
- * Puts an object manager at `path`, such as /com/orvane/velmar, where clients find all of the
+ * Adds an object manager at `path`, such as /com/orvane/velmar, where clients find all of the
  * context's objects below that path. Its GetManagedObjects lists them; InterfacesAdded and
  * InterfacesRemoved are sent both from `path` and from the object's own path. The function may be
- * called before and after objects are published. The manager is there until the context is freed.
- * If the path has such a manager already, nothing changes.
+ * called before and after objects are published. The manager stays until the context is freed. If
+ * the path has such a manager already, nothing changes.
  *
  * `error` may be null; *error gets 0, EINVAL for a path that is null or not valid, or the positive
  * errno of a refusal, which is also logged.
@@ -97,11 +96,13 @@ GANTRY_API void GANTRY_context_set_user_private(GANTRY_cpp_context* context, voi
 /*
  * Holds the changes of properties back, to announce many together: until as many calls of
  * GANTRY_context_send_changes have followed, setters of every kind store, and announce nothing.
- * GANTRY_context_send_changes then sends one PropertiesChanged for each object that changed, with
- * the values of that time; a property that was set back to its former value is announced as well.
- * All of it is sent earlier if the host sends another signal, and what an object has changed if the
- * object sends a reply; it is dropped if the object is freed. Changes that are still held when a callback returns to a loop of
- * <gantry/loop.h>, or when such a loop is entered, are sent then, and the log has a line about it.
+ * GANTRY_context_send_changes then sends one PropertiesChanged per object that changed, with the
+ * values of that time; a property that was set back to its former value is announced as well.
+ *
+ * The changes of all objects are sent earlier if the host sends another signal, and those of one
+ * object if the object sends a reply. The changes of an object that is freed are dropped. Changes
+ * that are still held when a callback returns to a loop of <gantry/loop.h>, or when such a loop is
+ * entered, are sent then, and the log has a line about it.
  *
  * A null context means the calling thread's. `error` may be null; *error gets 0, EINVAL if no
  * changes are held, or the positive errno of what a getter threw, which is also logged; the other
@@ -112,9 +113,9 @@ GANTRY_API void GANTRY_context_send_changes(GANTRY_cpp_context* context, int* er
 
 /*
  * Has `lost` called once, with `context` and `data`, when the connection is lost: from any loop of
- * <gantry/loop.h> and from the host's own event loop alike. A null `lost` ends it; a second call
- * replaces the first. Inside it any function may be called, GANTRY_context_free too. A null context
- * means the calling thread's. `error` may be null; *error gets 0 or the positive errno of a
+ * <gantry/loop.h> and from the host's own event loop alike. A later function replaces an earlier
+ * one; null removes it. Inside `lost` any function may be called, GANTRY_context_free too. A null
+ * context means the calling thread's. `error` may be null; *error gets 0 or the positive errno of a
  * failure, which is also logged.
  */
 GANTRY_API void GANTRY_context_on_disconnect(GANTRY_cpp_context* context,

@@ -47,7 +47,7 @@ struct ObjectManager
 
 /**
  * A match and the function that each matching message is passed to. sdbusplus's own class for a
- * match doesn't tell whether the connection refused the match, and aborts the process if the thread
+ * match doesn't report that the connection refused the match, and aborts the process if the thread
  * ends inside the callback.
  */
 struct Subscription

@@ -40,11 +40,11 @@ GANTRY_API void GANTRY_instance_find(GANTRY_cpp_context* context, const char* in
                                      const char* path, GANTRY_instance** out);
 
 /*
- * Tells what the last creating function (GANTRY_instantiate__*) on the context did. If it published
- * an object, sets *out to that object and *error to 0. Otherwise sets *out to null and *error to
- * the reason, such as EEXIST for a path that has an object of the interface already. *error gets
- * ENOENT if no creating function was called, or if the object has been freed since. A null context
- * means the calling thread's. `error` may be null.
+ * Reports what the last creating function (GANTRY_instantiate__*) of the context did. If it
+ * published an object, sets *out to that object and *error to 0. Otherwise sets *out to null and
+ * *error to the reason, such as EEXIST for a path that has an object of the interface already.
+ * *error gets ENOENT if no creating function was called, or if the object has been freed since. A
+ * null context means the calling thread's. `error` may be null.
  */
 GANTRY_API void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_instance** out,
                                             int* error);
@@ -52,7 +52,7 @@ GANTRY_API void GANTRY_instance_get_created(GANTRY_cpp_context* context, GANTRY_
 /*
  * Has `written` called when a client has written one of the object's properties, even with an equal
  * value: after the value is stored, before it is announced, and before the client's reply.
- * `property` is the D-Bus name. A null `written` ends it.
+ * `property` is the D-Bus name. A later function replaces an earlier one; null removes it.
  *
  * GANTRY_call_fail refuses the write: when `written` returns, the former value is put back, nothing
  * is announced, and the client gets the error. In a host in C++ `written` may throw an SdBusError
@@ -73,8 +73,8 @@ GANTRY_API void GANTRY_instance_on_write(GANTRY_instance* instance,
  * Has `read` called before a client reads the object, so that the host works its values out then
  * and sets them with `skip_signal`: once for each message that is a Get or a GetAll of the object's
  * interface at its path, or a GetManagedObjects of a path above it, whether or not that succeeds.
- * A signal of the host's own calls nothing. A null `read` ends it. If memory runs out, this is
- * logged and changes nothing.
+ * Signals, which send values as well, don't call it. A later function replaces an earlier one; null
+ * removes it. If memory runs out, this is logged and changes nothing.
  *
  * Inside `read` any function may be called; those of <gantry/call.h> find no call of the object. In
  * a host in C++ `read` may throw an SdBusError or another internal_exception of sdbusplus: the
@@ -92,10 +92,10 @@ GANTRY_API void GANTRY_instance_on_read(GANTRY_instance* instance,
  * GANTRY_context_manage. Publishing alone sends no signal. `error` may be null; *error gets 0,
  * EINVAL for a null instance, or the positive errno of a failed send, which is also logged.
  *
- * While the bus doesn't read, both signals of an object wait, and are sent once it does: what left
- * a path in one signal, and then what came there since, with the values of that time. An object
- * that was published and freed meanwhile is announced only if a client has called GetManagedObjects
- * in between.
+ * While the bus doesn't read, InterfacesAdded and InterfacesRemoved wait, and are sent once it
+ * does: for each path, one signal with all interfaces that were removed, and then those of the
+ * objects that were added since, with the values of that time. An object that was published and
+ * freed meanwhile is announced only if a client has called GetManagedObjects in between.
  */
 GANTRY_API void GANTRY_instance_announce_added(GANTRY_instance* instance, int* error);
 

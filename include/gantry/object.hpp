@@ -22,7 +22,7 @@
  *  interface. */
 GANTRY_API void* GANTRY_cpp_instance_get_object(GANTRY_instance* instance, const char* interface);
 
-/** For gantry::publish() and Published. */
+/** Called by gantry::publish() and Published. */
 GANTRY_API GANTRY_instance* GANTRY_cpp_publish(GANTRY_cpp_context* context, void* object,
                                                const char* interface, const sd_bus_vtable* vtable);
 GANTRY_API void GANTRY_cpp_unpublish(GANTRY_instance* instance) noexcept;
@@ -52,16 +52,16 @@ struct Unpublish
 };
 
 /**
- * Keeps an object that the host made among the objects of a context. Its destruction takes the
- * object out and sends InterfacesRemoved; it comes before the object's, so a member of the object's
- * class will do, and it may come after the context's. get() is for GANTRY_instance_announce_added
- * and others; the instance is valid as long as the context. The functions of <gantry/property.h>
- * find no property of it, and gantry::object no object.
+ * Keeps an object that the host made in the context's list of objects. Its destruction removes the
+ * object from the list and sends InterfacesRemoved. It must be destroyed before the object, so it
+ * can be a member of the object's class; it may be destroyed after the context. get() is for
+ * GANTRY_instance_announce_added and others; the instance is valid as long as the context. The
+ * functions of <gantry/property.h> find no property of it, and gantry::object no object.
  */
 using Published = std::unique_ptr<GANTRY_instance, Unpublish>;
 
 /**
- * Puts an object that the host made into the context's list: GANTRY_instance_find finds it, and
+ * Adds an object that the host made to the context's list: GANTRY_instance_find finds it, and
  * GANTRY_instance_announce_added sends InterfacesAdded for it. No signal is sent at once. Class is
  * the class of a `server.hpp` that the object's class is derived from. A null context means the
  * calling thread's. Throws SdBusError: EEXIST if the list has that interface at that path, ENOTCONN

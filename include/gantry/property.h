@@ -3,17 +3,18 @@
  *
  * A setter stores a value that differs from the present one and, unless `skip_signal` is set,
  * announces it on the bus as PropertiesChanged. An equal value changes nothing.
- * GANTRY_property_announce announces several properties at once. While the bus doesn't read, changes
- * wait, and clients are then sent the last value of each property, without those in between. The property must have the D-Bus
- * type that the function's name stands for: <gantry/types.h> lists them.
+ * GANTRY_property_announce announces several properties at once. While the bus doesn't read,
+ * changes wait; clients are later sent the last value of each property, without those in between.
+ * The property must have the D-Bus type that the function's name stands for: <gantry/types.h> lists
+ * them.
  *
  * *error gets 0 or a positive errno; on an error a getter leaves *out unchanged. `error` may be
- * null: then the log gets what *error would.
+ * null; then a failure is logged.
  *
  *     EINVAL    The property has another type; the instance or `out` is null; an array record has a
  *               count that no message can have.
- *     EMSGSIZE  The value takes more than 32 MiB less 64 KiB in a message: by default a system bus
- *               takes no message of more than 32 MiB. Nothing is stored.
+ *     EMSGSIZE  The value has more than 32 MiB less 64 KiB in a message: by default a system bus
+ *               accepts no message of more than 32 MiB. Nothing is stored.
  *     ENOENT    The object has no property of that name, or the name is null.
  *     ENOMEM    Memory ran out; a setter may have stored the value, and announced it.
  *     another   A getter that the announcement runs threw, and the value is stored; or the signal

@@ -16,7 +16,7 @@ GANTRY_API int GANTRY_cpp_property_announce(GANTRY_instance* instance, const cha
 namespace gantry
 {
 
-/** Holds changes back for as long as it lives, as GANTRY_context_hold_changes does. */
+/** Holds changes back for as long as it exists, as GANTRY_context_hold_changes does. */
 class HeldChanges
 {
   public:
@@ -25,7 +25,7 @@ class HeldChanges
     {
         GANTRY_context_hold_changes(of);
     }
-    /** Sends them; a failure is logged. */
+    /** Sends the changes; a failure is logged. */
     ~HeldChanges()
     {
         GANTRY_context_send_changes(of, nullptr);

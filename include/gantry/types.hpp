@@ -5,8 +5,8 @@
  * that value has another type or there is no further value. A string is a heap copy that the caller
  * releases with GANTRY_string_free. GANTRY_<type>_reply_append appends the value that its argument
  * points to. A null string, or a null pointer to a string, means the empty string; no other pointer
- * may be null. Of what can be appended nothing throws but std::bad_alloc: a string that no message
- * can hold is logged, and appended as the empty one.
+ * may be null. Appending throws nothing but std::bad_alloc: a string that no message can hold is
+ * logged, and appended as the empty one.
  */
 #pragma once
 

@@ -1,4 +1,4 @@
-// Taking and releasing connections.
+// References to connections.
 
 #include "sdbusplus/bus.hpp"
 

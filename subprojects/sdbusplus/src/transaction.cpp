@@ -11,7 +11,8 @@ namespace transaction
 namespace
 {
 
-// At a fixed offset from the thread pointer, so that no call is needed to find it.
+// The model puts it at a fixed offset from the thread pointer, so that no call is needed to find
+// it.
 [[gnu::tls_model("initial-exec")]] constinit thread_local uint64_t current = 0;
 
 } // namespace

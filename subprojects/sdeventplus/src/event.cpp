@@ -1,4 +1,4 @@
-// Taking and releasing references on a loop, and running it.
+// References on an event loop, and its runs.
 
 #include "sdeventplus/event.hpp"
 
@@ -45,7 +45,7 @@ sd_event* Event::get() const
 int Event::run(std::optional<SdEventDuration> timeout) const
 {
     // Where the kernel or libsystemd has no epoll_pwait2, a wait of less than a millisecond takes a
-    // whole one, with a timer armed: that is a sleep, where the caller asked for next to none.
+    // whole one. A caller that asks for so short a wait gets none instead.
     constexpr uint64_t shortest_wait = 1000;
     uint64_t usec = timeout ? timeout->count() : UINT64_MAX;
     usec = usec < shortest_wait ? 0 : usec;

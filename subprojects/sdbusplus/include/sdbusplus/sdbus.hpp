@@ -70,7 +70,7 @@ class SdBusImpl : public SdBusInterface
     int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path, const char* interface,
                                             const char** names) override
     {
-        // sd-bus takes the list as a strv of mutable strings and only reads it.
+        // sd-bus only reads the list, although its parameter isn't const.
         return ::sd_bus_emit_properties_changed_strv(bus, path, interface,
                                                      const_cast<char**>(names));
     }

@@ -17,7 +17,7 @@ namespace bus
 namespace match
 {
 
-/** If the connection refuses, nothing is called. */
+/** If the connection refuses the match, nothing is called. */
 struct match
 {
     using callback_t = std::function<void(message_t&)>;

@@ -48,7 +48,7 @@ class Reader
     void number(char type, void* value) const;
     bool boolean() const;
 
-    /** The text is part of the message and valid as long as it. */
+    /** The text is part of the message, and valid as long as the message. */
     const char* string() const;
 
     void enter(const Container& container, const char* contents) const;
@@ -77,7 +77,7 @@ inline void read_value(const Reader& from, bool& value)
     value = from.boolean();
 }
 
-/** Not inline: each object file would have its own copy of what std::string does here. */
+/** Not inline, since each object file would have its own copy of what std::string does here. */
 void read_value(const Reader& from, std::string& value);
 
 template <class T>

@@ -106,8 +106,9 @@ template <class T>
 inline constexpr char type_letter = details::signature<T>::value.front();
 
 /**
- * There for a number whose form in memory is its form in a message; not for bool, which has one
- * byte in memory and four in a message. A concept would hide from an older compiler what it lacks.
+ * Exists only for a number whose form in memory is its form in a message. A bool isn't one: it has
+ * one byte in memory and four in a message. This is no concept, so that a compiler that lacks C++20
+ * reports the #error of sdbus.hpp.
  */
 template <class T>
 using if_number = std::enable_if_t<std::is_arithmetic_v<T> && !std::is_same_v<T, bool>>;

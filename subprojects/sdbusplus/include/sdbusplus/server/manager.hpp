@@ -13,7 +13,7 @@ namespace manager
 
 struct manager
 {
-    /** If the connection refuses, there is none. */
+    /** If the connection refuses, there is no object manager. */
     manager(bus_t& b, const char* path) : slot(added(b, path))
     {
     }
