@@ -247,8 +247,22 @@ Change* PendingChanges::find(const void* subject) noexcept
     return found != positions.end() ? &changes[found->second] : nullptr;
 }
 
+void PendingChanges::drop_empty() noexcept
+{
+    std::erase_if(changes, [](const Change& each) { return each.subject == nullptr; });
+    for (std::size_t at = 0; at < changes.size(); ++at)
+    {
+        positions.find(changes[at].subject)->second = at;
+    }
+    first = 0;
+}
+
 Change& PendingChanges::add(void* subject, const Property<Object>* header)
 {
+    if (changes.size() >= 2 * (positions.size() + 8))
+    {
+        drop_empty(); // objects come and go while others wait
+    }
     positions.emplace(subject, changes.size());
     try
     {

@@ -22,8 +22,8 @@
  * The signals about objects that are added or removed while the bus daemon doesn't read wait in the
  * same list (object_manager.hpp).
  *
- * The list has at most one entry per object, and per path that lost one. The memory of an entry
- * that was sent or dropped is kept until nothing waits.
+ * The list has at most one entry per object, and per path that lost one. Entries that were sent or
+ * dropped stay in it for a while, at most as many and eight.
  */
 #pragma once
 
@@ -118,6 +118,9 @@ class PendingChanges
     sd_event_source* timer = nullptr;
 
   private:
+    /** Removes the entries that were sent or dropped. */
+    void drop_empty() noexcept;
+
     /** In the order of each subject's first change. */
     std::vector<Change> changes;
     std::size_t first = 0;

@@ -270,11 +270,10 @@ int gantry::request_name(GANTRY_cpp_context& context, const char* name)
         GANTRY_LOG(log::failed, "the bus refused the name [%s], rv=%d", name, result);
         return result;
     }
-    if (const auto grant = find_grant(grants, name); result == -EALREADY && grant != grants.end())
-    {
-        grants.erase(grant);
-    }
-    grants.splice(grants.end(), granted);
+    // A grant that goes on keeps its text, which the host may have.
+    const auto grant = find_grant(grants, name);
+    const bool goes_on = result == -EALREADY && grant != grants.end();
+    goes_on ? grants.splice(grants.end(), grants, grant) : grants.splice(grants.end(), granted);
     // After an interrupted call, -EALREADY means that the bus granted the name for that call.
     return calls > 1 && result == -EALREADY ? 0 : result;
 }
@@ -316,8 +315,8 @@ void gantry::write_what_is_left(GANTRY_cpp_context& context) noexcept
     sd_bus_get_n_queued_write(bus, &left);
     if (left > 0)
     {
-        GANTRY_LOG(log::failed, "%lu messages are dropped that the bus didn't take in a second",
-                   left);
+        GANTRY_LOG(log::failed, "%lu messages are %s that the bus didn't take in a second", left,
+                   context.state->is_private ? "dropped" : "left to the shared connection");
         if (context.state->is_private)
         {
             sd_bus_close(bus); // its release would flush it without a limit

@@ -70,7 +70,7 @@ GANTRY_API void GANTRY_context_set_service(GANTRY_cpp_context* context, const ch
  * owns, the one that it requested last. Sets *owned to null if the context owns no name: none was
  * requested, the bus refused it, another process owns it now, or the connection was lost. A refusal
  * and a loss are each logged. A loss is noticed only while a loop runs; until then the name counts
- * as owned. The text is valid until the name is lost or requested again. `owned` must not be null.
+ * as owned. The text is valid for as long as the name is owned. `owned` must not be null.
  */
 GANTRY_API void GANTRY_context_get_service(GANTRY_cpp_context* context, const char** owned);
 
