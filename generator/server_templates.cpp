@@ -152,7 +152,7 @@ namespace
 
 constexpr char source_stem[] = "server";
 
-/** Where the rows below stand. */
+/** The positions of the rows below. */
 enum Row : std::uint8_t
 {
     interface,
