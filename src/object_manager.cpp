@@ -184,7 +184,7 @@ int append_added(sd_bus_message* message, sd_bus* bus, const GANTRY_instance& ob
 
 /** Calls `use` with the path of each root above a path, newest first. */
 template <class Use>
-void for_each_root_above(GANTRY_cpp_context& context, const char* path, const Use& use)
+void for_each_root_above(const GANTRY_cpp_context& context, const char* path, const Use& use)
 {
     const auto& roots = context.state->root_managers;
     std::for_each(roots.rbegin(), roots.rend(),
@@ -197,7 +197,33 @@ void for_each_root_above(GANTRY_cpp_context& context, const char* path, const Us
                   });
 }
 
-/** Sends InterfacesRemoved from a path and each root above it, and logs what fails. */
+/** The manager that announces an object beside the roots above it: the nearest one, as for sd-bus,
+ *  which may be at its path. Null if that is a root. */
+const char* manager_of(const GANTRY_cpp_context& context, const char* path)
+{
+    const char* nearest = nullptr;
+    std::size_t length = 0;
+    const auto consider = [&](std::string_view manager, const char* announces)
+    {
+        if (manager.size() > length)
+        {
+            nearest = announces;
+            length = manager.size();
+        }
+    };
+    for_each_root_above(context, path, [&](const char* root) { consider(root, nullptr); });
+    for (const auto* each = context.state->objects.oldest(); each != nullptr; each = each->newer)
+    {
+        if (!each->is_own() && (std::strcmp(each->path, path) == 0 || is_below(each->path, path)))
+        {
+            consider(each->path, each->path);
+        }
+    }
+    return nearest;
+}
+
+/** Sends InterfacesRemoved from the path's manager, which may be among what is removed, and each
+ *  root above it, and logs what fails. */
 void send_removed(GANTRY_cpp_context& context, const char* path, const char* const* names)
 {
     const auto here = GANTRY_HERE;
@@ -213,7 +239,15 @@ void send_removed(GANTRY_cpp_context& context, const char* path, const char* con
                           result);
         }
     };
-    send_from(path);
+    const auto* name = names;
+    while (*name != nullptr && *name != manager_interface)
+    {
+        ++name;
+    }
+    if (const char* const manager = *name != nullptr ? path : manager_of(context, path))
+    {
+        send_from(manager);
+    }
     for_each_root_above(context, path, send_from);
 }
 
@@ -274,9 +308,27 @@ void send_added(GANTRY_instance& object)
     const auto call = [&](const char* name, const auto& announce)
     { throw_if_failed(ExceptionRelay::enter(announce), name); };
 
+    const auto send_from = [&](const char* manager)
+    {
+        call("InterfacesAdded",
+             [&]
+             {
+                 return send(*object.vctx, manager, "InterfacesAdded", object.path,
+                             [&](sd_bus_message* message, sd_bus* on)
+                             { return append_added(message, on, object); });
+             });
+    };
     Interfaces interfaces{object};
     sd_bus* bus = GANTRY_get_sd_bus(object.vctx->bus);
-    if (interfaces.is_whole)
+    if (object.is_own())
+    {
+        // sd-bus would announce it from a root as well.
+        if (const char* const manager = manager_of(*object.vctx, object.path))
+        {
+            send_from(manager);
+        }
+    }
+    else if (interfaces.is_whole)
     {
         call("sd_bus_emit_object_added",
              [&] { return sd_bus_emit_object_added(bus, object.path); });
@@ -290,16 +342,6 @@ void send_added(GANTRY_instance& object)
                                                           const_cast<char**>(interfaces.names));
              });
     }
-    const auto send_from = [&](const char* root)
-    {
-        call("InterfacesAdded",
-             [&]
-             {
-                 return send(*object.vctx, root, "InterfacesAdded", object.path,
-                             [&](sd_bus_message* message, sd_bus* on)
-                             { return append_added(message, on, object); });
-             });
-    };
     for_each_root_above(*object.vctx, object.path, send_from);
 }
 

@@ -219,7 +219,7 @@ TEST_F(Object, OfTheHostsOwnIsListedEverywhereAndAnnouncedIfItIsPublished)
     };
     add(usb, "/u"); // whose object manager is nearer
     GANTRY_context_manage(context, "/", nullptr);
-    GANTRY_context_manage(context, "/u/ow", nullptr); // has nothing below it
+    GANTRY_context_manage(context, "/u/o", nullptr); // has nothing below it
     auto own = std::make_unique<Own>(context->bus, "/u/own");
     EXPECT_TRUE(is_listed());
     EXPECT_EQ(find(blt.interface, "/u/own"), nullptr);
@@ -232,7 +232,8 @@ TEST_F(Object, OfTheHostsOwnIsListedEverywhereAndAnnouncedIfItIsPublished)
                  sdbusplus::exception::SdBusError);
     GANTRY_instance_announce_added(found, nullptr);
     EXPECT_THAT(sent(),
-                testing::MatchesRegex(".*/ InterfacesAdded oa[^\n]*/u/own.*system.BLT.*\n"));
+                testing::MatchesRegex("/u InterfacesAdded oa[^\n]*Peer[^\n]*BLT[^\n]*\n"
+                                      "/ InterfacesAdded oa[^\n]*/u/own[^\n]*Peer[^\n]*BLT.*\n"));
     for (const char* path : {"/v", "/w"})
     {
         auto* other = add(usb, path);
@@ -240,9 +241,16 @@ TEST_F(Object, OfTheHostsOwnIsListedEverywhereAndAnnouncedIfItIsPublished)
     }
     sent();
     own.reset();
-    EXPECT_THAT(sent(), testing::MatchesRegex("/u/own InterfacesRemoved [^\n]*Peer[^\n]*BLT\"]\n"
+    EXPECT_THAT(sent(), testing::MatchesRegex("/u InterfacesRemoved [^\n]*Peer[^\n]*BLT\"]\n"
                                               "/ InterfacesRemoved [^\n]*Peer[^\n]*BLT\"]\n"));
     EXPECT_FALSE(is_listed());
+
+    Own alone(context->bus, "/alone"); // below the root only
+    alone.published = gantry::publish<Server>(context, alone);
+    GANTRY_instance_announce_added(alone.published.get(), nullptr);
+    alone.published.reset();
+    EXPECT_THAT(sent(), testing::MatchesRegex("/ InterfacesAdded [^\n]*\n"
+                                              "/ InterfacesRemoved [^\n]*\n"));
 
     for (const bool outlives : {false, true})
     {
