@@ -200,14 +200,19 @@ TEST_F(Announcement, WhatComesAndGoesWhileStalledIsToldOnceInTheOrderOfItsPath)
         GANTRY_instance_free(&brief);
     }
     EXPECT_LE(used(), before + 32'000);
-    auto* listed = come("/object/listed");
-    EXPECT_TRUE(
-        client.call({service, "/object"}, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects")
-            .ok());
-    GANTRY_instance_free(&listed);
+    for (int round = 0; round < 2; ++round)
+    {
+        auto* listed = come("/object/listed");
+        EXPECT_TRUE(client
+                        .call({service, "/object"}, "org.freedesktop.DBus.ObjectManager",
+                              "GetManagedObjects")
+                        .ok());
+        GANTRY_instance_free(&listed);
+    }
     table.GetString = [](GANTRY_instance* /*instance*/, char** /*out*/) {};
     auto* called = come("/called");
     EXPECT_TRUE(client.call({service, "/called"}, sample, "GetString").ok());
+    GANTRY_instance_announce_added(called, nullptr); // known by now, it is removed all the same
     GANTRY_instance_free(&called);
     pretended = 0;
     GANTRY_dbus_loop_one_pass(context);
