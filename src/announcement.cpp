@@ -322,7 +322,7 @@ int append_property(sd_bus_message* signal, sd_bus* bus, const char* path, const
                     const sd_bus_vtable& entry, void* object)
 {
     const auto& property = entry.x.property;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     sd_bus_message_open_container(signal, SD_BUS_TYPE_DICT_ENTRY, "sv");
     sd_bus_message_append_basic(signal, SD_BUS_TYPE_STRING, property.member);
     sd_bus_message_open_container(signal, SD_BUS_TYPE_VARIANT, property.signature);

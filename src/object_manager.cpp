@@ -244,7 +244,11 @@ void send_removed(GANTRY_cpp_context& context, const char* path, const char* con
     {
         ++name;
     }
-    if (const char* const manager = *name != nullptr ? path : manager_of(context, path))
+    if (*name != nullptr)
+    {
+        send_from(path);
+    }
+    else if (const char* const manager = manager_of(context, path))
     {
         send_from(manager);
     }

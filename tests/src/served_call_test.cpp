@@ -280,7 +280,7 @@ TEST_F(Call, InsideAnotherIsNotTakenForIt)
             GANTRY_instance_find(nullptr, gantrytest, "/inner", &inner);
             if (object == outer)
             {
-                sd_bus_error got = SD_BUS_ERROR_NULL;
+                sd_bus_error got{};
                 Sample::_callback_TryString(inner_call.get(), gantry::object<Sample>(inner), &got);
                 seen = got.message;
                 sd_bus_error_free(&got);
