@@ -61,16 +61,10 @@ int emit(GANTRY_cpp_context& context, const Change& change)
         }
         sd_bus_message_append_basic(made, SD_BUS_TYPE_STRING, interface);
         sd_bus_message_open_container(made, SD_BUS_TYPE_ARRAY, "{sv}");
-        auto left = change.rows.count();
-        for (std::size_t place = 1; left > 0; ++place)
+        for (std::size_t place = 1; entries[place].type != _SD_BUS_VTABLE_END; ++place)
         {
-            if (!change.rows[place])
-            {
-                continue;
-            }
-            --left;
-            result = append_property(made, bus, path.c_str(), interface, entries[place], &object);
-            if (result < 0)
+            if (change.rows[place] && (result = append_property(made, bus, path.c_str(), interface,
+                                                                entries[place], &object)) < 0)
             {
                 return result;
             }

@@ -48,7 +48,7 @@ std::size_t size_of(const GANTRY_instance& object)
     const auto* row = descriptor.properties != nullptr ? descriptor.properties->rows() : nullptr;
     for (const auto* each = descriptor.vtable; each->type != _SD_BUS_VTABLE_END; ++each)
     {
-        if (each->type != _SD_BUS_VTABLE_PROPERTY && each->type != _SD_BUS_VTABLE_WRITABLE_PROPERTY)
+        if (!is_property(*each))
         {
             continue;
         }

@@ -126,6 +126,13 @@ GANTRY_instance* ObjectIndex::find(std::string_view interface, const char* path)
     return found != classes.end() ? found->oldest : nullptr;
 }
 
+const GANTRY_instance* ObjectIndex::find_managed(std::string_view path) const
+{
+    const auto matches = [&](const GANTRY_instance& each)
+    { return !each.is_own() && path == each.path; };
+    return slots.empty() ? nullptr : slots[probe(hash_of(path), matches)].instance;
+}
+
 bool ObjectIndex::is_alone(const GANTRY_instance& instance) const
 {
     const auto matches = [&](const GANTRY_instance& each)

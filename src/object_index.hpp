@@ -37,6 +37,10 @@ class ObjectIndex
      *  Returns null if there is none. */
     [[nodiscard]] GANTRY_instance* find(std::string_view interface, const char* path) const;
 
+    /** A record with that path of an object of the library's, which has an object manager there.
+     *  Returns null if there is none. */
+    [[nodiscard]] const GANTRY_instance* find_managed(std::string_view path) const;
+
     /** Whether no record but this one has its path. */
     [[nodiscard]] bool is_alone(const GANTRY_instance& instance) const;
 

@@ -100,7 +100,7 @@ int append_properties(sd_bus_message* message, sd_bus* bus, const GANTRY_instanc
     const auto& descriptor = *object.descriptor;
     for (const auto* row = descriptor.vtable; row->type != _SD_BUS_VTABLE_END && result >= 0; ++row)
     {
-        if (row->type == _SD_BUS_VTABLE_PROPERTY || row->type == _SD_BUS_VTABLE_WRITABLE_PROPERTY)
+        if (is_property(*row))
         {
             result = append_property(message, bus, object.path, descriptor.interface, *row,
                                      object.the_service);
@@ -199,27 +199,24 @@ void for_each_root_above(const GANTRY_cpp_context& context, const char* path, co
 
 /** The manager that announces an object beside the roots above it: the nearest one, as for sd-bus,
  *  which may be at its path. Null if that is a root. */
-const char* manager_of(const GANTRY_cpp_context& context, const char* path)
+const char* manager_of(const GANTRY_cpp_context& context, std::string_view path)
 {
-    const char* nearest = nullptr;
-    std::size_t length = 0;
-    const auto consider = [&](std::string_view manager, const char* announces)
+    const auto& roots = context.state->root_managers;
+    for (auto at = path; !at.empty();)
     {
-        if (manager.size() > length)
+        if (at != path && std::any_of(roots.begin(), roots.end(),
+                                      [at](const auto& root) { return root->path == at; }))
         {
-            nearest = announces;
-            length = manager.size();
+            return nullptr;
         }
-    };
-    for_each_root_above(context, path, [&](const char* root) { consider(root, nullptr); });
-    for (const auto* each = context.state->objects.oldest(); each != nullptr; each = each->newer)
-    {
-        if (!each->is_own() && (std::strcmp(each->path, path) == 0 || is_below(each->path, path)))
+        if (const auto* object = context.state->objects.find_managed(at))
         {
-            consider(each->path, each->path);
+            return object->path;
         }
+        const auto name = at.rfind('/'); // the parent of "/a" is "/", which has none
+        at = at.substr(0, name == 0 && at.size() > 1 ? 1 : name);
     }
-    return nearest;
+    return nullptr;
 }
 
 /** Sends InterfacesRemoved from the path's manager, which may be among what is removed, and each

@@ -159,13 +159,18 @@ const Property<Object>& row_of(const Property<Class>& row)
     return reinterpret_cast<const Property<Object>&>(row);
 }
 
+/** Whether an entry of sd-bus's table is of a property. */
+constexpr bool is_property(const sd_bus_vtable& entry) noexcept
+{
+    return entry.type == _SD_BUS_VTABLE_PROPERTY || entry.type == _SD_BUS_VTABLE_WRITABLE_PROPERTY;
+}
+
 /** The class's entries in sd-bus's table: the entry of a row is at the row's position. The table
  * has methods and signals first, and then properties in the order of the rows. */
 inline const sd_bus_vtable* property_entries(const Property<Object>& header)
 {
     const auto* entry = header.vtable;
-    while (entry[1].type != _SD_BUS_VTABLE_PROPERTY &&
-           entry[1].type != _SD_BUS_VTABLE_WRITABLE_PROPERTY)
+    while (!is_property(entry[1]))
     {
         ++entry;
     }

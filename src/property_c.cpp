@@ -70,9 +70,7 @@ bool for_each_property(const GANTRY_instance* instance, const Use& use)
     }
     for (const auto* row = instance->descriptor->vtable; row->type != _SD_BUS_VTABLE_END; ++row)
     {
-        if ((row->type == _SD_BUS_VTABLE_PROPERTY ||
-             row->type == _SD_BUS_VTABLE_WRITABLE_PROPERTY) &&
-            use(row->x.property.member, row->x.property.signature))
+        if (gantry::is_property(*row) && use(row->x.property.member, row->x.property.signature))
         {
             return true;
         }

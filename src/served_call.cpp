@@ -128,7 +128,7 @@ int serve(sd_bus_message* message, Object& object, sdbusplus::SdBusInterface* bu
             sdbusplus::message_t call(message, bus);
             sdbusplus::server::transaction::set_id(call);
             body(call, served, object, function);
-            if (written != nullptr) [[unlikely]]
+            if (written != nullptr)
             {
                 send_changes_of(object); // before sd-bus replies
             }

@@ -186,20 +186,18 @@ TEST_F(Announcement, WhatComesAndGoesWhileStalledIsToldOnceInTheOrderOfItsPath)
     };
     sent();
     pretended = 10'000;
-    // A sanitizer has a heap of its own, without figures.
-    const auto used = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
     std::size_t before = 0;
     for (int round = 0; round < 1'000; ++round)
     {
         logged();
-        before = round == 100 ? used() : before;
+        before = round == 100 ? heap_in_use() : before;
         GANTRY_instance_free(&object);
         object = come("/object");
         set(object, round);
         auto* brief = come("/brief");
         GANTRY_instance_free(&brief);
     }
-    EXPECT_LE(used(), before + 32'000);
+    EXPECT_LE(heap_in_use(), before + 32'000);
     for (int round = 0; round < 2; ++round)
     {
         auto* listed = come("/object/listed");

@@ -213,15 +213,13 @@ TEST_F(Call, DeferredIsNotAnsweredByAnotherClassWithAMethodOfThatName)
 
 TEST_F(Call, DeferredKeepsNothingThatItsClientSent)
 {
-    // A sanitizer has a heap of its own, without figures.
-    const auto used = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
-    const std::size_t before = used();
+    const std::size_t before = heap_in_use();
     auto pending = client.start({service, "/object"}, gantrytest, "Try_string", "s",
                                 std::string(10U << 20U, 'x').c_str());
     client.wait_for([] { return !open_calls.empty(); });
     client.settle(service);
     logged();
-    EXPECT_LE(used(), before + 5'000'000);
+    EXPECT_LE(heap_in_use(), before + 5'000'000);
     EXPECT_EQ(errno_of(reply, &open_calls.at(0), "a"), 0);
     client.settle(service);
     EXPECT_EQ(pending->text, "s \"a\"");
