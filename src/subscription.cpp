@@ -16,7 +16,6 @@ namespace gantry
 namespace
 {
 
-constexpr char source_stem[] = "subscription";
 constexpr char bus_name[] = "org.freedesktop.DBus";
 
 HostSubscription* find(const GANTRY_subscription* handle) noexcept
