@@ -190,9 +190,9 @@ void module_put(struct object* object, const struct module_standard* standard,
         {
             for (unsigned int lane = 0; lane < each->lane; ++lane)
             {
-                const enum state state = each->lane == 1 || (lanes >> (lane + 1) & 1) != 0
-                                             ? state_of(standard, memory, each, lane)
-                                             : state_unknown;
+                const double state = each->lane == 1 || (lanes >> (lane + 1) & 1) != 0
+                                         ? state_of(standard, memory, each, lane)
+                                         : state_unknown;
                 number = state > number ? state : number;
             }
         }
