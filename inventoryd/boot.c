@@ -189,7 +189,8 @@ static void put_path(struct object* object, const void* bytes, size_t size)
     {
         prctl(PR_SET_DUMPABLE, 0);
         alarm(longest_time);
-        const ssize_t length = efidp_format_device_path(text, text_size, bytes, (ssize_t)size);
+        void* const out = text; // unsigned char* to libefivar 38, char* to 37
+        const ssize_t length = efidp_format_device_path(out, text_size, bytes, (ssize_t)size);
         _exit(length > 0 && length < text_size && write(ends[1], text, (size_t)length) == length
                   ? EXIT_SUCCESS
                   : EXIT_FAILURE);
