@@ -104,10 +104,11 @@ class LoggedBus final : public sdbusplus::SdBusImpl
         }
     }
 
-    /** Gives the client text_of() the SdBusError being handled, if `message` is that error's. The
+    /** Gives the client text_of() the SdBusError being handled, if `message` is that error's. Any
      *  text may come from a host, so it is repaired. */
     int sd_bus_error_set(sd_bus_error* error, const char* name, const char* message) override
     {
+        std::string text = message != nullptr ? message : "";
         if (std::current_exception())
         {
             try
@@ -116,18 +117,14 @@ class LoggedBus final : public sdbusplus::SdBusImpl
             }
             catch (const sdbusplus::exception::SdBusError& failure)
             {
-                if (message == failure.description())
-                {
-                    const auto text = gantry::for_bus(text_of(failure));
-                    return SdBusImpl::sd_bus_error_set(error, name, text.c_str());
-                }
+                text = message == failure.description() ? text_of(failure) : text;
             }
             catch (...)
             {
                 // Another failure doesn't name a call.
             }
         }
-        return SdBusImpl::sd_bus_error_set(error, name, message);
+        return SdBusImpl::sd_bus_error_set(error, name, gantry::for_bus(text).c_str());
     }
 
     int sd_bus_emit_properties_changed_strv(sd_bus* bus, const char* path, const char* interface,
@@ -297,6 +294,7 @@ void gantry::write_what_is_left(GANTRY_cpp_context& context) noexcept
     // A flush has no time limit. A call has one, and while it waits for its reply all that is
     // queued before it is written.
     const auto end = steady_clock::now() + std::chrono::seconds(1);
+    std::uint64_t calls = 0;
     int result = -EINTR;
     while (result == -EINTR && steady_clock::now() < end)
     {
@@ -310,17 +308,20 @@ void gantry::write_what_is_left(GANTRY_cpp_context& context) noexcept
             result =
                 sd_bus_call(bus, ping, static_cast<std::uint64_t>(rest.count()), nullptr, nullptr);
             sd_bus_message_unref(ping);
+            ++calls;
         }
     }
+    // The calls come last, and stay queued if the bus takes none.
     sd_bus_get_n_queued_write(bus, &left);
-    if (left > 0)
+    if (left > calls)
     {
-        GANTRY_LOG(log::failed, "%lu messages are %s that the bus didn't take in a second", left,
+        GANTRY_LOG(log::failed, "%lu messages are %s that the bus didn't take in a second",
+                   left - calls,
                    context.state->is_private ? "dropped" : "left to the shared connection");
-        if (context.state->is_private)
-        {
-            sd_bus_close(bus); // its release would flush it without a limit
-        }
+    }
+    if (left > 0 && context.state->is_private)
+    {
+        sd_bus_close(bus); // its release would flush it without a limit
     }
 }
 
@@ -354,12 +355,12 @@ void gantry::end_connection(GANTRY_cpp_context& context, int open)
     if (int code = 0; sd_event_get_exit_code(context.event.get(), &code) < 0)
     {
         sd_bus* bus = GANTRY_get_sd_bus(context.bus);
-        // Dispatches what sd-bus still has, so that pending calls fail and the host's function for
-        // the loss is called before the loop ends.
+        // Dispatches what a lost connection still has, so that pending calls fail and the host's
+        // function for the loss is called before the loop ends.
         ExceptionRelay::enter(
-            [bus]
+            [bus, open]
             {
-                while (sd_bus_process(bus, nullptr) > 0)
+                while (open <= 0 && sd_bus_process(bus, nullptr) > 0)
                 {
                 }
                 return 0;

@@ -66,9 +66,13 @@ constexpr char source_stem[] = "signal";
 
 int on_signal(sd_bus_message* message, void* data, sd_bus_error* /*error*/)
 {
-    sdbusplus::message_t arrived(message);
-    (*static_cast<Subscription*>(data)->arrival)(arrived);
-    return 0;
+    const auto pass = [&]
+    {
+        sdbusplus::message_t arrived(message);
+        (*static_cast<Subscription*>(data)->arrival)(arrived);
+        return 0;
+    };
+    return bus_boundary(pass, as_handled);
 }
 
 } // namespace

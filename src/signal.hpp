@@ -104,17 +104,12 @@ template <class... Values, class Call>
 void pass_on(const Place& arrival, GANTRY_cpp_context& context, sdbusplus::message_t& message,
              const Call& call)
 {
-    const auto read_and_call = [&]
+    GANTRY_LOG_AT(arrival, log::trace, "enter lambda");
+    CForms<Values...> values;
+    if (read_signal(arrival, context, message, values))
     {
-        GANTRY_LOG_AT(arrival, log::trace, "enter lambda");
-        CForms<Values...> values;
-        if (read_signal(arrival, context, message, values))
-        {
-            std::apply(call, values.forms);
-        }
-        return 0;
-    };
-    bus_boundary(read_and_call, as_handled);
+        std::apply(call, values.forms);
+    }
 }
 
 /** The body of an exported receiving function. The host's callback must not be null. */

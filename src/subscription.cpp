@@ -44,12 +44,17 @@ int on_signal(sd_bus_message* signal, void* data, sd_bus_error* /*error*/)
     {
         return 0;
     }
-    const auto held = subscription.shared_from_this(); // the callback may end it
-    sdbusplus::message_t arrived(signal);
+    const auto held = subscription.shared_from_this();        // the callback may end it
     auto* const outer = std::exchange(held->present, signal); // a callback may run a loop
-    held->target.pass_on(*held, arrived);
+    const auto pass = [&]
+    {
+        sdbusplus::message_t arrived(signal);
+        held->target.pass_on(*held, arrived);
+        return 0;
+    };
+    const int result = bus_boundary(pass, as_handled);
     held->present = outer;
-    return 0;
+    return result;
 }
 
 /** Stores the owner's unique name, which is the next value of a message; it is empty if the name

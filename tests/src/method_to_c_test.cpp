@@ -303,7 +303,7 @@ TEST_F(MethodDispatch, GivesTheClientAnOverridesSdBusErrorInUtf8AndNoReplyOfItsO
                   "error System.Error.EBUSY: text\uFFFD: Device or resource busy");
     }
     EXPECT_EQ(call("Try_string_D", "s", "later"), "no reply");
-    EXPECT_EQ(call("Try_string", "s", "own"), "error com.example.Own: of the host");
+    EXPECT_EQ(call("Try_string", "s", "own"), "error com.example.Own: of the host\uFFFD");
     EXPECT_EQ(logged(2), "");
     EXPECT_EQ(call("Try_string_D", "s", "own"), "no reply");
     EXPECT_THAT(logged(2), StartsWith(failed("Try_string_D", "/own")));

@@ -244,8 +244,8 @@ TEST_F(Property, GivesTheClientTheErrorThatAnAccessorThrows)
 {
     logged();
     for (const auto& [name, told] :
-         {std::pair{"com.example.Own", "error com.example.Own: of the host"},
-          {"not a name", "error org.freedesktop.DBus.Error.Failed: of the host"}})
+         {std::pair{"com.example.Own", "error com.example.Own: of the host\uFFFD"},
+          {"not a name", "error org.freedesktop.DBus.Error.Failed: of the host\uFFFD"}})
     {
         Own::on_get = [name = name] { throw Conversion(name); };
         EXPECT_EQ(client.get(sample, interface, "PropString").text, told);
@@ -301,7 +301,8 @@ TEST_F(Property, IsBroughtUpToDateBeforeAClientReadsItsObject)
     EXPECT_EQ(announced(), "PropByte: y 4\n");
 
     logged();
-    EXPECT_EQ(client.get(sample, interface, "PropByte").text, "error com.example.Own: of the host");
+    EXPECT_EQ(client.get(sample, interface, "PropByte").text,
+              "error com.example.Own: of the host\uFFFD");
     EXPECT_EQ(logged(2), "");
     EXPECT_THAT(client.get(sample, interface, "PropByte").text, HasSubstr("Error.IOError"));
     EXPECT_THAT(logged(2), HasSubstr("loop_one_pass: host's own"));

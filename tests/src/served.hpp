@@ -50,7 +50,7 @@ struct Conversion : sdbusplus::exception::internal_exception
     }
     const char* description() const noexcept override
     {
-        return "of the host";
+        return "of the host\xFF";
     }
     int get_errno() const noexcept override
     {

@@ -179,6 +179,14 @@ TEST_F(Signal, IsHeardNoMoreOnceItsContextIsFreed)
     EXPECT_EQ(heard, "freed\n");
 }
 
+TEST_F(Signal, WhoseReceiverThrowsReachesNoOther)
+{
+    receive_complextypes(context, on_complex);
+    emit("complextypes", "(quat)s", 1, 2, 0, "throw");
+    EXPECT_EQ(arrived(), "null throw\n");
+    EXPECT_EQ(logged(2), "2 EXCEPTION gantrycommon.GANTRY_dbus_loop_one_pass: host's own\\n\n");
+}
+
 TEST_F(Signal, IsHeardByThoseSubscriptionsThatItMeets)
 {
     constexpr const char* name = "com.example.Owner";
