@@ -9,8 +9,8 @@
 
 #include <systemd/sd-bus.h>
 
-#include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <span>
@@ -51,7 +51,7 @@ constexpr Object port{"/com/orvane/velmar/system/NicPort/p0", "org.freedesktop.D
 constexpr Object sample{"/com/orvane/velmar/sample/gantrytest",
                         "com.orvane.velmar.sample.gantrytest"};
 
-/** A call that is measured, and the highest ratio of ours to each reference; 0 is no bar. */
+/** A call that is measured, and the highest ratio of ours to each reference. */
 struct Call
 {
     const char* what;
@@ -61,13 +61,9 @@ struct Call
     int calls; // per round
     double dbus_loop_bar;
     double sdloop_bar;
-    double sdbuscpp_bar = 0;
-    bool in_sdbuscpp = false;
-    int in_flight = 1;
+    double sdbuscpp_bar = 0; // 0 for what that host doesn't serve
 };
 
-// With calls in flight there is no bar beside sdbus-c++: it serves all that has arrived at once,
-// while sd_event_loop looks at all event sources between two messages.
 constexpr std::array calls{
     Call{"Get, 60 properties", port, "Get",
          [](auto* call) { append(call, "ss", port_interface, "ReceiveTotalBytes"); }, 500, 1.15,
@@ -75,78 +71,28 @@ constexpr std::array calls{
     Call{"GetAll, 60 properties", port, "GetAll",
          [](auto* call) { append(call, "s", port_interface); }, 500, 1.15, 1.05},
     Call{"Try_int32", sample, "Try_int32", [](auto* call) { append(call, "i", 42); }, 500, 1.15,
-         1.10, 1.05, true},
-    Call{"Try_int32, 64 in flight", sample, "Try_int32", [](auto* call) { append(call, "i", 42); },
-         2000, 1.10, 1.10, 0, true, 64},
+         1.10, 1.05},
     Call{"Try_uint32, answered later", sample, "Try_uint32",
          [](auto* call) { append(call, "u", 42); }, 500, 1.20, 1.15},
     Call{"TryArrayString, 100 of 39 bytes", sample, "TryArrayString", append_names, 200, 1.15, 1.10,
-         0.80, true},
+         0.80},
 };
 
-/** Makes the calls of one round to one host, `in_flight` at once. */
-class Caller
+/** Makes the calls of one round to one host. */
+void make_calls(sd_bus* client, const std::string& service, const Call& call)
 {
-  public:
-    Caller(sd_bus* bus, const std::string& name, const Call& call) :
-        client(bus), service(name), what(call), to_send(call.calls)
+    for (int number = 0; number < call.calls; ++number)
     {
-    }
-
-    void run()
-    {
-        for (int number = 0; number < what.in_flight; ++number)
-        {
-            send();
-        }
-        while (to_receive > 0)
-        {
-            const int result = sd_bus_process(client, nullptr);
-            check(result, "sd_bus_process");
-            if (result == 0)
-            {
-                check(sd_bus_wait(client, UINT64_MAX), "sd_bus_wait");
-            }
-        }
-        check(failure, what.method);
-    }
-
-  private:
-    void send()
-    {
-        if (to_send == 0)
-        {
-            return;
-        }
-        --to_send;
         sd_bus_message* created = nullptr;
-        check(sd_bus_message_new_method_call(client, &created, service.c_str(), what.object.path,
-                                             what.object.interface, what.method),
+        check(sd_bus_message_new_method_call(client, &created, service.c_str(), call.object.path,
+                                             call.object.interface, call.method),
               "sd_bus_message_new_method_call");
         const std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)> message{
             created, sd_bus_message_unref};
-        what.append(created);
-        check(sd_bus_call_async(client, nullptr, created, received, this, UINT64_MAX),
-              "sd_bus_call_async");
-        ++to_receive;
+        call.append(created);
+        check(sd_bus_call(client, created, UINT64_MAX, nullptr, nullptr), call.method);
     }
-
-    static int received(sd_bus_message* reply, void* caller, sd_bus_error* /*error*/)
-    {
-        auto& self = *static_cast<Caller*>(caller);
-        --self.to_receive;
-        self.failure = std::min(self.failure, -sd_bus_message_get_errno(reply));
-        self.send();
-        return 1;
-    }
-
-    sd_bus* client;
-    const std::string& service;
-    const Call& what;
-    int to_send;
-    int to_receive = 0;
-    int failure = 0;
-};
+}
 
 /** A host, and the name it has on the bus. */
 struct Host
@@ -172,10 +118,10 @@ void measure(sd_bus* client, const Hosts& hosts, const Call& call, int round, Se
     for (std::size_t turn = 0; turn < hosts.size(); ++turn)
     {
         const std::size_t index = round % 2 == 0 ? turn : hosts.size() - 1 - turn;
-        if (index != sdbuscpp || call.in_sdbuscpp)
+        if (index != sdbuscpp || call.sdbuscpp_bar > 0)
         {
             const double before = hosts[index].process.cpu_seconds();
-            Caller(client, hosts[index].service, call).run();
+            make_calls(client, hosts[index].service, call);
             const double spent = hosts[index].process.cpu_seconds() - before;
             seconds[index].push_back(spent / call.calls);
         }
@@ -191,7 +137,7 @@ void print(const Call& call, const Seconds& seconds)
     };
     row(", dbus_loop", "raw", raw, our_dbus_loop, call.dbus_loop_bar);
     row(", sdloop", "raw", raw, our_sdloop, call.sdloop_bar);
-    if (call.in_sdbuscpp)
+    if (call.sdbuscpp_bar > 0)
     {
         row(", sdloop", "sdbus-c++", sdbuscpp, our_sdloop, call.sdbuscpp_bar);
     }

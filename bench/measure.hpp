@@ -168,10 +168,8 @@ struct Unit
     double scale;
 };
 
-/**
- * Prints the median of a reference and of ours, measured in the same rounds, and that of their
- * ratio. With a bar of 0 the ratio is only printed.
- */
+/** Prints the median of a reference and of ours, measured in the same rounds, that of their ratio,
+ *  and whether it meets its bar. */
 inline void print_ratio(const char* what, Unit unit, const char* reference_name,
                         const std::vector<double>& reference, const std::vector<double>& ours,
                         double bar)
@@ -182,14 +180,9 @@ inline void print_ratio(const char* what, Unit unit, const char* reference_name,
         ratios.push_back(ours[round] / reference[round]);
     }
     const double ratio = median(ratios);
-    std::printf("%-39s %-9s %8.2f %-2s  ours %8.2f %-2s  ratio %.3f", what, reference_name,
-                median(reference) * unit.scale, unit.name, median(ours) * unit.scale, unit.name,
-                ratio);
-    if (bar > 0)
-    {
-        std::printf("  (bar %.2f: %s)", bar, ratio <= bar ? "met" : "MISSED");
-    }
-    std::puts("");
+    std::printf("%-39s %-9s %8.2f %-2s  ours %8.2f %-2s  ratio %.3f  (bar %.2f: %s)\n", what,
+                reference_name, median(reference) * unit.scale, unit.name,
+                median(ours) * unit.scale, unit.name, ratio, bar, ratio <= bar ? "met" : "MISSED");
     std::fflush(stdout);
 }
 

@@ -1,6 +1,6 @@
 /*
- * What an object costs a host: to publish and to keep, beside raw sd-bus, to announce changes of
- * many at once, and to find and to free among few and among many.
+ * What an object costs a host: its memory and the changes of many at once, beside raw sd-bus, and
+ * to find and to free it among few and among many.
  *
  *     objects GANTRY_HOST RAW_HOST
  */
@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <functional>
 #include <gantry/context.hpp>
 #include <span>
 #include <stdexcept>
@@ -23,37 +22,30 @@
 namespace
 {
 
-using bench::Process;
-
-constexpr int published = 1000;
-
-/** A program that is started as a host, and the arguments for its loop. */
-struct Kind
+/** Prints the memory that each object takes in a host on the library and in the raw one. */
+void compare_memory(const std::string& gantry_host, const std::string& raw_host)
 {
-    const std::string& program;
-    std::vector<std::string> loop;
-
-    [[nodiscard]] Process start(int count) const
+    constexpr int published = 1000;
+    const auto per_object = [](const auto& start)
     {
-        std::vector<std::string> arguments{program, "com.orvane.velmar.bench",
-                                           std::to_string(count)};
-        arguments.insert(arguments.end(), loop.begin(), loop.end());
-        return Process{arguments};
-    }
-};
-
-/** Measures both kinds in turn and prints the ratio of ours to raw. */
-void compare(const char* what, bench::Unit unit, double bar, int rounds, const Kind& raw,
-             const Kind& ours, const std::function<double(const Kind& kind)>& measure)
-{
-    std::vector<double> of_raw;
-    std::vector<double> of_ours;
-    for (int round = 0; round < 2 * rounds; ++round)
+        const double few = start("1").private_dirty();
+        return (start(std::to_string(published + 1)).private_dirty() - few) / published;
+    };
+    constexpr const char* service = "com.orvane.velmar.bench";
+    std::vector<double> raw;
+    std::vector<double> ours;
+    for (int round = 0; round < 3; ++round)
     {
-        const bool is_raw = (round + round / 2) % 2 == 0;
-        (is_raw ? of_raw : of_ours).push_back(measure(is_raw ? raw : ours));
+        raw.push_back(per_object(
+            [&](const std::string& count) {
+                return bench::Process{{raw_host, service, count}};
+            }));
+        ours.push_back(per_object(
+            [&](const std::string& count) {
+                return bench::Process{{gantry_host, service, count, "dbus"}};
+            }));
     }
-    bench::print_ratio(what, unit, "raw", of_raw, of_ours, bar);
+    bench::print_ratio("private memory per object", {"B", 1}, "raw", raw, ours, 1.06);
 }
 
 constexpr const char* port_interface = "com.orvane.velmar.system.NicPort";
@@ -189,12 +181,19 @@ class Changes
         for (int round = 0; round < 21; ++round)
         {
             singly.push_back(measure([this] { set_all(false); }).with_bus);
-            const auto add_raw = [&] { raw.push_back(measure([this] { send_raw(); }).host); };
-            round % 2 == 0 ? add_raw() : void();
-            const Cost ours = measure([this] { send_held(); });
-            held.push_back(ours.host);
-            held_with_bus.push_back(ours.with_bus);
-            round % 2 != 0 ? add_raw() : void();
+            for (const int turn : {0, 1})
+            {
+                if ((round + turn) % 2 == 0)
+                {
+                    raw.push_back(measure([this] { send_raw(); }).host);
+                }
+                else
+                {
+                    const Cost ours = measure([this] { send_held(); });
+                    held.push_back(ours.host);
+                    held_with_bus.push_back(ours.with_bus);
+                }
+            }
         }
         const bench::Unit unit{"ms", 1e3};
         bench::print_ratio("60 changes of 100 ports, host and bus", unit, "singly", singly,
@@ -293,21 +292,6 @@ class Changes
     unsigned char value = 0;
 };
 
-void measure_all(const Kind& ours, const Kind& raw)
-{
-    const bench::PrivateBus bus;
-    compare("CPU to start with 1,000 objects", {"ms", 1e3}, 1.10, 11, raw, ours,
-            [](const Kind& kind) { return kind.start(published).cpu_seconds(); });
-    compare("private memory per object", {"B", 1}, 1.06, 3, raw, ours,
-            [](const Kind& kind)
-            {
-                const double few = kind.start(1).private_dirty();
-                return (kind.start(published + 1).private_dirty() - few) / published;
-            });
-    Changes(bus).compare();
-    find_and_free();
-}
-
 } // namespace
 
 int main(int argc, char** argv)
@@ -319,11 +303,12 @@ int main(int argc, char** argv)
         {
             throw std::runtime_error("usage: objects GANTRY_HOST RAW_HOST");
         }
-        const std::string gantry_host = arguments[1];
-        const std::string raw_host = arguments[2];
-        const Kind ours{gantry_host, {"dbus"}};
-        const Kind raw{raw_host, {}};
-        measure_all(ours, raw);
+        {
+            const bench::PrivateBus bus;
+            compare_memory(arguments[1], arguments[2]);
+            Changes(bus).compare();
+            find_and_free();
+        }
         // The process ends without freeing the context.
         std::fflush(stdout);
         _exit(0);

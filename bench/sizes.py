@@ -39,12 +39,9 @@ def main():
         output("strip", "-o", stripped, library)
         loaded = loaded_size(stripped)
         text = int(re.search(r"^\.text\s+(\d+)", output("size", "-A", stripped), re.M)[1])
-        relocations = output("readelf", "-rW", stripped)
-    looked_up = len(re.findall(r"\bR_\w+_(?:GLOB_DAT|JUMP_SLOT?|ABS64|64|COPY)\b", relocations))
     # 1378 for the catalogue, and 54 KiB for subscriptions and for tables of a host's own.
     report("loaded read-only (size's text)", loaded, properties, 1448)
     report(".text", text, properties, 450)
-    report("relocations that look up a symbol", looked_up, properties, 0.65)
     peers = re.findall(r"lib(?:gio|gobject|glib)-2\.0\.so\.0 .*=> (\S+)", output("/sbin/ldconfig", "-p"))
     if len(peers) == 3:
         of_gdbus = sum(map(loaded_size, peers))

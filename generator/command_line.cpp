@@ -2,7 +2,6 @@
 
 #include "diagnostics.hpp"
 #include "names.hpp"
-#include "outputs.hpp"
 #include "parse.hpp"
 #include "templates.hpp"
 #include "validate.hpp"
@@ -16,6 +15,7 @@
 #include <map>
 #include <ostream>
 #include <span>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -69,6 +69,59 @@ std::vector<Interface> read_tables(std::span<const std::string> files)
     std::sort(tables.begin(), tables.end(),
               [](const Interface& left, const Interface& right) { return left.name < right.name; });
     return tables;
+}
+
+struct Output
+{
+    std::string_view name;
+    std::string text;
+};
+
+bool holds(const fs::path& path, const std::string& text)
+{
+    std::ostringstream held;
+    held << std::ifstream(path, std::ios::binary).rdbuf();
+    return held.str() == text;
+}
+
+/** Writes the outputs into the directory, which is made if it doesn't exist. On failure, removes
+ *  those already written and throws std::filesystem::filesystem_error. */
+void write_outputs(const fs::path& directory, const std::vector<Output>& outputs)
+{
+    fs::create_directories(directory);
+    std::vector<fs::path> begun;
+    try
+    {
+        for (const Output& output : outputs)
+        {
+            const fs::path path = directory / output.name;
+            if (holds(path, output.text))
+            {
+                continue;
+            }
+            errno = 0;
+            std::ofstream file(path, std::ios::binary | std::ios::trunc);
+            if (file)
+            {
+                begun.push_back(path);
+            }
+            file << output.text << std::flush;
+            if (!file)
+            {
+                throw fs::filesystem_error("cannot write", path,
+                                           {errno == 0 ? EIO : errno, std::generic_category()});
+            }
+        }
+    }
+    catch (...)
+    {
+        for (const fs::path& path : begun)
+        {
+            std::error_code ignored;
+            fs::remove(path, ignored);
+        }
+        throw;
+    }
 }
 
 void write(const fs::path& root, const Interface& interface, bool sources)

@@ -19,14 +19,15 @@ const std::string_view property_types_hpp = R"(
 // Made by gantrygen from the tables of all interfaces. Changes belong there.
 #pragma once
 
-#include "type_list.hpp"
-
 %each headers
 #include <$header>
 %end
 
 namespace gantry
 {
+
+template <class... Types>
+struct TypeList;
 
 /** What the frame does with a property exists once for each of these. */
 using PropertyTypes = TypeList<

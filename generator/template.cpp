@@ -30,13 +30,8 @@ struct Scope
 
     [[nodiscard]] std::string text(std::string_view name) const
     {
-        const Word& word = at(name);
-        const auto* text = std::get_if<std::string>(&word);
-        if (text == nullptr)
-        {
-            return std::to_string(std::get<1>(word).size());
-        }
-        return escape != nullptr ? escape(*text) : *text;
+        const auto& text = std::get<std::string>(at(name));
+        return escape != nullptr ? escape(text) : text;
     }
 
     [[nodiscard]] bool has(std::string_view name) const

@@ -1,7 +1,7 @@
 /*
  * Generated text comes from templates, each the whole text of one output:
  *
- *     $word           the word's text, or the number of members if the word is a list
+ *     $word           the word's text
  *     %each LIST      repeats the lines up to %end for each member; the member's words hide outer
  *                     words of the same name
  *     %if WORD        keeps the lines up to %else or %end if the word's text or list isn't empty

@@ -38,7 +38,9 @@ class Validator
     {
         check_interface();
         check_place();
-        check_names();
+        check_names_of(interface.methods);
+        check_names_of(interface.signals);
+        check_names_of(interface.properties);
         for (const Method& method : interface.methods)
         {
             check_word(method.name, method.line); // in the C table it names a field
@@ -93,13 +95,6 @@ class Validator
         {
             fail(interface.line, "the table of " + interface.name + " is " + place);
         }
-    }
-
-    void check_names()
-    {
-        check_names_of(interface.methods);
-        check_names_of(interface.signals);
-        check_names_of(interface.properties);
     }
 
     template <class Member>

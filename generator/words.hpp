@@ -12,8 +12,7 @@
  *     headers                     a list: header
  *     structures                  a list: structure, defined (its guard), signature, and fields,
  *                                 a list: field
- *     methods, signals, properties, rows, the properties in the order of their names, and keys, the
- *                                 properties that are a data store's key
+ *     methods, signals, properties, and keys, the properties that are a data store's key
  *
  * Every method, signal and property has `member`, its name on the bus. A list of arguments that
  * others precede begins with a comma: passed, sent, received. Words for the listings alone are

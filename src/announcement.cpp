@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <ctime>
 #include <exception>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <utility>
@@ -238,33 +239,19 @@ Change* PendingChanges::find(const void* subject) noexcept
         return &changes.back();
     }
     const auto found = positions.find(subject);
-    return found != positions.end() ? &changes[found->second] : nullptr;
-}
-
-void PendingChanges::drop_empty() noexcept
-{
-    std::erase_if(changes, [](const Change& each) { return each.subject == nullptr; });
-    for (std::size_t at = 0; at < changes.size(); ++at)
-    {
-        positions.find(changes[at].subject)->second = at;
-    }
-    first = 0;
+    return found != positions.end() ? &*found->second : nullptr;
 }
 
 Change& PendingChanges::add(void* subject, const Property<Object>* header)
 {
-    if (changes.size() >= 2 * (positions.size() + 8))
-    {
-        drop_empty(); // objects come and go while others wait
-    }
-    positions.emplace(subject, changes.size());
+    changes.push_back({subject, header, {}, {}});
     try
     {
-        changes.push_back({subject, header, {}, {}});
+        positions.emplace(subject, std::prev(changes.end()));
     }
     catch (...)
     {
-        positions.erase(subject);
+        changes.pop_back();
         throw;
     }
     count();
@@ -287,29 +274,17 @@ bool PendingChanges::take(const void* subject, Change& taken) noexcept
     {
         return false;
     }
-    taken = std::exchange(changes[found->second], {});
+    taken = std::move(*found->second);
     tells -= taken.tell ? 1 : 0;
+    changes.erase(found->second);
     positions.erase(found);
     count();
-    if (positions.empty())
-    {
-        changes.clear();
-        first = 0;
-    }
     return true;
 }
 
 bool PendingChanges::take_first(Change& taken) noexcept
 {
-    if (is_empty())
-    {
-        return false;
-    }
-    while (changes[first].subject == nullptr)
-    {
-        ++first;
-    }
-    return take(changes[first].subject, taken);
+    return !is_empty() && take(changes.front().subject, taken);
 }
 
 int append_property(sd_bus_message* signal, sd_bus* bus, const char* path, const char* interface,
@@ -337,7 +312,7 @@ void announce(Object& object, const Property<Object>& row)
     }
     const InCallback announcing;
     // sd-bus runs the property's getter, whose exception the relay keeps.
-    ExceptionRelay::enter([&] { object.server_interface.property_changed(row.member); });
+    ExceptionRelay::enter([&] { return object.server_interface.property_changed(row.member), 0; });
 }
 
 void announce(GANTRY_cpp_context& context, Object& object, const Property<Object>& header,
@@ -376,9 +351,7 @@ catch (const std::bad_alloc&)
 
 void end_hold(GANTRY_cpp_context& context)
 {
-    const bool is_stalled = !context.state->changes.is_empty() &&
-                            queued_messages(context) >= stalled_queue && start_timer(context);
-    if (!is_stalled)
+    if (!context.state->changes.is_empty() && !is_stalled(context))
     {
         send_changes(context);
     }

@@ -22,8 +22,7 @@
  * The signals about objects that are added or removed while the bus daemon doesn't read wait in the
  * same list (object_manager.hpp).
  *
- * The list has at most one entry per object, and per path that lost one. Entries that were sent or
- * dropped stay in it for a while, at most as many and eight.
+ * The list has at most one entry per object, and per path that lost one.
  */
 #pragma once
 
@@ -38,8 +37,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <unordered_map>
-#include <vector>
 
 namespace gantry
 {
@@ -63,8 +62,7 @@ class PendingChanges
 
     struct Change
     {
-        /** An object, or an entry of the context's `removed_interfaces`; null once the change was
-         *  sent or dropped. */
+        /** An object, or an entry of the context's `removed_interfaces`. */
         void* subject = nullptr;
         const Property<Object>* header = nullptr;
         RowSet rows;
@@ -118,16 +116,12 @@ class PendingChanges
     sd_event_source* timer = nullptr;
 
   private:
-    /** Removes the entries that were sent or dropped. */
-    void drop_empty() noexcept;
-
     /** In the order of each subject's first change. */
-    std::vector<Change> changes;
-    std::size_t first = 0;
+    std::list<Change> changes;
     /** How many of the changes have a `tell`. */
     std::size_t tells = 0;
     std::uint32_t generation = 0;
-    std::unordered_map<const void*, std::size_t> positions;
+    std::unordered_map<const void*, std::list<Change>::iterator> positions;
 };
 
 /** Appends a property and its value to a signal, as sd-bus does for one of its own. Returns a

@@ -128,25 +128,18 @@ struct ArrayForm
     static void read(type form, Container& values)
     {
         const std::size_t count = form != nullptr && form->data != nullptr ? form->count : 0;
-        if constexpr (!is_block)
+        if constexpr (is_block)
+        {
+            const auto* first = count > 0 ? form->data : nullptr;
+            values = Container(first, first + count);
+        }
+        else
         {
             values.resize(count);
             for (std::size_t index = 0; index < count; ++index)
             {
                 Element::read(form->data[index], values[index]);
             }
-        }
-        else if (count == 0)
-        {
-            values.clear();
-        }
-        else if constexpr (requires { values.assign(form->data, form->data); })
-        {
-            values.assign(form->data, form->data + count);
-        }
-        else
-        {
-            values = Container(form->data, form->data + count);
         }
     }
 

@@ -21,8 +21,7 @@ using Named = CallingClients::Map::value_type;
 void close_calls_of_named(Named& client)
 {
     auto& context = client.second.context;
-    auto& clients = context.state->calls.clients;
-    clients.close_calls_of(context, HeldClient(clients.by_name.find(client.first)));
+    context.state->calls.clients.close_calls_of(context, HeldClient(client));
 }
 
 /** Handles NameOwnerChanged of the client's unique name, which never gets another owner. */
@@ -129,38 +128,38 @@ void start_timer(GANTRY_cpp_context& context, CallingClients& clients)
 
 } // namespace
 
-HeldClient::HeldClient(GANTRY_cpp_context& context, const char* name) : is_held(name != nullptr)
+HeldClient::HeldClient(GANTRY_cpp_context& context, const char* name)
 {
     if (name != nullptr)
     {
         auto& clients = context.state->calls.clients;
-        client = clients.by_name.try_emplace(name, CallingClient{context}).first;
+        client = &*clients.by_name.try_emplace(name, CallingClient{context}).first;
         ++client->second.holds;
         start_timer(context, clients);
     }
 }
 
-HeldClient::HeldClient(CallingClients::Map::iterator held) noexcept : is_held(true), client(held)
+HeldClient::HeldClient(Named& held) noexcept : client(&held)
 {
     ++client->second.holds;
 }
 
-HeldClient::HeldClient(HeldClient&& from) noexcept :
-    is_held(std::exchange(from.is_held, false)), client(from.client)
+HeldClient::HeldClient(HeldClient&& from) noexcept : client(std::exchange(from.client, nullptr))
 {
 }
 
 HeldClient::~HeldClient()
 {
-    if (is_held && --client->second.holds == 0)
+    if (client != nullptr && --client->second.holds == 0)
     {
-        client->second.context.state->calls.clients.by_name.erase(client);
+        auto& by_name = client->second.context.state->calls.clients.by_name;
+        by_name.erase(by_name.find(client->first));
     }
 }
 
 int HeldClient::watch() const noexcept
 {
-    return is_held ? watch_named(*client) : 0;
+    return client != nullptr ? watch_named(*client) : 0;
 }
 
 } // namespace gantry

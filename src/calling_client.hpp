@@ -58,7 +58,7 @@ class HeldClient
   public:
     /** `name` is null for a sender without a unique name, which is neither counted nor watched. */
     HeldClient(GANTRY_cpp_context& context, const char* name);
-    explicit HeldClient(CallingClients::Map::iterator held) noexcept;
+    explicit HeldClient(CallingClients::Map::value_type& held) noexcept;
     HeldClient(HeldClient&& from) noexcept;
     HeldClient(const HeldClient&) = delete;
     HeldClient& operator=(const HeldClient&) = delete;
@@ -67,19 +67,19 @@ class HeldClient
 
     [[nodiscard]] std::uint32_t holds() const noexcept
     {
-        return is_held ? client->second.holds : 0;
+        return client != nullptr ? client->second.holds : 0;
     }
     [[nodiscard]] bool operator==(const HeldClient& other) const noexcept
     {
-        return is_held && other.is_held && client == other.client;
+        return client != nullptr && client == other.client;
     }
 
     /** Watches the client. Returns a negative errno if that fails. */
     [[nodiscard]] int watch() const noexcept;
 
   private:
-    bool is_held;
-    CallingClients::Map::iterator client;
+    /** Null for none. */
+    CallingClients::Map::value_type* client = nullptr;
 };
 
 } // namespace gantry

@@ -94,7 +94,10 @@ class LoggedBus final : public sdbusplus::SdBusImpl
             SdBusImpl::sd_bus_add_object_vtable(bus, slot, path, interface, vtable, userdata);
         try
         {
-            result >= 0 ? note_own_object(bus, *slot, path, userdata) : void();
+            if (result >= 0)
+            {
+                note_own_object(bus, *slot, path, userdata);
+            }
             return result;
         }
         catch (const std::bad_alloc&)
@@ -210,9 +213,11 @@ void gantry::see_messages(GANTRY_cpp_context& context)
 {
     auto& pressure = context.state->backpressure;
     pressure.context = &context;
-    const int result = sd_bus_add_filter(GANTRY_get_sd_bus(context.bus), &context.state->filter,
-                                         on_message, &pressure);
+    sd_bus_slot* slot = nullptr;
+    const int result =
+        sd_bus_add_filter(GANTRY_get_sd_bus(context.bus), &slot, on_message, &pressure);
     throw_if_failed(result, "sd_bus_add_filter");
+    context.state->filter.reset(slot);
 }
 
 bool gantry::is_from_bus(sd_bus_message* message) noexcept

@@ -70,10 +70,7 @@ GANTRY_cpp_context::~GANTRY_cpp_context()
     }
     delete std::exchange(object_manager, nullptr);
     state->root_managers.clear();
-    if (state->filter != nullptr)
-    {
-        sd_bus_slot_unref(state->filter);
-    }
+    state->filter.reset();
     service_name = nullptr;
     user_private = nullptr;
     state->subscriptions.clear();

@@ -34,6 +34,8 @@ struct HostSubscription;
 
 struct ContextState
 {
+    using Slot = std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)>;
+
     // Loops and destruction (deferred_destruction.hpp).
 
     /** Whether a stop was requested and the outermost loop hasn't returned yet. Signal handlers may
@@ -95,7 +97,7 @@ struct ContextState
     LimitedLog lost_changes{1, "changes could not be announced"};
 
     /** The filter that sees each message that arrives. */
-    sd_bus_slot* filter = nullptr;
+    Slot filter{nullptr, sd_bus_slot_unref};
 
     /** Replies that clients don't read (backpressure.hpp). */
     Backpressure backpressure;
@@ -106,13 +108,11 @@ struct ContextState
     /** Called when the connection is lost; null for none. */
     void (*on_disconnect)(GANTRY_cpp_context* context, void* data) = nullptr;
     void* disconnect_data = nullptr;
-    std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)> disconnected{nullptr,
-                                                                            sd_bus_slot_unref};
+    Slot disconnected{nullptr, sd_bus_slot_unref};
 
     /** The filter that sees reads before sd-bus dispatches them (read_listeners.cpp); null until an
      *  object gets a `read` callback. */
-    std::unique_ptr<sd_bus_slot, decltype(&sd_bus_slot_unref)> read_filter{nullptr,
-                                                                           sd_bus_slot_unref};
+    Slot read_filter{nullptr, sd_bus_slot_unref};
 
     // Changes that wait (announcement.hpp).
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 #include <sdbusplus/exception.hpp>
+#include <utility>
 
 namespace gantry
 {

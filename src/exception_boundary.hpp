@@ -29,8 +29,6 @@
 #include <pthread.h>
 
 #include <exception>
-#include <type_traits>
-#include <utility>
 
 namespace gantry
 {
@@ -61,20 +59,15 @@ class ExceptionRelay
      * throws, and the exception that a bus callback below it threw.
      */
     template <class Call>
-    static auto enter(Call&& call)
+    static int enter(const Call& call)
     {
-        ExceptionRelay carrier;
-        if constexpr (std::is_void_v<std::invoke_result_t<Call>>)
+        ExceptionRelay relay;
+        const int result = call();
+        if (relay.relayed)
         {
-            std::forward<Call>(call)();
-            carrier.throw_relayed();
+            relay.rethrow();
         }
-        else
-        {
-            auto result = std::forward<Call>(call)();
-            carrier.throw_relayed();
-            return result;
-        }
+        return result;
     }
 
     /**
@@ -90,14 +83,6 @@ class ExceptionRelay
     }
 
   private:
-    void throw_relayed()
-    {
-        if (relayed)
-        {
-            rethrow();
-        }
-    }
-
     [[noreturn, gnu::cold]] void rethrow();
     [[gnu::cold]] void drop() noexcept;
 

@@ -1,15 +1,21 @@
 /*
  * Makes values fit for the bus: repairs every text in a value to UTF-8, and refuses a value that no
  * message can hold. A type without text needs no repair, and valid text costs only the check.
+ *
+ * D-Bus strings are UTF-8. sd-bus doesn't append any other string, and sending the incomplete
+ * message closes the connection. Inventory text comes from EEPROMs and may have any bytes, so a
+ * text stays as the host stored it and is repaired when it is sent.
  */
 #pragma once
 
-#include "utf8.hpp"
 #include "wire_size.hpp"
+
+#include <gantry/export.h>
 
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 #include <variant>
@@ -17,6 +23,12 @@
 
 namespace gantry
 {
+
+/** Whether sd-bus accepts the text: UTF-8 without surrogates and noncharacters. */
+GANTRY_API bool is_utf8(std::string_view text) noexcept;
+
+/** The text with each invalid sequence replaced by U+FFFD. */
+GANTRY_API std::string repaired_utf8(std::string_view text);
 
 template <class Type>
 inline constexpr bool holds_text = false;

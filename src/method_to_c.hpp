@@ -147,11 +147,7 @@ typename Results<Outputs...>::type dispatch(const Place& place, GANTRY_instance*
 template <class Type>
 void read_argument(sdbusplus::message_t& message, typename CForm<Type>::type& form)
 {
-    if constexpr (std::is_arithmetic_v<Type>)
-    {
-        message.read(form);
-    }
-    else if constexpr (std::is_same_v<Type, std::string>)
+    if constexpr (std::is_same_v<Type, std::string>)
     {
         GANTRY_string_parse_parameter(message, &form);
     }

@@ -31,9 +31,33 @@
 #include <sdbusplus/server/interface.hpp>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace gantry
 {
+
+static_assert(sizeof(long) == 8, "D-Bus x and t are long and unsigned long");
+
+/** A list of types. A type's position in it is its tag. gantrygen writes the one of the types that
+ *  properties have (property_types.hpp). */
+template <class... Types>
+struct TypeList
+{
+    static_assert(sizeof...(Types) <= 256, "a tag is a byte");
+
+    template <class Type>
+    static consteval std::uint8_t tag()
+    {
+        static_assert((std::is_same_v<Type, Types> || ...), "no property has this type");
+        std::uint8_t tag = 0;
+        static_cast<void>(((std::is_same_v<Type, Types> || (++tag, false)) || ...));
+        return tag;
+    }
+
+    /** `Template` with `First` and then all the types as arguments. */
+    template <template <class...> class Template, class First>
+    using Apply = Template<First, Types...>;
+};
 
 /** Stands for an object of any server class, with the members that each of them begins with. None
  *  is ever made. */
@@ -217,22 +241,19 @@ using AddValue = void (*)(WireSize& size, const Property<Object>& row, const Obj
 template <class Type>
 GANTRY_HIDDEN void add_value(WireSize& size, const Property<Object>& row, const Object& object);
 
-template <class... Types>
-constexpr auto adders(TypeList<Types...> /*types*/)
+/** One function per property type, in the order of the tags; null for a number. */
+template <class Types>
+inline constexpr auto adders_of = []<class... Each>(TypeList<Each...> /*types*/)
 {
     return std::array{[]() -> AddValue
                       {
-                          if constexpr (!std::is_arithmetic_v<Types>)
+                          if constexpr (!std::is_arithmetic_v<Each>)
                           {
-                              return add_value<Types>;
+                              return add_value<Each>;
                           }
                           return nullptr;
                       }()...};
-}
-
-/** One function per property type, in the order of the tags; null for a number. */
-template <class Types>
-inline constexpr auto adders_of = adders(Types{});
+}(Types{});
 
 /** The rows of a class, whichever it is, and the index over them. */
 class Properties

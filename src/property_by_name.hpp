@@ -13,15 +13,10 @@
 namespace gantry
 {
 
-template <class... Types>
-constexpr auto setters(TypeList<Types...> /*types*/)
-{
-    return std::array{set_as<Types>...};
-}
-
 /** One function per property type, in the order of the tags. */
 template <class Types>
-inline constexpr auto set_by_type = setters(Types{});
+inline constexpr auto set_by_type = []<class... Each>(TypeList<Each...> /*types*/)
+{ return std::array{set_as<Each>...}; }(Types{});
 
 /** Throws what std::get throws if the variant holds another alternative. */
 [[noreturn]] GANTRY_API void throw_wrong_alternative();

@@ -5,7 +5,6 @@
 #include "deferred_call.hpp"
 #include "gantrycontext.hpp"
 #include "thread_context.hpp"
-#include "utf8.hpp"
 #include "waiting_changes.hpp"
 
 #include <gantry/call.hpp>

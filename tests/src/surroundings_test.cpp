@@ -1,7 +1,5 @@
 // What breaks around a host: the bus, its daemon, another client, a thread. Each ends in a log line
 // or an error, and the host goes on or learns that it can't.
-#include <elf.h>
-#include <link.h>
 
 #include "src/served.hpp"
 

@@ -1,4 +1,4 @@
-// References on an event loop, and its runs.
+// References on an event loop, and its runs; the instance that forwards to libsystemd.
 
 #include "sdeventplus/event.hpp"
 
@@ -6,6 +6,9 @@
 
 namespace sdeventplus
 {
+
+constinit internal::SdEventImpl internal::sdevent_impl;
+
 namespace
 {
 

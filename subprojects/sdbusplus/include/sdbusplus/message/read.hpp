@@ -37,7 +37,8 @@ extern const Container tuple_container;
 extern const Container pair_container;
 extern const Container variant_container;
 
-/** Reads the next value of a message. sd-bus keeps the position inside the message. */
+/** Reads the next value of a message into one that is fresh: zero, empty, or a variant's default.
+ *  sd-bus keeps the position inside the message. */
 class Reader
 {
   public:
@@ -45,12 +46,114 @@ class Reader
     {
     }
 
+    template <class T, class = types::if_number<T>>
+    void read(T& value) const
+    {
+        number(types::type_letter<T>, &value);
+    }
+
+    void read(bool& value) const;
+
+    /** Not inline, since each object file would have its own copy of what std::string does here. */
+    void read(std::string& value) const;
+
+    template <class T>
+    void read(std::vector<T>& value) const
+    {
+        read_array(vector_container, types::type_id<T>.data(),
+                   [&]
+                   {
+                       if constexpr (std::is_same_v<T, bool>)
+                       {
+                           bool element = false;
+                           read(element);
+                           value.push_back(element);
+                       }
+                       else
+                       {
+                           read(value.emplace_back());
+                       }
+                   });
+    }
+
+    template <class T>
+    void read(std::set<T>& value) const
+    {
+        read_array(set_container, types::type_id<T>.data(),
+                   [&]
+                   {
+                       T element{};
+                       read(element);
+                       value.insert(std::move(element));
+                   });
+    }
+
+    template <class K, class V>
+    void read(std::map<K, V>& value) const
+    {
+        read_array(set_container, types::type_id<std::pair<const K, V>>.data(),
+                   [&]
+                   {
+                       enter(pair_container, types::type_id<K, V>.data());
+                       K key{};
+                       read(key);
+                       V mapped{};
+                       read(mapped);
+                       exit(pair_container);
+                       value.try_emplace(std::move(key), std::move(mapped));
+                   });
+    }
+
+    template <class... Ts>
+    void read(std::tuple<Ts...>& value) const
+    {
+        enter(tuple_container, types::type_id<Ts...>.data());
+        std::apply([this](Ts&... members) { (this->read(members), ...); }, value);
+        exit(tuple_container);
+    }
+
+    template <class... Ts>
+    void read(std::variant<Ts...>& value) const
+    {
+        // Contents that match no alternative are skipped and read as the default.
+        if (!(read_alternative<Ts>(value) || ...))
+        {
+            skip_variant();
+            value = std::variant<Ts...>{};
+        }
+    }
+
+  private:
+    /** Enters an array, calls `element` once per element, and exits it. */
+    template <class Element>
+    void read_array(const Container& container, const char* contents, const Element& element) const
+    {
+        enter(container, contents);
+        while (!at_end(container))
+        {
+            element();
+        }
+        exit(container);
+    }
+
+    /** Reads the alternative T if the variant holds one. */
+    template <class T, class Variant>
+    bool read_alternative(Variant& value) const
+    {
+        constexpr const char* contents = types::type_id<T>.data();
+        if (!is_variant(contents))
+        {
+            return false;
+        }
+        enter(variant_container, contents);
+        T alternative{};
+        read(alternative);
+        value = std::move(alternative);
+        exit(variant_container);
+        return true;
+    }
+
     void number(char type, void* value) const;
-    bool boolean() const;
-
-    /** The text is part of the message, and valid as long as the message. */
-    const char* string() const;
-
     void enter(const Container& container, const char* contents) const;
     bool at_end(const Container& container) const;
     void exit(const Container& container) const;
@@ -59,131 +162,9 @@ class Reader
     bool is_variant(const char* contents) const;
     void skip_variant() const;
 
-  private:
     SdBusInterface* intf;
     sd_bus_message* m;
 };
-
-// The value that each function fills is fresh: zero, empty, or a variant's default.
-
-template <class T, class = types::if_number<T>>
-void read_value(const Reader& from, T& value)
-{
-    from.number(types::type_letter<T>, &value);
-}
-
-inline void read_value(const Reader& from, bool& value)
-{
-    value = from.boolean();
-}
-
-/** Not inline, since each object file would have its own copy of what std::string does here. */
-void read_value(const Reader& from, std::string& value);
-
-template <class T>
-void read_value(const Reader& from, std::vector<T>& value);
-template <class T>
-void read_value(const Reader& from, std::set<T>& value);
-template <class K, class V>
-void read_value(const Reader& from, std::map<K, V>& value);
-template <class... Ts>
-void read_value(const Reader& from, std::tuple<Ts...>& value);
-template <class... Ts>
-void read_value(const Reader& from, std::variant<Ts...>& value);
-
-/** Enters an array, calls `element` once per element, and exits it. */
-template <class Element>
-void read_array(const Reader& from, const Container& container, const char* contents,
-                const Element& element)
-{
-    from.enter(container, contents);
-    while (!from.at_end(container))
-    {
-        element();
-    }
-    from.exit(container);
-}
-
-template <class T>
-void read_value(const Reader& from, std::vector<T>& value)
-{
-    read_array(from, vector_container, types::type_id<T>.data(),
-               [&]
-               {
-                   if constexpr (std::is_same_v<T, bool>)
-                   {
-                       value.push_back(from.boolean());
-                   }
-                   else
-                   {
-                       read_value(from, value.emplace_back());
-                   }
-               });
-}
-
-template <class T>
-void read_value(const Reader& from, std::set<T>& value)
-{
-    read_array(from, set_container, types::type_id<T>.data(),
-               [&]
-               {
-                   T element{};
-                   read_value(from, element);
-                   value.insert(std::move(element));
-               });
-}
-
-template <class K, class V>
-void read_value(const Reader& from, std::map<K, V>& value)
-{
-    read_array(from, set_container, types::type_id<std::pair<const K, V>>.data(),
-               [&]
-               {
-                   from.enter(pair_container, types::type_id<K, V>.data());
-                   K key{};
-                   read_value(from, key);
-                   V mapped{};
-                   read_value(from, mapped);
-                   from.exit(pair_container);
-                   value.try_emplace(std::move(key), std::move(mapped));
-               });
-}
-
-template <class... Ts>
-void read_value(const Reader& from, std::tuple<Ts...>& value)
-{
-    from.enter(tuple_container, types::type_id<Ts...>.data());
-    std::apply([&](Ts&... members) { (read_value(from, members), ...); }, value);
-    from.exit(tuple_container);
-}
-
-/** Reads the alternative T if the variant holds one. */
-template <class T, class Variant>
-bool read_alternative(const Reader& from, Variant& value)
-{
-    constexpr const char* contents = types::type_id<T>.data();
-    if (!from.is_variant(contents))
-    {
-        return false;
-    }
-    from.enter(variant_container, contents);
-    T alternative{};
-    read_value(from, alternative);
-    value = std::move(alternative);
-    from.exit(variant_container);
-    return true;
-}
-
-template <class... Ts>
-void read_value(const Reader& from, std::variant<Ts...>& value)
-{
-    // Contents that match no alternative are skipped and read as the default.
-    if (!(read_alternative<Ts>(from, value) || ...))
-    {
-        from.skip_variant();
-        value = std::variant<Ts...>{};
-    }
-}
 
 } // namespace details
 
@@ -196,7 +177,7 @@ std::tuple<Ts...> read_values(SdBusInterface* intf, sd_bus_message* m)
 {
     std::tuple<Ts...> values{};
     const details::Reader from(intf, m);
-    std::apply([&](Ts&... each) { (details::read_value(from, each), ...); }, values);
+    std::apply([&](Ts&... each) { (from.read(each), ...); }, values);
     return values;
 }
 

@@ -1,4 +1,4 @@
-#include "utf8.hpp"
+#include "for_bus.hpp"
 
 #include <cstdint>
 #include <cstring>
