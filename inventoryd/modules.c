@@ -1,3 +1,4 @@
+#include "devices.h"
 #include "module.h"
 #include "nic.h"
 
@@ -85,7 +86,7 @@ static void put_readings(struct object* object)
             return;
         }
     }
-    nic_note(object->device);
+    devices_note(object->device);
 }
 
 void modules_scan_port(const char* port, const char* device, uint64_t tag, bool is_due)

@@ -13,9 +13,6 @@
 
 extern bool nic_every_interface; /* $INVENTORYD_EVERY_INTERFACE */
 
-/* Has an interface read again by a scan. */
-void nic_note(const char* device);
-
 void nic_put_port(struct object* object, const struct adapter_port* port);
 void nic_put_partition(struct object* object, const struct adapter_port* partition);
 
