@@ -95,16 +95,8 @@ bool devlink_begin(union netlink_message* message, const char* function, uint8_t
  * whole; if the file is null, whether there is a reporter that makes dumps. */
 bool devlink_dump(const char* function, FILE* file);
 
-enum
-{
-    rtnetlink_most_address = 32
-};
-
-struct rtnetlink_address
-{
-    size_t size; /* 0 if the message has no such address */
-    unsigned char bytes[rtnetlink_most_address];
-};
+/* Up to 32 bytes, two digits each, with colons between; empty if there is none. */
+typedef char rtnetlink_address[3 * 32];
 
 /* A network interface as a message describes it: the answer to a request for it, or one about an
  * interface that appeared, changed or disappeared. */
@@ -114,8 +106,8 @@ struct rtnetlink_link
     int index; /* the kernel's number, which a later interface of the same name doesn't have */
     char name[IF_NAMESIZE];
     unsigned char state; /* an IF_OPER_* */
-    struct rtnetlink_address address;
-    struct rtnetlink_address permanent_address;
+    rtnetlink_address address;
+    rtnetlink_address permanent_address;
     bool has_counters;
     struct rtnl_link_stats64 counters;
 };

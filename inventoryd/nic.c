@@ -46,7 +46,6 @@ static struct adapter_family family = {
     .other_code = 0x0207, /* InfiniBand */
     .put_slot = put_slot,
     .put_port = nic_put_port,
-    .put_partition = nic_put_partition,
     .scan_port = scan_port,
     .slot = {.interface = "com.orvane.velmar.system.NicSlot", .create = dump_create_slot},
     .controller = {OBJECT_KIND(system, NicController)},

@@ -14,7 +14,6 @@
 extern bool nic_every_interface; /* $INVENTORYD_EVERY_INTERFACE */
 
 void nic_put_port(struct object* object, const struct adapter_port* port);
-void nic_put_partition(struct object* object, const struct adapter_port* partition);
 
 /* Of a port or a partition. This asks for the interface by the object's device, and changes nothing
  * else. */
