@@ -171,6 +171,7 @@ static int start(const char* heading, const struct object* slot)
     const pid_t child = fork();
     if (child == 0)
     {
+        netlink_close();
         /* An errno fits into the exit status. */
         _exit(save(heading, slot->device) & 0xFF);
     }

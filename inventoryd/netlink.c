@@ -96,8 +96,20 @@ bool netlink_ask(union netlink_message* message, int protocol, const char* devic
     return is_answered;
 }
 
-/* The socket is the list's own: a list that isn't read to its end leaves the rest there, and a
- * process that was forked may ask, too. */
+void netlink_close(void)
+{
+    for (int i = 0; i < 2; ++i)
+    {
+        if (sockets[i] != NULL)
+        {
+            mnl_socket_close(sockets[i]);
+            sockets[i] = NULL;
+        }
+    }
+}
+
+/* The socket is the list's own, as `visit` may ask for another list, and as one that isn't read to
+ * its end leaves the rest there. */
 bool netlink_ask_list(union netlink_message* message, const char* device, const char* file,
                       netlink_visit* visit, void* data)
 {

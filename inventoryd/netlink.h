@@ -44,6 +44,10 @@ typedef void netlink_visit(void* data, const union netlink_message* message);
 bool netlink_ask_list(union netlink_message* message, const char* device, const char* file,
                       netlink_visit* visit, void* data);
 
+/* To be called first by a process that was forked and asks: its sockets are its parent's, which
+ * would miss an answer. */
+void netlink_close(void);
+
 /* The attribute behind `each`, or the first one if that is null; null at the end. The first
  * function goes through a message behind the family's header, the second through another attribute.
  */
