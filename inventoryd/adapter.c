@@ -59,14 +59,18 @@ bool adapter_find_driver(const struct adapter_port* port, char name[sysfs_path_s
            (port->card.is_pci && sysfs_link_name(port->card.function, "driver", name));
 }
 
+static bool has_rdma(const struct adapter_port* port)
+{
+    return sysfs_has_directory(port->card.function, "infiniband");
+}
+
 void adapter_put_capabilities(struct object* object, const struct adapter_port* port)
 {
     char driver[sysfs_path_size];
     uint64_t functions = 0;
     const char* function = port->card.function;
     const bool is_bound = adapter_find_driver(port, driver);
-    object_put_switch(object, "RDMASupport", is_bound,
-                      is_bound && sysfs_has_directory(function, "infiniband"));
+    object_put_switch(object, "RDMASupport", is_bound, is_bound && has_rdma(port));
     object_put_switch(object, "OnChipThermalSensor", is_bound,
                       is_bound && sysfs_has_directory(function, "hwmon"));
     /* The kernel has the file for each physical function that can have virtual ones. */
@@ -90,10 +94,10 @@ void adapter_put_rdma(struct object* object, const char* port)
     sysfs_put(object, port, rows);
 }
 
-void adapter_put_link(struct object* object, enum adapter_link link)
+void adapter_put_link(struct object* object, bool is_known, bool is_up)
 {
-    object_put_number(object, "LinkStatus", link);
-    object_put_number(object, "PartitionLinkStatus", link);
+    object_put_switch(object, "LinkStatus", is_known, is_up);
+    object_put_switch(object, "PartitionLinkStatus", is_known, is_up);
 }
 
 /* The object, if it has to be read. */
@@ -114,6 +118,8 @@ static struct object* due(struct kind* kind, const char* prefix, const char* nam
         {
             object_put_number(object, "OSDriverState", bound);
             object_put_number(object, "PartitionOSDriverState", bound);
+            object_put_string(object, "OSDriver", driver);
+            object_put_string(object, "RDMAOSDriver", has_rdma(port) ? driver : NULL);
         }
     }
     return object;
@@ -130,7 +136,10 @@ static void scan_partition(struct adapter_family* family, const char* port, unsi
         object_put_format(object, "FriendlyFQDD", "Partition %u of port %s.%s", number,
                           family->prefix, port);
         card_put_function(object, &partition->card);
-        family->put_partition(object, partition);
+        if (family->put_partition != NULL)
+        {
+            family->put_partition(object, partition);
+        }
         object_complete(object);
     }
 }

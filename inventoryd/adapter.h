@@ -31,7 +31,8 @@ struct adapter_family
     void (*find_ports)(const struct card* card);
     void (*put_slot)(struct object* object, const struct adapter_port* first);
     void (*put_port)(struct object* object, const struct adapter_port* port);
-    void (*put_partition)(struct object* object, const struct adapter_port* partition);
+    void (*put_partition)(struct object* object,
+                          const struct adapter_port* partition); /* or null */
     /* Scans what else a port has, if the family has such a thing. */
     void (*scan_port)(const char* name, const struct adapter_port* port, bool is_due);
     struct kind slot;
@@ -52,13 +53,7 @@ void adapter_put_capabilities(struct object* object, const struct adapter_port* 
 /* The counters of an RDMA device's port, which has this directory. */
 void adapter_put_rdma(struct object* object, const char* port);
 
-/* This host's codes of a link's state, which is put for a port or a partition. */
-enum adapter_link
-{
-    adapter_link_unknown,
-    adapter_link_up,
-    adapter_link_down
-};
-void adapter_put_link(struct object* object, enum adapter_link link);
+/* The state of a port's or a partition's link, whose code is a switch's. */
+void adapter_put_link(struct object* object, bool is_known, bool is_up);
 
 #endif

@@ -305,20 +305,16 @@ void scan_boot(void)
     sysfs_each(sysfs_root, variables, visit_variable, NULL);
 }
 
-static void (*on_change)(void);
-
 /* The event loop calls this. */
 static int on_variable(sd_event_source* source, const struct inotify_event* event, void* data)
 {
     (void)source, (void)event, (void)data;
     devices_note(variables);
-    on_change();
     return 0;
 }
 
-int boot_watch(sd_event* event, void (*changed)(void))
+int boot_watch(sd_event* event)
 {
-    on_change = changed;
     const int result = sd_event_add_inotify(event, NULL, "/sys/firmware/efi/efivars",
                                             IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVED_TO,
                                             on_variable, NULL);

@@ -129,12 +129,8 @@ bool devices_is_due(const char* device)
     return all_changed;
 }
 
-void devices_note(const char* device)
+static void add(const char* device)
 {
-    if (device != NULL && devices_is_due(device))
-    {
-        return;
-    }
     struct pci_location location;
     char* parent = device != NULL && changed_count < most_changed ? strdup(device) : NULL;
     if (parent == NULL)
@@ -149,6 +145,23 @@ void devices_note(const char* device)
     changed[changed_count++] = parent;
 }
 
+void devices_on_change(void (*change)(void))
+{
+    on_change = change;
+}
+
+void devices_note(const char* device)
+{
+    if (device == NULL || !devices_is_due(device))
+    {
+        add(device);
+    }
+    if (on_change != NULL)
+    {
+        on_change();
+    }
+}
+
 /* The event loop calls this. */
 static int on_device(sd_device_monitor* monitor, sd_device* device, void* data)
 {
@@ -157,15 +170,13 @@ static int on_device(sd_device_monitor* monitor, sd_device* device, void* data)
     if (sd_device_get_syspath(device, &directory) >= 0)
     {
         devices_note(directory);
-        on_change();
     }
     return 0;
 }
 
-int devices_watch(sd_event* event, void (*change)(void))
+int devices_watch(sd_event* event)
 {
     sd_device_monitor* monitor = NULL;
-    on_change = change;
     int result = sd_device_monitor_new(&monitor);
     for (size_t i = 0; result >= 0 && i < sizeof watched / sizeof *watched; ++i)
     {

@@ -78,19 +78,20 @@ static bool find_interface(char interface[sysfs_path_size], const char* function
 void dump_put_slot(struct object* object, const struct card* card)
 {
     char interface[sysfs_path_size];
-    const bool is_supported = find_interface(interface, card->function);
+    const bool is_supported =
+        find_interface(interface, card->function) || devlink_dump(card->function, NULL);
     object_put_number(object, "IsCoreDumpSupported", is_supported);
     object_put_number(object, "IsCoreDumpEnabled", is_supported && dumps != NULL);
 }
 
 /* Returns 0 or an errno. */
-static int write_dump(FILE* file, const char* heading, const char* function)
+static int write_dump(FILE* file, const char* function)
 {
     struct ethtool_dump request;
     char interface[sysfs_path_size];
     if (!find_interface(interface, function) || !ask_size(interface, &request))
     {
-        return EOPNOTSUPP;
+        return devlink_dump(function, file) ? 0 : EIO;
     }
     const size_t size = sizeof request + request.len;
     struct ethtool_dump* answer = malloc(size);
@@ -101,10 +102,12 @@ static int write_dump(FILE* file, const char* heading, const char* function)
     *answer = request;
     answer->cmd = ETHTOOL_GET_DUMP_DATA;
     const bool is_answered = ethtool_ask_ioctl(interface, answer, size);
-    const bool is_written = is_answered && fputs(heading, file) >= 0 &&
-                            fwrite(answer->data, 1, request.len, file) == request.len;
+    if (is_answered)
+    {
+        fwrite(answer->data, 1, request.len, file);
+    }
     free(answer);
-    return is_written ? 0 : is_answered ? errno : EIO;
+    return is_answered ? 0 : EIO;
 }
 
 /* The file is one that only its owner may read. A link at its path is replaced and not followed,
@@ -123,7 +126,9 @@ static int save(const char* heading, const char* function)
     {
         return errno;
     }
-    int error = write_dump(file, heading, function);
+    fputs(heading, file);
+    int error = write_dump(file, function);
+    error = ferror(file) != 0 && error == 0 ? EIO : error;
     error = fclose(file) != 0 && error == 0 ? errno : error;
     error = error == 0 && rename(fresh, dump.path) != 0 ? errno : error;
     if (error != 0)
@@ -166,6 +171,7 @@ static int start(const char* heading, const struct object* slot)
     const pid_t child = fork();
     if (child == 0)
     {
+        netlink_close();
         /* An errno fits into the exit status. */
         _exit(save(heading, slot->device) & 0xFF);
     }

@@ -86,9 +86,7 @@ static void put_state(struct object* object)
         --code;
     }
     object_put_number(object, "PortStatus", code);
-    adapter_put_link(object, code == unknown  ? adapter_link_unknown
-                             : code == online ? adapter_link_up
-                                              : adapter_link_down);
+    adapter_put_link(object, code != unknown, code == online);
     const bool is_speed =
         sysfs_text(object->device, "speed", text) && strstr(text, " Gbit") != NULL;
     object_put_number(object, "PortSpeed", is_speed ? strtoul(text, NULL, 10) : 0);
@@ -152,10 +150,6 @@ static void put_partition(struct object* object, const struct adapter_port* part
     object_put_string(object, "VirtualWWPN", is_virtual ? text : "");
     find_scsi_host(host, partition->device);
     sysfs_put(object, host, of_host);
-    if (adapter_find_driver(partition, text))
-    {
-        object_put_string(object, "OSDriver", text);
-    }
 }
 
 static void create_slot(GANTRY_cpp_context* context, const void* table, const char* path,

@@ -114,9 +114,8 @@ static void put_counters(struct object* object)
         active = 4
     };
     char text[sysfs_text_size];
-    adapter_put_link(object, !sysfs_text(object->device, "state", text) ? adapter_link_unknown
-                             : strtoul(text, NULL, 10) == active        ? adapter_link_up
-                                                                        : adapter_link_down);
+    const bool is_known = sysfs_text(object->device, "state", text);
+    adapter_put_link(object, is_known, strtoul(text, NULL, 10) == active);
     put_rate(object);
     sysfs_put(object, object->device, rows);
     adapter_put_rdma(object, object->device);
@@ -173,8 +172,6 @@ static void put_partition(struct object* object, const struct adapter_port* part
     char driver[sysfs_path_size];
     if (adapter_find_driver(partition, driver))
     {
-        object_put_string(object, "OSDriver", driver);
-        object_put_string(object, "RDMAOSDriver", driver);
         object_put_string(object, "InfiniBandOSDriver", driver);
     }
     sysfs_each(partition->card.function, "net", put_interface, object);

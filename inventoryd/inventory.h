@@ -36,11 +36,11 @@ void scan_ib(void);
 /* All of these. */
 void scan_all(void);
 
-/* These follow what changes, EFI variables and network interfaces, and call `changed` if a scan is
- * needed for it, as long as the loop exists. They return 0, also where there is no such thing, or a
- * negative errno. */
-int boot_watch(sd_event* event, void (*changed)(void));
-int nic_watch(sd_event* event, void (*changed)(void));
+/* These follow what changes, EFI variables and network interfaces, as long as the loop exists, and
+ * note what has to be read again (devices.h). They return 0, also where there is no such thing, or
+ * a negative errno. */
+int boot_watch(sd_event* event);
+int nic_watch(sd_event* event);
 
 /* Dumps of adapters are written to `directory`; without one, which is null, they are refused. The
  * text must outlive the loop. Call dump_free after the context is freed: then the library has

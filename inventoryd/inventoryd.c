@@ -96,7 +96,6 @@ static int on_reload(sd_event_source* source, const struct signalfd_siginfo* sig
 {
     (void)source, (void)signal, (void)data;
     devices_note(NULL);
-    on_change();
     return 0;
 }
 
@@ -135,12 +134,13 @@ static int add_sources(sd_event* event)
     sd_event_source_set_enabled(timer, SD_EVENT_ON);
     sd_event_source_set_floating(timer, 1);
     sd_event_source_unref(timer);
+    devices_on_change(on_change);
     if (!sysfs_is_recorded())
     {
         /* Without these, what is present at start is still published. */
-        warn("devices that come later", devices_watch(event, on_change));
-        warn("network interfaces that come later", nic_watch(event, on_change));
-        warn("boot entries that change later", boot_watch(event, on_change));
+        warn("devices that come later", devices_watch(event));
+        warn("network interfaces that come later", nic_watch(event));
+        warn("boot entries that change later", boot_watch(event));
     }
     return 0;
 }

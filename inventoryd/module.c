@@ -44,8 +44,7 @@ const struct module_standard* module_standard_of(const struct module_memory* mem
 uint32_t module_things(const struct module_standard* standard, const struct module_memory* memory)
 {
     uint32_t things = (MODULE_PAGE(0) - 1) | standard->pages;
-    for (const struct module_condition* each = standard->conditions;
-         each < standard->conditions + standard->condition_count; ++each)
+    for (const struct module_condition* each = standard->conditions; each->things != 0; ++each)
     {
         const uint8_t bits = module_bits(memory, each->page, each->offset, each->bits);
         things &= bits >= each->least && bits <= each->most ? UINT32_MAX : ~each->things;
@@ -101,21 +100,21 @@ enum state
     state_high_alarm
 };
 
-static enum state state_of(const struct module_standard* standard,
-                           const struct module_memory* memory, const struct module_field* field,
+static enum state state_of(const struct module_measurement* place,
+                           const struct module_memory* memory, enum module_kind kind,
                            unsigned int lane)
 {
-    const unsigned int limits = standard->limits[field->kind - module_temperature];
     double levels[5]; /* high alarm, low alarm, high warning, low warning, and the reading */
     for (unsigned int i = 0; i < 5; ++i)
     {
         uint32_t raw = 0;
-        if (!module_number(memory, i < 4 ? standard->limits_page : field->page,
-                           i < 4 ? limits + 2 * i : field->offset + 2 * lane, 2, &raw))
+        if (!module_number(memory, i < 4 ? place->limits_page : place->page,
+                           i < 4 ? place->limits_offset + 2 * i : place->offset + 2 * lane, 2,
+                           &raw))
         {
             return state_unknown;
         }
-        levels[i] = field->kind == module_temperature ? module_signed(raw) : raw;
+        levels[i] = kind == module_temperature ? module_signed(raw) : raw;
     }
     return levels[0] <= levels[1]  ? state_unknown
            : levels[4] > levels[0] ? state_high_alarm
@@ -125,37 +124,31 @@ static enum state state_of(const struct module_standard* standard,
                                    : state_normal;
 }
 
+/* A number of two bytes in the unit that the property's type says, 0 if that can't be told. */
 static double measure(const struct module_standard* standard, const struct module_memory* memory,
-                      const struct module_field* field, uint32_t raw)
+                      enum module_kind kind, uint32_t raw, char type)
 {
     /* How many steps of the number make the unit of doubles, and that of integers. */
-    static const double steps[module_lane_0][2] = {
+    static const double steps[module_lane_1][2] = {
         [module_laser] = {1, 1},        [module_wavelength] = {20, 1},
         [module_tolerance] = {200, 1},  [module_temperature] = {256, 256},
         [module_voltage] = {10000, 1},  [module_bias] = {500, 5},
         [module_tx_power] = {10000, 1}, [module_rx_power] = {10000, 1},
     };
-    const bool is_real = field->type == 'd';
-    double number = field->kind == module_temperature ? module_signed(raw) : raw;
-    number =
-        standard->calibrate != NULL ? standard->calibrate(memory, field->kind, number) : number;
-    number /= steps[field->kind][is_real ? 0 : 1];
+    const bool is_real = type == 'd';
+    double number = kind == module_temperature ? module_signed(raw) : raw;
+    number = standard->calibrate != NULL ? standard->calibrate(memory, kind, number) : number;
+    number /= steps[kind][is_real ? 0 : 1];
     number = is_real ? number : round(number);
     const bool fits = is_real ? isfinite(number)
-                              : number >= (field->type == 'n' ? INT16_MIN : 0) &&
-                                    number <= (field->type == 'n' ? INT16_MAX : UINT16_MAX);
+                              : number >= (type == 'n' ? INT16_MIN : 0) &&
+                                    number <= (type == 'n' ? INT16_MAX : UINT16_MAX);
     return fits ? number : 0;
 }
 
-/* 0 if it wasn't read. */
-static double read_number(const struct module_standard* standard,
-                          const struct module_memory* memory, const struct module_field* field)
+static double decode(const struct module_standard* standard, const struct module_memory* memory,
+                     const struct module_field* field, uint32_t raw, char type)
 {
-    uint32_t raw = 0;
-    if (!module_number(memory, field->page, field->offset, field->size, &raw))
-    {
-        return 0;
-    }
     switch (field->kind)
     {
     case module_lowest_first:
@@ -168,38 +161,85 @@ static double read_number(const struct module_standard* standard,
     case module_top_bit:
         return 1 + (raw >> 7);
     default:
-        return field->size == 2 ? measure(standard, memory, field, raw) : raw;
+        return field->size == 2 ? measure(standard, memory, field->kind, raw, type) : raw;
+    }
+}
+
+/* 0 if it wasn't read. */
+static void put_number(struct object* object, const struct module_standard* standard,
+                       const struct module_memory* memory, const struct module_field* field,
+                       bool is_there)
+{
+    uint32_t raw = 0;
+    is_there = module_number(memory, field->page, field->offset, field->size, &raw) && is_there;
+    const char type = object_type(object, field->member);
+    object_put_real(object, field->member,
+                    is_there ? decode(standard, memory, field, raw, type) : 0);
+}
+
+/* A reading's name has the number of the lane in it, if the standard has several. */
+static void put_measurement(struct object* object, const struct module_standard* standard,
+                            const struct module_memory* memory, enum module_kind kind,
+                            uint32_t things)
+{
+    static const struct
+    {
+        const char* reading[2]; /* before and behind the number */
+        const char* limit;
+        const char* warning;
+        const char* status;
+    } names[module_lane_1] = {
+        [module_temperature] = {{"Temp", "Value"}, "Temp", "Warning", "TemperatureStatus"},
+        [module_voltage] = {{"Voltage", "Value"}, "Vcc", "Warn", "VoltageStatus"},
+        [module_bias] = {{"TX", "BiasCurrentValue"}, "TxBias", "Warn", "TxBiasCurrentStatus"},
+        [module_tx_power] = {{"TX", "OutputPowerValue"}, "TxPower", "Warn", "TxOutputPowerStatus"},
+        [module_rx_power] = {{"RX", "InputPowerValue"}, "RxPower", "Warn", "RxInputPowerStatus"},
+    };
+    const struct module_measurement* place = &standard->measurements[kind];
+    const unsigned int lanes = kind < module_bias ? 1 : standard->lanes;
+    const bool is_measured = (things >> kind & 1) != 0;
+    enum state worst = state_unknown;
+    char member[64];
+    struct module_field field = {member, place->page, place->offset, 2, (uint8_t)kind};
+    for (unsigned int lane = 0; lane < lanes; ++lane, field.offset += 2)
+    {
+        char number[2] = {(char)(lanes > 1 ? '1' + lane : 0), '\0'};
+        const bool is_there =
+            is_measured && (lanes == 1 || (things >> (module_lane_1 + lane) & 1) != 0);
+        const enum state state = is_there ? state_of(place, memory, kind, lane) : state_unknown;
+        worst = state > worst ? state : worst;
+        snprintf(member, sizeof member, "%s%s%s", names[kind].reading[0], number,
+                 names[kind].reading[1]);
+        put_number(object, standard, memory, &field, is_there);
+    }
+    object_put_number(object, names[kind].status, worst);
+    field.page = place->limits_page;
+    field.offset = place->limits_offset;
+    for (unsigned int limit = 0; limit < 4; ++limit, field.offset += 2)
+    {
+        snprintf(member, sizeof member, "%s%s%sThreshold", names[kind].limit,
+                 limit % 2 == 0 ? "High" : "Low", limit < 2 ? "Alarm" : names[kind].warning);
+        put_number(object, standard, memory, &field, is_measured);
     }
 }
 
 void module_put(struct object* object, const struct module_standard* standard,
                 const struct module_memory* memory)
 {
-    const uint32_t kinds = module_things(standard, memory);
-    const uint32_t lanes = kinds >> module_lane_0;
-    for (const struct module_field* each = standard->fields;
-         each < standard->fields + standard->field_count; ++each)
+    const uint32_t things = module_things(standard, memory);
+    for (const struct module_field* each = standard->fields; each->member != NULL; ++each)
     {
-        if (each->type == 's')
+        if (each->kind == module_text)
         {
             put_text(object, memory, each);
-            continue;
         }
-        double number = 0;
-        if ((kinds >> each->kind & 1) != 0 && each->type == 'y' && each->size == 2)
+        else
         {
-            for (unsigned int lane = 0; lane < each->lane; ++lane)
-            {
-                const double state = each->lane == 1 || (lanes >> (lane + 1) & 1) != 0
-                                         ? state_of(standard, memory, each, lane)
-                                         : state_unknown;
-                number = state > number ? state : number;
-            }
+            put_number(object, standard, memory, each, (things >> each->kind & 1) != 0);
         }
-        else if ((kinds >> each->kind & 1) != 0 && (lanes >> each->lane & 1) != 0)
-        {
-            number = read_number(standard, memory, each);
-        }
-        object_put_real(object, each->member, number);
+    }
+    for (unsigned int kind = module_temperature; kind < module_lane_1; ++kind)
+    {
+        put_measurement(object, standard, memory, kind, things);
     }
 }

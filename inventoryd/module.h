@@ -1,8 +1,9 @@
 /*
  * A pluggable module describes itself in pages of memory, which one of three standards lays out:
- * SFF-8472, SFF-8636 or CMIS. Each has a table (module_sfp.c, module_qsfp.c, module_qsfpd.c) with a
- * row for each property that has a place in the module's memory. Here and there is no input and no
- * output: bytes come in, and object_put_* gets values.
+ * SFF-8472, SFF-8636 or CMIS. Each has tables (module_sfp.c, module_qsfp.c, module_qsfpd.c) with
+ * the places in the module's memory: of five measurements, of which all have readings, limits and
+ * statuses, and of each other property. Here and there is no input and no output: bytes come in,
+ * and object_put_* gets values.
  *
  * Readings and limits are in degrees Celsius, volts, milliamperes, milliwatts and nanometres. Those
  * in integers are rounded to degrees, 0.01 milliamperes and 0.1 microwatts.
@@ -34,11 +35,11 @@ struct module_memory
     uint32_t pages; /* those that were read, as bits */
 };
 
-/* What the bytes of a field are. Of a measurement, two bytes are a reading or a limit, or its
- * status if the property is a byte; one byte is flags. */
+/* What the bytes of a field are. */
 enum module_kind
 {
-    module_plain,        /* a number or a text */
+    module_plain, /* a number */
+    module_text,
     module_lowest_first, /* a number whose first byte is the lowest, not the highest */
     module_high_digit,
     module_low_digit,
@@ -47,44 +48,34 @@ enum module_kind
     module_wavelength,
     module_tolerance,
     module_flags,
-    module_temperature, /* the first measurement */
+    module_temperature, /* the first measurement, or flags about it */
     module_voltage,
-    module_bias,
+    module_bias, /* the first one that each lane has */
     module_tx_power,
     module_rx_power,
-    module_lane_0 /* lane 1 is the next; fields without a lane have 0 instead */
+    module_lane_1 /* lane 2 is the next */
 };
 #define MODULE_KIND(kind) (1U << (kind))
-#define MODULE_MEASUREMENTS (MODULE_KIND(module_lane_0) - MODULE_KIND(module_temperature))
+#define MODULE_MEASUREMENTS (MODULE_KIND(module_lane_1) - MODULE_KIND(module_temperature))
 
 struct module_field
 {
     const char* member;
-    char type; /* the property's D-Bus type */
     uint8_t page;
     uint8_t offset;
     uint8_t size; /* in bytes; of a number 4 at most, and of a text 16 at most */
     uint8_t kind;
-    uint8_t lane; /* of a status, how many lanes there are */
 };
 
-/* The rows of a measurement's limits, and of its readings on four lanes. */
-#define MODULE_LIMITS(name, warning, high, low, page, offset, kind)                                \
-    {name "HighAlarmThreshold", high, page, offset, 2, kind, 0},                                   \
-        {name "LowAlarmThreshold", low, page, (offset) + 2, 2, kind, 0},                           \
-        {name "High" warning "Threshold", high, page, (offset) + 4, 2, kind, 0},                   \
-    {                                                                                              \
-        name "Low" warning "Threshold", low, page, (offset) + 6, 2, kind, 0                        \
-    }
-#define MODULE_LANE(name, lane, value, page, offset, kind)                                         \
-    {                                                                                              \
-        name #lane value, 'q', page, (offset) + 2 * (lane)-2, 2, kind, lane                        \
-    }
-#define MODULE_LANES_1_4(name, value, page, offset, kind)                                          \
-    MODULE_LANE(name, 1, value, page, offset, kind),                                               \
-        MODULE_LANE(name, 2, value, page, offset, kind),                                           \
-        MODULE_LANE(name, 3, value, page, offset, kind),                                           \
-        MODULE_LANE(name, 4, value, page, offset, kind)
+/* Two bytes are a reading, and those of further lanes follow. Four limits follow each other, too:
+ * high alarm, low alarm, high warning and low warning. */
+struct module_measurement
+{
+    uint8_t page;
+    uint8_t offset;
+    uint8_t limits_page;
+    uint8_t limits_offset;
+};
 
 /* What a module has only if some bits of a byte are within limits; an unread byte is 0. */
 struct module_condition
@@ -99,16 +90,14 @@ struct module_condition
 
 struct module_standard
 {
-    const char* identifiers; /* what the first byte of such a module is */
-    uint32_t pages;          /* that such a module may have, as bits */
-    const struct module_condition* conditions;
-    size_t condition_count;
-    const struct module_field* fields;
-    size_t field_count;
+    const char* identifiers;                   /* what the first byte of such a module is */
+    uint32_t pages;                            /* that such a module may have, as bits */
+    const struct module_condition* conditions; /* these end with an empty one */
+    const struct module_field* fields;         /* and these */
     /* Corrects a measurement as the module says; NaN if it can't. Null if there is no need to. */
     double (*calibrate)(const struct module_memory* memory, enum module_kind kind, double raw);
-    uint8_t limits_page;
-    uint8_t limits[module_lane_0 - module_temperature]; /* the offset of each measurement's */
+    unsigned int lanes; /* at most */
+    struct module_measurement measurements[module_lane_1];
 };
 extern const struct module_standard module_sfp;
 extern const struct module_standard module_qsfp;

@@ -34,85 +34,71 @@ static const struct module_condition conditions[] = {
     {MODULE_KIND(module_tx_power), U1, 160, 2, 2, 2},
     {MODULE_KIND(module_rx_power), U1, 160, 4, 4, 4},
     /* The bits of lanes that the module doesn't have. */
-    {MODULE_KIND(module_lane_0 + 1), U0, 210, 1 << 0, 0, 0},
-    {MODULE_KIND(module_lane_0 + 2), U0, 210, 1 << 1, 0, 0},
-    {MODULE_KIND(module_lane_0 + 3), U0, 210, 1 << 2, 0, 0},
-    {MODULE_KIND(module_lane_0 + 4), U0, 210, 1 << 3, 0, 0},
-    {MODULE_KIND(module_lane_0 + 5), U0, 210, 1 << 4, 0, 0},
-    {MODULE_KIND(module_lane_0 + 6), U0, 210, 1 << 5, 0, 0},
-    {MODULE_KIND(module_lane_0 + 7), U0, 210, 1 << 6, 0, 0},
-    {MODULE_KIND(module_lane_0 + 8), U0, 210, 1 << 7, 0, 0},
+    {MODULE_KIND(module_lane_1 + 0), U0, 210, 1 << 0, 0, 0},
+    {MODULE_KIND(module_lane_1 + 1), U0, 210, 1 << 1, 0, 0},
+    {MODULE_KIND(module_lane_1 + 2), U0, 210, 1 << 2, 0, 0},
+    {MODULE_KIND(module_lane_1 + 3), U0, 210, 1 << 3, 0, 0},
+    {MODULE_KIND(module_lane_1 + 4), U0, 210, 1 << 4, 0, 0},
+    {MODULE_KIND(module_lane_1 + 5), U0, 210, 1 << 5, 0, 0},
+    {MODULE_KIND(module_lane_1 + 6), U0, 210, 1 << 6, 0, 0},
+    {MODULE_KIND(module_lane_1 + 7), U0, 210, 1 << 7, 0, 0},
+    {0},
 };
 
-#define LANES(name, value, page, offset, kind)                                                     \
-    MODULE_LANES_1_4(name, value, page, offset, kind),                                             \
-        MODULE_LANE(name, 5, value, page, offset, kind),                                           \
-        MODULE_LANE(name, 6, value, page, offset, kind),                                           \
-        MODULE_LANE(name, 7, value, page, offset, kind),                                           \
-        MODULE_LANE(name, 8, value, page, offset, kind)
 #define FLAGS(name, offset, kind)                                                                  \
-    {name "HighAlarmFlag", 'y', U11, offset, 1, kind, 0},                                          \
-        {name "LowAlarmFlag", 'y', U11, (offset) + 1, 1, kind, 0},                                 \
-        {name "HighWarningFlag", 'y', U11, (offset) + 2, 1, kind, 0},                              \
+    {name "HighAlarmFlag", U11, offset, 1, kind},                                                  \
+        {name "LowAlarmFlag", U11, (offset) + 1, 1, kind},                                         \
+        {name "HighWarningFlag", U11, (offset) + 2, 1, kind},                                      \
     {                                                                                              \
-        name "LowWarningFlag", 'y', U11, (offset) + 3, 1, kind, 0                                  \
+        name "LowWarningFlag", U11, (offset) + 3, 1, kind                                          \
     }
 
 /* The numbers of lanes are those of the application that the module lists first. */
 static const struct module_field fields[] = {
-    {"Identifier", 'y', LO, 0, 1, module_plain, 0},
-    {"CmisRevision", 's', LO, 1, 1, module_plain, 0},
-    {"MemoryModel", 'y', LO, 2, 1, module_top_bit, 0},
-    {"StatusCode", 'y', LO, 3, 1, module_plain, 0},
-    {"Vcc_Temperature_Flag", 'y', LO, 9, 1, module_plain, 0},
-    {"TempValue", 'd', LO, 14, 2, module_temperature, 0},
-    {"VoltageValue", 'd', LO, 16, 2, module_voltage, 0},
-    {"HostLaneCount", 'y', LO, 88, 1, module_high_digit, 0},
-    {"MediaLaneCount", 'y', LO, 88, 1, module_low_digit, 0},
-    {"VendorName", 's', U0, 129, 16, module_plain, 0},
-    {"Vendor_PN", 's', U0, 148, 16, module_plain, 0},
-    {"Vendor_Rev", 's', U0, 164, 2, module_plain, 0},
-    {"Vendor_SN", 's', U0, 166, 16, module_plain, 0},
-    {"ExtIdentifier", 'y', U0, 200, 1, module_plain, 0},
-    {"InterfaceType", 'y', U0, 203, 1, module_plain, 0},
-    {"LaserWavelength", 'd', U1, 138, 2, module_wavelength, 0},
-    {"LaserWavelengthTolerance", 'd', U1, 140, 2, module_tolerance, 0},
-    {"SupportedPages", 'y', U1, 142, 1, module_plain, 0},
-    MODULE_LIMITS("Temp", "Warning", 'q', 'n', U2, 128, module_temperature),
-    MODULE_LIMITS("Vcc", "Warn", 'd', 'd', U2, 136, module_voltage),
-    MODULE_LIMITS("TxPower", "Warn", 'd', 'd', U2, 176, module_tx_power),
-    MODULE_LIMITS("TxBias", "Warn", 'd', 'd', U2, 184, module_bias),
-    MODULE_LIMITS("RxPower", "Warn", 'd', 'd', U2, 192, module_rx_power),
-    {"DataPathState", 'u', U11, 128, 4, module_lowest_first, 0},
-    {"LaneOutputStatusRX", 'y', U11, 132, 1, module_plain, 0},
-    {"LaneOutputStatusTX", 'y', U11, 133, 1, module_plain, 0},
+    {"Identifier", LO, 0, 1, module_plain},
+    {"CmisRevision", LO, 1, 1, module_text},
+    {"MemoryModel", LO, 2, 1, module_top_bit},
+    {"StatusCode", LO, 3, 1, module_plain},
+    {"Vcc_Temperature_Flag", LO, 9, 1, module_plain},
+    {"HostLaneCount", LO, 88, 1, module_high_digit},
+    {"MediaLaneCount", LO, 88, 1, module_low_digit},
+    {"VendorName", U0, 129, 16, module_text},
+    {"Vendor_PN", U0, 148, 16, module_text},
+    {"Vendor_Rev", U0, 164, 2, module_text},
+    {"Vendor_SN", U0, 166, 16, module_text},
+    {"ExtIdentifier", U0, 200, 1, module_plain},
+    {"InterfaceType", U0, 203, 1, module_plain},
+    {"LaserWavelength", U1, 138, 2, module_wavelength},
+    {"LaserWavelengthTolerance", U1, 140, 2, module_tolerance},
+    {"SupportedPages", U1, 142, 1, module_plain},
+    {"DataPathState", U11, 128, 4, module_lowest_first},
+    {"LaneOutputStatusRX", U11, 132, 1, module_plain},
+    {"LaneOutputStatusTX", U11, 133, 1, module_plain},
     FLAGS("TXPower", 139, module_tx_power),
     FLAGS("TXBias", 143, module_bias),
     FLAGS("RXPower", 149, module_rx_power),
-    LANES("TX", "OutputPowerValue", U11, 154, module_tx_power),
-    LANES("TX", "BiasCurrentValue", U11, 170, module_bias),
-    LANES("RX", "InputPowerValue", U11, 186, module_rx_power),
-    {"LoopbackCaps", 'y', U13, 128, 1, module_plain, 0},
-    {"DiagMeasurementsCaps", 'y', U13, 129, 1, module_plain, 0},
-    {"DiagReportingCaps", 'y', U13, 130, 1, module_plain, 0},
-    {"PatternGenAndCheckingLocation", 'y', U13, 131, 1, module_plain, 0},
-    {"PatternGenCapsHostSide", 'q', U13, 132, 2, module_lowest_first, 0},
-    {"PatternGenCapsMediaSide", 'q', U13, 134, 2, module_lowest_first, 0},
-    {"TemperatureStatus", 'y', LO, 14, 2, module_temperature, 1},
-    {"VoltageStatus", 'y', LO, 16, 2, module_voltage, 1},
-    {"TxBiasCurrentStatus", 'y', U11, 170, 2, module_bias, 8},
-    {"TxOutputPowerStatus", 'y', U11, 154, 2, module_tx_power, 8},
-    {"RxInputPowerStatus", 'y', U11, 186, 2, module_rx_power, 8},
+    {"LoopbackCaps", U13, 128, 1, module_plain},
+    {"DiagMeasurementsCaps", U13, 129, 1, module_plain},
+    {"DiagReportingCaps", U13, 130, 1, module_plain},
+    {"PatternGenAndCheckingLocation", U13, 131, 1, module_plain},
+    {"PatternGenCapsHostSide", U13, 132, 2, module_lowest_first},
+    {"PatternGenCapsMediaSide", U13, 134, 2, module_lowest_first},
+    {0},
 };
 
 const struct module_standard module_qsfpd = {
     .identifiers = "\x18\x19\x1B\x1E\x1F\x20", /* QSFP-DD, OSFP, DSFP, and smaller ones with CMIS */
     .pages = MODULE_PAGE(LO) | MODULE_PAGE(U0) | FURTHER_PAGES,
     .conditions = conditions,
-    .condition_count = sizeof conditions / sizeof *conditions,
     .fields = fields,
-    .field_count = sizeof fields / sizeof *fields,
     .calibrate = calibrate,
-    .limits_page = U2,
-    .limits = {128, 136, 184, 176, 192},
+    .lanes = 8,
+    .measurements =
+        {
+            [module_temperature] = {LO, 14, U2, 128},
+            [module_voltage] = {LO, 16, U2, 136},
+            [module_bias] = {U11, 170, U2, 184},
+            [module_tx_power] = {U11, 154, U2, 176},
+            [module_rx_power] = {U11, 186, U2, 192},
+        },
 };

@@ -1,3 +1,4 @@
+#include "devices.h"
 #include "module.h"
 #include "nic.h"
 
@@ -60,18 +61,6 @@ static const struct module_standard* read_memory(const char* device, struct modu
     return standard;
 }
 
-static void put_module(struct object* object, const struct module_standard* standard,
-                       const struct module_memory* memory)
-{
-    module_put(object, standard, memory);
-    object->counted_at = (uint64_t)time(NULL);
-    /* Otherwise the time alone would be a change. */
-    if (object_has_changes(object))
-    {
-        object_put_number(object, "StatisticsTime", object->counted_at);
-    }
-}
-
 static void put_readings(struct object* object)
 {
     struct module_memory memory;
@@ -81,11 +70,12 @@ static void put_readings(struct object* object)
         if (interfaces[i].standard == standard &&
             kind_find(&interfaces[i].kind, object->tag) == object)
         {
-            put_module(object, standard, &memory);
+            module_put(object, standard, &memory);
+            object_put_statistics_times(object);
             return;
         }
     }
-    nic_note(object->device);
+    devices_note(object->device);
 }
 
 void modules_scan_port(const char* port, const char* device, uint64_t tag, bool is_due)
@@ -104,7 +94,9 @@ void modules_scan_port(const char* port, const char* device, uint64_t tag, bool 
         {
             object->tag = tag;
             object_put_format(object, "FQDD", "NIC.%s", port);
-            put_module(object, standard, &memory);
+            object->counted_at = (uint64_t)time(NULL);
+            module_put(object, standard, &memory);
+            object_put_statistics_times(object);
             object_announce(object);
         }
     }

@@ -22,6 +22,14 @@ void netlink_begin(union netlink_message* message, uint16_t type, const void* he
     memcpy(mnl_nlmsg_put_extra_header(&message->header, size), header, size);
 }
 
+/* Whether a whole message is there. mnl_nlmsg_ok takes a length above INT_MAX as a negative one,
+ * and so as small enough. */
+static bool is_message(const struct nlmsghdr* header, ssize_t size)
+{
+    return size >= (ssize_t)sizeof *header && header->nlmsg_len >= sizeof *header &&
+           header->nlmsg_len <= (size_t)size;
+}
+
 /* Replaces the request by its answer. */
 static bool ask_kernel(union netlink_message* message, int protocol)
 {
@@ -43,8 +51,7 @@ static bool ask_kernel(union netlink_message* message, int protocol)
     {
         size = recv(mnl_socket_get_fd(*socket), message, sizeof *message, MSG_DONTWAIT);
     } while (size >= (ssize_t)sizeof message->header && message->header.nlmsg_seq != sequence);
-    return size >= (ssize_t)sizeof message->header && mnl_nlmsg_ok(&message->header, (int)size) &&
-           message->header.nlmsg_type >= NLMSG_MIN_TYPE;
+    return is_message(&message->header, size) && message->header.nlmsg_type >= NLMSG_MIN_TYPE;
 }
 
 bool netlink_begin_generic(union netlink_message* message, const char* family, uint8_t command)
@@ -79,7 +86,7 @@ bool netlink_ask(union netlink_message* message, int protocol, const char* devic
     if (sysfs_is_recorded())
     {
         const size_t size = sysfs_bytes(device, file, message, sizeof *message);
-        is_answered = size >= sizeof message->header && mnl_nlmsg_ok(&message->header, (int)size);
+        is_answered = is_message(&message->header, (ssize_t)size);
     }
     else if ((is_answered = ask_kernel(message, protocol)) && file != NULL)
     {
@@ -87,6 +94,63 @@ bool netlink_ask(union netlink_message* message, int protocol, const char* devic
     }
     message->header.nlmsg_len = is_answered ? message->header.nlmsg_len : 0;
     return is_answered;
+}
+
+void netlink_close(void)
+{
+    for (int i = 0; i < 2; ++i)
+    {
+        if (sockets[i] != NULL)
+        {
+            mnl_socket_close(sockets[i]);
+            sockets[i] = NULL;
+        }
+    }
+}
+
+/* The socket is the list's own, as `visit` may ask for another list, and as one that isn't read to
+ * its end leaves the rest there. */
+bool netlink_ask_list(union netlink_message* message, const char* device, const char* file,
+                      netlink_visit* visit, void* data)
+{
+    const bool is_recorded = sysfs_is_recorded();
+    struct mnl_socket* socket =
+        is_recorded ? NULL : mnl_socket_open2(NETLINK_GENERIC, SOCK_CLOEXEC);
+    bool is_whole = false;
+    message->header.nlmsg_flags |= NLM_F_DUMP;
+    bool goes_on =
+        is_recorded || (socket != NULL && mnl_socket_bind(socket, 0, MNL_SOCKET_AUTOPID) >= 0 &&
+                        mnl_socket_sendto(socket, message, message->header.nlmsg_len) > 0);
+    for (unsigned int part = 0; goes_on; ++part)
+    {
+        char name[128];
+        snprintf(name, sizeof name, "%s-%u", file, part);
+        int size = is_recorded ? (int)sysfs_bytes(device, name, message, sizeof *message)
+                               : (int)recv(mnl_socket_get_fd(socket), message, sizeof *message,
+                                           MSG_DONTWAIT);
+        goes_on = size > 0;
+        if (goes_on)
+        {
+            record_answer(device, name, message, (size_t)size);
+        }
+        for (const struct nlmsghdr* each = &message->header; goes_on && is_message(each, size);
+             each = mnl_nlmsg_next(each, &size))
+        {
+            const int* error = mnl_nlmsg_get_payload(each);
+            goes_on = each->nlmsg_type >= NLMSG_MIN_TYPE;
+            is_whole = each->nlmsg_type == NLMSG_DONE &&
+                       mnl_nlmsg_get_payload_len(each) >= sizeof *error && *error == 0;
+            if (goes_on)
+            {
+                visit(data, (const union netlink_message*)each);
+            }
+        }
+    }
+    if (socket != NULL)
+    {
+        mnl_socket_close(socket);
+    }
+    return is_whole;
 }
 
 /* The attribute at `at`, if a whole one is there before the end. */

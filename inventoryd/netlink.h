@@ -1,9 +1,9 @@
 /*
  * Requests to the kernel over netlink and their answers (netlink.c), and what is asked: the driver
- * of a network interface (ethtool.c), and the interface itself (rtnetlink.c). `device` is the
- * interface's directory, such as /sys/devices/pci0000:00/0000:00:03.0/net/eth0. Of a record, an
- * answer is a file in the directory of the device that was asked about (sysfs.h). It isn't trusted:
- * the functions below read an attribute only as far as it is there.
+ * of a network interface (ethtool.c) or of a PCI function (devlink.c), and the interface itself
+ * (rtnetlink.c). `device` is the directory of what is asked about, mostly the interface's, such as
+ * /sys/devices/pci0000:00/0000:00:03.0/net/eth0. Of a record, an answer is a file in that directory
+ * (sysfs.h). It isn't trusted: the functions below read an attribute only as far as it is there.
  */
 #ifndef NETLINK_H
 #define NETLINK_H
@@ -16,6 +16,7 @@
 #include <linux/genetlink.h>
 #include <linux/if_link.h>
 #include <net/if.h>
+#include <stdio.h>
 #include <systemd/sd-event.h>
 
 /* Room for each datagram that the kernel sends. */
@@ -35,6 +36,17 @@ bool netlink_begin_generic(union netlink_message* message, const char* family, u
  * `protocol` is a NETLINK_*. */
 bool netlink_ask(union netlink_message* message, int protocol, const char* device,
                  const char* file);
+
+/* Asks a generic family for a list, and calls `visit` for each of its messages; false if the list
+ * isn't whole. The request is overwritten. A record has a file for each datagram of the answer:
+ * `file` with -0, -1 and so on. */
+typedef void netlink_visit(void* data, const union netlink_message* message);
+bool netlink_ask_list(union netlink_message* message, const char* device, const char* file,
+                      netlink_visit* visit, void* data);
+
+/* To be called first by a process that was forked and asks: its sockets are its parent's, which
+ * would miss an answer. */
+void netlink_close(void);
 
 /* The attribute behind `each`, or the first one if that is null; null at the end. The first
  * function goes through a message behind the family's header, the second through another attribute.
@@ -80,16 +92,15 @@ bool ethtool_read_page(const char* device, const char* file, uint8_t bytes[ethto
  * answer overwrites it. */
 bool ethtool_ask_ioctl(const char* device, void* request, size_t size);
 
-enum
-{
-    rtnetlink_most_address = 32
-};
+/* Begins a request about a PCI function, a DEVLINK_CMD_*. */
+bool devlink_begin(union netlink_message* message, const char* function, uint8_t command);
 
-struct rtnetlink_address
-{
-    size_t size; /* 0 if the message has no such address */
-    unsigned char bytes[rtnetlink_most_address];
-};
+/* Writes the dumps of the function's health reporters as text, and returns whether one was written
+ * whole; if the file is null, whether there is a reporter that makes dumps. */
+bool devlink_dump(const char* function, FILE* file);
+
+/* Up to 32 bytes, two digits each, with colons between; empty if there is none. */
+typedef char rtnetlink_address[3 * 32];
 
 /* A network interface as a message describes it: the answer to a request for it, or one about an
  * interface that appeared, changed or disappeared. */
@@ -99,8 +110,8 @@ struct rtnetlink_link
     int index; /* the kernel's number, which a later interface of the same name doesn't have */
     char name[IF_NAMESIZE];
     unsigned char state; /* an IF_OPER_* */
-    struct rtnetlink_address address;
-    struct rtnetlink_address permanent_address;
+    rtnetlink_address address;
+    rtnetlink_address permanent_address;
     bool has_counters;
     struct rtnl_link_stats64 counters;
 };

@@ -46,7 +46,6 @@ static struct adapter_family family = {
     .other_code = 0x0207, /* InfiniBand */
     .put_slot = put_slot,
     .put_port = nic_put_port,
-    .put_partition = nic_put_partition,
     .scan_port = scan_port,
     .slot = {.interface = "com.orvane.velmar.system.NicSlot", .create = dump_create_slot},
     .controller = {OBJECT_KIND(system, NicController)},
@@ -128,17 +127,6 @@ void scan_nic(void)
     adapter_scan(&family);
 }
 
-static void (*on_change)(void);
-
-void nic_note(const char* device)
-{
-    devices_note(device);
-    if (on_change != NULL)
-    {
-        on_change();
-    }
-}
-
 static void on_link(const struct rtnetlink_link* link)
 {
     char path[sysfs_path_size];
@@ -146,19 +134,15 @@ static void on_link(const struct rtnetlink_link* link)
     struct object* object = NULL;
     if (link == NULL)
     {
-        nic_note(NULL);
+        devices_note(NULL);
         return;
     }
     if (link->removed || !is_known(link))
     {
         snprintf(place, sizeof place, "class/net/%s", link->name);
         char* device = sysfs_join(path, sysfs_root, place) ? realpath(path, NULL) : NULL;
-        if (device != NULL)
-        {
-            devices_note(device);
-        }
+        devices_note(device != NULL ? device : place);
         free(device);
-        on_change();
         return;
     }
     if ((object = kind_find(&family.port, (uint64_t)link->index)) != NULL)
@@ -169,7 +153,7 @@ static void on_link(const struct rtnetlink_link* link)
             nic_put_settings(object);
             if (link->state == IF_OPER_UP && modules_may_come(object))
             {
-                nic_note(object->device);
+                devices_note(object->device);
             }
         }
         object_announce(object);
@@ -181,8 +165,7 @@ static void on_link(const struct rtnetlink_link* link)
     }
 }
 
-int nic_watch(sd_event* event, void (*changed)(void))
+int nic_watch(sd_event* event)
 {
-    on_change = changed;
     return rtnetlink_watch(event, on_link);
 }

@@ -13,11 +13,7 @@
 
 extern bool nic_every_interface; /* $INVENTORYD_EVERY_INTERFACE */
 
-/* Has an interface read again by a scan. */
-void nic_note(const char* device);
-
 void nic_put_port(struct object* object, const struct adapter_port* port);
-void nic_put_partition(struct object* object, const struct adapter_port* partition);
 
 /* Of a port or a partition. This asks for the interface by the object's device, and changes nothing
  * else. */
@@ -47,7 +43,8 @@ bool modules_may_come(const struct object* port);
 
 /*
  * Dumps of adapters (dump.c). NicSlot's method TriggerAdapterCoreDump has the driver make a dump of
- * its state, for those who develop it, and answers when that is in a file. As a driver may take
+ * its state, for those who develop it, as ethtool or else devlink's health reporters have it, and
+ * answers when that is in a file. As a driver may take
  * seconds, a process of its own asks it. One dump runs at a time; another call is refused
  * meanwhile, and so is one for an adapter whose driver makes none.
  */

@@ -132,38 +132,18 @@ void nic_put_settings(struct object* object)
     object_put_number(object, "MediaType", is_known ? port + 1 : 0);
 }
 
-/* Two digits a byte, with colons between. */
-static void put_address(struct object* object, const char* member,
-                        const struct rtnetlink_address* address)
-{
-    char text[3 * rtnetlink_most_address + 1] = "";
-    if (object_type(object, member) == '\0')
-    {
-        return; /* a port has none */
-    }
-    for (size_t i = 0; i < address->size; ++i)
-    {
-        snprintf(text + 3 * i, 4, "%02x%s", address->bytes[i], i + 1 < address->size ? ":" : "");
-    }
-    object_put_string(object, member, text);
-}
-
 void nic_put_addresses(struct object* object, const struct rtnetlink_link* link)
 {
-    static const struct rtnetlink_address none;
-    const struct rtnetlink_address* permanent = &link->permanent_address;
-    const bool is_permanent = link->address.size == permanent->size &&
-                              memcmp(link->address.bytes, permanent->bytes, permanent->size) == 0;
-    put_address(object, "PermanentMACAddress", permanent);
-    put_address(object, "VirtualMACAddress", is_permanent ? &none : &link->address);
+    const bool is_permanent = strcmp(link->address, link->permanent_address) == 0;
+    object_put_string(object, "PermanentMACAddress", link->permanent_address);
+    object_put_string(object, "VirtualMACAddress", is_permanent ? "" : link->address);
 }
 
 void nic_put_link(struct object* object, const struct rtnetlink_link* link)
 {
-    adapter_put_link(object, link->state == IF_OPER_UP ? adapter_link_up
-                             : link->state == IF_OPER_DOWN || link->state == IF_OPER_LOWERLAYERDOWN
-                                 ? adapter_link_down
-                                 : adapter_link_unknown);
+    const bool is_up = link->state == IF_OPER_UP;
+    const bool is_down = link->state == IF_OPER_DOWN || link->state == IF_OPER_LOWERLAYERDOWN;
+    adapter_put_link(object, is_up || is_down, is_up);
     nic_put_addresses(object, link);
 }
 
@@ -259,14 +239,4 @@ void nic_put_port(struct object* object, const struct adapter_port* port)
     object_put_switch(object, "FCoEOffloadSupport", is_known,
                       ethtool_has_bit(set, "tx-fcoe-segmentation"));
     nic_put_settings(object);
-}
-
-void nic_put_partition(struct object* object, const struct adapter_port* partition)
-{
-    char driver[sysfs_path_size];
-    if (adapter_find_driver(partition, driver) &&
-        sysfs_has_directory(partition->device, "device/infiniband"))
-    {
-        object_put_string(object, "RDMAOSDriver", driver);
-    }
 }

@@ -9,11 +9,18 @@
 #include <sys/epoll.h>
 #include <systemd/sd-daemon.h>
 
-static void copy_address(struct rtnetlink_address* address, const struct nlattr* attribute)
+static void read_address(rtnetlink_address address, const struct nlattr* attribute)
 {
+    const unsigned char* bytes = mnl_attr_get_payload(attribute);
     const size_t size = mnl_attr_get_payload_len(attribute);
-    address->size = size < sizeof address->bytes ? size : sizeof address->bytes;
-    memcpy(address->bytes, mnl_attr_get_payload(attribute), address->size);
+    for (size_t i = 0; i < size && 3 * i < sizeof(rtnetlink_address); ++i)
+    {
+        snprintf(address + 3 * i, 3, "%02x", bytes[i]);
+        if (i > 0)
+        {
+            address[3 * i - 1] = ':';
+        }
+    }
 }
 
 static void read_attribute(struct rtnetlink_link* link, const struct nlattr* attribute)
@@ -29,10 +36,10 @@ static void read_attribute(struct rtnetlink_link* link, const struct nlattr* att
         link->state = size == 1 ? mnl_attr_get_u8(attribute) : 0;
         break;
     case IFLA_ADDRESS:
-        copy_address(&link->address, attribute);
+        read_address(link->address, attribute);
         break;
     case IFLA_PERM_ADDRESS:
-        copy_address(&link->permanent_address, attribute);
+        read_address(link->permanent_address, attribute);
         break;
     case IFLA_STATS64:
         /* An older kernel has fewer counters, a newer one more. */

@@ -107,15 +107,11 @@ void versions_put(struct object* object, const char* function, bool with_numbers
     memset(&versions, 0, sizeof versions);
     sysfs_each(function, "net", ask_interface, &versions);
     sysfs_each(function, "", ask_virtual, &versions);
-    if (netlink_begin_generic(&message, DEVLINK_GENL_NAME, DEVLINK_CMD_INFO_GET))
+    if (devlink_begin(&message, function, DEVLINK_CMD_INFO_GET) &&
+        netlink_ask(&message, NETLINK_GENERIC, function, "devlink"))
     {
-        mnl_attr_put_strz(&message.header, DEVLINK_ATTR_BUS_NAME, "pci");
-        mnl_attr_put_strz(&message.header, DEVLINK_ATTR_DEV_NAME, sysfs_name(function));
-        if (netlink_ask(&message, NETLINK_GENERIC, function, "devlink"))
-        {
-            read_answer(&versions, &message);
-            record_answer(function, "devlink", &message, message.header.nlmsg_len);
-        }
+        read_answer(&versions, &message);
+        record_answer(function, "devlink", &message, message.header.nlmsg_len);
     }
     put(object, "FamilyVersion", versions.firmware);
     put(object, "FirmwareVersion", versions.firmware);

@@ -377,6 +377,9 @@ TEST_F(Inventoryd, UnknownZeroAndOffAreToldApart)
            "cpu_affinity=y 0; DeviceType=y 2; SlotString=s ''; Manufacturer=s 'Maker'");
     expect("system.NicSlot/0000:3b:00", "CPUAffinity=q 0; IsCoreDumpSupported=b true");
     expect("system.NicSlot/USB.1-2", "CPUAffinity=q 65535; IsCoreDumpSupported=b false");
+    // By devlink's health reporters: one without dumps, and one of two.
+    expect("system.NicSlot/0000:00:1f", "IsCoreDumpSupported=b false");
+    expect("system.NicSlot/0000:af:00", "IsCoreDumpSupported=b true");
     EXPECT_THAT(names("hwi.HWIPcie"), Not(testing::Contains("0000:00:1f.6")));
     expect("hwi.HWIPcie/0000:3b:00.0", "PortType=y 1; CurrentLinkSpeed=u 8000");
     // Fibre and copper; on, off, and without an answer.
@@ -574,6 +577,16 @@ TEST_F(Inventoryd, ADumpIsTheDriversAndAnsweredWhenItIsThere)
                                        std::to_string(getpid()) + ", at [0-9]+\nthe dump$"));
     EXPECT_EQ(status(dumps / "0000:3b:00").permissions(), std::filesystem::perms(0600));
     EXPECT_EQ(file_size(sys / "victim"), 9);
+    const auto reported = at("system.NicSlot/0000:af:00");
+    EXPECT_EQ(trigger(reported), "is 0, \"" + (dumps / "0000:af:00").string() + '"');
+    const auto text = content(dumps / "0000:af:00");
+    EXPECT_EQ(text.substr(text.find('\n') + 1), "reporter fw\n  core:\n    text: busy\n    list: 7 "
+                                                "1099511627776 0aff\n");
+    // A dump that ends with an error.
+    const auto part = sys / "devices/pci0000:ae/0000:af:00.0/health/dump-fw-0";
+    std::ofstream(part, std::ios::in | std::ios::binary).seekp(-4, std::ios::end) << number(1, 4);
+    EXPECT_EQ(trigger(reported), "error org.freedesktop.DBus.Error.Failed: Input/output error");
+    EXPECT_EQ(content(dumps / "0000:af:00"), text);
     EXPECT_EQ(trigger(at("system.NicSlot/0000:00:1f")),
               "error org.freedesktop.DBus.Error.NotSupported: the adapter's driver makes no dump");
     remove_all(dumps);
