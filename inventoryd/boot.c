@@ -282,7 +282,8 @@ static void scan_sequence(void)
     }
     for (size_t i = 0; i < order.count; ++i)
     {
-        end += sprintf(end, "%sBootDevice.Boot%04X", i == 0 ? "" : ",", order.numbers[i]);
+        end += snprintf(end, sizeof ",BootDevice.Boot0000", "%sBootDevice.Boot%04X",
+                        i == 0 ? "" : ",", order.numbers[i]);
     }
     object_put_string(object, "hdr_DOT_fqdd", sequence_key);
     object_put_string(object, "hdr_DOT_key", sequence_key);

@@ -125,9 +125,10 @@ static void put_port(struct object* object, const struct adapter_port* port)
     /* The version of the code that starts the machine from the adapter. */
     bool is_known = sysfs_text(host, "optrom_bios_version", text) ||
                     sysfs_text(host, "option_rom_version", text);
-    object_put_switch(object, "FCBootSupport", is_known, strpbrk(text, "123456789") != NULL);
+    object_put_switch(object, "FCBootSupport", is_known, text[strcspn(text, "123456789")] != '\0');
     is_known = sysfs_text(host, "thermal_temp", text);
-    object_put_switch(object, "OnChipThermalSensor", is_known, strpbrk(text, "0123456789") != NULL);
+    object_put_switch(object, "OnChipThermalSensor", is_known,
+                      text[strcspn(text, "0123456789")] != '\0');
 }
 
 /* A name that isn't the one of the adapter's maker is virtual. */

@@ -259,7 +259,7 @@ int main(int argc, char** argv)
             print_usage(stdout, argv[0]);
             return EXIT_SUCCESS;
         case 'v':
-            printf("libdbusgantry %s\n", GANTRY_version());
+            fprintf(stdout, "libdbusgantry %s\n", GANTRY_version());
             return EXIT_SUCCESS;
         default:
             print_usage(stderr, argv[0]);

@@ -22,9 +22,7 @@ void netlink_begin(union netlink_message* message, uint16_t type, const void* he
     memcpy(mnl_nlmsg_put_extra_header(&message->header, size), header, size);
 }
 
-/* Whether a whole message is there. mnl_nlmsg_ok takes a length above INT_MAX as a negative one,
- * and so as small enough. */
-static bool is_message(const struct nlmsghdr* header, ssize_t size)
+bool netlink_is_message(const struct nlmsghdr* header, ssize_t size)
 {
     return size >= (ssize_t)sizeof *header && header->nlmsg_len >= sizeof *header &&
            header->nlmsg_len <= (size_t)size;
@@ -51,7 +49,8 @@ static bool ask_kernel(union netlink_message* message, int protocol)
     {
         size = recv(mnl_socket_get_fd(*socket), message, sizeof *message, MSG_DONTWAIT);
     } while (size >= (ssize_t)sizeof message->header && message->header.nlmsg_seq != sequence);
-    return is_message(&message->header, size) && message->header.nlmsg_type >= NLMSG_MIN_TYPE;
+    return netlink_is_message(&message->header, size) &&
+           message->header.nlmsg_type >= NLMSG_MIN_TYPE;
 }
 
 bool netlink_begin_generic(union netlink_message* message, const char* family, uint8_t command)
@@ -86,7 +85,7 @@ bool netlink_ask(union netlink_message* message, int protocol, const char* devic
     if (sysfs_is_recorded())
     {
         const size_t size = sysfs_bytes(device, file, message, sizeof *message);
-        is_answered = is_message(&message->header, (ssize_t)size);
+        is_answered = netlink_is_message(&message->header, (ssize_t)size);
     }
     else if ((is_answered = ask_kernel(message, protocol)) && file != NULL)
     {
@@ -133,8 +132,8 @@ bool netlink_ask_list(union netlink_message* message, const char* device, const 
         {
             record_answer(device, name, message, (size_t)size);
         }
-        for (const struct nlmsghdr* each = &message->header; goes_on && is_message(each, size);
-             each = mnl_nlmsg_next(each, &size))
+        for (const struct nlmsghdr* each = &message->header;
+             goes_on && netlink_is_message(each, size); each = mnl_nlmsg_next(each, &size))
         {
             const int* error = mnl_nlmsg_get_payload(each);
             goes_on = each->nlmsg_type >= NLMSG_MIN_TYPE;

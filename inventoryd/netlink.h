@@ -48,6 +48,10 @@ bool netlink_ask_list(union netlink_message* message, const char* device, const 
  * would miss an answer. */
 void netlink_close(void);
 
+/* Whether the bytes begin with a whole message. mnl_nlmsg_ok takes a length above INT_MAX as a
+ * negative one, and so as small enough. */
+bool netlink_is_message(const struct nlmsghdr* header, ssize_t size);
+
 /* The attribute behind `each`, or the first one if that is null; null at the end. The first
  * function goes through a message behind the family's header, the second through another attribute.
  */

@@ -114,7 +114,7 @@ static int on_datagram(sd_event_source* source, int fd, uint32_t events, void* d
     }
     int rest = (int)received;
     const struct nlmsghdr* message = &buffer.header;
-    while (sender.nl_pid == 0 && mnl_nlmsg_ok(message, rest)) /* only the kernel is trusted */
+    while (sender.nl_pid == 0 && netlink_is_message(message, rest)) /* only the kernel is trusted */
     {
         if (read_message(&link, message))
         {
