@@ -584,6 +584,7 @@ TEST_F(Inventoryd, ADumpIsTheDriversAndAnsweredWhenItIsThere)
                                                 "1099511627776 0aff\n");
     // A dump that ends with an error.
     const auto part = sys / "devices/pci0000:ae/0000:af:00.0/health/dump-fw-0";
+    permissions(part, std::filesystem::perms(0644));
     std::ofstream(part, std::ios::in | std::ios::binary).seekp(-4, std::ios::end) << number(1, 4);
     EXPECT_EQ(trigger(reported), "error org.freedesktop.DBus.Error.Failed: Input/output error");
     EXPECT_EQ(content(dumps / "0000:af:00"), text);
