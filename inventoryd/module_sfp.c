@@ -62,13 +62,20 @@ static const struct module_condition conditions[] = {
 };
 
 static const struct module_field fields[] = {
-    {"Identifier", A0, 0, 1, module_plain},          {"ExtIdentifier", A0, 1, 1, module_plain},
-    {"InterfaceType", A0, 2, 1, module_plain},       {"VendorName", A0, 20, 16, module_text},
-    {"Vendor_PN", A0, 40, 16, module_text},          {"Vendor_Rev", A0, 56, 4, module_text},
-    {"LaserWavelength", A0, 60, 2, module_laser},    {"Vendor_SN", A0, 68, 16, module_text},
-    {"StatusCode", A2, 110, 1, module_plain},        {"AlarmFlags1", A2, 112, 1, module_flags},
-    {"RxPowerAlarmFlag1", A2, 113, 1, module_flags}, {"AlarmFlags2", A2, 116, 1, module_flags},
-    {"RxPowerAlarmFlag2", A2, 117, 1, module_flags}, {0},
+    {"Identifier", A0, 0, 1, module_plain}, /* a code of SFF-8024 */
+    {"ExtIdentifier", A0, 1, 1, module_plain},
+    {"InterfaceType", A0, 2, 1, module_plain},
+    {"VendorName", A0, 20, 16, module_text},
+    {"Vendor_PN", A0, 40, 16, module_text},
+    {"Vendor_Rev", A0, 56, 4, module_text},
+    {"LaserWavelength", A0, 60, 2, module_laser},
+    {"Vendor_SN", A0, 68, 16, module_text},
+    {"StatusCode", A2, 110, 1, module_plain},
+    {"AlarmFlags1", A2, 112, 1, module_flags},
+    {"RxPowerAlarmFlag1", A2, 113, 1, module_flags},
+    {"AlarmFlags2", A2, 116, 1, module_flags},
+    {"RxPowerAlarmFlag2", A2, 117, 1, module_flags},
+    {0},
 };
 
 const struct module_standard module_sfp = {
