@@ -504,6 +504,8 @@ TEST_F(Call, WritingClientIsToldToTheHostWhichMayRefuseBeforeOthersHearOfIt)
     EXPECT_EQ(set("free"), "");
     EXPECT_TRUE(sent().find("PropertiesChanged") == std::string::npos);
     EXPECT_TRUE(set("gone").starts_with("error "));
+    publish("/object"); // in the memory of the freed one
+    EXPECT_EQ(set("refused"), "");
     EXPECT_EQ(seen, "PropString=good PropString=good PropString=refused PropString=thrown "
                     "PropString=fatal PropString=corrected PropString=refused PropString=free ");
 }
