@@ -160,6 +160,7 @@ TEST_F(Object, IsFoundByItsInterfaceAndPathTheOldestFirst)
     std::string path = "/1";
     auto* first = add(usb, path.c_str());
     path = "/-"; // the object has a copy
+    add(blt, "/0");
     auto* second = add(usb, "/2");
     auto* third = add(blt, "/1");
     EXPECT_EQ(find(usb.interface), first);
@@ -199,6 +200,14 @@ TEST_F(Object, IsAnnouncedOnRequestAndRemovedOnce)
     EXPECT_EQ(sent(), removed("/u", usb.interface));
     EXPECT_FALSE(serves("/u", usb.interface));
     EXPECT_NE(add(usb, "/u"), nullptr); // the path is free again
+
+    // One that is where a root is isn't below it.
+    GANTRY_context_manage(context, "/", nullptr);
+    plugged = add(usb, "/");
+    GANTRY_instance_announce_added(plugged, nullptr);
+    GANTRY_instance_free(&plugged);
+    EXPECT_THAT(sent(), testing::MatchesRegex("/ InterfacesAdded [^\n]*\n"
+                                              "/ InterfacesRemoved [^\n]*\n"));
     EXPECT_EQ(logged(2), "");
 }
 
