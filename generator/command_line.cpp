@@ -47,16 +47,7 @@ TABLE is com/example/<Name>/server.xml for the interface com.example.<Name>.
 
 Interface read_table(const std::string& file)
 {
-    std::string text(fs::file_size(file), '\0');
-    errno = 0;
-    std::ifstream stream(file, std::ios::binary);
-    stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-    if (!stream)
-    {
-        throw fs::filesystem_error("cannot read", file,
-                                   {errno == 0 ? EIO : errno, std::generic_category()});
-    }
-    Interface interface = parse_table(file, text);
+    Interface interface = parse_table(file);
     validate(interface);
     return interface;
 }

@@ -100,13 +100,13 @@ class TableReader
     {
         expect(element, {"name"}, {"arg", "annotation"});
         const Annotations notes = annotations(element, {reply_annotation});
-        Method method{required(element, "name"),   {},          {}, Method::Shape::reply, false,
-                      text(notes, doc_annotation), element.line};
-        if (choice(notes, reply_annotation, {"message"}))
-        {
-            method.shape = Method::Shape::message;
-        }
-        method.privileged = choice(notes, privileged_annotation, {"true", "false"}) == "true";
+        Method method{required(element, "name"),
+                      {},
+                      {},
+                      choice(notes, reply_annotation, {"message"}) == "message",
+                      choice(notes, privileged_annotation, {"true", "false"}) == "true",
+                      text(notes, doc_annotation),
+                      element.line};
         for (const Element* argument : arguments(element))
         {
             const auto direction = optional(*argument, "direction").value_or("in");
@@ -317,9 +317,9 @@ class TableReader
 
 } // namespace
 
-Interface parse_table(std::string_view file, std::string_view text)
+Interface parse_table(const std::string& file)
 {
-    return TableReader(file).read(read_xml(file, text));
+    return TableReader(file).read(read_xml(file));
 }
 
 } // namespace gantrygen

@@ -186,8 +186,10 @@ $class::~$class()
 {
     GANTRY_LOG_DESTRUCTION();
     gantry::forget_changes_of(*this);
-%each keys
+%each properties
+%if key
     gantry::remove_key($accessor_);
+%end
 %end
 }
 %else
