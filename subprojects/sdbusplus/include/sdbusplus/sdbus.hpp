@@ -1,5 +1,5 @@
-// What this layer calls of libsystemd. Each bus and message holds the SdBusInterface that its calls
-// go through.
+// What this layer calls of libsystemd on behalf of buses and messages. Each of these holds the
+// SdBusInterface that its calls go through.
 #pragma once
 
 #if __cplusplus < 202002L
@@ -104,16 +104,6 @@ class SdBusInterface
     virtual sd_bus* sd_bus_message_get_bus(sd_bus_message* m)
     {
         return ::sd_bus_message_get_bus(m);
-    }
-
-    virtual int sd_bus_message_get_cookie(sd_bus_message* m, uint64_t* cookie)
-    {
-        return ::sd_bus_message_get_cookie(m, cookie);
-    }
-
-    virtual int sd_bus_message_get_reply_cookie(sd_bus_message* m, uint64_t* cookie)
-    {
-        return ::sd_bus_message_get_reply_cookie(m, cookie);
     }
 
     virtual int sd_bus_message_new_method_return(sd_bus_message* call, sd_bus_message** m)
