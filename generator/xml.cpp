@@ -19,14 +19,6 @@ namespace gantrygen
 namespace
 {
 
-struct ParserFree
-{
-    void operator()(XML_Parser parser) const
-    {
-        XML_ParserFree(parser);
-    }
-};
-
 /**
  * Builds the tree from expat's events. The handlers are called through C frames and must not throw,
  * so a fault that they find is stored and thrown when expat has returned.
@@ -34,7 +26,7 @@ struct ParserFree
 class TreeBuilder
 {
   public:
-    TreeBuilder() : parser(XML_ParserCreate(nullptr))
+    TreeBuilder() : parser(XML_ParserCreate(nullptr), XML_ParserFree)
     {
         if (!parser)
         {
@@ -129,7 +121,7 @@ class TreeBuilder
 #endif
     }
 
-    std::unique_ptr<XML_ParserStruct, ParserFree> parser;
+    std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser;
 
     /** The elements not yet closed, the root first. The root stays once it is closed. */
     std::vector<Element> open;
