@@ -146,11 +146,6 @@ class PrivateBus
         stay_on_one_processor();
     }
 
-    [[nodiscard]] double cpu_seconds() const
-    {
-        return daemon.cpu_seconds();
-    }
-
   private:
     Process daemon{{"dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address"}};
 };

@@ -1,7 +1,6 @@
 /*
  * The reference: what gantry_host serves, as a C programmer writes it on raw sd-bus. sd-bus reads
- * the properties from memory itself, the methods copy no value that they needn't, and sd_event_loop
- * dispatches.
+ * the properties from memory itself, and sd_event_loop dispatches.
  *
  *     raw_host SERVICE COUNT    prints "ready" when COUNT NicPort objects are served
  */
@@ -46,69 +45,9 @@ static int try_int32(sd_bus_message* call, void* object, sd_bus_error* error)
     return result < 0 ? result : sd_bus_reply_method_return(call, "i", value);
 }
 
-static sd_event_source* answering;
-static sd_bus_message* deferred;
-static uint32_t answer;
-
-static int answer_deferred(sd_event_source* source, void* data)
-{
-    (void)source, (void)data;
-    sd_bus_message* call = deferred;
-    deferred = NULL;
-    const int result = sd_bus_reply_method_return(call, "u", answer);
-    sd_bus_message_unref(call);
-    return result;
-}
-
-static int try_uint32(sd_bus_message* call, void* object, sd_bus_error* error)
-{
-    (void)object, (void)error;
-    const int result = sd_bus_message_read_basic(call, 'u', &answer);
-    if (result < 0)
-    {
-        return result;
-    }
-    deferred = sd_bus_message_ref(call);
-    return sd_event_source_set_enabled(answering, SD_EVENT_ONESHOT) < 0 ? -EIO : 1;
-}
-
-static int copy_strings(sd_bus_message* from, sd_bus_message* to)
-{
-    int result = sd_bus_message_enter_container(from, 'a', "s");
-    if (result >= 0)
-    {
-        result = sd_bus_message_open_container(to, 'a', "s");
-    }
-    const char* value = NULL;
-    while (result >= 0 && (result = sd_bus_message_read_basic(from, 's', (void*)&value)) > 0)
-    {
-        result = sd_bus_message_append_basic(to, 's', value);
-    }
-    return result < 0 ? result : sd_bus_message_close_container(to);
-}
-
-static int try_array_string(sd_bus_message* call, void* object, sd_bus_error* error)
-{
-    (void)object, (void)error;
-    sd_bus_message* reply = NULL;
-    int result = sd_bus_message_new_method_return(call, &reply);
-    if (result >= 0)
-    {
-        result = copy_strings(call, reply);
-    }
-    if (result >= 0)
-    {
-        result = sd_bus_send(NULL, reply, NULL);
-    }
-    sd_bus_message_unref(reply);
-    return result < 0 ? result : 1;
-}
-
 static const sd_bus_vtable sample_vtable[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD("Try_int32", "i", "i", try_int32, 0),
-    SD_BUS_METHOD("Try_uint32", "u", "u", try_uint32, 0),
-    SD_BUS_METHOD("TryArrayString", "as", "as", try_array_string, 0),
     SD_BUS_VTABLE_END,
 };
 
@@ -156,8 +95,6 @@ int main(int argc, char** argv)
     check(sd_bus_default_system(&bus), "sd_bus_default_system");
     check(sd_event_default(&event), "sd_event_default");
     check(sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL), "sd_bus_attach_event");
-    check(sd_event_add_defer(event, &answering, answer_deferred, NULL), "sd_event_add_defer");
-    check(sd_event_source_set_enabled(answering, SD_EVENT_OFF), "sd_event_source_set_enabled");
     check(sd_bus_request_name(bus, argv[1], 0), "sd_bus_request_name");
     add_object(bus, "/com/orvane/velmar/sample/gantrytest", "com.orvane.velmar.sample.gantrytest",
                sample_vtable, 1);

@@ -1,7 +1,6 @@
 /*
- * gantry_host's methods on sdbus-c++, with its own event loop, which has no event source that could
- * answer a call later. sd-bus asks who calls only if a method is marked as privileged. These
- * methods are marked, as the sample's are.
+ * gantry_host's method on sdbus-c++, with its own event loop. sd-bus asks who calls only if a
+ * method is marked as privileged. This method is marked, as the sample's is.
  *
  *     sdbuscpp_host SERVICE    prints "ready" when it serves
  */
@@ -12,43 +11,31 @@
 #include <cstdlib>
 #include <exception>
 #include <string>
-#include <vector>
 
 namespace
 {
 
 constexpr const char* interface = "com.orvane.velmar.sample.gantrytest";
 
+constexpr auto give_back = [](const std::int32_t& value) { return value; };
+
 #if __has_include(<sdbus-c++/VTableItems.h>) // version 2
 using sdbus::ServiceName;
 
-template <class Value>
-void give_back(sdbus::IObject& object, const char* method)
+void add_method(sdbus::IObject& object)
 {
-    object
-        .addVTable(sdbus::registerMethod(method)
-                       .implementedAs([](const Value& value) { return value; })
-                       .markAsPrivileged())
+    object.addVTable(sdbus::registerMethod("Try_int32").implementedAs(give_back).markAsPrivileged())
         .forInterface(interface);
-}
-
-void finish(sdbus::IObject& /*object*/)
-{
 }
 #else
 using ServiceName = std::string;
 
-template <class Value>
-void give_back(sdbus::IObject& object, const char* method)
+void add_method(sdbus::IObject& object)
 {
-    object.registerMethod(method)
+    object.registerMethod("Try_int32")
         .onInterface(interface)
-        .implementedAs([](const Value& value) { return value; })
+        .implementedAs(give_back)
         .markAsPrivileged();
-}
-
-void finish(sdbus::IObject& object)
-{
     object.finishRegistration();
 }
 #endif
@@ -66,9 +53,7 @@ int main(int argc, char** argv)
         const auto connection = sdbus::createSystemBusConnection(ServiceName(argv[1]));
         const auto object = sdbus::createObject(
             *connection, sdbus::ObjectPath("/com/orvane/velmar/sample/gantrytest"));
-        give_back<std::int32_t>(*object, "Try_int32");
-        give_back<std::vector<std::string>>(*object, "TryArrayString");
-        finish(*object);
+        add_method(*object);
         std::puts("ready");
         std::fflush(stdout);
         connection->enterEventLoop();

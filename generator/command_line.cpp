@@ -26,37 +26,33 @@ namespace
 
 namespace fs = std::filesystem;
 
+// The manual page shows it, too.
 constexpr auto usage = R"(gantrygen: code that follows from an interface's member table
 
-    gantrygen [--output-dir DIR] TABLE   writes server.hpp, server.cpp, gantry_server.hpp,
-                                         gantry_server.cpp and gantry_server.h of the table
-                                         into its directory below DIR (default: .)
-    gantrygen --headers DIR TABLE...     writes the headers of these below DIR
+    gantrygen [--output-dir DIR] TABLE
+        writes server.hpp, server.cpp, gantry_server.hpp, gantry_server.cpp and
+        gantry_server.h of the table into its directory below DIR (default: .)
+    gantrygen --headers DIR TABLE...
+        writes the headers of these below DIR
     gantrygen --property-types DIR TABLE...
-                                         writes the list of their properties' types, and the code
-                                         for each type, into DIR
-    gantrygen --catalogue TABLE...       prints the header that includes all gantry_server.h
-    gantrygen --html TABLE...            prints a page of every interface with its members
-    gantrygen --symbols TABLE...         prints the symbols that the library exports for the tables,
-                                         without parameter lists
-    gantrygen --version                  prints the version that gantrygen is of
-    gantrygen --help                     prints this text
+        writes the list of their properties' types, and the code for each type,
+        into DIR
+    gantrygen --catalogue TABLE...
+        prints the header that includes all gantry_server.h
+    gantrygen --html TABLE...
+        prints a page of every interface with its members
+    gantrygen --symbols TABLE...
+        prints the symbols that the library exports for the tables, without
+        parameter lists
+    gantrygen --version
+    gantrygen --help
 
 TABLE is com/example/<Name>/server.xml for the interface com.example.<Name>.
 )";
 
 Interface read_table(const std::string& file)
 {
-    std::string text(fs::file_size(file), '\0');
-    errno = 0;
-    std::ifstream stream(file, std::ios::binary);
-    stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-    if (!stream)
-    {
-        throw fs::filesystem_error("cannot read", file,
-                                   {errno == 0 ? EIO : errno, std::generic_category()});
-    }
-    Interface interface = parse_table(file, text);
+    Interface interface = parse_table(file);
     validate(interface);
     return interface;
 }

@@ -23,21 +23,23 @@ std::optional<std::string> literal(std::string_view text)
     {
         return {};
     }
+    // The lowest long has no literal: C++ would negate 9223372036854775808, which is no long.
+    if (std::is_same_v<Number, std::int64_t> && number == std::numeric_limits<Number>::min())
+    {
+        return "-9223372036854775807 - 1";
+    }
+    std::array<char, 32> buffer;
+    std::string digits(buffer.begin(), std::to_chars(buffer.begin(), buffer.end(), number).ptr);
     if constexpr (std::is_same_v<Number, double>)
     {
         if (!std::isfinite(number))
         {
             return {};
         }
+        // Digits alone are an integer, which may be too large for any type.
+        digits += digits.find_first_of(".e") == std::string::npos ? ".0" : "";
     }
-    // The lowest long has no literal: C++ would negate 9223372036854775808, which is no long.
-    if (std::is_same_v<Number, std::int64_t> && number == std::numeric_limits<Number>::min())
-    {
-        return "-9223372036854775807 - 1";
-    }
-    std::array<char, 32> digits;
-    const auto last = std::to_chars(digits.begin(), digits.end(), number).ptr;
-    return std::string(digits.data(), last) + (std::is_same_v<Number, std::uint64_t> ? "U" : "");
+    return digits + (std::is_same_v<Number, std::uint64_t> ? "U" : "");
 }
 
 std::string string_literal(std::string_view text)
@@ -45,7 +47,8 @@ std::string string_literal(std::string_view text)
     std::string literal = "\"";
     for (const char letter : text)
     {
-        if (letter == '"' || letter == '\\')
+        // Two question marks may begin what a compiler warns of as a trigraph.
+        if (letter == '"' || letter == '\\' || letter == '?')
         {
             literal += '\\';
             literal += letter;

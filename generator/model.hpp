@@ -25,18 +25,14 @@ struct Argument
 
 struct Method
 {
-    /** Who makes the reply: the bus callback, from the method's result, or the method itself, which
-     *  receives the message. */
-    enum class Shape
-    {
-        reply,
-        message,
-    };
-
     std::string name;
     std::vector<Argument> inputs;
     std::vector<Argument> outputs;
-    Shape shape;
+
+    /** Whether it gets the message and makes the reply itself; otherwise the bus callback makes the
+     *  reply of its result. */
+    bool makes_reply;
+
     bool privileged;
     std::string doc;
     int line;

@@ -100,23 +100,26 @@ class TableReader
     {
         expect(element, {"name"}, {"arg", "annotation"});
         const Annotations notes = annotations(element, {reply_annotation});
-        Method method{required(element, "name"),   {},          {}, Method::Shape::reply, false,
-                      text(notes, doc_annotation), element.line};
-        if (choice(notes, reply_annotation, {"message"}))
+        Method method{required(element, "name"),
+                      {},
+                      {},
+                      choice(notes, reply_annotation, {"message"}) == "message",
+                      choice(notes, privileged_annotation, {"true", "false"}) == "true",
+                      text(notes, doc_annotation),
+                      element.line};
+        for (const Element& child : element.children)
         {
-            method.shape = Method::Shape::message;
-        }
-        method.privileged = choice(notes, privileged_annotation, {"true", "false"}) == "true";
-        for (const Element* argument : arguments(element))
-        {
-            const auto direction = optional(*argument, "direction").value_or("in");
+            if (child.name != "arg")
+            {
+                continue;
+            }
+            const auto direction = optional(child, "direction").value_or("in");
             if (!contains({"in", "out"}, direction))
             {
-                fail(*argument,
-                     "a method's argument is \"in\" or \"out\", not " + quote(direction));
+                fail(child, "a method's argument is \"in\" or \"out\", not " + quote(direction));
             }
             auto& arguments = direction == "in" ? method.inputs : method.outputs;
-            arguments.push_back(read_argument(*argument));
+            arguments.push_back(read_argument(child));
         }
         return method;
     }
@@ -126,13 +129,17 @@ class TableReader
         expect(element, {"name"}, {"arg", "annotation"});
         const Annotations notes = annotations(element, {});
         Signal signal{required(element, "name"), {}, text(notes, doc_annotation), element.line};
-        for (const Element* argument : arguments(element))
+        for (const Element& child : element.children)
         {
-            if (optional(*argument, "direction").value_or("out") != "out")
+            if (child.name != "arg")
             {
-                fail(*argument, "a signal's argument is \"out\"");
+                continue;
             }
-            signal.arguments.push_back(read_argument(*argument));
+            if (optional(child, "direction").value_or("out") != "out")
+            {
+                fail(child, "a signal's argument is \"out\"");
+            }
+            signal.arguments.push_back(read_argument(child));
         }
         return signal;
     }
@@ -168,19 +175,6 @@ class TableReader
         expect(element, {"name", "type", "direction"}, {"annotation"});
         return {type_of(element, annotations(element, {type_annotation})),
                 optional(element, "name").value_or(""), element.line};
-    }
-
-    static std::vector<const Element*> arguments(const Element& element)
-    {
-        std::vector<const Element*> found;
-        for (const Element& child : element.children)
-        {
-            if (child.name == "arg")
-            {
-                found.push_back(&child);
-            }
-        }
-        return found;
     }
 
     /** The type of an argument or property: that of the annotation, whose D-Bus signature must be
@@ -317,9 +311,9 @@ class TableReader
 
 } // namespace
 
-Interface parse_table(std::string_view file, std::string_view text)
+Interface parse_table(const std::string& file)
 {
-    return TableReader(file).read(read_xml(file, text));
+    return TableReader(file).read(read_xml(file));
 }
 
 } // namespace gantrygen

@@ -18,13 +18,14 @@
 
 #include "model.hpp"
 
-#include <string_view>
+#include <string>
 
 namespace gantrygen
 {
 
-/** The table's text as a model, whose names are not yet checked (validate.hpp). Throws TableError
- *  on what isn't a table. */
-Interface parse_table(std::string_view file, std::string_view text);
+/** The table in `file` as a model, whose names are not yet checked (validate.hpp). Throws
+ * TableError on what isn't a table, and std::filesystem::filesystem_error if the file can't be
+ * read. */
+Interface parse_table(const std::string& file);
 
 } // namespace gantrygen

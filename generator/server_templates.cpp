@@ -59,6 +59,12 @@ class GANTRY_API $class : public $common::$class
 %end
 
 %end
+%if properties
+    // A setter stores a value that differs from the present one, and announces it unless `skipSignal`
+    // is true. It throws SdBusError with EMSGSIZE for a value that no message can hold, and what a
+    // getter throws that the announcement runs; then the value is stored.
+
+%end
 %each properties
 %if comment
     /** $comment */
@@ -80,6 +86,8 @@ class GANTRY_API $class : public $common::$class
 %if properties
     using PropertyVariant = $variant;
 
+    // By a property's D-Bus name. An unknown name changes nothing, and reads as a variant that holds
+    // the first of its types. A value of another type throws std::bad_variant_access.
     void setPropertyByName(
         const std::string& name, const PropertyVariant& value, bool skipSignal = false);
     PropertyVariant getPropertyByName(const std::string& name) const;
@@ -186,8 +194,10 @@ $class::~$class()
 {
     GANTRY_LOG_DESTRUCTION();
     gantry::forget_changes_of(*this);
-%each keys
+%each properties
+%if key
     gantry::remove_key($accessor_);
+%end
 %end
 }
 %else

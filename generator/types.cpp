@@ -13,9 +13,7 @@ namespace
 
 using Kind = Type::Kind;
 
-// What D-Bus allows of a signature: its length, and how deep arrays, structures and all containers
-// together may nest.
-constexpr std::size_t longest_signature = 255;
+// How deep D-Bus allows arrays, structures and all containers together to nest.
 constexpr int deepest_array = 32;
 constexpr int deepest_structure = 32;
 constexpr int deepest_container = 64;
@@ -62,6 +60,17 @@ std::string record_of(const Type& element)
     }
     const bool has_record = is_basic(element) && element.kind != Kind::boolean;
     return has_record ? std::string(names_of(element.kind)->c) + "_array" : "";
+}
+
+/** The signature of a value, or of what a variant holds. */
+std::string signature_on_bus(const Type& type)
+{
+    std::string text = signature(type);
+    if (text.size() > longest_signature)
+    {
+        throw SignatureError("longer than D-Bus allows");
+    }
+    return text;
 }
 
 /** How deep the type that is being read is nested. */
@@ -174,7 +183,7 @@ class SignatureReader
         std::vector<std::string> signatures;
         for (const Type& alternative : variant.members)
         {
-            signatures.push_back(signature(alternative));
+            signatures.push_back(signature_on_bus(alternative));
         }
         std::sort(signatures.begin(), signatures.end());
         if (std::adjacent_find(signatures.begin(), signatures.end()) != signatures.end())
@@ -245,10 +254,7 @@ std::string spelled(const Type& type, bool extended)
 Type parse_type(std::string_view extended)
 {
     Type type = SignatureReader(extended).read_whole();
-    if (signature(type).size() > longest_signature)
-    {
-        throw SignatureError("longer than D-Bus allows");
-    }
+    signature_on_bus(type);
     return type;
 }
 

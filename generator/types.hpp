@@ -9,6 +9,7 @@
  */
 #pragma once
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -45,6 +46,9 @@ struct Type
      *  alternatives. Empty in a basic type. */
     std::vector<Type> members;
 };
+
+/** How long D-Bus allows a signature to be: that of a value, and that of all a message holds. */
+constexpr std::size_t longest_signature = 255;
 
 class SignatureError : public std::invalid_argument
 {

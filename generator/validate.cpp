@@ -131,11 +131,17 @@ class Validator
 
     void check_arguments(const std::vector<Argument>& arguments) const
     {
+        std::size_t length = 0;
         for (const Argument& argument : arguments)
         {
             if (!has_c_form(argument.type))
             {
                 fail(argument.line, quote(extended_signature(argument.type)) + " has no C form");
+            }
+            length += signature(argument.type).size();
+            if (length > longest_signature)
+            {
+                fail(argument.line, "the arguments' signature is longer than D-Bus allows");
             }
         }
     }

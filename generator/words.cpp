@@ -124,7 +124,6 @@ std::string comment(std::string text)
 
 Words words_of(const Method& method, const std::string& flat, std::size_t slot)
 {
-    const bool message = method.shape == Method::Shape::message;
     const bool several = method.outputs.size() > 1;
     const std::string inputs = listed(method.inputs, "", only_type, in_front);
     const std::string outputs = listed(method.outputs, "", only_type);
@@ -145,11 +144,11 @@ Words words_of(const Method& method, const std::string& flat, std::size_t slot)
         {"replied", listed(c_outputs, "", c_lent, in_front)},
         {"replies", listed(method.outputs, "", only_type)},
         {"answered", listed(c_outputs, "", only_name, in_front)},
-        {"message", truth(message)},
+        {"message", truth(method.makes_reply)},
         {"doc", method.doc},
         {"comment", comment(method.doc)},
     };
-    if (message)
+    if (method.makes_reply)
     {
         words.insert(
             {{"call", "call_message_method"},
@@ -396,14 +395,9 @@ Words words_of(const Interface& interface)
         signals.push_back(words_of(signal, flat));
     }
     std::vector<Words> properties;
-    std::vector<Words> keys;
     for (const Property& property : interface.properties)
     {
         properties.push_back(words_of(property, flat));
-        if (property.data_store_key)
-        {
-            keys.push_back(properties.back());
-        }
     }
 
     // What server.hpp names.
@@ -443,7 +437,6 @@ Words words_of(const Interface& interface)
         {"methods", std::move(methods)},
         {"signals", std::move(signals)},
         {"properties", std::move(properties)},
-        {"keys", std::move(keys)},
     };
 }
 

@@ -12,7 +12,7 @@
  *     headers                     a list: header
  *     structures                  a list: structure, defined (its guard), signature, and fields,
  *                                 a list: field
- *     methods, signals, properties, and keys, the properties that are a data store's key
+ *     methods, signals, properties
  *
  * Every method, signal and property has `member`, its name on the bus. A list of arguments that
  * others precede begins with a comma: passed, sent, received. Words for the listings alone are
@@ -27,10 +27,12 @@
  *                 message                                  not empty if it makes its own reply
  *     signal      operation, parameters, passed, types     the C++ operation
  *                 signature                                for its row in the vtable
- *                 send, sent, handed, receive, received    the C functions
+ *                 send, receive, subscribe                 the C functions
+ *                 sent, handed, received                   their parameters, and what they pass on
  *                 points                                   not empty if an argument is a pointer
  *     property    accessor, type, start                    the C++ accessors, and the data member
  *                 get, set, access, signature, flag        the callbacks, and the row in the vtable
+ *                 silent                                   for the row of a property that is const
  *                 number, writable, key                    not empty if it is that
  *                 name, setter, getter                     the constant and the accessors in C
  *                 suffix                                   of what they call; empty without them

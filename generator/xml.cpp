@@ -4,24 +4,20 @@
 
 #include <expat.h>
 
-#include <algorithm>
-#include <limits>
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <optional>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace gantrygen
 {
 namespace
 {
-
-struct ParserFree
-{
-    void operator()(XML_Parser parser) const
-    {
-        XML_ParserFree(parser);
-    }
-};
 
 /**
  * Builds the tree from expat's events. The handlers are called through C frames and must not throw,
@@ -30,7 +26,7 @@ struct ParserFree
 class TreeBuilder
 {
   public:
-    TreeBuilder() : parser(XML_ParserCreate(nullptr))
+    TreeBuilder() : parser(XML_ParserCreate(nullptr), XML_ParserFree)
     {
         if (!parser)
         {
@@ -41,21 +37,29 @@ class TreeBuilder
         XML_SetCharacterDataHandler(parser.get(), character_data);
     }
 
-    Element build(std::string_view file, std::string_view text)
+    Element build(const std::string& file)
     {
-        if (text.size() > std::numeric_limits<int>::max())
+        errno = 0;
+        std::ifstream stream(file, std::ios::binary);
+        while (!stream.eof())
         {
-            throw TableError(file, 1, "too large for a table");
-        }
-        const auto status =
-            XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE);
-        if (fault)
-        {
-            throw TableError(file, fault->first, fault->second);
-        }
-        if (status != XML_STATUS_OK)
-        {
-            throw TableError(file, line(), XML_ErrorString(XML_GetErrorCode(parser.get())));
+            std::array<char, 65536> piece;
+            stream.read(piece.data(), piece.size());
+            if (!stream && !stream.eof())
+            {
+                throw std::filesystem::filesystem_error(
+                    "cannot read", file, {errno == 0 ? EIO : errno, std::generic_category()});
+            }
+            const auto status = XML_Parse(parser.get(), piece.data(),
+                                          static_cast<int>(stream.gcount()), stream.eof());
+            if (fault)
+            {
+                throw TableError(file, fault->first, fault->second);
+            }
+            if (status != XML_STATUS_OK)
+            {
+                throw TableError(file, line(), XML_ErrorString(XML_GetErrorCode(parser.get())));
+            }
         }
         return std::move(open.front());
     }
@@ -117,7 +121,7 @@ class TreeBuilder
 #endif
     }
 
-    std::unique_ptr<XML_ParserStruct, ParserFree> parser;
+    std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser;
 
     /** The elements not yet closed, the root first. The root stays once it is closed. */
     std::vector<Element> open;
@@ -128,9 +132,9 @@ class TreeBuilder
 
 } // namespace
 
-Element read_xml(std::string_view file, std::string_view text)
+Element read_xml(const std::string& file)
 {
-    return TreeBuilder().build(file, text);
+    return TreeBuilder().build(file);
 }
 
 } // namespace gantrygen

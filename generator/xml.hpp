@@ -5,7 +5,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -20,7 +19,8 @@ struct Element
     std::vector<Element> children;
 };
 
-/** The document's root. Throws TableError, naming `file`, on what is not well-formed. */
-Element read_xml(std::string_view file, std::string_view text);
+/** The root of the document in `file`. Throws TableError on what is not well-formed, and
+ *  std::filesystem::filesystem_error if the file can't be read. */
+Element read_xml(const std::string& file);
 
 } // namespace gantrygen

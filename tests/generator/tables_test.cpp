@@ -103,7 +103,7 @@ TEST(Bad_table, No_table_of_its_place_is_refused_with_its_line)
         {"", 1, "no element found"},
         {"<node>\n<interface>text\n</interface></node>", 2, "text where only elements may stand"},
         {"<interface name='a.B'/>", 1, "expected a <node> element, found <interface>"},
-        {"<node/>", 1, "no interface"},
+        {"<!--" + std::string(70'000, ' ') + "-->\n<node/>", 2, "no interface"},
         {"<node>\n<interface/>\n<interface/></node>", 3, "second interface: a table holds one"},
         {"<node>\n<interface/></node>", 2, "<interface> without 'name'"},
         {"<node><interface name='a-b.C'/></node>", 1, "'a-b.C' is not a D-Bus interface name"},
@@ -117,6 +117,7 @@ TEST(Bad_table, No_table_of_its_place_is_refused_with_its_line)
     }
     EXPECT_EQ(gantrygen_run({"no/such/server.xml"}).second,
               "no/such/server.xml: error: No such file or directory\n");
+    EXPECT_EQ(gantrygen_run({"."}).second, ".: error: Is a directory\n");
 }
 
 TEST(Bad_table, A_member_that_no_code_can_follow_from_is_refused_with_its_line)
@@ -126,6 +127,7 @@ TEST(Bad_table, A_member_that_no_code_can_follow_from_is_refused_with_its_line)
     const std::string type = "com.orvane.gantry.Type";
     const std::string initial = "com.orvane.gantry.Initial";
     const std::string key = note("com.orvane.gantry.DataStore", "key");
+    const std::string long_argument = "<arg type='(" + std::string(252, 'y') + ")'/>";
     const Fault faults[] = {
         // Elements and attributes.
         {property("A", "y", "<arg/>"), 4, "unexpected element <arg> in <property>"},
@@ -149,6 +151,8 @@ TEST(Bad_table, A_member_that_no_code_can_follow_from_is_refused_with_its_line)
         {method("<arg type='ab' direction='out'/>"), 4, "'ab' has no C form"},
         {"<signal name='A'>\n<arg type='(y(y))'/></signal>", 4, "'(y(y))' has no C form"},
         {method("<arg type='y'/>"), 3, "'A' has no result"},
+        {method("<arg type='y'/>" + long_argument + "<arg type='y'/>"), 4,
+         "the arguments' signature is longer than D-Bus allows"},
         {property("A", ""), 3, "bad signature '': ends within a type"},
         {property("A", "h"), 3, "bad signature 'h': file descriptors ('h') are not supported"},
         {property("A", "yy"), 3, "bad signature 'yy': more than one complete type"},

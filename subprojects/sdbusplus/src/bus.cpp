@@ -4,19 +4,9 @@
 
 namespace sdbusplus
 {
-namespace
-{
-
-class Forwarder final : public SdBusImpl
-{
-};
 
 // Trivially destructible, so a thread that exits after static destruction can still use it.
-constinit Forwarder forwarder;
-
-} // namespace
-
-constinit SdBusImpl& sdbus_impl = forwarder;
+constinit SdBusImpl sdbus_impl;
 
 namespace bus
 {

@@ -16,55 +16,19 @@ struct SdBusError::Texts
     std::string what;
 };
 
-namespace
-{
-
-/** sd-bus's name and message for an errno. */
-class Mapped
-{
-  public:
-    Mapped(int error, SdBusInterface* i) : intf(i)
-    {
-        intf->sd_bus_error_set_errno(&mapped, error);
-    }
-
-    Mapped(const Mapped&) = delete;
-    Mapped& operator=(const Mapped&) = delete;
-
-    ~Mapped()
-    {
-        intf->sd_bus_error_free(&mapped);
-    }
-
-    // sd-bus maps 0 to no error, without name and message.
-    const char* name() const
-    {
-        return mapped.name ? mapped.name : SD_BUS_ERROR_FAILED;
-    }
-
-    const char* message() const
-    {
-        return mapped.message ? mapped.message : "";
-    }
-
-  private:
-    SdBusInterface* intf;
-    sd_bus_error mapped{};
-};
-
-std::string join(const char* prefix, const char* text)
-{
-    return std::string(prefix).append(": ").append(text);
-}
-
-} // namespace
-
 SdBusError::SdBusError(int e, const char* prefix, SdBusInterface* intf) : error(e)
 {
-    const Mapped mapped(e, intf);
-    texts = std::make_shared<const Texts>(
-        Texts{mapped.name(), join(prefix, mapped.message()),
-              join(join(prefix, mapped.name()).c_str(), mapped.message())});
+    const auto free = [intf](sd_bus_error* mapped) { intf->sd_bus_error_free(mapped); };
+    sd_bus_error mapped{};
+    const std::unique_ptr<sd_bus_error, decltype(free)> freed(&mapped, free);
+    intf->sd_bus_error_set_errno(&mapped, e);
+
+    // sd-bus maps 0 to no error, without name and message.
+    const std::string name = mapped.name ? mapped.name : SD_BUS_ERROR_FAILED;
+    const std::string message = mapped.message ? mapped.message : "";
+    const std::string begin = std::string(prefix) + ": ";
+    texts =
+        std::make_shared<const Texts>(Texts{name, begin + message, begin + name + ": " + message});
 }
 
 const char* SdBusError::name() const noexcept

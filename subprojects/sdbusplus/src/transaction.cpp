@@ -19,17 +19,16 @@ namespace
 
 void set_id(const message::message& m) noexcept
 {
-    SdBusInterface* intf = m.interface();
     uint64_t cookie = 0;
     // The call's cookie, which is the reply cookie of a reply under construction.
-    if (intf->sd_bus_message_get_reply_cookie(m.get(), &cookie) < 0)
+    if (sd_bus_message_get_reply_cookie(m.get(), &cookie) < 0)
     {
-        intf->sd_bus_message_get_cookie(m.get(), &cookie);
+        sd_bus_message_get_cookie(m.get(), &cookie);
     }
     // Cookies count up per connection. An odd multiplier spreads them without collisions within a
     // connection.
     constexpr uint64_t spread = 0x9e3779b97f4a7c15;
-    const sd_bus* bus = intf->sd_bus_message_get_bus(m.get());
+    const sd_bus* bus = sd_bus_message_get_bus(m.get());
     current = reinterpret_cast<uintptr_t>(bus) ^ (cookie * spread);
 }
 

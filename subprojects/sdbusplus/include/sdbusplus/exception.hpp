@@ -23,15 +23,6 @@ struct exception : public std::exception
 
     /** The positive errno. */
     virtual int get_errno() const noexcept = 0;
-
-    /**
-     * Puts name and description into `error` and returns sd_bus_error_set's result, which is what
-     * an sd-bus callback returns.
-     */
-    int set_error(SdBusInterface* intf, sd_bus_error* error) const
-    {
-        return intf->sd_bus_error_set(error, name(), description());
-    }
 };
 
 /** Base of the failures in this layer. */

@@ -17,19 +17,6 @@ namespace sdbusplus
 {
 namespace message
 {
-class message;
-} // namespace message
-
-namespace server
-{
-namespace transaction
-{
-void set_id(const message::message& m) noexcept;
-} // namespace transaction
-} // namespace server
-
-namespace message
-{
 
 using msgp_t = sd_bus_message*;
 
@@ -127,8 +114,6 @@ class message
     }
 
   private:
-    friend void server::transaction::set_id(const message& m) noexcept;
-
     SdBusInterface* interface() const noexcept
     {
         return reference.get_deleter().intf;
