@@ -4,8 +4,6 @@
 
 #include "sdeventplus/exception.hpp"
 
-#include <utility>
-
 namespace sdeventplus
 {
 
@@ -31,18 +29,8 @@ Event::Event(sd_event* e, const internal::SdEvent* intf) :
 }
 
 Event::Event(sd_event* e, std::false_type, const internal::SdEvent* intf) :
-    reference(e, Unref{intf})
+    sdevent(intf), event(e, intf)
 {
-}
-
-Event::Event(const Event& other) : Event(other.get(), other.reference.get_deleter().sdevent)
-{
-}
-
-Event& Event::operator=(Event other) noexcept
-{
-    reference = std::move(other.reference);
-    return *this;
 }
 
 Event Event::get_default(const internal::SdEvent* intf)
@@ -54,7 +42,7 @@ Event Event::get_default(const internal::SdEvent* intf)
 
 sd_event* Event::get() const
 {
-    return reference.get();
+    return *event;
 }
 
 int Event::run(std::optional<SdEventDuration> timeout) const
@@ -64,7 +52,17 @@ int Event::run(std::optional<SdEventDuration> timeout) const
     constexpr uint64_t shortest_wait = 1000;
     uint64_t usec = timeout ? timeout->count() : UINT64_MAX;
     usec = usec < shortest_wait ? 0 : usec;
-    return check(reference.get_deleter().sdevent->sd_event_run(get(), usec), "sd_event_run");
+    return check(sdevent->sd_event_run(*event, usec), "sd_event_run");
+}
+
+sd_event* Event::ref(sd_event* const& e, const internal::SdEvent*& intf)
+{
+    return intf->sd_event_ref(e);
+}
+
+void Event::drop(sd_event*&& e, const internal::SdEvent*& intf)
+{
+    intf->sd_event_unref(e);
 }
 
 } // namespace sdeventplus

@@ -6,9 +6,9 @@
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <ratio>
+#include <stdplus/handle/copyable.hpp>
 #include <type_traits>
 
 namespace sdeventplus
@@ -27,11 +27,6 @@ class Event
     Event(sd_event* event, std::false_type,
           const internal::SdEvent* sdevent = &internal::sdevent_impl);
 
-    Event(const Event& other);
-    Event(Event&& other) noexcept = default;
-    Event& operator=(Event other) noexcept;
-    ~Event() = default;
-
     /**
      * The calling thread's default loop, created at first use. Throws SdEventError if sd-event
      * fails.
@@ -48,17 +43,14 @@ class Event
     int run(std::optional<SdEventDuration> timeout) const;
 
   private:
-    struct Unref
-    {
-        void operator()(sd_event* event) const
-        {
-            sdevent->sd_event_unref(event);
-        }
+    static sd_event* ref(sd_event* const& event, const internal::SdEvent*& sdevent);
+    static void drop(sd_event*&& event, const internal::SdEvent*& sdevent);
 
-        const internal::SdEvent* sdevent;
-    };
+    using Handle =
+        stdplus::Copyable<sd_event*, const internal::SdEvent*>::Handle<Event::drop, Event::ref>;
 
-    std::unique_ptr<sd_event, Unref> reference;
+    const internal::SdEvent* sdevent;
+    Handle event;
 };
 
 } // namespace sdeventplus
