@@ -287,6 +287,22 @@ TEST_F(Announcement, HeldChangesAreOneSignalForEachObjectInAnyWayTheyAreSet)
     }
     EXPECT_EQ(sent(), "/part PropertiesChanged sa{sv}as \"com.orvane.velmar.system.NicPartition\", "
                       "{\"FQDD\": <s \"b\">}, []\n");
+
+    // They wait on for a daemon that doesn't read, and are logged if they are lost.
+    GANTRY_context_hold_changes(context);
+    set(object, 10);
+    pretended = 10'000;
+    GANTRY_context_send_changes(context, nullptr);
+    EXPECT_EQ(sent(), "");
+    pretended = 0;
+    EXPECT_EQ(sent(), "/object" + changed + "{\"PropInt32\": <i 10>}, []\n");
+    GANTRY_context_hold_changes(context);
+    set(object, 11);
+    sd_bus_close(GANTRY_get_sd_bus(context->bus));
+    logged();
+    GANTRY_context_send_changes(context, nullptr);
+    EXPECT_EQ(logged(2), std::string("2 announcement.send: the changes of [") + sample +
+                             "] at [/object] that waited failed, rv=-107\n");
 }
 
 TEST_F(Announcement, ChangesThatWaitPrecedeAnySignalAndTheReplyOfTheirObject)
