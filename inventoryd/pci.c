@@ -23,6 +23,11 @@ struct configuration
     unsigned char bytes[4096];
 };
 
+enum
+{
+    extended = 256 /* where the extended capabilities begin, of which one is the serial number */
+};
+
 /* The device/port type of a PCI Express device; false if it isn't one. */
 static bool find_port_type(const struct configuration* configuration, unsigned int* type)
 {
@@ -32,7 +37,7 @@ static bool find_port_type(const struct configuration* configuration, unsigned i
         has_capabilities = 0x10,
         first = 0x34,
         pci_express = 0x10,
-        most = (256 - 64) / 4 /* a faulty list may be circular */
+        most = (extended - 64) / 4 /* a faulty list may be circular */
     };
     const unsigned char* bytes = configuration->bytes;
     unsigned int at = (bytes[status] & has_capabilities) != 0 ? bytes[first] & 0xFCU : 0;
@@ -52,13 +57,12 @@ static void put_serial_number(struct object* object, const struct configuration*
 {
     enum
     {
-        first = 256, /* of the extended capabilities */
         serial_number = 0x0003,
         size = 12,
-        most = (sizeof configuration->bytes - first) / 4
+        most = (sizeof configuration->bytes - extended) / 4
     };
-    unsigned int at = first;
-    for (int count = 0; at >= first && at <= sizeof configuration->bytes - size && count < most;
+    unsigned int at = extended;
+    for (int count = 0; at >= extended && at <= sizeof configuration->bytes - size && count < most;
          ++count)
     {
         const unsigned char* bytes = configuration->bytes + at;
@@ -165,10 +169,7 @@ static void scan_link(const char* device, const char* address,
         object_put_number(object, "PortType", type + 1); /* 0 is an endpoint on the bus of the
                                                             device, and unknown here */
     }
-    if (sysfs_serials)
-    {
-        put_serial_number(object, configuration);
-    }
+    put_serial_number(object, configuration);
     versions_put(object, device, false);
     hwdb_put(object, device, NULL);
     object_complete(object);
@@ -180,7 +181,9 @@ static void scan_device(void* data, const char* device, const char* address)
     char text[sysfs_text_size];
     unsigned int type = 0;
     (void)data;
-    (void)sysfs_bytes(device, "config", configuration.bytes, sizeof configuration.bytes);
+    /* All may read the file, and what is read is recorded. */
+    (void)sysfs_bytes(device, "config", configuration.bytes,
+                      sysfs_serials ? sizeof configuration.bytes : extended);
     /* The kernel has the file for PCI Express alone. */
     const bool is_express =
         find_port_type(&configuration, &type) || sysfs_text(device, "max_link_speed", text);
