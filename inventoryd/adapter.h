@@ -56,4 +56,19 @@ void adapter_put_rdma(struct object* object, const char* port);
 /* The state of a port's or a partition's link, whose code is a switch's. */
 void adapter_put_link(struct object* object, bool is_known, bool is_up);
 
+/*
+ * Dumps of adapters (dump.c). A slot's method TriggerAdapterCoreDump has the driver make a dump of
+ * its state, for those who develop it, as ethtool or else devlink's health reporters have it, and
+ * answers when that is in a file. As a driver may take seconds, a process of its own asks it. One
+ * dump runs at a time; another call is refused meanwhile, and so is one for an adapter whose driver
+ * makes none. Only drivers of network adapters are asked.
+ */
+object_create dump_create_NicSlot;
+object_create dump_create_FCSlot;
+object_create dump_create_IBSlot;
+void dump_put_slot(struct object* object, const struct card* card);
+
+/* The interface and the creating function of a slot's kind, as DUMP_KIND(NicSlot). */
+#define DUMP_KIND(name) .interface = "com.orvane.velmar.system." #name, .create = dump_create_##name
+
 #endif

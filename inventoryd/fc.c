@@ -153,13 +153,6 @@ static void put_partition(struct object* object, const struct adapter_port* part
     sysfs_put(object, host, of_host);
 }
 
-static void create_slot(GANTRY_cpp_context* context, const void* table, const char* path,
-                        void* data)
-{
-    (void)table; /* no dump is made, so its method has no handler */
-    GANTRY_instantiate__com_orvane_velmar_system_FCSlot(context, NULL, path, data);
-}
-
 void scan_fc(void)
 {
     static struct adapter_family family = {
@@ -170,7 +163,7 @@ void scan_fc(void)
         .put_slot = put_slot,
         .put_port = put_port,
         .put_partition = put_partition,
-        .slot = {.interface = "com.orvane.velmar.system.FCSlot", .create = create_slot},
+        .slot = {DUMP_KIND(FCSlot)},
         .controller = {OBJECT_KIND(system, FCController)},
         .port = {OBJECT_KIND(system, FCPort), .put_counters = put_counters, .interval = 1},
         .partition = {OBJECT_KIND(system, FCPartition)},

@@ -177,13 +177,6 @@ static void put_partition(struct object* object, const struct adapter_port* part
     sysfs_each(partition->card.function, "net", put_interface, object);
 }
 
-static void create_slot(GANTRY_cpp_context* context, const void* table, const char* path,
-                        void* data)
-{
-    (void)table; /* no dump is made, so its method has no handler */
-    GANTRY_instantiate__com_orvane_velmar_system_IBSlot(context, NULL, path, data);
-}
-
 void scan_ib(void)
 {
     static struct adapter_family family = {
@@ -194,7 +187,7 @@ void scan_ib(void)
         .put_slot = put_slot,
         .put_port = put_port,
         .put_partition = put_partition,
-        .slot = {.interface = "com.orvane.velmar.system.IBSlot", .create = create_slot},
+        .slot = {DUMP_KIND(IBSlot)},
         .controller = {OBJECT_KIND(system, IBController)},
         .port = {OBJECT_KIND(system, IBPort), .put_counters = put_counters, .interval = 1,
                  .turn = 1},

@@ -47,7 +47,7 @@ static struct adapter_family family = {
     .put_slot = put_slot,
     .put_port = nic_put_port,
     .scan_port = scan_port,
-    .slot = {.interface = "com.orvane.velmar.system.NicSlot", .create = dump_create_slot},
+    .slot = {DUMP_KIND(NicSlot)},
     .controller = {OBJECT_KIND(system, NicController)},
     .port = {OBJECT_KIND(system, NicPort), .put_counters = nic_put_counters, .interval = 1,
              .turn = 1},

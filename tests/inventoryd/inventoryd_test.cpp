@@ -562,11 +562,11 @@ TEST_F(Inventoryd, ADumpIsTheDriversAndAnsweredWhenItIsThere)
     create_directory(dumps);
     create_symlink(sys / "victim", dumps / "0000:3b:00");
     create_symlink(sys / "victim", dumps / "0000:3b:00.new");
-    const auto trigger = [&](const Object& object)
+    const auto trigger = [&](const Object& object, const char* kind = "NicSlot")
     {
-        auto call =
-            client.start(object, "com.orvane.velmar.system.NicSlot", "TriggerAdapterCoreDump",
-                         "sysssssy", "job", 1, "", "", "../victim", "", "", 0);
+        auto call = client.start(object, ("com.orvane.velmar.system."s + kind).c_str(),
+                                 "TriggerAdapterCoreDump", "sysssssy", "job", 1, "", "",
+                                 "../victim", "", "", 0);
         return client.wait(std::move(call)).text;
     };
     setenv("STATE_DIRECTORY", dumps.c_str(), 1);
@@ -590,8 +590,10 @@ TEST_F(Inventoryd, ADumpIsTheDriversAndAnsweredWhenItIsThere)
     std::ofstream(part, std::ios::in | std::ios::binary).seekp(-4, std::ios::end) << number(1, 4);
     EXPECT_EQ(trigger(reported), "error org.freedesktop.DBus.Error.Failed: Input/output error");
     EXPECT_EQ(content(dumps / "0000:af:00"), text);
-    EXPECT_EQ(trigger(at("system.NicSlot/0000:00:1f")),
-              "error org.freedesktop.DBus.Error.NotSupported: the adapter's driver makes no dump");
+    const auto refusal =
+        "error org.freedesktop.DBus.Error.NotSupported: the adapter's driver makes no dump";
+    EXPECT_EQ(trigger(at("system.NicSlot/0000:00:1f")), refusal);
+    EXPECT_EQ(trigger(at("system.FCSlot/0000:5e:04"), "FCSlot"), refusal);
     remove_all(dumps);
     EXPECT_EQ(trigger(slot), "error org.freedesktop.DBus.Error.Failed: No such file or directory");
     start();
