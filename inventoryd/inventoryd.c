@@ -211,7 +211,7 @@ static int write_record(const char* directory)
     }
     object_is_unpublished = true;
     scan_all();
-    return EXIT_SUCCESS;
+    return record_is_whole() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 int main(int argc, char** argv)

@@ -82,6 +82,9 @@ void sysfs_put(struct object* object, const char* directory, const struct row* r
  */
 int record_start(const char* directory);
 
+/* Whether all has been written so far. */
+bool record_is_whole(void);
+
 /* These do nothing if no record is written. `path` begins with sysfs_root. A failure is logged. */
 void record_file(const char* path, const void* bytes, size_t size, mode_t mode);
 void record_answer(const char* directory, const char* file, const void* bytes, size_t size);
