@@ -35,12 +35,13 @@ static bool find_links(const char* subsystem, char directory[sysfs_path_size])
 /* Records the link by which the device is found. */
 static void record_device(const char* links, const char* device)
 {
+    const size_t length = strlen(sysfs_root);
+    const bool is_bus = strncmp(links + length, "/bus/", strlen("/bus/")) == 0;
     char link[sysfs_path_size];
     char target[sysfs_path_size];
     if (sysfs_join(link, links, sysfs_name(device)) &&
-        snprintf(target, sizeof target, "%s%s",
-                 strstr(links, "/bus/") != NULL ? "../../.." : "../..",
-                 device + strlen(sysfs_root)) < (int)sizeof target)
+        snprintf(target, sizeof target, "%s%s", is_bus ? "../../.." : "../..", device + length) <
+            (int)sizeof target)
     {
         record_directory(device);
         record_link(link, target);
