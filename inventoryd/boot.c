@@ -200,7 +200,8 @@ static void put_path(struct object* object, const void* bytes, size_t size)
     close(ends[0]);
     if (child > 0 && waitpid(child, &status, 0) == child && status == 0 && length > 0)
     {
-        object_put_format(object, "oBootPath", "%.*s", (int)length, text);
+        text[length] = '\0';
+        object_put_string(object, "oBootPath", text);
     }
 #else
     (void)object, (void)bytes, (void)size;
