@@ -104,14 +104,16 @@ static void put_counters(struct object* object)
         {"FCInvalidCRCs", "statistics/invalid_crc_count", row_counter},
         {0},
     };
+    const uint64_t now = (uint64_t)time(NULL);
     uint64_t seconds = 0;
     put_state(object);
     sysfs_put(object, object->device, rows);
     object_put_statistics_times(object);
     if (object->is_new &&
-        sysfs_number(object->device, "statistics/seconds_since_last_reset", 10, &seconds))
+        sysfs_number(object->device, "statistics/seconds_since_last_reset", 10, &seconds) &&
+        seconds <= now) /* otherwise the driver doesn't count them */
     {
-        object_put_number(object, "StatisticsStartTime", (uint64_t)time(NULL) - seconds);
+        object_put_number(object, "StatisticsStartTime", now - seconds);
     }
 }
 
