@@ -67,8 +67,7 @@ static void put_readings(struct object* object)
     const struct module_standard* standard = read_memory(object->device, &memory);
     for (size_t i = 0; i < interface_count; ++i)
     {
-        if (interfaces[i].standard == standard &&
-            kind_find(&interfaces[i].kind, object->tag) == object)
+        if (interfaces[i].standard == standard && &interfaces[i].kind == object->kind)
         {
             module_put(object, standard, &memory);
             object_put_statistics_times(object);

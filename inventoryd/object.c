@@ -333,7 +333,9 @@ void object_put_number(struct object* object, const char* member, uint64_t value
 
 void object_put_real(struct object* object, const char* member, double value)
 {
-    store(object, member, value > 0 ? (uint64_t)value : 0, value);
+    /* No conversion is defined for a value that the integer can't have. */
+    const bool fits = value >= 0 && value <= UINT32_MAX;
+    store(object, member, fits ? (uint64_t)value : 0, value);
 }
 
 void object_put_counter(struct object* object, const char* member, uint64_t value)

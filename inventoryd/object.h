@@ -43,11 +43,11 @@ struct object
     char* device;              /* the sysfs directory that it was read from */
     uint64_t tag;              /* the reader's own, such as an interface's number */
     uint64_t counted_at;       /* when its counters were put, in seconds since the epoch */
-    /* object.c's own: */
     const struct kind* kind;
+    bool is_new; /* it isn't announced yet */
+    /* object.c's own: */
     struct object* next;
     unsigned int scan;
-    bool is_new;
 };
 
 struct kind
