@@ -60,7 +60,7 @@ static void write_part(void* data, const union netlink_message* message)
     struct dump* dump = data;
     const struct nlattr* part = netlink_find(message, DEVLINK_ATTR_FMSG);
     const struct nlattr* each = NULL;
-    while (part != NULL && (each = netlink_next_in(part, each)) != NULL)
+    while ((each = netlink_next_in(part, each)) != NULL)
     {
         switch (mnl_attr_get_type(each))
         {

@@ -155,8 +155,7 @@ bool netlink_ask_list(union netlink_message* message, const char* device, const 
 /* The attribute at `at`, if a whole one is there before the end. */
 static const struct nlattr* attribute_at(const void* at, const void* end)
 {
-    const ptrdiff_t room = (const char*)end - (const char*)at;
-    return room > 0 && mnl_attr_ok(at, (int)room) ? at : NULL;
+    return mnl_attr_ok(at, (int)((const char*)end - (const char*)at)) ? at : NULL;
 }
 
 const struct nlattr* netlink_next(const struct nlmsghdr* message, size_t header,
@@ -169,6 +168,10 @@ const struct nlattr* netlink_next(const struct nlmsghdr* message, size_t header,
 
 const struct nlattr* netlink_next_in(const struct nlattr* within, const struct nlattr* each)
 {
+    if (within == NULL)
+    {
+        return NULL;
+    }
     const char* first = mnl_attr_get_payload(within);
     return attribute_at(each == NULL ? (const void*)first : mnl_attr_next(each),
                         first + mnl_attr_get_payload_len(within));
@@ -186,8 +189,7 @@ const struct nlattr* netlink_find(const union netlink_message* message, unsigned
 const struct nlattr* netlink_find_in(const struct nlattr* within, unsigned int type)
 {
     const struct nlattr* each = NULL;
-    while (within != NULL && (each = netlink_next_in(within, each)) != NULL &&
-           mnl_attr_get_type(each) != type)
+    while ((each = netlink_next_in(within, each)) != NULL && mnl_attr_get_type(each) != type)
     {
     }
     return each;
@@ -195,27 +197,16 @@ const struct nlattr* netlink_find_in(const struct nlattr* within, unsigned int t
 
 bool netlink_number(const struct nlattr* attribute, uint64_t* number)
 {
-    if (attribute == NULL)
+    const size_t size = attribute != NULL ? mnl_attr_get_payload_len(attribute) : 0;
+    if (size != 1 && size != 2 && size != 4 && size != 8)
     {
         return false;
     }
-    switch (mnl_attr_get_payload_len(attribute))
-    {
-    case 1:
-        *number = mnl_attr_get_u8(attribute);
-        return true;
-    case 2:
-        *number = mnl_attr_get_u16(attribute);
-        return true;
-    case 4:
-        *number = mnl_attr_get_u32(attribute);
-        return true;
-    case 8:
-        *number = mnl_attr_get_u64(attribute);
-        return true;
-    default:
-        return false;
-    }
+    *number = size == 1   ? mnl_attr_get_u8(attribute)
+              : size == 2 ? mnl_attr_get_u16(attribute)
+              : size == 4 ? mnl_attr_get_u32(attribute)
+                          : mnl_attr_get_u64(attribute);
+    return true;
 }
 
 bool netlink_text(const struct nlattr* attribute, char* text, size_t size)

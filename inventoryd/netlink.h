@@ -53,8 +53,8 @@ void netlink_close(void);
 bool netlink_is_message(const struct nlmsghdr* header, ssize_t size);
 
 /* The attribute behind `each`, or the first one if that is null; null at the end. The first
- * function goes through a message behind the family's header, the second through another attribute.
- */
+ * function goes through a message behind the family's header, the second through another attribute,
+ * which may be null. */
 const struct nlattr* netlink_next(const struct nlmsghdr* message, size_t header,
                                   const struct nlattr* each);
 const struct nlattr* netlink_next_in(const struct nlattr* within, const struct nlattr* each);
