@@ -22,7 +22,8 @@ struct dump
 
 bool devlink_begin(union netlink_message* message, const char* function, uint8_t command)
 {
-    if (!netlink_begin_generic(message, DEVLINK_GENL_NAME, command))
+    static struct netlink_family family = {DEVLINK_GENL_NAME, 0};
+    if (!netlink_begin_generic(message, &family, command))
     {
         return false;
     }

@@ -10,7 +10,8 @@
 
 static bool begin(union netlink_message* message, const char* device, uint8_t command)
 {
-    if (!netlink_begin_generic(message, ETHTOOL_GENL_NAME, command))
+    static struct netlink_family family = {ETHTOOL_GENL_NAME, 0};
+    if (!netlink_begin_generic(message, &family, command))
     {
         return false;
     }

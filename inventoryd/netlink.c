@@ -5,14 +5,8 @@
 #include <stdio.h>
 #include <string.h>
 
-/* The sockets, opened at their first use, for as long as the process runs, and the numbers of the
- * families. */
+/* Opened at their first use, for as long as the process runs. */
 static struct mnl_socket* sockets[2];
-static struct
-{
-    const char* name;
-    uint16_t type; /* 0 if it isn't known yet */
-} families[] = {{"ethtool", 0}, {"devlink", 0}};
 
 void netlink_begin(union netlink_message* message, uint16_t type, const void* header, size_t size)
 {
@@ -53,29 +47,23 @@ static bool ask_kernel(union netlink_message* message, int protocol)
            message->header.nlmsg_type >= NLMSG_MIN_TYPE;
 }
 
-bool netlink_begin_generic(union netlink_message* message, const char* family, uint8_t command)
+bool netlink_begin_generic(union netlink_message* message, struct netlink_family* family,
+                           uint8_t command)
 {
     struct genlmsghdr header = {.cmd = CTRL_CMD_GETFAMILY, .version = 1};
-    size_t i = 0;
-    while (strcmp(families[i].name, family) != 0)
+    if (family->number == 0 && !sysfs_is_recorded())
     {
-        ++i;
-    }
-    if (families[i].type == 0 && !sysfs_is_recorded())
-    {
-        uint64_t type = 0;
         netlink_begin(message, GENL_ID_CTRL, &header, sizeof header);
-        mnl_attr_put_strz(&message->header, CTRL_ATTR_FAMILY_NAME, family);
+        mnl_attr_put_strz(&message->header, CTRL_ATTR_FAMILY_NAME, family->name);
         if (!ask_kernel(message, NETLINK_GENERIC) ||
-            !netlink_number(netlink_find(message, CTRL_ATTR_FAMILY_ID), &type))
+            !netlink_number(netlink_find(message, CTRL_ATTR_FAMILY_ID), &family->number))
         {
             message->header.nlmsg_len = 0;
             return false;
         }
-        families[i].type = (uint16_t)type;
     }
     header.cmd = command;
-    netlink_begin(message, families[i].type, &header, sizeof header);
+    netlink_begin(message, (uint16_t)family->number, &header, sizeof header);
     return true;
 }
 
