@@ -12,10 +12,10 @@
 
 enum
 {
-    rx_multicast = ETHTOOL_A_STATS_ETH_MAC_21_RX_MCAST,
-    rx_broadcast = ETHTOOL_A_STATS_ETH_MAC_22_RX_BCAST,
-    tx_multicast = ETHTOOL_A_STATS_ETH_MAC_18_TX_MCAST,
-    tx_broadcast = ETHTOOL_A_STATS_ETH_MAC_19_TX_BCAST
+    rx_mcast = ETHTOOL_A_STATS_ETH_MAC_21_RX_MCAST,
+    rx_bcast = ETHTOOL_A_STATS_ETH_MAC_22_RX_BCAST,
+    tx_mcast = ETHTOOL_A_STATS_ETH_MAC_18_TX_MCAST,
+    tx_bcast = ETHTOOL_A_STATS_ETH_MAC_19_TX_BCAST
 };
 
 /* The counters of a port, and of a partition. */
@@ -33,14 +33,10 @@ static const struct counter
 } counters[] = {
     {"ReceiveTotalBytes", "LanBytesRxCount", NO_STATISTIC, LINK(rx_bytes), {0}},
     {"TransmitTotalBytes", "LanBytesTxCount", NO_STATISTIC, LINK(tx_bytes), {0}},
-    {"ReceiveTotalUnicast", "LanUnicastPktRXCount", MAC(5_RX_PKT), 0, {rx_multicast, rx_broadcast}},
+    {"ReceiveTotalUnicast", "LanUnicastPktRXCount", MAC(5_RX_PKT), 0, {rx_mcast, rx_bcast}},
     {"ReceiveTotalMulticast", "LanMulticastPktRxCount", MAC(21_RX_MCAST), LINK(multicast), {0}},
     {"ReceiveTotalBroadcast", "LanBroadcastPktRxCount", MAC(22_RX_BCAST), 0, {0}},
-    {"TransmitTotalUnicast",
-     "LanUnicastPktTXCount",
-     MAC(2_TX_PKT),
-     0,
-     {tx_multicast, tx_broadcast}},
+    {"TransmitTotalUnicast", "LanUnicastPktTXCount", MAC(2_TX_PKT), 0, {tx_mcast, tx_bcast}},
     {"TransmitTotalMulticast", "LanMulticastPktTxCount", MAC(18_TX_MCAST), 0, {0}},
     {"TransmitTotalBroadcast", "LanBoradcastPktTxCount", MAC(19_TX_BCAST), 0, {0}},
     {"ReceiveErrorPktFCSErrors", "", MAC(6_FCS_ERR), LINK(rx_crc_errors), {0}},
@@ -216,6 +212,13 @@ void nic_put_counters(struct object* object)
     object_put_statistics_times(object);
 }
 
+/* A mode that is supported is listed in the set, whether it is on or off. */
+static bool has_modes(const union netlink_message* answer, unsigned int set)
+{
+    const struct nlattr* bits = netlink_find_in(netlink_find(answer, set), ETHTOOL_A_BITSET_BITS);
+    return netlink_find_in(bits, ETHTOOL_A_BITSET_BITS_BIT) != NULL;
+}
+
 void nic_put_port(struct object* object, const struct adapter_port* port)
 {
     union netlink_message answer;
@@ -225,18 +228,13 @@ void nic_put_port(struct object* object, const struct adapter_port* port)
         versions_put(object, port->card.function, false);
     }
     bool is_known = ethtool_ask(&answer, port->device, ETHTOOL_MSG_WOL_GET);
-    /* A mode that is supported is listed in the set, whether it is on or off. */
-    const struct nlattr* set = netlink_find(&answer, ETHTOOL_A_WOL_MODES);
-    set = netlink_find_in(set, ETHTOOL_A_BITSET_BITS);
-    object_put_switch(object, "WOLSupport", is_known,
-                      netlink_find_in(set, ETHTOOL_A_BITSET_BITS_BIT) != NULL);
+    object_put_switch(object, "WOLSupport", is_known, has_modes(&answer, ETHTOOL_A_WOL_MODES));
     is_known = ethtool_ask(&answer, port->device, ETHTOOL_MSG_EEE_GET);
-    set = netlink_find_in(netlink_find(&answer, ETHTOOL_A_EEE_MODES_OURS), ETHTOOL_A_BITSET_BITS);
     object_put_switch(object, "EnergyEfficientEthernet", is_known,
-                      netlink_find_in(set, ETHTOOL_A_BITSET_BITS_BIT) != NULL);
+                      has_modes(&answer, ETHTOOL_A_EEE_MODES_OURS));
     is_known = ethtool_ask(&answer, port->device, ETHTOOL_MSG_FEATURES_GET);
-    set = netlink_find(&answer, ETHTOOL_A_FEATURES_HW);
-    object_put_switch(object, "FCoEOffloadSupport", is_known,
-                      ethtool_has_bit(set, "tx-fcoe-segmentation"));
+    object_put_switch(
+        object, "FCoEOffloadSupport", is_known,
+        ethtool_has_bit(netlink_find(&answer, ETHTOOL_A_FEATURES_HW), "tx-fcoe-segmentation"));
     nic_put_settings(object);
 }
