@@ -28,8 +28,8 @@ enum
     extended = 256 /* where the extended capabilities begin, of which one is the serial number */
 };
 
-/* The device/port type of a PCI Express device; false if it isn't one. */
-static bool find_port_type(const struct configuration* configuration, unsigned int* type)
+/* The device/port type of a PCI Express device and 1, as an endpoint's is 0; 0 if it isn't one. */
+static unsigned int find_port_type(const struct configuration* configuration)
 {
     enum
     {
@@ -45,12 +45,11 @@ static bool find_port_type(const struct configuration* configuration, unsigned i
     {
         if (bytes[at] == pci_express)
         {
-            *type = bytes[at + 2] >> 4;
-            return true;
+            return 1 + (bytes[at + 2] >> 4U);
         }
         at = bytes[at + 1] & 0xFCU;
     }
-    return false;
+    return 0;
 }
 
 static void put_serial_number(struct object* object, const struct configuration* configuration)
@@ -143,11 +142,10 @@ static uint32_t transfer_rate(const char* device, const char* file)
 }
 
 static void scan_link(const char* device, const char* address,
-                      const struct configuration* configuration)
+                      const struct configuration* configuration, unsigned int port_type)
 {
     static const uint32_t rates[] = {2500, 5000, 8000, 16000, 32000, 64000};
     static const struct row rows[] = {{"MaxLinkWidth", "max_link_width", row_plain}, {0}};
-    unsigned int type = 0;
     struct object* object = object_due(&link_kind, address, device);
     if (object == NULL)
     {
@@ -164,11 +162,7 @@ static void scan_link(const char* device, const char* address,
         }
     }
     sysfs_put(object, device, rows);
-    if (find_port_type(configuration, &type))
-    {
-        object_put_number(object, "PortType", type + 1); /* 0 is an endpoint on the bus of the
-                                                            device, and unknown here */
-    }
+    object_put_number(object, "PortType", port_type);
     put_serial_number(object, configuration);
     versions_put(object, device, false);
     hwdb_put(object, device, NULL);
@@ -179,18 +173,17 @@ static void scan_device(void* data, const char* device, const char* address)
 {
     struct configuration configuration = {{0}};
     char text[sysfs_text_size];
-    unsigned int type = 0;
     (void)data;
     /* All may read the file, and what is read is recorded. */
     (void)sysfs_bytes(device, "config", configuration.bytes,
                       sysfs_serials ? sizeof configuration.bytes : extended);
+    const unsigned int port_type = find_port_type(&configuration);
     /* The kernel has the file for PCI Express alone. */
-    const bool is_express =
-        find_port_type(&configuration, &type) || sysfs_text(device, "max_link_speed", text);
+    const bool is_express = port_type != 0 || sysfs_text(device, "max_link_speed", text);
     scan_configuration(device, address, &configuration, is_express);
     if (is_express)
     {
-        scan_link(device, address, &configuration);
+        scan_link(device, address, &configuration, port_type);
     }
 }
 
