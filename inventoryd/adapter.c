@@ -252,11 +252,10 @@ static void scan_card(struct adapter_family* family, const struct adapter_port* 
     scan_controller(family, card->name, has_slot ? card->function : items->device, ports);
 }
 
-static void scan_function(void* data, const char* device, const char* name)
+static void scan_function(void* data, const char* device)
 {
     struct adapter_family* family = data;
     struct adapter_port none = {.device = NULL};
-    (void)name;
     if (!card_find(&none.card, device))
     {
         return;

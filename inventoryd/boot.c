@@ -257,10 +257,11 @@ static void scan_option(uint16_t number, const char* name)
     object_complete(object);
 }
 
-static void visit_variable(void* data, const char* path, const char* file)
+static void visit_variable(void* data, const char* path)
 {
+    const char* file = sysfs_name(path);
     char name[name_size] = "";
-    (void)data, (void)path;
+    (void)data;
     (void)sscanf(file, "Boot%4[0-9A-F]", name + strlen("Boot"));
     memcpy(name, "Boot", strlen("Boot"));
     /* The rest of the name excludes other variables, such as BootCurrent, and other vendors. */

@@ -55,7 +55,7 @@ struct visitor
     void* data;
 };
 
-static void visit_recorded(void* data, const char* path, const char* name)
+static void visit_recorded(void* data, const char* path)
 {
     const struct visitor* visitor = data;
     char* device = realpath(path, NULL);
@@ -64,7 +64,7 @@ static void visit_recorded(void* data, const char* path, const char* name)
     if (device != NULL && strncmp(device, sysfs_root, length) == 0 && device[length] == '/')
     {
         record_device(visitor->links, device);
-        visitor->visit(visitor->data, device, name);
+        visitor->visit(visitor->data, device);
     }
     free(device);
 }
@@ -96,7 +96,7 @@ void devices_each(const char* subsystem, sysfs_visit* visit, void* data)
         if (sd_device_get_syspath(each, &device) >= 0)
         {
             record_device(links, device);
-            visit(data, device, sysfs_name(device));
+            visit(data, device);
         }
     }
     sd_device_enumerator_unref(enumerator);

@@ -38,7 +38,7 @@ static void copy_text(char* text, size_t room, const unsigned char* bytes, size_
     }
 }
 
-static void visit(void* data, const char* path, const char* name)
+static void visit(void* data, const char* path)
 {
     static const char* const lengths[] = {NULL,   NULL,          NULL,         "Short",
                                           "Long", "2.5\" drive", "3.5\" drive"};
@@ -48,7 +48,7 @@ static void visit(void* data, const char* path, const char* name)
     unsigned char bytes[1024];
     size_t size = 0;
     char text[65];
-    if (strncmp(name, "9-", 2) != 0 ||
+    if (strncmp(sysfs_name(path), "9-", 2) != 0 ||
         (size = sysfs_bytes(path, "raw", bytes, sizeof bytes)) < least_length ||
         bytes[at_length] < least_length ||
         (bytes[at_segment] | (unsigned int)bytes[at_segment + 1] << 8) != location->segment ||

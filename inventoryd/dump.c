@@ -58,11 +58,10 @@ static bool ask_size(const char* interface, struct ethtool_dump* request)
 }
 
 /* The first interface of a PCI function, or of the USB device, whose driver makes dumps. */
-static void find(void* data, const char* path, const char* name)
+static void find(void* data, const char* path)
 {
     char* interface = data;
     struct ethtool_dump request;
-    (void)name;
     if (interface[0] == '\0' && ask_size(path, &request))
     {
         snprintf(interface, sysfs_path_size, "%s", path);

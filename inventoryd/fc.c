@@ -10,16 +10,15 @@
 #include <string.h>
 #include <time.h>
 
-static void find_port(void* data, const char* path, const char* name)
+static void find_port(void* data, const char* path)
 {
     struct adapter_port port = {.card = *(const struct card*)data, .device = (char*)path};
-    (void)name;
     adapter_add(&port);
 }
 
-static void find_host(void* data, const char* path, const char* name)
+static void find_host(void* data, const char* path)
 {
-    if (strncmp(name, "host", 4) == 0)
+    if (strncmp(sysfs_name(path), "host", strlen("host")) == 0)
     {
         sysfs_each(path, "fc_host", find_port, data);
     }
@@ -167,7 +166,7 @@ void scan_fc(void)
         .put_partition = put_partition,
         .slot = {DUMP_KIND(FCSlot)},
         .controller = {OBJECT_KIND(system, FCController)},
-        .port = {OBJECT_KIND(system, FCPort), .put_counters = put_counters, .interval = 1},
+        .port = {OBJECT_KIND(system, FCPort), .put_counters = put_counters},
         .partition = {OBJECT_KIND(system, FCPartition)},
     };
     adapter_scan(&family);

@@ -10,20 +10,19 @@
 #include <stdlib.h>
 #include <string.h>
 
-static void find_port(void* data, const char* path, const char* name)
+static void find_port(void* data, const char* path)
 {
     struct adapter_port port = {.card = *(const struct card*)data, .device = (char*)path};
     char text[sysfs_text_size];
     if (sysfs_text(path, "link_layer", text) && strcmp(text, "InfiniBand") == 0)
     {
-        port.number = (unsigned int)strtoul(name, NULL, 10) - 1;
+        port.number = (unsigned int)strtoul(sysfs_name(path), NULL, 10) - 1;
         adapter_add(&port);
     }
 }
 
-static void find_device(void* data, const char* path, const char* name)
+static void find_device(void* data, const char* path)
 {
-    (void)name;
     sysfs_each(path, "ports", find_port, data);
 }
 
@@ -152,13 +151,12 @@ static void put_port(struct object* object, const struct adapter_port* port)
 
 /* The partition's interface is that of the same number, which interfaces count from 0; those of
  * further partition keys are on top of it. */
-static void put_interface(void* data, const char* path, const char* name)
+static void put_interface(void* data, const char* path)
 {
     struct object* object = data;
     struct rtnetlink_link link;
     char parent[sysfs_text_size];
     uint64_t number = 0;
-    (void)name;
     if (sysfs_number(path, "dev_port", 10, &number) &&
         number + 1 == strtoul(sysfs_name(object->device), NULL, 10) &&
         !sysfs_text(path, "parent", parent) && rtnetlink_ask(&link, path))
@@ -189,10 +187,8 @@ void scan_ib(void)
         .put_partition = put_partition,
         .slot = {DUMP_KIND(IBSlot)},
         .controller = {OBJECT_KIND(system, IBController)},
-        .port = {OBJECT_KIND(system, IBPort), .put_counters = put_counters, .interval = 1,
-                 .turn = 1},
-        .partition = {OBJECT_KIND(system, IBPartition), .put_counters = put_counters, .interval = 1,
-                      .turn = 2},
+        .port = {OBJECT_KIND(system, IBPort), .put_counters = put_counters, .turn = 1},
+        .partition = {OBJECT_KIND(system, IBPartition), .put_counters = put_counters, .turn = 2},
     };
     adapter_scan(&family);
 }

@@ -12,9 +12,9 @@ static struct
     const struct module_standard* standard;
     struct kind kind;
 } interfaces[] = {
-    {&module_sfp, {OBJECT_KIND(system, SFP), .put_counters = put_readings, .interval = 30}},
-    {&module_qsfp, {OBJECT_KIND(system, QSFP), .put_counters = put_readings, .interval = 30}},
-    {&module_qsfpd, {OBJECT_KIND(system, QSFPD), .put_counters = put_readings, .interval = 30}},
+    {&module_sfp, {OBJECT_KIND(system, SFP), .put_counters = put_readings, .is_slow = true}},
+    {&module_qsfp, {OBJECT_KIND(system, QSFP), .put_counters = put_readings, .is_slow = true}},
+    {&module_qsfpd, {OBJECT_KIND(system, QSFPD), .put_counters = put_readings, .is_slow = true}},
 };
 
 enum

@@ -28,7 +28,7 @@ static void scan_port(const char* name, const struct adapter_port* port, bool is
     static struct kind connection_kind = {
         OBJECT_KIND(system, NicConnectionView),
         .put_counters = nic_put_connection,
-        .interval = 30,
+        .is_slow = true,
     };
     struct object* connection = object_due(&connection_kind, name, port->device);
     if (connection != NULL)
@@ -49,10 +49,8 @@ static struct adapter_family family = {
     .scan_port = scan_port,
     .slot = {DUMP_KIND(NicSlot)},
     .controller = {OBJECT_KIND(system, NicController)},
-    .port = {OBJECT_KIND(system, NicPort), .put_counters = nic_put_counters, .interval = 1,
-             .turn = 1},
-    .partition = {OBJECT_KIND(system, NicPartition), .put_counters = nic_put_counters,
-                  .interval = 1, .turn = 2},
+    .port = {OBJECT_KIND(system, NicPort), .put_counters = nic_put_counters, .turn = 1},
+    .partition = {OBJECT_KIND(system, NicPartition), .put_counters = nic_put_counters, .turn = 2},
 };
 
 /* Whether the interface is a port of a card, which is found, or counts as one. */
@@ -72,7 +70,7 @@ static bool is_port(struct card* card, const char* device)
     return nic_every_interface;
 }
 
-static void collect(void* data, const char* device, const char* name)
+static void collect(void* data, const char* device)
 {
     struct adapter_port port = {.device = (char*)device};
     struct rtnetlink_link link;

@@ -169,13 +169,12 @@ static void put_counter(struct object* object, const struct counter* counter,
 }
 
 /* The port of an RDMA adapter that the interface's device is. */
-static void put_rdma(void* data, const char* adapter, const char* name)
+static void put_rdma(void* data, const char* adapter)
 {
     struct object* object = data;
     char port[sysfs_path_size];
     char place[sizeof "ports/18446744073709551615"];
     uint64_t number = 0;
-    (void)name;
     /* dev_port counts the adapter's ports from 0, the adapter's directories from 1. */
     number = sysfs_number(object->device, "dev_port", 10, &number) ? number + 1 : 1;
     snprintf(place, sizeof place, "ports/%" PRIu64, number);

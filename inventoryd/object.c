@@ -89,7 +89,8 @@ void object_complete(struct object* object)
 
 static void refresh(struct object* object)
 {
-    if ((uint64_t)time(NULL) - object->counted_at >= object->kind->interval)
+    const unsigned int interval = object->kind->is_slow ? 30 : 1;
+    if ((uint64_t)time(NULL) - object->counted_at >= interval)
     {
         object_complete(object);
     }

@@ -56,9 +56,9 @@ struct kind
     object_create* create;
     /* Puts again what changes all the time, the counters and the link's state, from the object's
      * device and tag; null if it has none. It is called by the counters' timer, and for a client
-     * that reads the object, but not more often than each `interval` seconds. */
+     * that reads the object, but not twice in a second, or in half a minute if it is slow. */
     void (*put_counters)(struct object* object);
-    unsigned int interval;
+    bool is_slow;
     /* The timer comes to kinds of turn 1 and of turn 2 at every other interval. So a port and its
      * partition, which mostly change together, cost one message per interval. */
     unsigned int turn;

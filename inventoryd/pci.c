@@ -83,7 +83,7 @@ struct slot_search
 };
 
 /* The slot's address is the device's without the function. */
-static void put_slot(void* data, const char* path, const char* name)
+static void put_slot(void* data, const char* path)
 {
     const struct slot_search* search = data;
     char address[sysfs_text_size];
@@ -91,17 +91,18 @@ static void put_slot(void* data, const char* path, const char* name)
         strncmp(search->device, address, strlen(address)) == 0 &&
         search->device[strlen(address)] == '.')
     {
-        object_put_string(search->object, "SlotString", name);
+        object_put_string(search->object, "SlotString", sysfs_name(path));
     }
 }
 
-static void scan_configuration(const char* device, const char* address,
-                               const struct configuration* configuration, bool is_express)
+static void scan_configuration(const char* device, const struct configuration* configuration,
+                               bool is_express)
 {
     static const struct row rows[] = {{"DataBusWidth", "current_link_width", row_plain},
                                       {0}}; /* in lanes */
     struct pci_location location;
     uint64_t number = 0;
+    const char* address = sysfs_name(device);
     struct object* object = object_due(&configuration_kind, address, device);
     if (object == NULL)
     {
@@ -141,12 +142,12 @@ static uint32_t transfer_rate(const char* device, const char* file)
     return rate > 0 && rate < UINT32_MAX ? (uint32_t)rate : 0;
 }
 
-static void scan_link(const char* device, const char* address,
-                      const struct configuration* configuration, unsigned int port_type)
+static void scan_link(const char* device, const struct configuration* configuration,
+                      unsigned int port_type)
 {
     static const uint32_t rates[] = {2500, 5000, 8000, 16000, 32000, 64000};
     static const struct row rows[] = {{"MaxLinkWidth", "max_link_width", row_plain}, {0}};
-    struct object* object = object_due(&link_kind, address, device);
+    struct object* object = object_due(&link_kind, sysfs_name(device), device);
     if (object == NULL)
     {
         return;
@@ -169,7 +170,7 @@ static void scan_link(const char* device, const char* address,
     object_complete(object);
 }
 
-static void scan_device(void* data, const char* device, const char* address)
+static void scan_device(void* data, const char* device)
 {
     struct configuration configuration = {{0}};
     char text[sysfs_text_size];
@@ -180,10 +181,10 @@ static void scan_device(void* data, const char* device, const char* address)
     const unsigned int port_type = find_port_type(&configuration);
     /* The kernel has the file for PCI Express alone. */
     const bool is_express = port_type != 0 || sysfs_text(device, "max_link_speed", text);
-    scan_configuration(device, address, &configuration, is_express);
+    scan_configuration(device, &configuration, is_express);
     if (is_express)
     {
-        scan_link(device, address, &configuration, port_type);
+        scan_link(device, &configuration, port_type);
     }
 }
 

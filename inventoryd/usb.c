@@ -21,7 +21,7 @@ static void put_version(struct object* object)
     object_put_number(object, "USBVersion", version);
 }
 
-static void scan_device(void* data, const char* device, const char* name)
+static void scan_device(void* data, const char* device)
 {
     static struct kind kind = {OBJECT_KIND(system, USB)};
     static const struct row rows[] = {
@@ -37,6 +37,7 @@ static void scan_device(void* data, const char* device, const char* name)
         {"DeviceProtocol", "bDeviceProtocol", row_hexadecimal},
         {0},
     };
+    const char* name = sysfs_name(device);
     char modalias[sizeof "usb:v0000p0000"];
     uint64_t vendor = 0;
     uint64_t product = 0;

@@ -20,11 +20,10 @@ struct versions
     char driver[text_size];
 };
 
-static void ask_interface(void* data, const char* path, const char* name)
+static void ask_interface(void* data, const char* path)
 {
     struct versions* versions = data;
     struct ethtool_drvinfo driver = {.cmd = ETHTOOL_GDRVINFO};
-    (void)name;
     if (versions->driver[0] == '\0' && ethtool_ask_ioctl(path, &driver, sizeof driver))
     {
         /* None of these must end behind its field. */
@@ -37,9 +36,9 @@ static void ask_interface(void* data, const char* path, const char* name)
 }
 
 /* The device of a virtual machine's adapter is one level below its PCI device. */
-static void ask_virtual(void* data, const char* path, const char* name)
+static void ask_virtual(void* data, const char* path)
 {
-    if (strncmp(name, "virtio", strlen("virtio")) == 0)
+    if (strncmp(sysfs_name(path), "virtio", strlen("virtio")) == 0)
     {
         sysfs_each(path, "net", ask_interface, data);
     }
