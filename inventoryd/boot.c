@@ -29,7 +29,6 @@ static struct kind option_kind = {OBJECT_KIND(system, BootDevice)};
 
 enum
 {
-    most_options = 1024,
     most_bytes = 16384, /* of a variable */
     name_size = sizeof "Boot0000",
     text_size = 1024
@@ -42,14 +41,11 @@ struct value
     size_t size;
 };
 
-/* The numbers of the load options, in the order in which the firmware tries them. */
-static struct
-{
-    size_t count;
-    uint16_t numbers[most_options];
-    bool has_next;
-    uint16_t next; /* what it tries first at the next start only */
-} order;
+/* The numbers of the load options, in the order in which the firmware tries them, and what it tries
+ * first at the next start only. */
+static struct value order;
+static bool has_next;
+static uint16_t next;
 
 static uint16_t number_at(const struct value* value, size_t at)
 {
@@ -86,28 +82,14 @@ static bool read_number(const char* name, uint16_t* number)
     return true;
 }
 
-static void read_order(void)
-{
-    struct value value;
-    memset(&order, 0, sizeof order);
-    order.has_next = read_number("BootNext", &order.next);
-    if (read_variable(&value, "BootOrder") && value.size % 2 == 0 && value.size / 2 <= most_options)
-    {
-        for (; order.count < value.size / 2; ++order.count)
-        {
-            order.numbers[order.count] = number_at(&value, 2 * order.count);
-        }
-    }
-}
-
 /* The option's place in the order, counted from 1; 0 if it isn't there. */
 static size_t index_of(uint16_t option)
 {
-    for (size_t i = 0; i < order.count; ++i)
+    for (size_t at = 0; at < order.size; at += 2)
     {
-        if (order.numbers[i] == option)
+        if (number_at(&order, at) == option)
         {
-            return i + 1;
+            return at / 2 + 1;
         }
     }
     return 0;
@@ -117,12 +99,12 @@ static size_t index_of(uint16_t option)
 static size_t pending_index_of(uint16_t option)
 {
     const size_t place = index_of(option);
-    const size_t former = index_of(order.next);
-    if (order.has_next && option == order.next)
+    const size_t former = index_of(next);
+    if (has_next && option == next)
     {
         return 1;
     }
-    return !order.has_next || place == 0 || (former != 0 && former < place) ? place : place + 1;
+    return !has_next || place == 0 || (former != 0 && former < place) ? place : place + 1;
 }
 
 static size_t put_utf8(char* text, uint32_t point)
@@ -210,13 +192,12 @@ static void put_path(struct object* object, const void* bytes, size_t size)
 
 static void put_data(struct object* object, const unsigned char* bytes, size_t size)
 {
-    char* text = calloc(2, size + 1);
-    for (size_t i = 0; text != NULL && i < size; ++i)
+    char text[2 * most_bytes] = "";
+    for (size_t i = 0; i < size; ++i)
     {
         snprintf(text + 2 * i, 3, "%02X", bytes[i]);
     }
     object_put_string(object, "oBootData", text);
-    free(text);
 }
 
 static void scan_option(uint16_t number, const char* name)
@@ -275,17 +256,17 @@ static void visit_variable(void* data, const char* path)
 static void scan_sequence(void)
 {
     uint16_t current = 0;
-    char keys[most_options * sizeof ",BootDevice.Boot0000"] = "";
+    static char keys[most_bytes / 2 * sizeof ",BootDevice.Boot0000"];
     char* end = keys;
     struct object* object = object_due(&sequence_kind, "", variables);
     if (object == NULL)
     {
         return;
     }
-    for (size_t i = 0; i < order.count; ++i)
+    for (size_t at = 0; at < order.size; at += 2)
     {
         end += snprintf(end, sizeof ",BootDevice.Boot0000", "%sBootDevice.Boot%04X",
-                        i == 0 ? "" : ",", order.numbers[i]);
+                        at == 0 ? "" : ",", number_at(&order, at));
     }
     object_put_string(object, "hdr_DOT_fqdd", sequence_key);
     object_put_string(object, "hdr_DOT_key", sequence_key);
@@ -300,8 +281,12 @@ static void scan_sequence(void)
 
 void scan_boot(void)
 {
-    read_order();
-    if (order.count > 0)
+    has_next = read_number("BootNext", &next);
+    if (!read_variable(&order, "BootOrder") || order.size % 2 != 0)
+    {
+        order.size = 0;
+    }
+    if (order.size > 0)
     {
         scan_sequence();
     }
