@@ -13,7 +13,7 @@
 struct adapter_port
 {
     struct card card;    /* whose function has it */
-    char* device;        /* its directory; null for a function that has no port */
+    char* device;        /* its directory; empty for a function that has no port */
     char id[64];         /* the same for the partitions of a port; empty if it has no other */
     unsigned int number; /* among the ports of its function, from 0 */
     uint64_t tag;        /* of its objects */

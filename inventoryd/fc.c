@@ -57,7 +57,7 @@ static void put_slot(struct object* object, const struct adapter_port* first)
     };
     char host[sysfs_path_size];
     object_put_number(object, "SupportedProtocols", scsi);
-    if (first->device != NULL)
+    if (first->device[0] != '\0')
     {
         find_scsi_host(host, first->device);
         sysfs_put(object, host, of_host);

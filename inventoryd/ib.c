@@ -43,7 +43,7 @@ static void put_slot(struct object* object, const struct adapter_port* first)
         protocol_infiniband = 2 /* beside Ethernet's code on NicSlot */
     };
     object_put_number(object, "Protocol", protocol_infiniband);
-    if (first->device != NULL)
+    if (first->device[0] != '\0')
     {
         object_put_string(object, "SupportedProtocols", "InfiniBand");
         sysfs_put(object, first->device, of_port);
