@@ -61,10 +61,7 @@ bool card_has_class(const char* function, unsigned int code)
 
 static void put_node(struct object* object, const struct card* card)
 {
-    enum
-    {
-        no_node = 0xFFFF
-    };
+    const uint64_t no_node = 0xFFFF;
     uint64_t node = no_node;
     /* The kernel has -1 for none, which is no number here. */
     (void)sysfs_number(card->function, "numa_node", 10, &node);
@@ -140,5 +137,5 @@ void card_put_slot(struct object* object, const struct card* card, const char* f
         object_put_format(object, "DataBusWidth", "x%" PRIu64, lanes);
     }
     versions_put(object, card->function, !vpd_put(object, card->function));
-    dmi_put_slot(object, &card->location);
+    dmi_put_slot(object);
 }

@@ -76,22 +76,16 @@ static void put_serial_number(struct object* object, const struct configuration*
     }
 }
 
-struct slot_search
-{
-    struct object* object;
-    const char* device; /* the address of the device whose slot is looked for */
-};
-
 /* The slot's address is the device's without the function. */
 static void put_slot(void* data, const char* path)
 {
-    const struct slot_search* search = data;
+    struct object* object = data;
+    const char* device = sysfs_name(object->device);
     char address[sysfs_text_size];
-    if (sysfs_text(path, "address", address) &&
-        strncmp(search->device, address, strlen(address)) == 0 &&
-        search->device[strlen(address)] == '.')
+    if (sysfs_text(path, "address", address) && strncmp(device, address, strlen(address)) == 0 &&
+        device[strlen(address)] == '.')
     {
-        object_put_string(search->object, "SlotString", sysfs_name(path));
+        object_put_string(object, "SlotString", sysfs_name(path));
     }
 }
 
@@ -116,8 +110,8 @@ static void scan_configuration(const char* device, const struct configuration* c
         object_put_number(object, "BusNum", location.bus);
         object_put_number(object, "DeviceNum", location.device);
         object_put_number(object, "FunctionNum", location.function);
-        dmi_put_slot(object, &location);
     }
+    dmi_put_slot(object);
     card_put_identity(object, device);
     sysfs_put(object, device, rows);
     object_put_number(object, "cpu_affinity",
@@ -130,7 +124,7 @@ static void scan_configuration(const char* device, const struct configuration* c
         object_put_number(object, "progIF", number & 0xFF);
     }
     object_put_number(object, "PCIheaderType", configuration->bytes[0x0E]);
-    sysfs_each(sysfs_root, "bus/pci/slots", put_slot, &(struct slot_search){object, address});
+    sysfs_each(sysfs_root, "bus/pci/slots", put_slot, object);
     object_complete(object);
 }
 
