@@ -98,10 +98,7 @@ void adapter_put_link(struct object* object, bool is_known, bool is_up)
 static struct object* due(struct kind* kind, const char* prefix, const char* name,
                           const struct adapter_port* port)
 {
-    enum
-    {
-        bound = 1
-    };
+    const unsigned int bound = 1;
     char driver[sysfs_path_size];
     struct object* object = object_due(kind, name, port->device);
     if (object != NULL)

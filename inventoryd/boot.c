@@ -55,10 +55,7 @@ static uint16_t number_at(const struct value* value, size_t at)
 /* False if the variable is missing or empty, or so long that its end may be missing. */
 static bool read_variable(struct value* value, const char* name)
 {
-    enum
-    {
-        attributes_size = 4 /* before each value */
-    };
+    const size_t attributes_size = 4; /* before each value */
     char file[128];
     snprintf(file, sizeof file, "%s/%s" GLOBAL, variables, name);
     const size_t size = sysfs_bytes(sysfs_root, file, value->bytes, sizeof value->bytes);
@@ -155,10 +152,7 @@ static size_t copy_text(char text[text_size], const struct value* value, size_t 
 static void put_path(struct object* object, const void* bytes, size_t size)
 {
 #ifdef HAVE_EFIVAR
-    enum
-    {
-        longest_time = 2 /* seconds */
-    };
+    const unsigned int longest_time = 2; /* in seconds */
     char text[text_size];
     int ends[2];
     int status = -1;

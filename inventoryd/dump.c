@@ -47,10 +47,8 @@ void dump_free(void)
 
 static bool ask_size(const char* interface, struct ethtool_dump* request)
 {
-    enum
-    {
-        most_bytes = 256 << 20 /* what a driver says that it has isn't taken on trust */
-    };
+    /* What a driver says that it has isn't taken on trust. */
+    const unsigned int most_bytes = 256U << 20U;
     memset(request, 0, sizeof *request);
     request->cmd = ETHTOOL_GET_DUMP_FLAG;
     return ethtool_ask_ioctl(interface, request, sizeof *request) && request->len > 0 &&

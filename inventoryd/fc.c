@@ -51,10 +51,7 @@ static void put_slot(struct object* object, const struct adapter_port* first)
         {0},
     };
     static const struct row of_port[] = {{"FramePayloadSize", "maxframe_size", row_plain}, {0}};
-    enum
-    {
-        scsi = 1 /* this host's code of a protocol */
-    };
+    const unsigned int scsi = 1; /* this host's code of a protocol */
     char host[sysfs_path_size];
     object_put_number(object, "SupportedProtocols", scsi);
     if (first->device[0] != '\0')

@@ -38,11 +38,8 @@ static void put_slot(struct object* object, const struct adapter_port* first)
         {"FamilyVersion", "../../fw_ver", row_plain},
         {0},
     };
-    enum
-    {
-        protocol_infiniband = 2 /* beside Ethernet's code on NicSlot */
-    };
-    object_put_number(object, "Protocol", protocol_infiniband);
+    const unsigned int infiniband = 2; /* beside Ethernet's code on NicSlot */
+    object_put_number(object, "Protocol", infiniband);
     if (first->device[0] != '\0')
     {
         object_put_string(object, "SupportedProtocols", "InfiniBand");
@@ -55,10 +52,7 @@ static void put_rate(struct object* object)
 {
     static const char* const speeds[] = {"",    "SDR", "DDR", "QDR", "FDR10",
                                          "FDR", "EDR", "HDR", "NDR", "XDR"};
-    enum
-    {
-        unknown_speed = 255
-    };
+    const size_t unknown = 255;
     char text[sysfs_text_size];
     char name[8] = "";
     unsigned int width = 0;
@@ -72,7 +66,7 @@ static void put_rate(struct object* object)
         --code;
     }
     object_put_number(object, "LinkWidth", width);
-    object_put_number(object, "LinkSpeed", code > 0 ? code : unknown_speed);
+    object_put_number(object, "LinkSpeed", code > 0 ? code : unknown);
 }
 
 /* Of a port and of its partition. */
@@ -108,10 +102,7 @@ static void put_counters(struct object* object)
         {"IBMulticastPacketsTxCount", "counters/multicast_xmit_packets", row_counter},
         {0},
     };
-    enum
-    {
-        active = 4
-    };
+    const unsigned long active = 4;
     char text[sysfs_text_size];
     const bool is_known = sysfs_text(object->device, "state", text);
     adapter_put_link(object, is_known, strtoul(text, NULL, 10) == active);
@@ -136,13 +127,10 @@ static void put_guid(struct object* object, const char* member, const char* gid)
 
 static void put_port(struct object* object, const struct adapter_port* port)
 {
-    enum
-    {
-        media_infiniband = 256 /* beside ethtool's codes on NicPort */
-    };
+    const unsigned int infiniband = 256; /* beside ethtool's codes on NicPort */
     put_guid(object, "PermanentPortGUID", "gids/0");
     put_guid(object, "VirtualPortGUID", "gids/1");
-    object_put_number(object, "MediaType", media_infiniband);
+    object_put_number(object, "MediaType", infiniband);
     /* A link grants credits for what may be sent, always and in both directions. */
     object_put_switch(object, "RXFlowControl", true, true);
     object_put_switch(object, "TXFlowControl", true, true);

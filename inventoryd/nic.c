@@ -15,11 +15,8 @@ bool nic_every_interface;
 
 static void put_slot(struct object* object, const struct adapter_port* first)
 {
-    enum
-    {
-        protocol_ethernet = 1 /* this host's code */
-    };
-    object_put_number(object, "Protocol", protocol_ethernet);
+    const unsigned int ethernet = 1; /* this host's code */
+    object_put_number(object, "Protocol", ethernet);
     dump_put_slot(object, &first->card);
 }
 
