@@ -44,16 +44,16 @@ static struct kind* known_kind(uint64_t tag)
 /* Returns null if there is no module of a known standard. */
 static const struct module_standard* read_memory(const char* device, struct module_memory* memory)
 {
-    static const char* const files[module_page_count] = {
-        [module_lower] = "module/50-00-00-00",    [module_upper_00] = "module/50-00-00-80",
-        [module_upper_01] = "module/50-00-01-80", [module_upper_02] = "module/50-00-02-80",
-        [module_upper_03] = "module/50-00-03-80", [module_upper_11] = "module/50-00-11-80",
-        [module_upper_13] = "module/50-00-13-80", [module_diagnostics] = "module/51-00-00-00",
+    static const char* const files[page_count] = {
+        [page_lower] = "module/50-00-00-00", [page_00] = "module/50-00-00-80",
+        [page_01] = "module/50-00-01-80",    [page_02] = "module/50-00-02-80",
+        [page_03] = "module/50-00-03-80",    [page_11] = "module/50-00-11-80",
+        [page_13] = "module/50-00-13-80",    [page_A2] = "module/51-00-00-00",
     };
     const struct module_standard* standard = NULL;
-    uint32_t things = MODULE_PAGE(module_lower);
+    uint32_t things = MODULE_PAGE(page_lower);
     memset(memory, 0, sizeof *memory);
-    for (unsigned int page = 0; page < module_page_count; ++page)
+    for (unsigned int page = 0; page < page_count; ++page)
     {
         if ((things & MODULE_PAGE(page)) != 0 &&
             ethtool_read_page(device, files[page], memory->bytes[page]))
@@ -70,11 +70,11 @@ static const struct module_standard* read_memory(const char* device, struct modu
     {
         module_hide_serial(standard, memory);
     }
-    for (unsigned int page = 0; page < module_page_count; ++page)
+    for (unsigned int page = 0; page < page_count; ++page)
     {
         if ((memory->pages & MODULE_PAGE(page)) != 0)
         {
-            record_answer(device, files[page], memory->bytes[page], module_page_size);
+            record_answer(device, files[page], memory->bytes[page], page_size);
         }
     }
     return standard;
