@@ -16,20 +16,18 @@ enum
     no_node = 0xFF
 };
 
-/* A PCI device's configuration space. Bytes that can't be read are zero: without CAP_SYS_ADMIN
- * those behind the first 64, and so all capabilities. */
-struct configuration
-{
-    unsigned char bytes[4096];
-};
-
 enum
 {
-    extended = 256 /* where the extended capabilities begin, of which one is the serial number */
+    extended = 256, /* where the extended capabilities begin, of which one is the serial number */
+    configuration_size = 4096
 };
 
+/* The configuration space of the device that is scanned. Bytes that can't be read are zero: without
+ * CAP_SYS_ADMIN those behind the first 64, and so all capabilities. */
+static unsigned char configuration[configuration_size];
+
 /* The device/port type of a PCI Express device and 1, as an endpoint's is 0; 0 if it isn't one. */
-static unsigned int find_port_type(const struct configuration* configuration)
+static unsigned int find_port_type(void)
 {
     enum
     {
@@ -39,32 +37,31 @@ static unsigned int find_port_type(const struct configuration* configuration)
         pci_express = 0x10,
         most = (extended - 64) / 4 /* a faulty list may be circular */
     };
-    const unsigned char* bytes = configuration->bytes;
-    unsigned int at = (bytes[status] & has_capabilities) != 0 ? bytes[first] & 0xFCU : 0;
+    unsigned int at =
+        (configuration[status] & has_capabilities) != 0 ? configuration[first] & 0xFCU : 0;
     for (int count = 0; at != 0 && count < most; ++count)
     {
-        if (bytes[at] == pci_express)
+        if (configuration[at] == pci_express)
         {
-            return 1 + (bytes[at + 2] >> 4U);
+            return 1 + (configuration[at + 2] >> 4U);
         }
-        at = bytes[at + 1] & 0xFCU;
+        at = configuration[at + 1] & 0xFCU;
     }
     return 0;
 }
 
-static void put_serial_number(struct object* object, const struct configuration* configuration)
+static void put_serial_number(struct object* object)
 {
     enum
     {
         serial_number = 0x0003,
         size = 12,
-        most = (sizeof configuration->bytes - extended) / 4
+        most = (configuration_size - extended) / 4
     };
     unsigned int at = extended;
-    for (int count = 0; at >= extended && at <= sizeof configuration->bytes - size && count < most;
-         ++count)
+    for (int count = 0; at >= extended && at <= configuration_size - size && count < most; ++count)
     {
-        const unsigned char* bytes = configuration->bytes + at;
+        const unsigned char* bytes = configuration + at;
         if ((bytes[0] | bytes[1] << 8) == serial_number)
         {
             object_put_format(object, "PCISerialNumber", "%02x-%02x-%02x-%02x-%02x-%02x-%02x-%02x",
@@ -89,8 +86,7 @@ static void put_slot(void* data, const char* path)
     }
 }
 
-static void scan_configuration(const char* device, const struct configuration* configuration,
-                               bool is_express)
+static void scan_configuration(const char* device, bool is_express)
 {
     static const struct row rows[] = {{"DataBusWidth", "current_link_width", row_plain},
                                       {0}}; /* in lanes */
@@ -123,7 +119,7 @@ static void scan_configuration(const char* device, const struct configuration* c
         object_put_number(object, "Subclass", number >> 8 & 0xFF);
         object_put_number(object, "progIF", number & 0xFF);
     }
-    object_put_number(object, "PCIheaderType", configuration->bytes[0x0E]);
+    object_put_number(object, "PCIheaderType", configuration[0x0E]);
     sysfs_each(sysfs_root, "bus/pci/slots", put_slot, object);
     object_complete(object);
 }
@@ -136,8 +132,7 @@ static uint32_t transfer_rate(const char* device, const char* file)
     return rate > 0 && rate < UINT32_MAX ? (uint32_t)rate : 0;
 }
 
-static void scan_link(const char* device, const struct configuration* configuration,
-                      unsigned int port_type)
+static void scan_link(const char* device, unsigned int port_type)
 {
     static const uint32_t rates[] = {2500, 5000, 8000, 16000, 32000, 64000};
     static const struct row rows[] = {{"MaxLinkWidth", "max_link_width", row_plain}, {0}};
@@ -158,7 +153,7 @@ static void scan_link(const char* device, const struct configuration* configurat
     }
     sysfs_put(object, device, rows);
     object_put_number(object, "PortType", port_type);
-    put_serial_number(object, configuration);
+    put_serial_number(object);
     versions_put(object, device, false);
     hwdb_put(object, device, NULL);
     object_complete(object);
@@ -166,19 +161,19 @@ static void scan_link(const char* device, const struct configuration* configurat
 
 static void scan_device(void* data, const char* device)
 {
-    struct configuration configuration = {{0}};
     char text[sysfs_text_size];
     (void)data;
+    memset(configuration, 0, sizeof configuration);
     /* All may read the file, and what is read is recorded. */
-    (void)sysfs_bytes(device, "config", configuration.bytes,
-                      sysfs_serials ? sizeof configuration.bytes : extended);
-    const unsigned int port_type = find_port_type(&configuration);
+    (void)sysfs_bytes(device, "config", configuration,
+                      sysfs_serials ? sizeof configuration : extended);
+    const unsigned int port_type = find_port_type();
     /* The kernel has the file for PCI Express alone. */
     const bool is_express = port_type != 0 || sysfs_text(device, "max_link_speed", text);
-    scan_configuration(device, &configuration, is_express);
+    scan_configuration(device, is_express);
     if (is_express)
     {
-        scan_link(device, &configuration, port_type);
+        scan_link(device, port_type);
     }
 }
 
