@@ -51,17 +51,15 @@ static void read_version(struct versions* versions, const struct nlattr* attribu
     const struct nlattr* value = netlink_find_in(attribute, DEVLINK_ATTR_INFO_VERSION_VALUE);
     (void)netlink_text(netlink_find_in(attribute, DEVLINK_ATTR_INFO_VERSION_NAME), name,
                        sizeof name);
-    if (strcmp(name, "fw") == 0 || (strcmp(name, "fw.mgmt") == 0 && versions->firmware[0] == '\0'))
+    const bool is_firmware =
+        strcmp(name, "fw") == 0 || (strcmp(name, "fw.mgmt") == 0 && versions->firmware[0] == '\0');
+    char* text = is_firmware                              ? versions->firmware
+                 : strcmp(name, "fw.undi") == 0           ? versions->option_rom
+                 : strcmp(name, "board.part_number") == 0 ? versions->part_number
+                                                          : NULL;
+    if (text != NULL)
     {
-        (void)netlink_text(value, versions->firmware, text_size);
-    }
-    else if (strcmp(name, "fw.undi") == 0)
-    {
-        (void)netlink_text(value, versions->option_rom, text_size);
-    }
-    else if (strcmp(name, "board.part_number") == 0)
-    {
-        (void)netlink_text(value, versions->part_number, text_size);
+        (void)netlink_text(value, text, text_size);
     }
 }
 
