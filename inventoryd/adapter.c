@@ -257,7 +257,7 @@ static void scan_function(void* data, const char* device)
     }
     if (family->find_ports != NULL)
     {
-        family->find_ports(&none.card);
+        sysfs_each(device, family->directory, family->find_ports, &none.card);
     }
 }
 

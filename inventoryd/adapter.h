@@ -27,8 +27,10 @@ struct adapter_family
      * exceptions. */
     unsigned int code;
     unsigned int other_code;
-    /* Adds the ports of a PCI function; null if they are added before adapter_scan. */
-    void (*find_ports)(const struct card* card);
+    /* Called with the card for each entry of this directory of a PCI function, to add its ports;
+     * null if they are added before adapter_scan. */
+    sysfs_visit* find_ports;
+    const char* directory;
     void (*put_slot)(struct object* object, const struct adapter_port* first);
     void (*put_port)(struct object* object, const struct adapter_port* port);
     void (*put_partition)(struct object* object,

@@ -21,14 +21,9 @@ static void find_port(void* data, const char* path)
     }
 }
 
-static void find_device(void* data, const char* path)
+static void find_ports(void* data, const char* path)
 {
     sysfs_each(path, "ports", find_port, data);
-}
-
-static void find_ports(const struct card* card)
-{
-    sysfs_each(card->function, "infiniband", find_device, (void*)card);
 }
 
 static void put_slot(struct object* object, const struct adapter_port* first)
@@ -170,6 +165,7 @@ void scan_ib(void)
         .title = "InfiniBand",
         .code = 0x0207,
         .find_ports = find_ports,
+        .directory = "infiniband",
         .put_slot = put_slot,
         .put_port = put_port,
         .put_partition = put_partition,
