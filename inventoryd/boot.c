@@ -120,11 +120,8 @@ static size_t put_utf8(char* text, uint32_t point)
  * replacement character. Returns where the text ends in the value, or 0 if it doesn't end there. */
 static size_t copy_text(char text[text_size], const struct value* value, size_t at)
 {
-    enum
-    {
-        replacement = 0xFFFD,
-        most_utf8 = 4
-    };
+    const uint32_t replacement = 0xFFFD;
+    const size_t most_utf8 = 4;
     size_t size = 0;
     for (uint32_t point = 1; point != 0; at += 2)
     {
@@ -196,12 +193,9 @@ static void put_data(struct object* object, const unsigned char* bytes, size_t s
 
 static void scan_option(uint16_t number, const char* name)
 {
-    enum
-    {
-        active = 1,
-        path_size_at = 4,
-        header_size = 6
-    };
+    const unsigned char active = 1;
+    const size_t path_size_at = 4;
+    const size_t header_size = 6;
     struct value value;
     char description[text_size];
     size_t path = 0;

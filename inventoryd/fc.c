@@ -16,17 +16,12 @@ static void find_port(void* data, const char* path)
     adapter_add(&port);
 }
 
-static void find_host(void* data, const char* path)
+static void find_ports(void* data, const char* path)
 {
     if (strncmp(sysfs_name(path), "host", strlen("host")) == 0)
     {
         sysfs_each(path, "fc_host", find_port, data);
     }
-}
-
-static void find_ports(const struct card* card)
-{
-    sysfs_each(card->function, "", find_host, (void*)card);
 }
 
 /* The directory of the port's scsi_host; the files are looked for beside it if there is no room. */
@@ -68,21 +63,16 @@ static void put_state(struct object* object)
     static const char* const states[] = {"",        "Not Present", "Online",      "Offline",
                                          "Blocked", "Bypassed",    "Diagnostics", "Linkdown",
                                          "Error",   "Loopback",    "Deleted",     "Marginal"};
-    enum
-    {
-        unknown = 0,
-        online = 2,
-        count = sizeof states / sizeof *states
-    };
-    char text[sysfs_text_size] = "";
-    size_t code = count - 1;
+    const size_t online = 2;
+    char text[sysfs_text_size];
+    size_t code = sizeof states / sizeof *states - 1;
     (void)sysfs_text(object->device, "port_state", text);
-    while (code > unknown && strcmp(text, states[code]) != 0)
+    while (code > 0 && strcmp(text, states[code]) != 0)
     {
         --code;
     }
     object_put_number(object, "PortStatus", code);
-    adapter_put_link(object, code != unknown, code == online);
+    adapter_put_link(object, code > 0, code == online);
     const bool is_speed =
         sysfs_text(object->device, "speed", text) && strstr(text, " Gbit") != NULL;
     object_put_number(object, "PortSpeed", is_speed ? strtoul(text, NULL, 10) : 0);
@@ -138,7 +128,7 @@ static void put_partition(struct object* object, const struct adapter_port* part
         {"FCMaxNumberOutStandingCommands", "can_queue", row_plain},
         {0},
     };
-    char text[sysfs_text_size] = "";
+    char text[sysfs_text_size];
     char permanent[sysfs_text_size];
     char host[sysfs_path_size];
     sysfs_put(object, partition->device, of_port);
@@ -158,6 +148,7 @@ void scan_fc(void)
         .title = "Fibre Channel",
         .code = 0x0C04,
         .find_ports = find_ports,
+        .directory = "",
         .put_slot = put_slot,
         .put_port = put_port,
         .put_partition = put_partition,

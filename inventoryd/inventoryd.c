@@ -23,6 +23,7 @@
 
 #include <errno.h>
 #include <getopt.h>
+#include <inttypes.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -222,11 +223,8 @@ int main(int argc, char** argv)
         {"version", no_argument, NULL, 'v'},
         {NULL, 0, NULL, 0},
     };
-    enum
-    {
-        longest_interval = 24 * 60 * 60,
-        misused = 2
-    };
+    const uint64_t longest_interval = 86400;
+    const int misused = 2;
     const char* record = NULL;
     const char* root = NULL;
     char* end = NULL;
@@ -238,7 +236,7 @@ int main(int argc, char** argv)
             counters_interval = strtoul(optarg, &end, 10);
             if (*end != '\0' || counters_interval == 0 || counters_interval > longest_interval)
             {
-                fprintf(stderr, "%s: --counters takes 1 to %d seconds\n", argv[0],
+                fprintf(stderr, "%s: --counters takes 1 to %" PRIu64 " seconds\n", argv[0],
                         longest_interval);
                 return misused;
             }

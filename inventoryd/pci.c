@@ -29,16 +29,10 @@ static unsigned char configuration[configuration_size];
 /* The device/port type of a PCI Express device and 1, as an endpoint's is 0; 0 if it isn't one. */
 static unsigned int find_port_type(void)
 {
-    enum
-    {
-        status = 0x06,
-        has_capabilities = 0x10,
-        first = 0x34,
-        pci_express = 0x10,
-        most = (extended - 64) / 4 /* a faulty list may be circular */
-    };
-    unsigned int at =
-        (configuration[status] & has_capabilities) != 0 ? configuration[first] & 0xFCU : 0;
+    const unsigned int pci_express = 0x10;
+    const int most = (extended - 64) / 4; /* a faulty list may be circular */
+    const bool has_capabilities = (configuration[0x06] & 0x10) != 0;
+    unsigned int at = has_capabilities ? configuration[0x34] & 0xFCU : 0;
     for (int count = 0; at != 0 && count < most; ++count)
     {
         if (configuration[at] == pci_express)
@@ -52,12 +46,9 @@ static unsigned int find_port_type(void)
 
 static void put_serial_number(struct object* object)
 {
-    enum
-    {
-        serial_number = 0x0003,
-        size = 12,
-        most = (configuration_size - extended) / 4
-    };
+    const int serial_number = 0x0003;
+    const unsigned int size = 12;
+    const int most = (configuration_size - extended) / 4;
     unsigned int at = extended;
     for (int count = 0; at >= extended && at <= configuration_size - size && count < most; ++count)
     {
