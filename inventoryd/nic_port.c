@@ -54,12 +54,9 @@ static const struct counter
 static void put_modes(struct object* object, const union netlink_message* modes)
 {
     /* This host's codes. The speed's property is a byte, so it holds a code instead of a rate. */
-    enum
-    {
-        duplex_full = 1,
-        duplex_half = 2,
-        speed_unknown = 255
-    };
+    const unsigned int duplex_full = 1;
+    const unsigned int duplex_half = 2;
+    const unsigned int speed_unknown = 255;
     static const unsigned int megabits[] = {10,    100,   1000,   2500,   5000,   10000, 25000,
                                             40000, 50000, 100000, 200000, 400000, 800000};
     uint64_t speed = 0;
