@@ -13,10 +13,13 @@ bool pci_location_parse(const char* address, struct pci_location* location)
 }
 
 /* A USB device is named after its bus and the ports on the way to it, such as 1-2.4; its interfaces
- * have a colon behind that. */
-static bool is_usb_device(const char* name)
+ * have a colon behind that. A network interface may be called like it. */
+static bool is_usb_device(const char* path)
 {
-    return strchr(name, '-') != NULL && name[strspn(name, "0123456789-.")] == '\0';
+    const char* name = sysfs_name(path);
+    char vendor[sysfs_text_size];
+    return strchr(name, '-') != NULL && name[strspn(name, "0123456789-.")] == '\0' &&
+           sysfs_text(path, "idVendor", vendor);
 }
 
 static bool is_virtual_function(const char* function)
@@ -35,7 +38,7 @@ bool card_find(struct card* card, const char* device)
     }
     for (char* slash = NULL; (slash = strrchr(path, '/')) != NULL; *slash = '\0')
     {
-        if (is_usb_device(slash + 1))
+        if (is_usb_device(path))
         {
             snprintf(card->name, sizeof card->name, "USB.%.*s", card_name_size - 8, slash + 1);
             break;

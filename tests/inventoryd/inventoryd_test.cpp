@@ -294,7 +294,7 @@ TEST_F(Inventoryd, FunctionsOfOnePhysicalPortAreItsPartitionsAndMorePortsThanABy
     make("nothing");
     const auto interface = [&](int index, const std::string& function, const std::string& files)
     {
-        const auto name = "eth" + std::to_string(index);
+        const auto name = "1-" + std::to_string(index); // as a USB device may be called
         link("class/net/" + name, "devices/pci0000:00/" + function + "/net/" + name);
         write_lines("class/net/" + name, files);
     };
