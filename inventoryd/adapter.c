@@ -28,29 +28,23 @@ void adapter_add(const struct adapter_port* port)
     }
     found = more;
     found[found_count] = *port;
-    if (port->device == NULL || (found[found_count].device = strdup(port->device)) != NULL)
+    if ((found[found_count].device = strdup(port->device)) != NULL)
     {
         ++found_count;
     }
 }
 
-static int compare_numbers(uint32_t one, uint32_t other)
-{
-    return one < other ? -1 : one > other ? 1 : 0;
-}
-
+/* By card, function and number. */
 static int compare(const void* left, const void* right)
 {
     const struct adapter_port* one = left;
     const struct adapter_port* other = right;
-    int order = strcmp(one->card.name, other->card.name);
-    order = order != 0
-                ? order
-                : compare_numbers(one->card.location.function, other->card.location.function);
-    order = order != 0 ? order : compare_numbers(one->number, other->number);
-    return order != 0 ? order
-                      : strcmp(one->device != NULL ? one->device : "",
-                               other->device != NULL ? other->device : "");
+    const uint64_t place = (uint64_t)one->card.location.function << 32 | one->number;
+    const uint64_t other_place = (uint64_t)other->card.location.function << 32 | other->number;
+    const int order = strcmp(one->card.name, other->card.name);
+    return order != 0             ? order
+           : place != other_place ? (place < other_place ? -1 : 1)
+                                  : strcmp(one->device, other->device);
 }
 
 bool adapter_find_driver(const struct adapter_port* port, char name[sysfs_path_size])
@@ -104,10 +98,7 @@ void adapter_put_link(struct object* object, bool is_known, bool is_up)
 static struct object* due(struct kind* kind, const char* prefix, const char* name,
                           const struct adapter_port* port)
 {
-    enum
-    {
-        bound = 1
-    };
+    const unsigned int bound = 1;
     char driver[sysfs_path_size];
     struct object* object = object_due(kind, name, port->device);
     if (object != NULL)
@@ -188,7 +179,7 @@ static unsigned int scan_ports(struct adapter_family* family, const struct adapt
         {
             ++former;
         }
-        if (former < i || first->device == NULL)
+        if (former < i || first->device[0] == '\0')
         {
             continue; /* a partition of a former one's port, or no port */
         }
@@ -238,7 +229,7 @@ static void scan_card(struct adapter_family* family, const struct adapter_port* 
     {
         const struct adapter_port* first = items;
         char fqdd[name_size];
-        while (first + 1 < items + count && first->device == NULL)
+        while (first + 1 < items + count && first->device[0] == '\0')
         {
             ++first;
         }
@@ -252,11 +243,10 @@ static void scan_card(struct adapter_family* family, const struct adapter_port* 
     scan_controller(family, card->name, has_slot ? card->function : items->device, ports);
 }
 
-static void scan_function(void* data, const char* device, const char* name)
+static void scan_function(void* data, const char* device)
 {
     struct adapter_family* family = data;
-    struct adapter_port none = {.device = NULL};
-    (void)name;
+    struct adapter_port none = {.device = ""};
     if (!card_find(&none.card, device))
     {
         return;
@@ -267,7 +257,7 @@ static void scan_function(void* data, const char* device, const char* name)
     }
     if (family->find_ports != NULL)
     {
-        family->find_ports(&none.card);
+        sysfs_each(device, family->directory, family->find_ports, &none.card);
     }
 }
 

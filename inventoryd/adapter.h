@@ -13,7 +13,7 @@
 struct adapter_port
 {
     struct card card;    /* whose function has it */
-    char* device;        /* its directory; null for a function that has no port */
+    char* device;        /* its directory; empty for a function that has no port */
     char id[64];         /* the same for the partitions of a port; empty if it has no other */
     unsigned int number; /* among the ports of its function, from 0 */
     uint64_t tag;        /* of its objects */
@@ -27,8 +27,10 @@ struct adapter_family
      * exceptions. */
     unsigned int code;
     unsigned int other_code;
-    /* Adds the ports of a PCI function; null if they are added before adapter_scan. */
-    void (*find_ports)(const struct card* card);
+    /* Called with the card for each entry of this directory of a PCI function, to add its ports;
+     * null if they are added before adapter_scan. */
+    sysfs_visit* find_ports;
+    const char* directory;
     void (*put_slot)(struct object* object, const struct adapter_port* first);
     void (*put_port)(struct object* object, const struct adapter_port* port);
     void (*put_partition)(struct object* object,
@@ -55,5 +57,20 @@ void adapter_put_rdma(struct object* object, const char* port);
 
 /* The state of a port's or a partition's link, whose code is a switch's. */
 void adapter_put_link(struct object* object, bool is_known, bool is_up);
+
+/*
+ * Dumps of adapters (dump.c). A slot's method TriggerAdapterCoreDump has the driver make a dump of
+ * its state, for those who develop it, as ethtool or else devlink's health reporters have it, and
+ * answers when that is in a file. As a driver may take seconds, a process of its own asks it. One
+ * dump runs at a time; another call is refused meanwhile, and so is one for an adapter whose driver
+ * makes none. Only drivers of network adapters are asked.
+ */
+object_create dump_create_NicSlot;
+object_create dump_create_FCSlot;
+object_create dump_create_IBSlot;
+void dump_put_slot(struct object* object, const struct card* card);
+
+/* The interface and the creating function of a slot's kind, as DUMP_KIND(NicSlot). */
+#define DUMP_KIND(name) .interface = "com.orvane.velmar.system." #name, .create = dump_create_##name
 
 #endif

@@ -29,7 +29,6 @@ static struct kind option_kind = {OBJECT_KIND(system, BootDevice)};
 
 enum
 {
-    most_options = 1024,
     most_bytes = 16384, /* of a variable */
     name_size = sizeof "Boot0000",
     text_size = 1024
@@ -42,14 +41,11 @@ struct value
     size_t size;
 };
 
-/* The numbers of the load options, in the order in which the firmware tries them. */
-static struct
-{
-    size_t count;
-    uint16_t numbers[most_options];
-    bool has_next;
-    uint16_t next; /* what it tries first at the next start only */
-} order;
+/* The numbers of the load options, in the order in which the firmware tries them, and what it tries
+ * first at the next start only. */
+static struct value order;
+static bool has_next;
+static uint16_t next;
 
 static uint16_t number_at(const struct value* value, size_t at)
 {
@@ -59,10 +55,7 @@ static uint16_t number_at(const struct value* value, size_t at)
 /* False if the variable is missing or empty, or so long that its end may be missing. */
 static bool read_variable(struct value* value, const char* name)
 {
-    enum
-    {
-        attributes_size = 4 /* before each value */
-    };
+    const size_t attributes_size = 4; /* before each value */
     char file[128];
     snprintf(file, sizeof file, "%s/%s" GLOBAL, variables, name);
     const size_t size = sysfs_bytes(sysfs_root, file, value->bytes, sizeof value->bytes);
@@ -86,28 +79,14 @@ static bool read_number(const char* name, uint16_t* number)
     return true;
 }
 
-static void read_order(void)
-{
-    struct value value;
-    memset(&order, 0, sizeof order);
-    order.has_next = read_number("BootNext", &order.next);
-    if (read_variable(&value, "BootOrder") && value.size % 2 == 0 && value.size / 2 <= most_options)
-    {
-        for (; order.count < value.size / 2; ++order.count)
-        {
-            order.numbers[order.count] = number_at(&value, 2 * order.count);
-        }
-    }
-}
-
 /* The option's place in the order, counted from 1; 0 if it isn't there. */
 static size_t index_of(uint16_t option)
 {
-    for (size_t i = 0; i < order.count; ++i)
+    for (size_t at = 0; at < order.size; at += 2)
     {
-        if (order.numbers[i] == option)
+        if (number_at(&order, at) == option)
         {
-            return i + 1;
+            return at / 2 + 1;
         }
     }
     return 0;
@@ -117,12 +96,12 @@ static size_t index_of(uint16_t option)
 static size_t pending_index_of(uint16_t option)
 {
     const size_t place = index_of(option);
-    const size_t former = index_of(order.next);
-    if (order.has_next && option == order.next)
+    const size_t former = index_of(next);
+    if (has_next && option == next)
     {
         return 1;
     }
-    return !order.has_next || place == 0 || (former != 0 && former < place) ? place : place + 1;
+    return !has_next || place == 0 || (former != 0 && former < place) ? place : place + 1;
 }
 
 static size_t put_utf8(char* text, uint32_t point)
@@ -141,11 +120,8 @@ static size_t put_utf8(char* text, uint32_t point)
  * replacement character. Returns where the text ends in the value, or 0 if it doesn't end there. */
 static size_t copy_text(char text[text_size], const struct value* value, size_t at)
 {
-    enum
-    {
-        replacement = 0xFFFD,
-        most_utf8 = 4
-    };
+    const uint32_t replacement = 0xFFFD;
+    const size_t most_utf8 = 4;
     size_t size = 0;
     for (uint32_t point = 1; point != 0; at += 2)
     {
@@ -173,10 +149,7 @@ static size_t copy_text(char text[text_size], const struct value* value, size_t 
 static void put_path(struct object* object, const void* bytes, size_t size)
 {
 #ifdef HAVE_EFIVAR
-    enum
-    {
-        longest_time = 2 /* seconds */
-    };
+    const unsigned int longest_time = 2; /* in seconds */
     char text[text_size];
     int ends[2];
     int status = -1;
@@ -200,7 +173,8 @@ static void put_path(struct object* object, const void* bytes, size_t size)
     close(ends[0]);
     if (child > 0 && waitpid(child, &status, 0) == child && status == 0 && length > 0)
     {
-        object_put_format(object, "oBootPath", "%.*s", (int)length, text);
+        text[length] = '\0';
+        object_put_string(object, "oBootPath", text);
     }
 #else
     (void)object, (void)bytes, (void)size;
@@ -209,23 +183,19 @@ static void put_path(struct object* object, const void* bytes, size_t size)
 
 static void put_data(struct object* object, const unsigned char* bytes, size_t size)
 {
-    char* text = calloc(2, size + 1);
-    for (size_t i = 0; text != NULL && i < size; ++i)
+    char text[2 * most_bytes] = "";
+    for (size_t i = 0; i < size; ++i)
     {
         snprintf(text + 2 * i, 3, "%02X", bytes[i]);
     }
     object_put_string(object, "oBootData", text);
-    free(text);
 }
 
 static void scan_option(uint16_t number, const char* name)
 {
-    enum
-    {
-        active = 1,
-        path_size_at = 4,
-        header_size = 6
-    };
+    const unsigned char active = 1;
+    const size_t path_size_at = 4;
+    const size_t header_size = 6;
     struct value value;
     char description[text_size];
     size_t path = 0;
@@ -256,10 +226,11 @@ static void scan_option(uint16_t number, const char* name)
     object_complete(object);
 }
 
-static void visit_variable(void* data, const char* path, const char* file)
+static void visit_variable(void* data, const char* path)
 {
+    const char* file = sysfs_name(path);
     char name[name_size] = "";
-    (void)data, (void)path;
+    (void)data;
     (void)sscanf(file, "Boot%4[0-9A-F]", name + strlen("Boot"));
     memcpy(name, "Boot", strlen("Boot"));
     /* The rest of the name excludes other variables, such as BootCurrent, and other vendors. */
@@ -273,17 +244,17 @@ static void visit_variable(void* data, const char* path, const char* file)
 static void scan_sequence(void)
 {
     uint16_t current = 0;
-    char keys[most_options * sizeof ",BootDevice.Boot0000"] = "";
+    static char keys[most_bytes / 2 * sizeof ",BootDevice.Boot0000"];
     char* end = keys;
     struct object* object = object_due(&sequence_kind, "", variables);
     if (object == NULL)
     {
         return;
     }
-    for (size_t i = 0; i < order.count; ++i)
+    for (size_t at = 0; at < order.size; at += 2)
     {
         end += snprintf(end, sizeof ",BootDevice.Boot0000", "%sBootDevice.Boot%04X",
-                        i == 0 ? "" : ",", order.numbers[i]);
+                        at == 0 ? "" : ",", number_at(&order, at));
     }
     object_put_string(object, "hdr_DOT_fqdd", sequence_key);
     object_put_string(object, "hdr_DOT_key", sequence_key);
@@ -298,8 +269,12 @@ static void scan_sequence(void)
 
 void scan_boot(void)
 {
-    read_order();
-    if (order.count > 0)
+    has_next = read_number("BootNext", &next);
+    if (!read_variable(&order, "BootOrder") || order.size % 2 != 0)
+    {
+        order.size = 0;
+    }
+    if (order.size > 0)
     {
         scan_sequence();
     }

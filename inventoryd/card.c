@@ -13,10 +13,13 @@ bool pci_location_parse(const char* address, struct pci_location* location)
 }
 
 /* A USB device is named after its bus and the ports on the way to it, such as 1-2.4; its interfaces
- * have a colon behind that. */
-static bool is_usb_device(const char* name)
+ * have a colon behind that. A network interface may be called like it. */
+static bool is_usb_device(const char* path)
 {
-    return strchr(name, '-') != NULL && name[strspn(name, "0123456789-.")] == '\0';
+    const char* name = sysfs_name(path);
+    char vendor[sysfs_text_size];
+    return strchr(name, '-') != NULL && name[strspn(name, "0123456789-.")] == '\0' &&
+           sysfs_text(path, "idVendor", vendor);
 }
 
 static bool is_virtual_function(const char* function)
@@ -35,7 +38,7 @@ bool card_find(struct card* card, const char* device)
     }
     for (char* slash = NULL; (slash = strrchr(path, '/')) != NULL; *slash = '\0')
     {
-        if (is_usb_device(slash + 1))
+        if (is_usb_device(path))
         {
             snprintf(card->name, sizeof card->name, "USB.%.*s", card_name_size - 8, slash + 1);
             break;
@@ -61,10 +64,7 @@ bool card_has_class(const char* function, unsigned int code)
 
 static void put_node(struct object* object, const struct card* card)
 {
-    enum
-    {
-        no_node = 0xFFFF
-    };
+    const uint64_t no_node = 0xFFFF;
     uint64_t node = no_node;
     /* The kernel has -1 for none, which is no number here. */
     (void)sysfs_number(card->function, "numa_node", 10, &node);
@@ -140,5 +140,5 @@ void card_put_slot(struct object* object, const struct card* card, const char* f
         object_put_format(object, "DataBusWidth", "x%" PRIu64, lanes);
     }
     versions_put(object, card->function, !vpd_put(object, card->function));
-    dmi_put_slot(object, &card->location);
+    dmi_put_slot(object);
 }

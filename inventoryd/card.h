@@ -76,10 +76,10 @@ void hwdb_close(void);
  * Returns whether it has a part number. */
 bool vpd_put(struct object* object, const char* function);
 
-/* Puts the slot of the system board that has the device at this location, as the firmware describes
- * it in a DMI record of type 9, which only root may read: codes or texts, as the properties are.
- * Any of the device's functions will do. */
-void dmi_put_slot(struct object* object, const struct pci_location* location);
+/* Puts the slot of the system board that has the object's device, a PCI function, as the firmware
+ * describes it in a DMI record of type 9, which only root may read: codes or texts, as the
+ * properties are. */
+void dmi_put_slot(struct object* object);
 
 /* Puts the versions of a function's firmware, and, if they are wanted, its part and serial numbers:
  * what devlink tells, or, where its driver doesn't take part in devlink, what the driver of its

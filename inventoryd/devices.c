@@ -35,12 +35,13 @@ static bool find_links(const char* subsystem, char directory[sysfs_path_size])
 /* Records the link by which the device is found. */
 static void record_device(const char* links, const char* device)
 {
+    const size_t length = strlen(sysfs_root);
+    const bool is_bus = strncmp(links + length, "/bus/", strlen("/bus/")) == 0;
     char link[sysfs_path_size];
     char target[sysfs_path_size];
     if (sysfs_join(link, links, sysfs_name(device)) &&
-        snprintf(target, sizeof target, "%s%s",
-                 strstr(links, "/bus/") != NULL ? "../../.." : "../..",
-                 device + strlen(sysfs_root)) < (int)sizeof target)
+        snprintf(target, sizeof target, "%s%s", is_bus ? "../../.." : "../..", device + length) <
+            (int)sizeof target)
     {
         record_directory(device);
         record_link(link, target);
@@ -54,7 +55,7 @@ struct visitor
     void* data;
 };
 
-static void visit_recorded(void* data, const char* path, const char* name)
+static void visit_recorded(void* data, const char* path)
 {
     const struct visitor* visitor = data;
     char* device = realpath(path, NULL);
@@ -63,7 +64,7 @@ static void visit_recorded(void* data, const char* path, const char* name)
     if (device != NULL && strncmp(device, sysfs_root, length) == 0 && device[length] == '/')
     {
         record_device(visitor->links, device);
-        visitor->visit(visitor->data, device, name);
+        visitor->visit(visitor->data, device);
     }
     free(device);
 }
@@ -95,7 +96,7 @@ void devices_each(const char* subsystem, sysfs_visit* visit, void* data)
         if (sd_device_get_syspath(each, &device) >= 0)
         {
             record_device(links, device);
-            visit(data, device, sysfs_name(device));
+            visit(data, device);
         }
     }
     sd_device_enumerator_unref(enumerator);

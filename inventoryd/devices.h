@@ -15,8 +15,7 @@
 
 #include <systemd/sd-event.h>
 
-/* Calls `visit` with the directory and name of each device of the subsystem, such as
- * /sys/devices/pci0000:00/0000:00:1f.3 and 0000:00:1f.3. The directory is free of links. */
+/* Calls `visit` with the directory of each device of the subsystem, which is free of links. */
 void devices_each(const char* subsystem, sysfs_visit* visit, void* data);
 
 /* Has `change` called each time that a device is noted, to have a scan made. */

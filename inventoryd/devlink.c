@@ -22,7 +22,8 @@ struct dump
 
 bool devlink_begin(union netlink_message* message, const char* function, uint8_t command)
 {
-    if (!netlink_begin_generic(message, DEVLINK_GENL_NAME, command))
+    static struct netlink_family family = {DEVLINK_GENL_NAME, 0};
+    if (!netlink_begin_generic(message, &family, command))
     {
         return false;
     }
@@ -60,7 +61,7 @@ static void write_part(void* data, const union netlink_message* message)
     struct dump* dump = data;
     const struct nlattr* part = netlink_find(message, DEVLINK_ATTR_FMSG);
     const struct nlattr* each = NULL;
-    while (part != NULL && (each = netlink_next_in(part, each)) != NULL)
+    while ((each = netlink_next_in(part, each)) != NULL)
     {
         switch (mnl_attr_get_type(each))
         {

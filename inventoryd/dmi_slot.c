@@ -3,12 +3,6 @@
 #include <stdio.h>
 #include <string.h>
 
-struct search
-{
-    struct object* object;
-    const struct pci_location* location;
-};
-
 /* Where DMI has the fields in a record of type 9. */
 enum
 {
@@ -38,21 +32,21 @@ static void copy_text(char* text, size_t room, const unsigned char* bytes, size_
     }
 }
 
-static void visit(void* data, const char* path, const char* name)
+static void visit(void* data, const char* path)
 {
     static const char* const lengths[] = {NULL,   NULL,          NULL,         "Short",
                                           "Long", "2.5\" drive", "3.5\" drive"};
-    const struct search* search = data;
-    const struct pci_location* location = search->location;
-    struct object* object = search->object;
+    struct object* object = data;
+    struct pci_location location;
     unsigned char bytes[1024];
     size_t size = 0;
     char text[65];
-    if (strncmp(name, "9-", 2) != 0 ||
+    if (strncmp(sysfs_name(path), "9-", 2) != 0 ||
         (size = sysfs_bytes(path, "raw", bytes, sizeof bytes)) < least_length ||
         bytes[at_length] < least_length ||
-        (bytes[at_segment] | (unsigned int)bytes[at_segment + 1] << 8) != location->segment ||
-        bytes[at_bus] != location->bus || bytes[at_function] >> 3U != location->device)
+        !pci_location_parse(sysfs_name(object->device), &location) ||
+        (bytes[at_segment] | (unsigned int)bytes[at_segment + 1] << 8) != location.segment ||
+        bytes[at_bus] != location.bus || bytes[at_function] >> 3U != location.device)
     {
         return;
     }
@@ -67,8 +61,7 @@ static void visit(void* data, const char* path, const char* name)
     object_put_number(object, "SlotLength", length);
 }
 
-void dmi_put_slot(struct object* object, const struct pci_location* location)
+void dmi_put_slot(struct object* object)
 {
-    struct search search = {object, location};
-    sysfs_each(sysfs_root, "firmware/dmi/entries", visit, &search);
+    sysfs_each(sysfs_root, "firmware/dmi/entries", visit, object);
 }

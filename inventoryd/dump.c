@@ -1,7 +1,8 @@
 #define _POSIX_C_SOURCE 200809L /* siginfo_t, fork, O_CLOEXEC */
 
+#include "adapter.h"
 #include "inventory.h"
-#include "nic.h"
+#include "netlink.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -46,10 +47,8 @@ void dump_free(void)
 
 static bool ask_size(const char* interface, struct ethtool_dump* request)
 {
-    enum
-    {
-        most_bytes = 256 << 20 /* what a driver says that it has isn't taken on trust */
-    };
+    /* What a driver says that it has isn't taken on trust. */
+    const unsigned int most_bytes = 256U << 20U;
     memset(request, 0, sizeof *request);
     request->cmd = ETHTOOL_GET_DUMP_FLAG;
     return ethtool_ask_ioctl(interface, request, sizeof *request) && request->len > 0 &&
@@ -57,11 +56,10 @@ static bool ask_size(const char* interface, struct ethtool_dump* request)
 }
 
 /* The first interface of a PCI function, or of the USB device, whose driver makes dumps. */
-static void find(void* data, const char* path, const char* name)
+static void find(void* data, const char* path)
 {
     char* interface = data;
     struct ethtool_dump request;
-    (void)name;
     if (interface[0] == '\0' && ask_size(path, &request))
     {
         snprintf(interface, sysfs_path_size, "%s", path);
@@ -207,7 +205,7 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
         GANTRY_call_fail(slot, "com.orvane.velmar.inventory.Busy", "a dump is running", NULL);
         return;
     }
-    GANTRY_get__com_orvane_velmar_system_NicSlot__IsCoreDumpSupported(slot, &is_supported, NULL);
+    GANTRY_property_get_boolean(slot, "IsCoreDumpSupported", &is_supported, NULL);
     if (dumps == NULL || !is_supported)
     {
         GANTRY_call_fail(slot, SD_BUS_ERROR_NOT_SUPPORTED,
@@ -240,11 +238,18 @@ static void trigger(GANTRY_instance* slot, char* job, unsigned char type, char* 
     }
 }
 
-void dump_create_slot(GANTRY_cpp_context* context, const void* table, const char* path, void* data)
-{
-    static const GANTRY_table__com_orvane_velmar_system_NicSlot callbacks = {
-        .TriggerAdapterCoreDump = trigger,
-    };
-    (void)table;
-    GANTRY_instantiate__com_orvane_velmar_system_NicSlot(context, &callbacks, path, data);
-}
+/* The slots' tables differ in nothing but their types. */
+#define CREATE_SLOT(name)                                                                          \
+    void dump_create_##name(GANTRY_cpp_context* context, const void* table, const char* path,      \
+                            void* data)                                                            \
+    {                                                                                              \
+        static const GANTRY_table__com_orvane_velmar_system_##name callbacks = {                   \
+            .TriggerAdapterCoreDump = trigger,                                                     \
+        };                                                                                         \
+        (void)table;                                                                               \
+        GANTRY_instantiate__com_orvane_velmar_system_##name(context, &callbacks, path, data);      \
+    }
+
+CREATE_SLOT(NicSlot)
+CREATE_SLOT(FCSlot)
+CREATE_SLOT(IBSlot)

@@ -10,7 +10,8 @@
 
 static bool begin(union netlink_message* message, const char* device, uint8_t command)
 {
-    if (!netlink_begin_generic(message, ETHTOOL_GENL_NAME, command))
+    static struct netlink_family family = {ETHTOOL_GENL_NAME, 0};
+    if (!netlink_begin_generic(message, &family, command))
     {
         return false;
     }
@@ -72,7 +73,7 @@ bool ethtool_has_bit(const struct nlattr* set, const char* name)
 {
     const struct nlattr* bits = netlink_find_in(set, ETHTOOL_A_BITSET_BITS);
     const struct nlattr* each = NULL;
-    while (bits != NULL && (each = netlink_next_in(bits, each)) != NULL)
+    while ((each = netlink_next_in(bits, each)) != NULL)
     {
         char text[64];
         if (netlink_text(netlink_find_in(each, ETHTOOL_A_BITSET_BIT_NAME), text, sizeof text) &&

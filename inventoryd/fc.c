@@ -10,24 +10,18 @@
 #include <string.h>
 #include <time.h>
 
-static void find_port(void* data, const char* path, const char* name)
+static void find_port(void* data, const char* path)
 {
     struct adapter_port port = {.card = *(const struct card*)data, .device = (char*)path};
-    (void)name;
     adapter_add(&port);
 }
 
-static void find_host(void* data, const char* path, const char* name)
+static void find_ports(void* data, const char* path)
 {
-    if (strncmp(name, "host", 4) == 0)
+    if (strncmp(sysfs_name(path), "host", strlen("host")) == 0)
     {
         sysfs_each(path, "fc_host", find_port, data);
     }
-}
-
-static void find_ports(const struct card* card)
-{
-    sysfs_each(card->function, "", find_host, (void*)card);
 }
 
 /* The directory of the port's scsi_host; the files are looked for beside it if there is no room. */
@@ -52,13 +46,10 @@ static void put_slot(struct object* object, const struct adapter_port* first)
         {0},
     };
     static const struct row of_port[] = {{"FramePayloadSize", "maxframe_size", row_plain}, {0}};
-    enum
-    {
-        scsi = 1 /* this host's code of a protocol */
-    };
+    const unsigned int scsi = 1; /* this host's code of a protocol */
     char host[sysfs_path_size];
     object_put_number(object, "SupportedProtocols", scsi);
-    if (first->device != NULL)
+    if (first->device[0] != '\0')
     {
         find_scsi_host(host, first->device);
         sysfs_put(object, host, of_host);
@@ -72,21 +63,16 @@ static void put_state(struct object* object)
     static const char* const states[] = {"",        "Not Present", "Online",      "Offline",
                                          "Blocked", "Bypassed",    "Diagnostics", "Linkdown",
                                          "Error",   "Loopback",    "Deleted",     "Marginal"};
-    enum
-    {
-        unknown = 0,
-        online = 2,
-        count = sizeof states / sizeof *states
-    };
-    char text[sysfs_text_size] = "";
-    size_t code = count - 1;
+    const size_t online = 2;
+    char text[sysfs_text_size];
+    size_t code = sizeof states / sizeof *states - 1;
     (void)sysfs_text(object->device, "port_state", text);
-    while (code > unknown && strcmp(text, states[code]) != 0)
+    while (code > 0 && strcmp(text, states[code]) != 0)
     {
         --code;
     }
     object_put_number(object, "PortStatus", code);
-    adapter_put_link(object, code != unknown, code == online);
+    adapter_put_link(object, code > 0, code == online);
     const bool is_speed =
         sysfs_text(object->device, "speed", text) && strstr(text, " Gbit") != NULL;
     object_put_number(object, "PortSpeed", is_speed ? strtoul(text, NULL, 10) : 0);
@@ -104,14 +90,16 @@ static void put_counters(struct object* object)
         {"FCInvalidCRCs", "statistics/invalid_crc_count", row_counter},
         {0},
     };
+    const uint64_t now = (uint64_t)time(NULL);
     uint64_t seconds = 0;
     put_state(object);
     sysfs_put(object, object->device, rows);
     object_put_statistics_times(object);
     if (object->is_new &&
-        sysfs_number(object->device, "statistics/seconds_since_last_reset", 10, &seconds))
+        sysfs_number(object->device, "statistics/seconds_since_last_reset", 10, &seconds) &&
+        seconds <= now) /* otherwise the driver doesn't count them */
     {
-        object_put_number(object, "StatisticsStartTime", (uint64_t)time(NULL) - seconds);
+        object_put_number(object, "StatisticsStartTime", now - seconds);
     }
 }
 
@@ -140,7 +128,7 @@ static void put_partition(struct object* object, const struct adapter_port* part
         {"FCMaxNumberOutStandingCommands", "can_queue", row_plain},
         {0},
     };
-    char text[sysfs_text_size] = "";
+    char text[sysfs_text_size];
     char permanent[sysfs_text_size];
     char host[sysfs_path_size];
     sysfs_put(object, partition->device, of_port);
@@ -153,13 +141,6 @@ static void put_partition(struct object* object, const struct adapter_port* part
     sysfs_put(object, host, of_host);
 }
 
-static void create_slot(GANTRY_cpp_context* context, const void* table, const char* path,
-                        void* data)
-{
-    (void)table; /* no dump is made, so its method has no handler */
-    GANTRY_instantiate__com_orvane_velmar_system_FCSlot(context, NULL, path, data);
-}
-
 void scan_fc(void)
 {
     static struct adapter_family family = {
@@ -167,12 +148,13 @@ void scan_fc(void)
         .title = "Fibre Channel",
         .code = 0x0C04,
         .find_ports = find_ports,
+        .directory = "",
         .put_slot = put_slot,
         .put_port = put_port,
         .put_partition = put_partition,
-        .slot = {.interface = "com.orvane.velmar.system.FCSlot", .create = create_slot},
+        .slot = {DUMP_KIND(FCSlot)},
         .controller = {OBJECT_KIND(system, FCController)},
-        .port = {OBJECT_KIND(system, FCPort), .put_counters = put_counters, .interval = 1},
+        .port = {OBJECT_KIND(system, FCPort), .put_counters = put_counters},
         .partition = {OBJECT_KIND(system, FCPartition)},
     };
     adapter_scan(&family);

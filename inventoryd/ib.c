@@ -10,26 +10,20 @@
 #include <stdlib.h>
 #include <string.h>
 
-static void find_port(void* data, const char* path, const char* name)
+static void find_port(void* data, const char* path)
 {
     struct adapter_port port = {.card = *(const struct card*)data, .device = (char*)path};
     char text[sysfs_text_size];
     if (sysfs_text(path, "link_layer", text) && strcmp(text, "InfiniBand") == 0)
     {
-        port.number = (unsigned int)strtoul(name, NULL, 10) - 1;
+        port.number = (unsigned int)strtoul(sysfs_name(path), NULL, 10) - 1;
         adapter_add(&port);
     }
 }
 
-static void find_device(void* data, const char* path, const char* name)
+static void find_ports(void* data, const char* path)
 {
-    (void)name;
     sysfs_each(path, "ports", find_port, data);
-}
-
-static void find_ports(const struct card* card)
-{
-    sysfs_each(card->function, "infiniband", find_device, (void*)card);
 }
 
 static void put_slot(struct object* object, const struct adapter_port* first)
@@ -39,12 +33,9 @@ static void put_slot(struct object* object, const struct adapter_port* first)
         {"FamilyVersion", "../../fw_ver", row_plain},
         {0},
     };
-    enum
-    {
-        protocol_infiniband = 2 /* beside Ethernet's code on NicSlot */
-    };
-    object_put_number(object, "Protocol", protocol_infiniband);
-    if (first->device != NULL)
+    const unsigned int infiniband = 2; /* beside Ethernet's code on NicSlot */
+    object_put_number(object, "Protocol", infiniband);
+    if (first->device[0] != '\0')
     {
         object_put_string(object, "SupportedProtocols", "InfiniBand");
         sysfs_put(object, first->device, of_port);
@@ -56,10 +47,7 @@ static void put_rate(struct object* object)
 {
     static const char* const speeds[] = {"",    "SDR", "DDR", "QDR", "FDR10",
                                          "FDR", "EDR", "HDR", "NDR", "XDR"};
-    enum
-    {
-        unknown_speed = 255
-    };
+    const size_t unknown = 255;
     char text[sysfs_text_size];
     char name[8] = "";
     unsigned int width = 0;
@@ -73,7 +61,7 @@ static void put_rate(struct object* object)
         --code;
     }
     object_put_number(object, "LinkWidth", width);
-    object_put_number(object, "LinkSpeed", code > 0 ? code : unknown_speed);
+    object_put_number(object, "LinkSpeed", code > 0 ? code : unknown);
 }
 
 /* Of a port and of its partition. */
@@ -109,10 +97,7 @@ static void put_counters(struct object* object)
         {"IBMulticastPacketsTxCount", "counters/multicast_xmit_packets", row_counter},
         {0},
     };
-    enum
-    {
-        active = 4
-    };
+    const unsigned long active = 4;
     char text[sysfs_text_size];
     const bool is_known = sysfs_text(object->device, "state", text);
     adapter_put_link(object, is_known, strtoul(text, NULL, 10) == active);
@@ -137,13 +122,10 @@ static void put_guid(struct object* object, const char* member, const char* gid)
 
 static void put_port(struct object* object, const struct adapter_port* port)
 {
-    enum
-    {
-        media_infiniband = 256 /* beside ethtool's codes on NicPort */
-    };
+    const unsigned int infiniband = 256; /* beside ethtool's codes on NicPort */
     put_guid(object, "PermanentPortGUID", "gids/0");
     put_guid(object, "VirtualPortGUID", "gids/1");
-    object_put_number(object, "MediaType", media_infiniband);
+    object_put_number(object, "MediaType", infiniband);
     /* A link grants credits for what may be sent, always and in both directions. */
     object_put_switch(object, "RXFlowControl", true, true);
     object_put_switch(object, "TXFlowControl", true, true);
@@ -152,13 +134,12 @@ static void put_port(struct object* object, const struct adapter_port* port)
 
 /* The partition's interface is that of the same number, which interfaces count from 0; those of
  * further partition keys are on top of it. */
-static void put_interface(void* data, const char* path, const char* name)
+static void put_interface(void* data, const char* path)
 {
     struct object* object = data;
     struct rtnetlink_link link;
     char parent[sysfs_text_size];
     uint64_t number = 0;
-    (void)name;
     if (sysfs_number(path, "dev_port", 10, &number) &&
         number + 1 == strtoul(sysfs_name(object->device), NULL, 10) &&
         !sysfs_text(path, "parent", parent) && rtnetlink_ask(&link, path))
@@ -177,13 +158,6 @@ static void put_partition(struct object* object, const struct adapter_port* part
     sysfs_each(partition->card.function, "net", put_interface, object);
 }
 
-static void create_slot(GANTRY_cpp_context* context, const void* table, const char* path,
-                        void* data)
-{
-    (void)table; /* no dump is made, so its method has no handler */
-    GANTRY_instantiate__com_orvane_velmar_system_IBSlot(context, NULL, path, data);
-}
-
 void scan_ib(void)
 {
     static struct adapter_family family = {
@@ -191,15 +165,14 @@ void scan_ib(void)
         .title = "InfiniBand",
         .code = 0x0207,
         .find_ports = find_ports,
+        .directory = "infiniband",
         .put_slot = put_slot,
         .put_port = put_port,
         .put_partition = put_partition,
-        .slot = {.interface = "com.orvane.velmar.system.IBSlot", .create = create_slot},
+        .slot = {DUMP_KIND(IBSlot)},
         .controller = {OBJECT_KIND(system, IBController)},
-        .port = {OBJECT_KIND(system, IBPort), .put_counters = put_counters, .interval = 1,
-                 .turn = 1},
-        .partition = {OBJECT_KIND(system, IBPartition), .put_counters = put_counters, .interval = 1,
-                      .turn = 2},
+        .port = {OBJECT_KIND(system, IBPort), .put_counters = put_counters, .turn = 1},
+        .partition = {OBJECT_KIND(system, IBPartition), .put_counters = put_counters, .turn = 2},
     };
     adapter_scan(&family);
 }

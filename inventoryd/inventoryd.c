@@ -23,6 +23,7 @@
 
 #include <errno.h>
 #include <getopt.h>
+#include <inttypes.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -80,7 +81,8 @@ static int on_counters(sd_event_source* timer, uint64_t now, void* data)
         GANTRY_context_stop(NULL);
     }
     objects_refresh();
-    return sd_event_source_set_time_relative(timer, counters_interval * second);
+    sd_event_source_set_time_relative(timer, counters_interval * second);
+    return sd_event_source_set_enabled(timer, SD_EVENT_ONESHOT);
 }
 
 static int on_stop(sd_event_source* source, const struct signalfd_siginfo* signal, void* data)
@@ -115,7 +117,6 @@ static int add_sources(sd_event* event)
         int signal;
         sd_event_signal_handler_t handler;
     } signals[] = {{SIGTERM, on_stop}, {SIGINT, on_stop}, {SIGHUP, on_reload}};
-    sd_event_source* timer = NULL;
     int result = 0;
     for (size_t i = 0; i < sizeof signals / sizeof *signals && result >= 0; ++i)
     {
@@ -126,14 +127,11 @@ static int add_sources(sd_event* event)
         (result = sd_event_add_time_relative(event, &burst_timer, CLOCK_MONOTONIC, burst, 0,
                                              on_burst, NULL)) < 0 ||
         (result = sd_event_source_set_enabled(burst_timer, SD_EVENT_OFF)) < 0 ||
-        (result = sd_event_add_time_relative(event, &timer, CLOCK_MONOTONIC,
+        (result = sd_event_add_time_relative(event, NULL, CLOCK_MONOTONIC,
                                              counters_interval * second, 0, on_counters, NULL)) < 0)
     {
         return result;
     }
-    sd_event_source_set_enabled(timer, SD_EVENT_ON);
-    sd_event_source_set_floating(timer, 1);
-    sd_event_source_unref(timer);
     devices_on_change(on_change);
     if (!sysfs_is_recorded())
     {
@@ -211,7 +209,7 @@ static int write_record(const char* directory)
     }
     object_is_unpublished = true;
     scan_all();
-    return EXIT_SUCCESS;
+    return record_is_whole() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 int main(int argc, char** argv)
@@ -225,11 +223,8 @@ int main(int argc, char** argv)
         {"version", no_argument, NULL, 'v'},
         {NULL, 0, NULL, 0},
     };
-    enum
-    {
-        longest_interval = 24 * 60 * 60,
-        misused = 2
-    };
+    const uint64_t longest_interval = 86400;
+    const int misused = 2;
     const char* record = NULL;
     const char* root = NULL;
     char* end = NULL;
@@ -241,7 +236,7 @@ int main(int argc, char** argv)
             counters_interval = strtoul(optarg, &end, 10);
             if (*end != '\0' || counters_interval == 0 || counters_interval > longest_interval)
             {
-                fprintf(stderr, "%s: --counters takes 1 to %d seconds\n", argv[0],
+                fprintf(stderr, "%s: --counters takes 1 to %" PRIu64 " seconds\n", argv[0],
                         longest_interval);
                 return misused;
             }

@@ -11,7 +11,7 @@ bool module_number(const struct module_memory* memory, enum module_page page, un
     for (unsigned int i = offset; i < offset + size; ++i)
     {
         /* The standards count the bytes of an upper page from 128. */
-        *number = *number << 8 | memory->bytes[page][i % module_page_size];
+        *number = *number << 8 | memory->bytes[page][i % page_size];
     }
     return (memory->pages & MODULE_PAGE(page)) != 0;
 }
@@ -33,7 +33,7 @@ const struct module_standard* module_standard_of(const struct module_memory* mem
     static const struct module_standard* const standards[] = {&module_sfp, &module_qsfp,
                                                               &module_qsfpd, NULL};
     const struct module_standard* const* each = standards;
-    const uint8_t identifier = module_bits(memory, module_lower, 0, 0xFF);
+    const uint8_t identifier = module_bits(memory, page_lower, 0, 0xFF);
     while (*each != NULL && (identifier == 0 || strchr((*each)->identifiers, identifier) == NULL))
     {
         ++each;
@@ -49,6 +49,11 @@ uint32_t module_things(const struct module_standard* standard, const struct modu
         const uint8_t bits = module_bits(memory, each->page, each->offset, each->bits);
         things &= bits >= each->least && bits <= each->most ? UINT32_MAX : ~each->things;
     }
+    if (standard->absent_lanes != 0)
+    {
+        const uint32_t lanes = module_bits(memory, page_00, standard->absent_lanes, 0xFF);
+        things &= ~(lanes << module_lane_1);
+    }
     return things;
 }
 
@@ -59,7 +64,7 @@ void module_hide_serial(const struct module_standard* standard, struct module_me
     {
         ++field;
     }
-    memset(&memory->bytes[field->page][field->offset % module_page_size], 0, field->size);
+    memset(&memory->bytes[field->page][field->offset % page_size], 0, field->size);
 }
 
 /* ASCII, filled up with spaces or zeros; anything else isn't programmed. One byte is a revision. */

@@ -16,22 +16,22 @@
 /* In the order in which they are read, as the first ones say whether there are others. */
 enum module_page
 {
-    module_lower,
-    module_upper_00,
-    module_upper_01,
-    module_upper_02,
-    module_upper_03,
-    module_upper_11,
-    module_upper_13,
-    module_diagnostics, /* the lower page at an SFP's second address */
-    module_page_count,
-    module_page_size = 128
+    page_lower,
+    page_00,
+    page_01,
+    page_02,
+    page_03,
+    page_11,
+    page_13,
+    page_A2, /* the lower page at an SFP's second address */
+    page_count,
+    page_size = 128
 };
 #define MODULE_PAGE(page) (1U << (page) << 24)
 
 struct module_memory
 {
-    uint8_t bytes[module_page_count][module_page_size];
+    uint8_t bytes[page_count][page_size];
     uint32_t pages; /* those that were read, as bits */
 };
 
@@ -97,6 +97,8 @@ struct module_standard
     /* Corrects a measurement as the module says; NaN if it can't. Null if there is no need to. */
     double (*calibrate)(const struct module_memory* memory, enum module_kind kind, double raw);
     unsigned int lanes; /* at most */
+    uint8_t
+        absent_lanes; /* where page 00 has the bits of those that a module lacks; 0 if nowhere */
     struct module_measurement measurements[module_lane_1];
 };
 extern const struct module_standard module_sfp;

@@ -12,29 +12,48 @@ static struct
     const struct module_standard* standard;
     struct kind kind;
 } interfaces[] = {
-    {&module_sfp, {OBJECT_KIND(system, SFP), .put_counters = put_readings, .interval = 30}},
-    {&module_qsfp, {OBJECT_KIND(system, QSFP), .put_counters = put_readings, .interval = 30}},
-    {&module_qsfpd, {OBJECT_KIND(system, QSFPD), .put_counters = put_readings, .interval = 30}},
+    {&module_sfp, {OBJECT_KIND(system, SFP), .put_counters = put_readings, .is_slow = true}},
+    {&module_qsfp, {OBJECT_KIND(system, QSFP), .put_counters = put_readings, .is_slow = true}},
+    {&module_qsfpd, {OBJECT_KIND(system, QSFPD), .put_counters = put_readings, .is_slow = true}},
 };
 
-enum
+static const size_t interface_count = sizeof interfaces / sizeof *interfaces;
+
+/* The kind of such modules; null if the standard is. */
+static struct kind* kind_of(const struct module_standard* standard)
 {
-    interface_count = sizeof interfaces / sizeof *interfaces
-};
+    size_t i = 0;
+    while (i < interface_count && interfaces[i].standard != standard)
+    {
+        ++i;
+    }
+    return i < interface_count ? &interfaces[i].kind : NULL;
+}
+
+/* The kind of the module that the port was found to have, or null. */
+static struct kind* known_kind(uint64_t tag)
+{
+    size_t i = 0;
+    while (i < interface_count && kind_find(&interfaces[i].kind, tag) == NULL)
+    {
+        ++i;
+    }
+    return i < interface_count ? &interfaces[i].kind : NULL;
+}
 
 /* Returns null if there is no module of a known standard. */
 static const struct module_standard* read_memory(const char* device, struct module_memory* memory)
 {
-    static const char* const files[module_page_count] = {
-        [module_lower] = "module/50-00-00-00",    [module_upper_00] = "module/50-00-00-80",
-        [module_upper_01] = "module/50-00-01-80", [module_upper_02] = "module/50-00-02-80",
-        [module_upper_03] = "module/50-00-03-80", [module_upper_11] = "module/50-00-11-80",
-        [module_upper_13] = "module/50-00-13-80", [module_diagnostics] = "module/51-00-00-00",
+    static const char* const files[page_count] = {
+        [page_lower] = "module/50-00-00-00", [page_00] = "module/50-00-00-80",
+        [page_01] = "module/50-00-01-80",    [page_02] = "module/50-00-02-80",
+        [page_03] = "module/50-00-03-80",    [page_11] = "module/50-00-11-80",
+        [page_13] = "module/50-00-13-80",    [page_A2] = "module/51-00-00-00",
     };
     const struct module_standard* standard = NULL;
-    uint32_t things = MODULE_PAGE(module_lower);
+    uint32_t things = MODULE_PAGE(page_lower);
     memset(memory, 0, sizeof *memory);
-    for (unsigned int page = 0; page < module_page_count; ++page)
+    for (unsigned int page = 0; page < page_count; ++page)
     {
         if ((things & MODULE_PAGE(page)) != 0 &&
             ethtool_read_page(device, files[page], memory->bytes[page]))
@@ -51,11 +70,11 @@ static const struct module_standard* read_memory(const char* device, struct modu
     {
         module_hide_serial(standard, memory);
     }
-    for (unsigned int page = 0; page < module_page_count; ++page)
+    for (unsigned int page = 0; page < page_count; ++page)
     {
         if ((memory->pages & MODULE_PAGE(page)) != 0)
         {
-            record_answer(device, files[page], memory->bytes[page], module_page_size);
+            record_answer(device, files[page], memory->bytes[page], page_size);
         }
     }
     return standard;
@@ -65,49 +84,33 @@ static void put_readings(struct object* object)
 {
     struct module_memory memory;
     const struct module_standard* standard = read_memory(object->device, &memory);
-    for (size_t i = 0; i < interface_count; ++i)
+    if (kind_of(standard) != object->kind)
     {
-        if (interfaces[i].standard == standard &&
-            kind_find(&interfaces[i].kind, object->tag) == object)
-        {
-            module_put(object, standard, &memory);
-            object_put_statistics_times(object);
-            return;
-        }
+        devices_note(object->device);
+        return;
     }
-    devices_note(object->device);
+    module_put(object, standard, &memory);
+    object_put_statistics_times(object);
 }
 
 void modules_scan_port(const char* port, const char* device, uint64_t tag, bool is_due)
 {
     struct module_memory memory;
     const struct module_standard* standard = is_due ? read_memory(device, &memory) : NULL;
-    for (size_t i = 0; i < interface_count; ++i)
+    struct kind* kind = is_due ? kind_of(standard) : known_kind(tag);
+    struct object* object = kind != NULL ? object_due(kind, port, device) : NULL;
+    if (object != NULL && is_due)
     {
-        struct kind* kind = &interfaces[i].kind;
-        if (is_due ? interfaces[i].standard != standard : kind_find(kind, tag) == NULL)
-        {
-            continue;
-        }
-        struct object* object = object_due(kind, port, device);
-        if (object != NULL && is_due)
-        {
-            object->tag = tag;
-            object_put_format(object, "FQDD", "NIC.%s", port);
-            object->counted_at = (uint64_t)time(NULL);
-            module_put(object, standard, &memory);
-            object_put_statistics_times(object);
-            object_announce(object);
-        }
+        object->tag = tag;
+        object_put_format(object, "FQDD", "NIC.%s", port);
+        object->counted_at = (uint64_t)time(NULL);
+        module_put(object, standard, &memory);
+        object_put_statistics_times(object);
+        object_announce(object);
     }
 }
 
 bool modules_may_come(const struct object* port)
 {
-    bool is_known = strstr(port->device, "/devices/virtual/") != NULL;
-    for (size_t i = 0; i < interface_count; ++i)
-    {
-        is_known = is_known || kind_find(&interfaces[i].kind, port->tag) != NULL;
-    }
-    return !is_known;
+    return strstr(port->device, "/devices/virtual/") == NULL && known_kind(port->tag) == NULL;
 }

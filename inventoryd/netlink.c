@@ -5,14 +5,8 @@
 #include <stdio.h>
 #include <string.h>
 
-/* The sockets, opened at their first use, for as long as the process runs, and the numbers of the
- * families. */
+/* Opened at their first use, for as long as the process runs. */
 static struct mnl_socket* sockets[2];
-static struct
-{
-    const char* name;
-    uint16_t type; /* 0 if it isn't known yet */
-} families[] = {{"ethtool", 0}, {"devlink", 0}};
 
 void netlink_begin(union netlink_message* message, uint16_t type, const void* header, size_t size)
 {
@@ -53,29 +47,23 @@ static bool ask_kernel(union netlink_message* message, int protocol)
            message->header.nlmsg_type >= NLMSG_MIN_TYPE;
 }
 
-bool netlink_begin_generic(union netlink_message* message, const char* family, uint8_t command)
+bool netlink_begin_generic(union netlink_message* message, struct netlink_family* family,
+                           uint8_t command)
 {
     struct genlmsghdr header = {.cmd = CTRL_CMD_GETFAMILY, .version = 1};
-    size_t i = 0;
-    while (strcmp(families[i].name, family) != 0)
+    if (family->number == 0 && !sysfs_is_recorded())
     {
-        ++i;
-    }
-    if (families[i].type == 0 && !sysfs_is_recorded())
-    {
-        uint64_t type = 0;
         netlink_begin(message, GENL_ID_CTRL, &header, sizeof header);
-        mnl_attr_put_strz(&message->header, CTRL_ATTR_FAMILY_NAME, family);
+        mnl_attr_put_strz(&message->header, CTRL_ATTR_FAMILY_NAME, family->name);
         if (!ask_kernel(message, NETLINK_GENERIC) ||
-            !netlink_number(netlink_find(message, CTRL_ATTR_FAMILY_ID), &type))
+            !netlink_number(netlink_find(message, CTRL_ATTR_FAMILY_ID), &family->number))
         {
             message->header.nlmsg_len = 0;
             return false;
         }
-        families[i].type = (uint16_t)type;
     }
     header.cmd = command;
-    netlink_begin(message, families[i].type, &header, sizeof header);
+    netlink_begin(message, (uint16_t)family->number, &header, sizeof header);
     return true;
 }
 
@@ -155,8 +143,7 @@ bool netlink_ask_list(union netlink_message* message, const char* device, const 
 /* The attribute at `at`, if a whole one is there before the end. */
 static const struct nlattr* attribute_at(const void* at, const void* end)
 {
-    const ptrdiff_t room = (const char*)end - (const char*)at;
-    return room > 0 && mnl_attr_ok(at, (int)room) ? at : NULL;
+    return mnl_attr_ok(at, (int)((const char*)end - (const char*)at)) ? at : NULL;
 }
 
 const struct nlattr* netlink_next(const struct nlmsghdr* message, size_t header,
@@ -169,6 +156,10 @@ const struct nlattr* netlink_next(const struct nlmsghdr* message, size_t header,
 
 const struct nlattr* netlink_next_in(const struct nlattr* within, const struct nlattr* each)
 {
+    if (within == NULL)
+    {
+        return NULL;
+    }
     const char* first = mnl_attr_get_payload(within);
     return attribute_at(each == NULL ? (const void*)first : mnl_attr_next(each),
                         first + mnl_attr_get_payload_len(within));
@@ -186,8 +177,7 @@ const struct nlattr* netlink_find(const union netlink_message* message, unsigned
 const struct nlattr* netlink_find_in(const struct nlattr* within, unsigned int type)
 {
     const struct nlattr* each = NULL;
-    while (within != NULL && (each = netlink_next_in(within, each)) != NULL &&
-           mnl_attr_get_type(each) != type)
+    while ((each = netlink_next_in(within, each)) != NULL && mnl_attr_get_type(each) != type)
     {
     }
     return each;
@@ -195,27 +185,16 @@ const struct nlattr* netlink_find_in(const struct nlattr* within, unsigned int t
 
 bool netlink_number(const struct nlattr* attribute, uint64_t* number)
 {
-    if (attribute == NULL)
+    const size_t size = attribute != NULL ? mnl_attr_get_payload_len(attribute) : 0;
+    if (size != 1 && size != 2 && size != 4 && size != 8)
     {
         return false;
     }
-    switch (mnl_attr_get_payload_len(attribute))
-    {
-    case 1:
-        *number = mnl_attr_get_u8(attribute);
-        return true;
-    case 2:
-        *number = mnl_attr_get_u16(attribute);
-        return true;
-    case 4:
-        *number = mnl_attr_get_u32(attribute);
-        return true;
-    case 8:
-        *number = mnl_attr_get_u64(attribute);
-        return true;
-    default:
-        return false;
-    }
+    *number = size == 1   ? mnl_attr_get_u8(attribute)
+              : size == 2 ? mnl_attr_get_u16(attribute)
+              : size == 4 ? mnl_attr_get_u32(attribute)
+                          : mnl_attr_get_u64(attribute);
+    return true;
 }
 
 bool netlink_text(const struct nlattr* attribute, char* text, size_t size)

@@ -26,10 +26,17 @@ union netlink_message
     char bytes[32768];
 };
 
-/* Begins a request to NETLINK_ROUTE or, by its name, to a generic family. Of a record, these find
- * that each family is there. Attributes are added by mnl_attr_put_*. */
+struct netlink_family
+{
+    const char* name;
+    uint64_t number; /* which the kernel tells; 0 if it isn't known yet */
+};
+
+/* Begins a request to NETLINK_ROUTE or to a generic family. Of a record, each family is there.
+ * Attributes are added by mnl_attr_put_*. */
 void netlink_begin(union netlink_message* message, uint16_t type, const void* header, size_t size);
-bool netlink_begin_generic(union netlink_message* message, const char* family, uint8_t command);
+bool netlink_begin_generic(union netlink_message* message, struct netlink_family* family,
+                           uint8_t command);
 
 /* Replaces the request by its answer, which `file` holds in a record of that device; a null file
  * isn't recorded. False if there is none, or an error; the message then has no attributes.
@@ -53,8 +60,8 @@ void netlink_close(void);
 bool netlink_is_message(const struct nlmsghdr* header, ssize_t size);
 
 /* The attribute behind `each`, or the first one if that is null; null at the end. The first
- * function goes through a message behind the family's header, the second through another attribute.
- */
+ * function goes through a message behind the family's header, the second through another attribute,
+ * which may be null. */
 const struct nlattr* netlink_next(const struct nlmsghdr* message, size_t header,
                                   const struct nlattr* each);
 const struct nlattr* netlink_next_in(const struct nlattr* within, const struct nlattr* each);

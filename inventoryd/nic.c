@@ -15,11 +15,8 @@ bool nic_every_interface;
 
 static void put_slot(struct object* object, const struct adapter_port* first)
 {
-    enum
-    {
-        protocol_ethernet = 1 /* this host's code */
-    };
-    object_put_number(object, "Protocol", protocol_ethernet);
+    const unsigned int ethernet = 1; /* this host's code */
+    object_put_number(object, "Protocol", ethernet);
     dump_put_slot(object, &first->card);
 }
 
@@ -28,7 +25,7 @@ static void scan_port(const char* name, const struct adapter_port* port, bool is
     static struct kind connection_kind = {
         OBJECT_KIND(system, NicConnectionView),
         .put_counters = nic_put_connection,
-        .interval = 30,
+        .is_slow = true,
     };
     struct object* connection = object_due(&connection_kind, name, port->device);
     if (connection != NULL)
@@ -47,66 +44,40 @@ static struct adapter_family family = {
     .put_slot = put_slot,
     .put_port = nic_put_port,
     .scan_port = scan_port,
-    .slot = {.interface = "com.orvane.velmar.system.NicSlot", .create = dump_create_slot},
+    .slot = {DUMP_KIND(NicSlot)},
     .controller = {OBJECT_KIND(system, NicController)},
-    .port = {OBJECT_KIND(system, NicPort), .put_counters = nic_put_counters, .interval = 1,
-             .turn = 1},
-    .partition = {OBJECT_KIND(system, NicPartition), .put_counters = nic_put_counters,
-                  .interval = 1, .turn = 2},
+    .port = {OBJECT_KIND(system, NicPort), .put_counters = nic_put_counters, .turn = 1},
+    .partition = {OBJECT_KIND(system, NicPartition), .put_counters = nic_put_counters, .turn = 2},
 };
 
-/* All interfaces that the last scan saw, ports or not: only another one is worth a scan. */
-static struct seen
+/* Whether the interface is a port of a card, which is found, or counts as one. */
+static bool is_port(struct card* card, const char* device)
 {
-    int index;
-    char name[IF_NAMESIZE];
-} * seen;
-static size_t seen_count;
-
-static void remember(const struct rtnetlink_link* link)
-{
-    struct seen* more = realloc(seen, (seen_count + 1) * sizeof *seen);
-    if (more != NULL)
+    uint64_t type = 0;
+    memset(card, 0, sizeof *card);
+    if (sysfs_number(device, "type", 10, &type) && type == ARPHRD_INFINIBAND)
     {
-        seen = more;
-        seen[seen_count].index = link->index;
-        memcpy(seen[seen_count].name, link->name, sizeof link->name);
-        ++seen_count;
+        return false;
     }
+    if (strstr(device, "/devices/virtual/") == NULL)
+    {
+        return card_find(card, device);
+    }
+    snprintf(card->name, sizeof card->name, "%s", sysfs_name(device));
+    return nic_every_interface;
 }
 
-static bool is_known(const struct rtnetlink_link* link)
-{
-    size_t i = 0;
-    while (i < seen_count && seen[i].index != link->index)
-    {
-        ++i;
-    }
-    return i < seen_count && strcmp(seen[i].name, link->name) == 0;
-}
-
-static void collect(void* data, const char* device, const char* name)
+static void collect(void* data, const char* device)
 {
     struct adapter_port port = {.device = (char*)device};
     struct rtnetlink_link link;
     char text[sysfs_text_size];
     uint64_t number = 0;
-    const bool is_software = strstr(device, "/devices/virtual/") != NULL;
     (void)data;
     /* The directory of an interface outlives it for a moment; a record may lack the message. */
-    if (!rtnetlink_ask(&link, device) && !sysfs_is_recorded())
+    if ((!rtnetlink_ask(&link, device) && !sysfs_is_recorded()) || !is_port(&port.card, device))
     {
         return;
-    }
-    remember(&link);
-    if ((sysfs_number(device, "type", 10, &number) && number == ARPHRD_INFINIBAND) ||
-        !(is_software ? nic_every_interface : card_find(&port.card, device)))
-    {
-        return;
-    }
-    if (is_software)
-    {
-        snprintf(port.card.name, sizeof port.card.name, "%s", name);
     }
     port.tag = (uint64_t)link.index;
     if (sysfs_number(device, "dev_port", 10, &number) && number <= UINT16_MAX)
@@ -122,46 +93,58 @@ static void collect(void* data, const char* device, const char* name)
 
 void scan_nic(void)
 {
-    seen_count = 0;
     devices_each("net", collect, NULL);
     adapter_scan(&family);
 }
 
-static void on_link(const struct rtnetlink_link* link)
+/* Has an interface scanned that is a port, and isn't known yet. */
+static void note_new(const char* name)
 {
+    struct card card;
     char path[sysfs_path_size];
     char place[sizeof "class/net/" + IF_NAMESIZE];
-    struct object* object = NULL;
+    snprintf(place, sizeof place, "class/net/%s", name);
+    char* device = sysfs_join(path, sysfs_root, place) ? realpath(path, NULL) : NULL;
+    if (device != NULL && is_port(&card, device))
+    {
+        devices_note(device);
+    }
+    free(device);
+}
+
+static void on_link(const struct rtnetlink_link* link)
+{
     if (link == NULL)
     {
         devices_note(NULL);
         return;
     }
-    if (link->removed || !is_known(link))
+    struct object* partition = kind_find(&family.partition, (uint64_t)link->index);
+    struct object* port = kind_find(&family.port, (uint64_t)link->index);
+    if (partition == NULL)
     {
-        snprintf(place, sizeof place, "class/net/%s", link->name);
-        char* device = sysfs_join(path, sysfs_root, place) ? realpath(path, NULL) : NULL;
-        devices_note(device != NULL ? device : place);
-        free(device);
+        note_new(link->name);
         return;
     }
-    if ((object = kind_find(&family.port, (uint64_t)link->index)) != NULL)
+    if (link->removed || strcmp(sysfs_name(partition->device), link->name) != 0)
     {
-        nic_put_link(object, link);
-        if (object_has_changes(object))
+        devices_note(partition->device);
+        return;
+    }
+    nic_put_link(partition, link);
+    object_announce(partition);
+    if (port != NULL) /* it is the port's first partition */
+    {
+        nic_put_link(port, link);
+        if (object_has_changes(port))
         {
-            nic_put_settings(object);
-            if (link->state == IF_OPER_UP && modules_may_come(object))
+            nic_put_settings(port);
+            if (link->state == IF_OPER_UP && modules_may_come(port))
             {
-                devices_note(object->device);
+                devices_note(port->device);
             }
         }
-        object_announce(object);
-    }
-    if ((object = kind_find(&family.partition, (uint64_t)link->index)) != NULL)
-    {
-        nic_put_link(object, link);
-        object_announce(object);
+        object_announce(port);
     }
 }
 

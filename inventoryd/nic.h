@@ -41,14 +41,4 @@ void modules_scan_port(const char* port, const char* device, uint64_t tag, bool 
 /* Whether a port, whose link has come up, may have a module that isn't known. */
 bool modules_may_come(const struct object* port);
 
-/*
- * Dumps of adapters (dump.c). NicSlot's method TriggerAdapterCoreDump has the driver make a dump of
- * its state, for those who develop it, as ethtool or else devlink's health reporters have it, and
- * answers when that is in a file. As a driver may take
- * seconds, a process of its own asks it. One dump runs at a time; another call is refused
- * meanwhile, and so is one for an adapter whose driver makes none.
- */
-object_create dump_create_slot;
-void dump_put_slot(struct object* object, const struct card* card);
-
 #endif

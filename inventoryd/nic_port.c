@@ -12,10 +12,10 @@
 
 enum
 {
-    rx_multicast = ETHTOOL_A_STATS_ETH_MAC_21_RX_MCAST,
-    rx_broadcast = ETHTOOL_A_STATS_ETH_MAC_22_RX_BCAST,
-    tx_multicast = ETHTOOL_A_STATS_ETH_MAC_18_TX_MCAST,
-    tx_broadcast = ETHTOOL_A_STATS_ETH_MAC_19_TX_BCAST
+    rx_mcast = ETHTOOL_A_STATS_ETH_MAC_21_RX_MCAST,
+    rx_bcast = ETHTOOL_A_STATS_ETH_MAC_22_RX_BCAST,
+    tx_mcast = ETHTOOL_A_STATS_ETH_MAC_18_TX_MCAST,
+    tx_bcast = ETHTOOL_A_STATS_ETH_MAC_19_TX_BCAST
 };
 
 /* The counters of a port, and of a partition. */
@@ -33,14 +33,10 @@ static const struct counter
 } counters[] = {
     {"ReceiveTotalBytes", "LanBytesRxCount", NO_STATISTIC, LINK(rx_bytes), {0}},
     {"TransmitTotalBytes", "LanBytesTxCount", NO_STATISTIC, LINK(tx_bytes), {0}},
-    {"ReceiveTotalUnicast", "LanUnicastPktRXCount", MAC(5_RX_PKT), 0, {rx_multicast, rx_broadcast}},
+    {"ReceiveTotalUnicast", "LanUnicastPktRXCount", MAC(5_RX_PKT), 0, {rx_mcast, rx_bcast}},
     {"ReceiveTotalMulticast", "LanMulticastPktRxCount", MAC(21_RX_MCAST), LINK(multicast), {0}},
     {"ReceiveTotalBroadcast", "LanBroadcastPktRxCount", MAC(22_RX_BCAST), 0, {0}},
-    {"TransmitTotalUnicast",
-     "LanUnicastPktTXCount",
-     MAC(2_TX_PKT),
-     0,
-     {tx_multicast, tx_broadcast}},
+    {"TransmitTotalUnicast", "LanUnicastPktTXCount", MAC(2_TX_PKT), 0, {tx_mcast, tx_bcast}},
     {"TransmitTotalMulticast", "LanMulticastPktTxCount", MAC(18_TX_MCAST), 0, {0}},
     {"TransmitTotalBroadcast", "LanBoradcastPktTxCount", MAC(19_TX_BCAST), 0, {0}},
     {"ReceiveErrorPktFCSErrors", "", MAC(6_FCS_ERR), LINK(rx_crc_errors), {0}},
@@ -58,12 +54,9 @@ static const struct counter
 static void put_modes(struct object* object, const union netlink_message* modes)
 {
     /* This host's codes. The speed's property is a byte, so it holds a code instead of a rate. */
-    enum
-    {
-        duplex_full = 1,
-        duplex_half = 2,
-        speed_unknown = 255
-    };
+    const unsigned int duplex_full = 1;
+    const unsigned int duplex_half = 2;
+    const unsigned int speed_unknown = 255;
     static const unsigned int megabits[] = {10,    100,   1000,   2500,   5000,   10000, 25000,
                                             40000, 50000, 100000, 200000, 400000, 800000};
     uint64_t speed = 0;
@@ -173,13 +166,12 @@ static void put_counter(struct object* object, const struct counter* counter,
 }
 
 /* The port of an RDMA adapter that the interface's device is. */
-static void put_rdma(void* data, const char* adapter, const char* name)
+static void put_rdma(void* data, const char* adapter)
 {
     struct object* object = data;
     char port[sysfs_path_size];
     char place[sizeof "ports/18446744073709551615"];
     uint64_t number = 0;
-    (void)name;
     /* dev_port counts the adapter's ports from 0, the adapter's directories from 1. */
     number = sysfs_number(object->device, "dev_port", 10, &number) ? number + 1 : 1;
     snprintf(place, sizeof place, "ports/%" PRIu64, number);
@@ -216,6 +208,13 @@ void nic_put_counters(struct object* object)
     object_put_statistics_times(object);
 }
 
+/* A mode that is supported is listed in the set, whether it is on or off. */
+static bool has_modes(const union netlink_message* answer, unsigned int set)
+{
+    const struct nlattr* bits = netlink_find_in(netlink_find(answer, set), ETHTOOL_A_BITSET_BITS);
+    return netlink_find_in(bits, ETHTOOL_A_BITSET_BITS_BIT) != NULL;
+}
+
 void nic_put_port(struct object* object, const struct adapter_port* port)
 {
     union netlink_message answer;
@@ -225,18 +224,13 @@ void nic_put_port(struct object* object, const struct adapter_port* port)
         versions_put(object, port->card.function, false);
     }
     bool is_known = ethtool_ask(&answer, port->device, ETHTOOL_MSG_WOL_GET);
-    /* A mode that is supported is listed in the set, whether it is on or off. */
-    const struct nlattr* set = netlink_find(&answer, ETHTOOL_A_WOL_MODES);
-    set = netlink_find_in(set, ETHTOOL_A_BITSET_BITS);
-    object_put_switch(object, "WOLSupport", is_known,
-                      netlink_find_in(set, ETHTOOL_A_BITSET_BITS_BIT) != NULL);
+    object_put_switch(object, "WOLSupport", is_known, has_modes(&answer, ETHTOOL_A_WOL_MODES));
     is_known = ethtool_ask(&answer, port->device, ETHTOOL_MSG_EEE_GET);
-    set = netlink_find_in(netlink_find(&answer, ETHTOOL_A_EEE_MODES_OURS), ETHTOOL_A_BITSET_BITS);
     object_put_switch(object, "EnergyEfficientEthernet", is_known,
-                      netlink_find_in(set, ETHTOOL_A_BITSET_BITS_BIT) != NULL);
+                      has_modes(&answer, ETHTOOL_A_EEE_MODES_OURS));
     is_known = ethtool_ask(&answer, port->device, ETHTOOL_MSG_FEATURES_GET);
-    set = netlink_find(&answer, ETHTOOL_A_FEATURES_HW);
-    object_put_switch(object, "FCoEOffloadSupport", is_known,
-                      ethtool_has_bit(set, "tx-fcoe-segmentation"));
+    object_put_switch(
+        object, "FCoEOffloadSupport", is_known,
+        ethtool_has_bit(netlink_find(&answer, ETHTOOL_A_FEATURES_HW), "tx-fcoe-segmentation"));
     nic_put_settings(object);
 }

@@ -89,7 +89,8 @@ void object_complete(struct object* object)
 
 static void refresh(struct object* object)
 {
-    if ((uint64_t)time(NULL) - object->counted_at >= object->kind->interval)
+    const unsigned int interval = object->kind->is_slow ? 30 : 1;
+    if ((uint64_t)time(NULL) - object->counted_at >= interval)
     {
         object_complete(object);
     }
@@ -333,7 +334,9 @@ void object_put_number(struct object* object, const char* member, uint64_t value
 
 void object_put_real(struct object* object, const char* member, double value)
 {
-    store(object, member, value > 0 ? (uint64_t)value : 0, value);
+    /* No conversion is defined for a value that the integer can't have. */
+    const bool fits = value >= 0 && value <= UINT32_MAX;
+    store(object, member, fits ? (uint64_t)value : 0, value);
 }
 
 void object_put_counter(struct object* object, const char* member, uint64_t value)

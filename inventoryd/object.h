@@ -43,11 +43,11 @@ struct object
     char* device;              /* the sysfs directory that it was read from */
     uint64_t tag;              /* the reader's own, such as an interface's number */
     uint64_t counted_at;       /* when its counters were put, in seconds since the epoch */
-    /* object.c's own: */
     const struct kind* kind;
+    bool is_new; /* it isn't announced yet */
+    /* object.c's own: */
     struct object* next;
     unsigned int scan;
-    bool is_new;
 };
 
 struct kind
@@ -56,9 +56,9 @@ struct kind
     object_create* create;
     /* Puts again what changes all the time, the counters and the link's state, from the object's
      * device and tag; null if it has none. It is called by the counters' timer, and for a client
-     * that reads the object, but not more often than each `interval` seconds. */
+     * that reads the object, but not twice in a second, or in half a minute if it is slow. */
     void (*put_counters)(struct object* object);
-    unsigned int interval;
+    bool is_slow;
     /* The timer comes to kinds of turn 1 and of turn 2 at every other interval. So a port and its
      * partition, which mostly change together, cost one message per interval. */
     unsigned int turn;

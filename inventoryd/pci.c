@@ -16,52 +16,43 @@ enum
     no_node = 0xFF
 };
 
-/* A PCI device's configuration space. Bytes that can't be read are zero: without CAP_SYS_ADMIN
- * those behind the first 64, and so all capabilities. */
-struct configuration
+enum
 {
-    unsigned char bytes[4096];
+    extended = 256, /* where the extended capabilities begin, of which one is the serial number */
+    configuration_size = 4096
 };
 
-/* The device/port type of a PCI Express device; false if it isn't one. */
-static bool find_port_type(const struct configuration* configuration, unsigned int* type)
+/* The configuration space of the device that is scanned. Bytes that can't be read are zero: without
+ * CAP_SYS_ADMIN those behind the first 64, and so all capabilities. */
+static unsigned char configuration[configuration_size];
+
+/* The device/port type of a PCI Express device and 1, as an endpoint's is 0; 0 if it isn't one. */
+static unsigned int find_port_type(void)
 {
-    enum
-    {
-        status = 0x06,
-        has_capabilities = 0x10,
-        first = 0x34,
-        pci_express = 0x10,
-        most = (256 - 64) / 4 /* a faulty list may be circular */
-    };
-    const unsigned char* bytes = configuration->bytes;
-    unsigned int at = (bytes[status] & has_capabilities) != 0 ? bytes[first] & 0xFCU : 0;
+    const unsigned int pci_express = 0x10;
+    const int most = (extended - 64) / 4; /* a faulty list may be circular */
+    const bool has_capabilities = (configuration[0x06] & 0x10) != 0;
+    unsigned int at = has_capabilities ? configuration[0x34] & 0xFCU : 0;
     for (int count = 0; at != 0 && count < most; ++count)
     {
-        if (bytes[at] == pci_express)
+        if (configuration[at] == pci_express)
         {
-            *type = bytes[at + 2] >> 4;
-            return true;
+            return 1 + (configuration[at + 2] >> 4U);
         }
-        at = bytes[at + 1] & 0xFCU;
+        at = configuration[at + 1] & 0xFCU;
     }
-    return false;
+    return 0;
 }
 
-static void put_serial_number(struct object* object, const struct configuration* configuration)
+static void put_serial_number(struct object* object)
 {
-    enum
+    const int serial_number = 0x0003;
+    const unsigned int size = 12;
+    const int most = (configuration_size - extended) / 4;
+    unsigned int at = extended;
+    for (int count = 0; at >= extended && at <= configuration_size - size && count < most; ++count)
     {
-        first = 256, /* of the extended capabilities */
-        serial_number = 0x0003,
-        size = 12,
-        most = (sizeof configuration->bytes - first) / 4
-    };
-    unsigned int at = first;
-    for (int count = 0; at >= first && at <= sizeof configuration->bytes - size && count < most;
-         ++count)
-    {
-        const unsigned char* bytes = configuration->bytes + at;
+        const unsigned char* bytes = configuration + at;
         if ((bytes[0] | bytes[1] << 8) == serial_number)
         {
             object_put_format(object, "PCISerialNumber", "%02x-%02x-%02x-%02x-%02x-%02x-%02x-%02x",
@@ -73,32 +64,26 @@ static void put_serial_number(struct object* object, const struct configuration*
     }
 }
 
-struct slot_search
-{
-    struct object* object;
-    const char* device; /* the address of the device whose slot is looked for */
-};
-
 /* The slot's address is the device's without the function. */
-static void put_slot(void* data, const char* path, const char* name)
+static void put_slot(void* data, const char* path)
 {
-    const struct slot_search* search = data;
+    struct object* object = data;
+    const char* device = sysfs_name(object->device);
     char address[sysfs_text_size];
-    if (sysfs_text(path, "address", address) &&
-        strncmp(search->device, address, strlen(address)) == 0 &&
-        search->device[strlen(address)] == '.')
+    if (sysfs_text(path, "address", address) && strncmp(device, address, strlen(address)) == 0 &&
+        device[strlen(address)] == '.')
     {
-        object_put_string(search->object, "SlotString", name);
+        object_put_string(object, "SlotString", sysfs_name(path));
     }
 }
 
-static void scan_configuration(const char* device, const char* address,
-                               const struct configuration* configuration, bool is_express)
+static void scan_configuration(const char* device, bool is_express)
 {
     static const struct row rows[] = {{"DataBusWidth", "current_link_width", row_plain},
                                       {0}}; /* in lanes */
     struct pci_location location;
     uint64_t number = 0;
+    const char* address = sysfs_name(device);
     struct object* object = object_due(&configuration_kind, address, device);
     if (object == NULL)
     {
@@ -112,8 +97,8 @@ static void scan_configuration(const char* device, const char* address,
         object_put_number(object, "BusNum", location.bus);
         object_put_number(object, "DeviceNum", location.device);
         object_put_number(object, "FunctionNum", location.function);
-        dmi_put_slot(object, &location);
     }
+    dmi_put_slot(object);
     card_put_identity(object, device);
     sysfs_put(object, device, rows);
     object_put_number(object, "cpu_affinity",
@@ -125,8 +110,8 @@ static void scan_configuration(const char* device, const char* address,
         object_put_number(object, "Subclass", number >> 8 & 0xFF);
         object_put_number(object, "progIF", number & 0xFF);
     }
-    object_put_number(object, "PCIheaderType", configuration->bytes[0x0E]);
-    sysfs_each(sysfs_root, "bus/pci/slots", put_slot, &(struct slot_search){object, address});
+    object_put_number(object, "PCIheaderType", configuration[0x0E]);
+    sysfs_each(sysfs_root, "bus/pci/slots", put_slot, object);
     object_complete(object);
 }
 
@@ -138,13 +123,11 @@ static uint32_t transfer_rate(const char* device, const char* file)
     return rate > 0 && rate < UINT32_MAX ? (uint32_t)rate : 0;
 }
 
-static void scan_link(const char* device, const char* address,
-                      const struct configuration* configuration)
+static void scan_link(const char* device, unsigned int port_type)
 {
     static const uint32_t rates[] = {2500, 5000, 8000, 16000, 32000, 64000};
     static const struct row rows[] = {{"MaxLinkWidth", "max_link_width", row_plain}, {0}};
-    unsigned int type = 0;
-    struct object* object = object_due(&link_kind, address, device);
+    struct object* object = object_due(&link_kind, sysfs_name(device), device);
     if (object == NULL)
     {
         return;
@@ -160,34 +143,28 @@ static void scan_link(const char* device, const char* address,
         }
     }
     sysfs_put(object, device, rows);
-    if (find_port_type(configuration, &type))
-    {
-        object_put_number(object, "PortType", type + 1); /* 0 is an endpoint on the bus of the
-                                                            device, and unknown here */
-    }
-    if (sysfs_serials)
-    {
-        put_serial_number(object, configuration);
-    }
+    object_put_number(object, "PortType", port_type);
+    put_serial_number(object);
     versions_put(object, device, false);
     hwdb_put(object, device, NULL);
     object_complete(object);
 }
 
-static void scan_device(void* data, const char* device, const char* address)
+static void scan_device(void* data, const char* device)
 {
-    struct configuration configuration = {{0}};
     char text[sysfs_text_size];
-    unsigned int type = 0;
     (void)data;
-    (void)sysfs_bytes(device, "config", configuration.bytes, sizeof configuration.bytes);
+    memset(configuration, 0, sizeof configuration);
+    /* All may read the file, and what is read is recorded. */
+    (void)sysfs_bytes(device, "config", configuration,
+                      sysfs_serials ? sizeof configuration : extended);
+    const unsigned int port_type = find_port_type();
     /* The kernel has the file for PCI Express alone. */
-    const bool is_express =
-        find_port_type(&configuration, &type) || sysfs_text(device, "max_link_speed", text);
-    scan_configuration(device, address, &configuration, is_express);
+    const bool is_express = port_type != 0 || sysfs_text(device, "max_link_speed", text);
+    scan_configuration(device, is_express);
     if (is_express)
     {
-        scan_link(device, address, &configuration);
+        scan_link(device, port_type);
     }
 }
 

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 static const char* root; /* null if no record is written */
+static bool is_whole = true;
 
 int record_start(const char* directory)
 {
@@ -20,6 +21,11 @@ int record_start(const char* directory)
     }
     root = directory;
     return 0;
+}
+
+bool record_is_whole(void)
+{
+    return is_whole;
 }
 
 /* The path in the record, whose directories it makes. */
@@ -42,8 +48,9 @@ static bool place(char path[sysfs_path_size], const char* source)
 
 static void check(const char* path, bool is_done)
 {
-    if (!is_done && errno != EEXIST)
+    if (!is_done)
     {
+        is_whole = false;
         fprintf(stderr, SD_WARNING "%s: %s\n", path, strerror(errno));
     }
 }
@@ -57,24 +64,20 @@ static bool has_serial(const char* path)
 void record_file(const char* source, const void* bytes, size_t size, mode_t mode)
 {
     char path[sysfs_path_size];
+    char blanks[sysfs_text_size];
     if (!place(path, source))
     {
         return;
     }
+    if (!sysfs_serials && has_serial(path))
+    {
+        size = size > 0 && size <= sizeof blanks ? size - 1 : 0; /* without the line break */
+        bytes = memset(blanks, 'X', size);
+    }
     const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    bool is_done = fd >= 0;
-    if (is_done && !sysfs_serials && has_serial(path))
-    {
-        for (size_t i = 0; i + 1 < size; ++i)
-        {
-            is_done = is_done && write(fd, "X", 1) == 1;
-        }
-    }
-    else if (is_done)
-    {
-        is_done = write(fd, bytes, size) == (ssize_t)size;
-    }
-    check(path, is_done && fchmod(fd, (mode & 0444) | 0200) == 0);
+    errno = fd >= 0 ? ENOSPC : errno; /* what a short write means, which sets nothing */
+    check(path, fd >= 0 && write(fd, bytes, size) == (ssize_t)size &&
+                    fchmod(fd, (mode & 0444) | 0200) == 0);
     if (fd >= 0)
     {
         close(fd);
@@ -95,7 +98,7 @@ void record_link(const char* source, const char* target)
     char path[sysfs_path_size];
     if (place(path, source))
     {
-        check(path, symlink(target, path) == 0);
+        check(path, symlink(target, path) == 0 || errno == EEXIST);
     }
 }
 
@@ -104,6 +107,6 @@ void record_directory(const char* source)
     char path[sysfs_path_size];
     if (place(path, source))
     {
-        check(path, mkdir(path, 0700) == 0);
+        check(path, mkdir(path, 0700) == 0 || errno == EEXIST);
     }
 }

@@ -23,34 +23,6 @@ static void read_address(rtnetlink_address address, const struct nlattr* attribu
     }
 }
 
-static void read_attribute(struct rtnetlink_link* link, const struct nlattr* attribute)
-{
-    const void* bytes = mnl_attr_get_payload(attribute);
-    const size_t size = mnl_attr_get_payload_len(attribute);
-    switch (mnl_attr_get_type(attribute))
-    {
-    case IFLA_IFNAME:
-        (void)netlink_text(attribute, link->name, sizeof link->name);
-        break;
-    case IFLA_OPERSTATE:
-        link->state = size == 1 ? mnl_attr_get_u8(attribute) : 0;
-        break;
-    case IFLA_ADDRESS:
-        read_address(link->address, attribute);
-        break;
-    case IFLA_PERM_ADDRESS:
-        read_address(link->permanent_address, attribute);
-        break;
-    case IFLA_STATS64:
-        /* An older kernel has fewer counters, a newer one more. */
-        memcpy(&link->counters, bytes, size < sizeof link->counters ? size : sizeof link->counters);
-        link->has_counters = true;
-        break;
-    default:
-        break;
-    }
-}
-
 /* False for a message about something else. A bridge uses the same messages for its ports: a port
  * that leaves it is still an interface. */
 static bool read_message(struct rtnetlink_link* link, const struct nlmsghdr* message)
@@ -67,7 +39,30 @@ static bool read_message(struct rtnetlink_link* link, const struct nlmsghdr* mes
     const struct nlattr* each = NULL;
     while ((each = netlink_next(message, sizeof *header, each)) != NULL)
     {
-        read_attribute(link, each);
+        const size_t size = mnl_attr_get_payload_len(each);
+        switch (mnl_attr_get_type(each))
+        {
+        case IFLA_IFNAME:
+            (void)netlink_text(each, link->name, sizeof link->name);
+            break;
+        case IFLA_OPERSTATE:
+            link->state = size == 1 ? mnl_attr_get_u8(each) : 0;
+            break;
+        case IFLA_ADDRESS:
+            read_address(link->address, each);
+            break;
+        case IFLA_PERM_ADDRESS:
+            read_address(link->permanent_address, each);
+            break;
+        case IFLA_STATS64:
+            /* An older kernel has fewer counters, a newer one more. */
+            memcpy(&link->counters, mnl_attr_get_payload(each),
+                   size < sizeof link->counters ? size : sizeof link->counters);
+            link->has_counters = true;
+            break;
+        default:
+            break;
+        }
     }
     return link->name[0] != '\0';
 }

@@ -156,7 +156,7 @@ void sysfs_each(const char* directory, const char* below, sysfs_visit* visit, vo
         char found[sysfs_path_size];
         if (sysfs_join(found, path, names[i]))
         {
-            visit(data, found, names[i]);
+            visit(data, found);
         }
         free(names[i]);
     }

@@ -49,9 +49,8 @@ bool sysfs_link_name(const char* directory, const char* link, char name[sysfs_pa
 /* Whether the directory has a directory of that name. */
 bool sysfs_has_directory(const char* directory, const char* name);
 
-/* Calls `visit` with the path and name of each entry of a directory below another one, sorted by
- * name. */
-typedef void sysfs_visit(void* data, const char* path, const char* name);
+/* Calls `visit` with the path of each entry of a directory below another one, sorted by name. */
+typedef void sysfs_visit(void* data, const char* path);
 void sysfs_each(const char* directory, const char* below, sysfs_visit* visit, void* data);
 
 /* A property and the file with its value, a text or a number as the property's type says. */
@@ -81,6 +80,9 @@ void sysfs_put(struct object* object, const char* directory, const struct row* r
  * that all may read are recorded with `X` for each letter. Returns 0 or an errno.
  */
 int record_start(const char* directory);
+
+/* Whether all has been written so far. */
+bool record_is_whole(void);
 
 /* These do nothing if no record is written. `path` begins with sysfs_root. A failure is logged. */
 void record_file(const char* path, const void* bytes, size_t size, mode_t mode);

@@ -5,23 +5,21 @@
 #include <stdio.h>
 #include <string.h>
 
-/* The version as a binary coded decimal, from the file's text: " 3.20" is 0x0320. */
+/* The kernel's text has a binary coded decimal in two halves: " 3.20" is 0x0320. */
 static void put_version(struct object* object)
 {
     char text[sysfs_text_size];
-    uint64_t version = 0;
-    if (!sysfs_text(object->device, "version", text) || text[strspn(text, ".0123456789")] != '\0')
+    unsigned int major = 0;
+    unsigned int minor = 0;
+    char behind = '\0';
+    if (sysfs_text(object->device, "version", text) &&
+        sscanf(text, "%2x.%2x%c", &major, &minor, &behind) == 2)
     {
-        return;
+        object_put_number(object, "USBVersion", major << 8U | minor);
     }
-    for (const char* letter = text; *letter != '\0'; ++letter)
-    {
-        version = *letter >= '0' ? version << 4 | (uint64_t)(*letter - '0') : version;
-    }
-    object_put_number(object, "USBVersion", version);
 }
 
-static void scan_device(void* data, const char* device, const char* name)
+static void scan_device(void* data, const char* device)
 {
     static struct kind kind = {OBJECT_KIND(system, USB)};
     static const struct row rows[] = {
@@ -37,6 +35,7 @@ static void scan_device(void* data, const char* device, const char* name)
         {"DeviceProtocol", "bDeviceProtocol", row_hexadecimal},
         {0},
     };
+    const char* name = sysfs_name(device);
     char modalias[sizeof "usb:v0000p0000"];
     uint64_t vendor = 0;
     uint64_t product = 0;

@@ -20,11 +20,10 @@ struct versions
     char driver[text_size];
 };
 
-static void ask_interface(void* data, const char* path, const char* name)
+static void ask_interface(void* data, const char* path)
 {
     struct versions* versions = data;
     struct ethtool_drvinfo driver = {.cmd = ETHTOOL_GDRVINFO};
-    (void)name;
     if (versions->driver[0] == '\0' && ethtool_ask_ioctl(path, &driver, sizeof driver))
     {
         /* None of these must end behind its field. */
@@ -37,9 +36,9 @@ static void ask_interface(void* data, const char* path, const char* name)
 }
 
 /* The device of a virtual machine's adapter is one level below its PCI device. */
-static void ask_virtual(void* data, const char* path, const char* name)
+static void ask_virtual(void* data, const char* path)
 {
-    if (strncmp(name, "virtio", strlen("virtio")) == 0)
+    if (strncmp(sysfs_name(path), "virtio", strlen("virtio")) == 0)
     {
         sysfs_each(path, "net", ask_interface, data);
     }
@@ -52,17 +51,15 @@ static void read_version(struct versions* versions, const struct nlattr* attribu
     const struct nlattr* value = netlink_find_in(attribute, DEVLINK_ATTR_INFO_VERSION_VALUE);
     (void)netlink_text(netlink_find_in(attribute, DEVLINK_ATTR_INFO_VERSION_NAME), name,
                        sizeof name);
-    if (strcmp(name, "fw") == 0 || (strcmp(name, "fw.mgmt") == 0 && versions->firmware[0] == '\0'))
+    const bool is_firmware =
+        strcmp(name, "fw") == 0 || (strcmp(name, "fw.mgmt") == 0 && versions->firmware[0] == '\0');
+    char* text = is_firmware                              ? versions->firmware
+                 : strcmp(name, "fw.undi") == 0           ? versions->option_rom
+                 : strcmp(name, "board.part_number") == 0 ? versions->part_number
+                                                          : NULL;
+    if (text != NULL)
     {
-        (void)netlink_text(value, versions->firmware, text_size);
-    }
-    else if (strcmp(name, "fw.undi") == 0)
-    {
-        (void)netlink_text(value, versions->option_rom, text_size);
-    }
-    else if (strcmp(name, "board.part_number") == 0)
-    {
-        (void)netlink_text(value, versions->part_number, text_size);
+        (void)netlink_text(value, text, text_size);
     }
 }
 

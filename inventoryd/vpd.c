@@ -37,14 +37,10 @@ static bool put_text(struct object* object, const char* member, const unsigned c
 static bool put_fields(struct object* object, const unsigned char* bytes, size_t size)
 {
     bool has_part_number = false;
-    for (size_t at = 0, end = 0; at + header_size <= size; at = end)
+    for (size_t at = 0; at + header_size <= size && at + header_size + bytes[at + 2] <= size;
+         at += header_size + bytes[at + 2])
     {
         const unsigned char* field = bytes + at;
-        end = at + header_size + field[2];
-        if (end > size)
-        {
-            break;
-        }
         if (memcmp(field, "PN", 2) == 0)
         {
             has_part_number = put_text(object, "PartNumber", field + header_size, field[2]);
@@ -63,13 +59,13 @@ bool vpd_put(struct object* object, const char* function)
     unsigned char bytes[most_bytes];
     const size_t size = sysfs_bytes(function, "vpd", bytes, sizeof bytes);
     bool has_part_number = false;
-    for (size_t at = 0, end = 0; at + header_size <= size && (bytes[at] & large_item) != 0;
-         at = end)
+    size_t length = 0;
+    for (size_t at = 0; at + header_size <= size && (bytes[at] & large_item) != 0;
+         at += header_size + length)
     {
         const unsigned char* item = bytes + at;
-        const size_t length = item[1] | (size_t)item[2] << 8;
-        end = at + header_size + length;
-        if (end > size)
+        length = item[1] | (size_t)item[2] << 8;
+        if (length > size - header_size - at)
         {
             break;
         }
