@@ -262,11 +262,12 @@ TEST_F(MethodDispatch, GivesAndReleasesTextsInTheOrderOfTheArguments)
 TEST_F(MethodDispatch, EndsTheLoopWhenTheHostThrows)
 {
     table.Try_string = table.Try_string_D = [](GANTRY_instance*, char* in, char**)
-    { *in == '4' ? throw 42 : throw std::runtime_error("host's own"); };
+    { *in == '4' ? throw 42 : throw sdbusplus::exception::SdBusError(EBUSY, "host's own"); };
     for (const auto& [method, operation] : both_shapes)
     {
         EXPECT_EQ(call(method, "s", "text"), "no reply");
-        EXPECT_EQ(logged(2), "2 EXCEPTION gantry_server." + operation + ": host's own\\n\n" +
+        EXPECT_EQ(logged(2), "2 EXCEPTION gantry_server." + operation +
+                                 ": host's own: System.Error.EBUSY: Device or resource busy\\n\n" +
                                  failed(method) + ended);
         EXPECT_EQ(call("Deferred", ""), "i 0");
         // What is no std::exception goes through the loop, and its text is untold.

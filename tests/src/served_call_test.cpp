@@ -521,16 +521,13 @@ TEST_F(Call, WithAnInputForItsOutputReleasesItOnce)
     EXPECT_EQ(client.call(object, gantrytest, "TryArrayStringD", "as", 1, "a").text, "as [\"a\"]");
 }
 
-TEST_F(Call, WhoseResultIsTooLargeFailsAndOneThatThrowsHasNoReply)
+TEST_F(Call, WhoseResultIsTooLargeFailsInBothShapes)
 {
+    serve([](GANTRY_instance*, char*, char** out)
+          { *out = strdup(std::string(33U << 20U, 'x').c_str()); });
     for (const char* shape : {"Try_string", "Try_string_D"})
     {
-        serve([](GANTRY_instance*, char*, char** out)
-              { *out = strdup(std::string(33U << 20U, 'x').c_str()); });
         EXPECT_THAT(start(shape)->text, EndsWith("Message too long"));
-        serve([](GANTRY_instance*, char*, char**)
-              { throw sdbusplus::exception::SdBusError(EBUSY, "text"); });
-        EXPECT_EQ(start(shape)->text, "no reply");
     }
 }
 
