@@ -5,13 +5,12 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -112,20 +111,13 @@ class Program
         return text;
     }
 
-    // The memory that it has to itself and wrote to, in bytes.
-    [[nodiscard]] std::size_t private_dirty() const
+    // The most memory that it has had.
+    [[nodiscard]] long peak_kib() const
     {
-        std::ifstream rollup("/proc/" + std::to_string(pid_) + "/smaps_rollup");
-        std::size_t kilobytes = 0;
-        for (std::string word; word != "Private_Dirty:" && rollup >> word;)
-        {
-        }
-        rollup >> kilobytes;
-        return rollup ? kilobytes * 1024 : throw std::runtime_error("it is gone");
-    }
-    [[nodiscard]] std::size_t open_fds() const
-    {
-        return support::open_fds(std::to_string(pid_)).size();
+        const std::string field = "VmHWM:";
+        std::ifstream file("/proc/" + std::to_string(pid_) + "/status");
+        const std::string status(std::istreambuf_iterator<char>(file), {});
+        return std::stol(status.substr(status.find(field) + field.size()));
     }
     [[nodiscard]] pid_t pid() const noexcept
     {
