@@ -8,8 +8,8 @@
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
-#include <list>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -75,17 +75,25 @@ constexpr Attack attacks[] = {
     std::exit(1);
 }
 
-// Calls of another user's connection, which reads no more once it is there.
-void call_unread(sd_bus* bus, const Attack& attack)
+using Bus = std::unique_ptr<sd_bus, support::Release<sd_bus_close_unref>>;
+
+// Another user's connection, which reads no more once it is there.
+Bus call_unread(const Attack& attack)
 {
     const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
-    // A bus may have enough of a user who doesn't read.
-    for (int count = 0; count < attack.calls && sd_bus_is_open(bus) > 0; ++count)
+    sd_bus* opened = nullptr;
+    const uid_t own = geteuid();
+    seteuid(own == 0 ? 65534 : own);
+    support::check(sd_bus_open_system(&opened));
+    seteuid(own);
+    for (int count = 0; count < attack.calls; ++count)
     {
-        sd_bus_call_method_async(bus, nullptr, name, attack.path, attack.interface, attack.method,
-                                 ignore, nullptr, attack.types, attack.argument);
+        sd_bus_call_method_async(opened, nullptr, name, attack.path, attack.interface,
+                                 attack.method, ignore, nullptr, attack.types, attack.argument);
     }
-    sd_bus_flush(bus); // it writes alone
+    // It writes alone, and fails if the bus has enough of a user who doesn't read.
+    sd_bus_flush(opened);
+    return Bus(opened);
 }
 
 // A Get by a client that reads.
@@ -116,14 +124,10 @@ void expect_bounded(const Attack& attack)
     };
     {
         const auto begin = Clock::now();
-        std::list<support::Client> silent;
+        std::vector<Bus> silent;
         while (silent.size() < attack.connections)
         {
-            const uid_t own = geteuid();
-            seteuid(own == 0 ? 65534 : own);
-            silent.emplace_back();
-            seteuid(own);
-            call_unread(silent.back().bus(), attack);
+            silent.push_back(call_unread(attack));
             if (silent.size() % 25 == 0)
             {
                 look();
