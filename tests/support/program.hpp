@@ -1,5 +1,4 @@
-// A program as a process of its own: its standard output, how it ends, and what it holds of memory
-// and descriptors.
+// A program as a process of its own: its standard output, how it ends and what memory it takes.
 #pragma once
 
 #include <array>
@@ -27,13 +26,12 @@
 namespace support
 {
 
-// What a process has open, the descriptor to what it stands for, such as "socket:[4711]". Of this
-// process, the descriptor that reads the directory is among them, the same each time if none
-// leaked.
-inline std::map<std::string, std::string> open_fds(const std::string& process = "self")
+// What this process has open, the descriptor to what it stands for, such as "socket:[4711]". The
+// descriptor that reads the directory is among them, the same each time if none leaked.
+inline std::map<std::string, std::string> open_fds()
 {
     std::map<std::string, std::string> result;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/" + process + "/fd"))
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
     {
         std::error_code ignored;
         result[entry.path()] = std::filesystem::read_symlink(entry.path(), ignored);
