@@ -127,7 +127,9 @@ TEST(Holder, of_a_match_and_of_an_object_manager_ends_them)
     const auto serve = [&]
     {
         client.emit(nullptr, "/a", "a.B", "Said", "s", "x");
-        client.name_owner("a.Service"); // the bus has passed the signal on before it answers
+        client.name_owner("a.Service"); // the bus has queued the signal, and now sends it
+        sd_bus_call_method(connection, "org.freedesktop.DBus", "/", "org.freedesktop.DBus.Peer",
+                           "Ping", nullptr, nullptr, "");
         while (sd_bus_process(connection, nullptr) > 0)
         {
         }

@@ -87,11 +87,7 @@ extern "C" int tallylog_printf(int level, int mask, const char* format, ...)
     static const bool echo = std::getenv("TEST_LOG_ECHO") != nullptr;
     if (echo)
     {
-        va_start(values, format);
-        std::fprintf(stderr, "[%d 0x%x] ", level, static_cast<unsigned>(mask));
-        std::vfprintf(stderr, format, values);
-        std::fputc('\n', stderr);
-        va_end(values);
+        std::fprintf(stderr, "[%d 0x%x] %s", level, static_cast<unsigned>(mask), line.text.c_str());
     }
     lines().push_back(std::move(line));
     return 0;

@@ -101,20 +101,13 @@ std::string render(sd_bus_message* message)
     return result;
 }
 
-std::string read_string(sd_bus_message* message)
-{
-    const char* text = nullptr;
-    check(sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &text));
-    return text;
-}
-
 Properties read_properties(sd_bus_message* message)
 {
     Properties properties;
     check(sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "{sv}"));
     while (sd_bus_message_enter_container(message, SD_BUS_TYPE_DICT_ENTRY, "sv") > 0)
     {
-        const std::string name = read_string(message);
+        const std::string name = read<const char*>(message, SD_BUS_TYPE_STRING);
         const std::string variant = render_next(message);
         properties[name] = variant.substr(1, variant.size() - 2);
         sd_bus_message_exit_container(message);
@@ -190,7 +183,7 @@ bool Client::wait_for(const std::function<bool()>& condition)
         {
             return false;
         }
-        pump_ ? pump_() : void();
+        pump_();
         bool received = false;
         while (check(sd_bus_process(bus(), nullptr)) > 0)
         {
@@ -216,7 +209,8 @@ Properties Client::get_all(const Object& object, const char* interface)
 
 std::string Client::introspect(const Object& object)
 {
-    return read_string(call(object, "org.freedesktop.DBus.Introspectable", "Introspect").body());
+    const Reply reply = call(object, "org.freedesktop.DBus.Introspectable", "Introspect");
+    return read<const char*>(reply.body(), SD_BUS_TYPE_STRING);
 }
 
 void Client::subscribe(const std::string& rule)
@@ -235,7 +229,7 @@ std::string Client::name_owner(const char* name)
 {
     const Reply reply =
         call({daemon_name, "/org/freedesktop/DBus"}, daemon_name, "GetNameOwner", "s", name);
-    return reply.ok() ? read_string(reply.message.get()) : "";
+    return reply.ok() ? read<const char*>(reply.body(), SD_BUS_TYPE_STRING) : "";
 }
 
 } // namespace support

@@ -85,7 +85,7 @@ class Client
     using Pending = std::unique_ptr<Reply>; // sd-bus holds its address
 
     // Connects to $DBUS_SYSTEM_BUS_ADDRESS.
-    explicit Client(std::function<void()> pump = {});
+    explicit Client(std::function<void()> pump = [] {});
 
     // Calls a method and waits for the reply, until the deadline. `types` and `args` are those of
     // sd_bus_message_append: C strings, integers promoted as for printf.

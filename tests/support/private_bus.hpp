@@ -10,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "support/program.hpp"
 #include "support/temp_dir.hpp"
@@ -21,9 +22,12 @@ class PrivateBus
 {
   public:
     // Starts the daemon. Call it on the main thread before other threads start: the environment is
-    // not thread-safe, and the daemon is killed when the thread that started it ends.
-    PrivateBus()
+    // not thread-safe, and the daemon is killed when the thread that started it ends. The session
+    // bus has no limit that a test comes near.
+    explicit PrivateBus(std::string config = "--session") : config_(std::move(config))
     {
+        // Other users may connect.
+        std::filesystem::permissions(dir_.path, std::filesystem::perms(0755));
         setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + socket_).c_str(), 1);
         restart();
     }
@@ -40,15 +44,15 @@ class PrivateBus
         kill();
         // A killed daemon leaves its socket behind, which would be in the next one's way.
         std::filesystem::remove(socket_);
-        // The session bus has no limit that a test comes near.
         const std::string address = "--address=unix:path=" + socket_;
         const char* const chosen = std::getenv("TEST_BUS_DAEMON");
-        daemon_.emplace(std::vector{chosen != nullptr ? chosen : "dbus-daemon", "--session",
+        daemon_.emplace(std::vector{chosen != nullptr ? chosen : "dbus-daemon", config_.c_str(),
                                     "--print-address", address.c_str()});
         if (daemon_->line().empty())
         {
             throw std::runtime_error("the private bus did not start");
         }
+        std::filesystem::permissions(socket_, std::filesystem::perms::all);
     }
 
     [[nodiscard]] pid_t pid() const
@@ -58,6 +62,7 @@ class PrivateBus
 
   private:
     TempDir dir_;
+    const std::string config_;
     const std::string socket_ = dir_.path / "bus";
     std::optional<Program> daemon_;
 };

@@ -1,17 +1,15 @@
-// A program as a process of its own: its standard output, how it ends, and what it holds of memory
-// and descriptors.
+// A program as a process of its own: its standard output, how it ends and what memory it takes.
 #pragma once
 
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -28,13 +26,12 @@
 namespace support
 {
 
-// What a process has open, the descriptor to what it stands for, such as "socket:[4711]". Of this
-// process, the descriptor that reads the directory is among them, the same each time if none
-// leaked.
-inline std::map<std::string, std::string> open_fds(const std::string& process = "self")
+// What this process has open, the descriptor to what it stands for, such as "socket:[4711]". The
+// descriptor that reads the directory is among them, the same each time if none leaked.
+inline std::map<std::string, std::string> open_fds()
 {
     std::map<std::string, std::string> result;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/" + process + "/fd"))
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
     {
         std::error_code ignored;
         result[entry.path()] = std::filesystem::read_symlink(entry.path(), ignored);
@@ -112,20 +109,13 @@ class Program
         return text;
     }
 
-    // The memory that it has to itself and wrote to, in bytes.
-    [[nodiscard]] std::size_t private_dirty() const
+    // The most memory that it has had.
+    [[nodiscard]] long peak_kib() const
     {
-        std::ifstream rollup("/proc/" + std::to_string(pid_) + "/smaps_rollup");
-        std::size_t kilobytes = 0;
-        for (std::string word; word != "Private_Dirty:" && rollup >> word;)
-        {
-        }
-        rollup >> kilobytes;
-        return rollup ? kilobytes * 1024 : throw std::runtime_error("it is gone");
-    }
-    [[nodiscard]] std::size_t open_fds() const
-    {
-        return support::open_fds(std::to_string(pid_)).size();
+        const std::string field = "VmHWM:";
+        std::ifstream file("/proc/" + std::to_string(pid_) + "/status");
+        const std::string status(std::istreambuf_iterator<char>(file), {});
+        return std::stol(status.substr(status.find(field) + field.size()));
     }
     [[nodiscard]] pid_t pid() const noexcept
     {
