@@ -78,16 +78,6 @@ class Announcement : public Served
         kill(-support::bus().pid(), SIGSTOP);
         change(40'000);
     }
-    static void resume()
-    {
-        kill(-support::bus().pid(), SIGCONT);
-    }
-    std::uint64_t queued()
-    {
-        std::uint64_t count = 0;
-        sd_bus_get_n_queued_write(GANTRY_get_sd_bus(context->bus), &count);
-        return count;
-    }
 
     // What the client has been sent last of the property.
     std::string seen()
@@ -116,8 +106,10 @@ class Announcement : public Served
 TEST_F(Announcement, StalledDaemonGetsTheLastValuesAndTheQueueStaysBounded)
 {
     change_while_stopped();
-    EXPECT_LE(queued(), 10'000U);
-    resume();
+    std::uint64_t queued = 0;
+    sd_bus_get_n_queued_write(GANTRY_get_sd_bus(context->bus), &queued);
+    EXPECT_LE(queued, 10'000U);
+    kill(-support::bus().pid(), SIGCONT);
     EXPECT_TRUE(sees_last());
 }
 
@@ -179,7 +171,7 @@ TEST_F(Announcement, ContextThatIsFreedWaitsForAStoppedDaemonNoLongerThanASecond
     EXPECT_THAT(logged(2), testing::MatchesRegex("2 connection.write_what_is_left: 1000[0-9] "
                                                  "messages are dropped that the bus didn't take in "
                                                  "a second\n"));
-    resume();
+    kill(-support::bus().pid(), SIGCONT);
     make();
     client.settle(service);
     client.signals().clear();

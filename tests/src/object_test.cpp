@@ -232,6 +232,15 @@ TEST_F(Object, OfTheHostsOwnIsListedEverywhereAndAnnouncedIfItIsPublished)
     auto own = std::make_unique<Own>(context->bus, "/u/own");
     EXPECT_TRUE(is_listed());
     EXPECT_EQ(find(blt.interface, "/u/own"), nullptr);
+    for (int number = 0; number < 300; ++number)
+    {
+        publish(GANTRY_instantiate__com_orvane_velmar_system_NicPort,
+                ("/" + std::to_string(number)).c_str());
+    }
+    for (int round = 0; round < 20; ++round)
+    {
+        EXPECT_TRUE(has_manager("/")) << round; // for a client that reads its replies
+    }
 
     own->published = gantry::publish<Server>(context, *own);
     auto* found = find(blt.interface);

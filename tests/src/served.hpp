@@ -7,12 +7,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <optional>
 #include <thread>
-#include <tuple>
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <malloc.h>
 #include <pthread.h>
