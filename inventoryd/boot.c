@@ -183,7 +183,8 @@ static void put_path(struct object* object, const void* bytes, size_t size)
 
 static void put_data(struct object* object, const unsigned char* bytes, size_t size)
 {
-    char text[2 * most_bytes] = "";
+    char text[2 * most_bytes];
+    text[0] = '\0';
     for (size_t i = 0; i < size; ++i)
     {
         snprintf(text + 2 * i, 3, "%02X", bytes[i]);

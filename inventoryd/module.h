@@ -97,8 +97,8 @@ struct module_standard
     /* Corrects a measurement as the module says; NaN if it can't. Null if there is no need to. */
     double (*calibrate)(const struct module_memory* memory, enum module_kind kind, double raw);
     unsigned int lanes; /* at most */
-    uint8_t
-        absent_lanes; /* where page 00 has the bits of those that a module lacks; 0 if nowhere */
+    /* Where page 00 has the bits of the lanes that a module lacks; 0 if nowhere. */
+    uint8_t absent_lanes;
     struct module_measurement measurements[module_lane_1];
 };
 extern const struct module_standard module_sfp;

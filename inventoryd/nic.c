@@ -53,18 +53,20 @@ static struct adapter_family family = {
 /* Whether the interface is a port of a card, which is found, or counts as one. */
 static bool is_port(struct card* card, const char* device)
 {
+    const bool is_software = strstr(device, "/devices/virtual/") != NULL;
     uint64_t type = 0;
     memset(card, 0, sizeof *card);
-    if (sysfs_number(device, "type", 10, &type) && type == ARPHRD_INFINIBAND)
+    if ((is_software && !nic_every_interface) ||
+        (sysfs_number(device, "type", 10, &type) && type == ARPHRD_INFINIBAND))
     {
         return false;
     }
-    if (strstr(device, "/devices/virtual/") == NULL)
+    if (!is_software)
     {
         return card_find(card, device);
     }
     snprintf(card->name, sizeof card->name, "%s", sysfs_name(device));
-    return nic_every_interface;
+    return true;
 }
 
 static void collect(void* data, const char* device)
